@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The application object: the whole life of the process, in the order in which
+// the framework drives it. Start reading here; each step has a file of its own.
+//
+// Threads: the main thread, but for the steps under "script thread". No lock
+// is needed between the two: the script thread starts after start-up and the
+// main thread touches it again only after the event loop has returned.
+
+#pragma once
+
+#include "MainLoop.h"
+
+#include "kza_core/Runnable.h"
+
+#include <wx/app.h>
+#include <wx/apptrait.h>
+#include <wx/datetime.h>
+#include <wx/intl.h>
+
+#include <csignal>
+#include <memory>
+
+class wxFileName;
+class wxInputStream;
+class wxOutputStream;
+class wxZipEntry;
+struct lua_State;
+
+namespace KzaCore
+{
+class CDom;
+class CLuaInterpreter;
+} // namespace KzaCore
+
+/// Chooses the disk log as the framework's default log target.
+class CAgentAppTraits : public wxConsoleAppTraits
+{
+public:
+    ~CAgentAppTraits() override;
+    wxLog* CreateLogTarget() override;
+};
+
+class CAgentApp : public wxAppConsole
+{
+public:
+    /// The application's trace component.
+    static const wxString s_Trace;
+
+    // --- Life of the process (AgentApp.cpp) --------------------------------
+
+    CAgentApp();
+    ~CAgentApp() override;
+
+    CAgentApp(const CAgentApp&) = delete;
+    CAgentApp& operator=(const CAgentApp&) = delete;
+
+    /// Initialises OpenSSL, once per process.
+    static void StartupInit();
+
+    /// Shuts OpenSSL and SQLite down, once per process; a later call does
+    /// nothing. Callers must not race.
+    static void TerminationCleanup();
+
+    // --- Start-up (StartUp.cpp, CommandLine.cpp) ---------------------------
+
+    bool OnInit() override;
+    int OnRun() override;
+    int OnExit() override;
+    void OnInitCmdLine(wxCmdLineParser& parser) override;
+    bool OnCmdLineParsed(wxCmdLineParser& parser) override;
+    void OnUnhandledException() override;
+    wxAppTraits* CreateTraits() override;
+    int MainLoop() override;
+
+    // --- Script thread: the application script (ScriptThread.cpp) ----------
+
+    /// The whole script: its status becomes the process's exit status.
+    int OnRunScript();
+
+    /// Tells the main loop to end with the status; from the script thread.
+    void EndRun(int status);
+
+    int RunAppInteractively();
+    int RunAppInit();
+    int RunAppMain();
+    int RunAppShutdown();
+    int RunAppMethod(const wchar_t* method);
+
+    // Steps of the script thread, each in the file of its name.
+
+    void UninstallOldPlugins(); // Plugins.cpp
+    void InstallNewPlugins();
+    void ExpandZippath(); // ArchivePath.cpp
+    int SetupLua();       // LuaSetup.cpp
+    int RunUnitTests();   // UnitTests.cpp
+
+    /// Runs one chunk and takes its result as a status (Chunks.cpp).
+    int
+    RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
+    int RunCodeSnippet(const wxString& code);
+
+    // --- Packages ----------------------------------------------------------
+
+    /// True when a package may be installed, judged by its name alone.
+    bool CheckKZPVersion(const wxFileName& package);
+
+    /// True when an extension archive was made for this agent's version.
+    bool ExtensionVersionIsOK(const wxString& extensionPath);
+
+    static bool InstallPluginZipCB(void* context,
+                                   const wxZipEntry* entry,
+                                   const wxString* destPath);
+    static bool UninstallPluginZipCB(void* context,
+                                     const wxZipEntry* entry,
+                                     const wxString* destPath);
+
+    /// True for the agent itself, false for a tool under another name.
+    [[nodiscard]] bool IsDefaultApp() const { return m_isDefaultApp; }
+    [[nodiscard]] bool IsBackground() const { return m_background; }
+    [[nodiscard]] KzaCore::CLuaInterpreter* Lua() const { return m_lua; }
+
+private:
+    bool InstallPluginZipCB(const wxZipEntry* entry);
+    bool UninstallPluginZipCB(const wxZipEntry* entry,
+                              const wxString* destPath);
+
+    // Steps of OnCmdLineParsed (CommandLine.cpp).
+    void ApplyName(wxCmdLineParser& parser);
+    void ApplySwitches(wxCmdLineParser& parser);
+    void ApplyLuaPaths(wxCmdLineParser& parser);
+    void ApplyWorkingDirectory(wxCmdLineParser& parser);
+    void ApplyTrace(wxCmdLineParser& parser);
+    void ApplyDomainVariable(wxCmdLineParser& parser);
+    void ApplyUnitTest(wxCmdLineParser& parser);
+    void OpenConfiguration();
+    void ApplyConfiguration();
+    void ApplySqliteConfiguration();
+
+    // Steps of OnInit (StartUp.cpp).
+    void WriteInstallationKeys();
+    void ArmCrashHandler();
+
+    // Steps of OnRun. Those that answer false or a status end it.
+    bool EnterFipsMode();             // Fips.cpp
+    bool Daemonize(int& status);      // Daemon.cpp
+    int RunWatchdog();                // Watchdog.cpp
+    [[noreturn]] void RunScriptApp(); // Run.cpp
+
+    bool m_reserved = false;
+    bool m_installPlugins = false;
+    bool m_isDefaultApp = false;
+    bool m_background = false;
+    wxString m_extDir;
+    wxLocale m_locale;
+    KzaCore::CDom* m_dom = nullptr;            // owned, given back by Release()
+    KzaCore::CLuaInterpreter* m_lua = nullptr; // owned
+    wxDateTime m_startTime;
+    wxString m_unitTestScript;
+    wxString m_zipPath;
+    wxString m_pidFile;
+
+    // Outlives the script thread's use of it: freed with this object, after
+    // the join. The second member is null until the loop has been entered.
+    std::unique_ptr<CMainLoop> m_loop;
+    std::atomic<CMainLoop*> m_enteredLoop{nullptr};
+};
+
+/// The thread on which the application script lives.
+class CScriptThread : public KzaCore::CRunnable
+{
+public:
+    CScriptThread();
+    ~CScriptThread() override;
+
+    [[nodiscard]] const wchar_t* GetThreadName() const override;
+    void OnRun() override;
+};
+
+wxDECLARE_APP(CAgentApp);
+
+// --- Signals (Signals.cpp) -------------------------------------------------
+
+/// Handler of a process that runs the application: ends it on SIGINT and
+/// SIGTERM, does nothing else.
+extern "C" void KzaSignalHandler(int signal);
+
+/// Installs the dispositions of a process that runs the application and
+/// blocks SIGINT and SIGTERM in the calling thread.
+void InstallSignalDispositions();
+
+/// The watchdog's relay of SIGTERM to its process group, and what it reads.
+/// Set before the handler is installed, constant afterwards.
+extern "C" void pass_signal(int signal, siginfo_t* info, void* context);
+extern wxString _the_pid_file;
+extern pid_t _my_pid;
+
+// --- Lua entry points ------------------------------------------------------
+
+/// Runs CAgentApp::SetupLua() for the application in upvalue 1.
+int SetupLua(lua_State* L);

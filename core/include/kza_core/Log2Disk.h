@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The log target that writes the framework's records to the agent's disk log,
+// `<app.path.work>/log/<app.name>.log`.
+//
+// One record a line:
+//   YYYY-MM-DD HH:MM:SS [pid:tid] LEVEL component: text
+// LEVEL is ERROR, WARNING, MESSAGE, INFO, VERBOSE, DEBUG or TRACE; a line
+// break inside a text is shown as `\n`. Each record is one write(2) to a file
+// opened for appending, so that watchdog and worker share the file, and it is
+// on its way to the file when the call returns. Records made before the
+// working directory is known are kept and written first.
+//
+// The file is rotated when it has grown past `log.maxsize` bytes; `log.keep`
+// older files are kept beside it as `.1`, `.2` and so on. `log.console`
+// repeats every record on standard error.
+//
+// Threads: any. All targets of a process write through one sink with a lock of
+// its own; the objects themselves hold nothing. A forked child may go on
+// logging.
+
+#pragma once
+
+#include "kza_core/Export.h"
+
+#include <wx/log.h>
+#include <wx/string.h>
+
+namespace KzaCore
+{
+
+class KZA_API CLog2Disk : public wxLog
+{
+public:
+    CLog2Disk();
+
+protected:
+    void DoLogRecord(wxLogLevel level,
+                     const wxString& msg,
+                     const wxLogRecordInfo& info) override;
+};
+
+/// Levels of a record as the file names them.
+enum class ELogLevel
+{
+    Error,
+    Warning,
+    Message,
+    Info,
+    Verbose,
+    Debug,
+    Trace
+};
+
+/// Writes one record straight to the disk log, past the framework, with the
+/// framework's threshold for the level applied.
+///
+/// \param component  Empty for the default component.
+KZA_API void
+LogToDisk(ELogLevel level, const wxString& component, const wxString& text);
+
+} // namespace KzaCore

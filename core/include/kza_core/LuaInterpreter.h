@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Owner of one Lua state.
+//
+// Threads: a state is used only by the thread that made it.
+//
+// Lua is linked in its C++ build: a Lua error unwinds C++ frames and runs
+// destructors. A C++ exception that crosses a protected call ends it with
+// status -1 and no message, so no C function may let one escape.
+
+#pragma once
+
+#include "kza_core/Export.h"
+
+#include <wx/string.h>
+
+#include <string>
+
+class wxInputStream;
+class wxOutputStream;
+struct lua_State;
+
+namespace KzaCore
+{
+
+class KZA_API CLuaInterpreter
+{
+public:
+    /// Makes the state. LUA_PATH, LUA_CPATH and LUA_INIT of the environment
+    /// are ignored.
+    ///
+    /// \param reserved       Must be false.
+    /// \param name           What messages about this interpreter call it.
+    /// \param openLibraries  Open Lua's standard libraries.
+    CLuaInterpreter(bool reserved, const wchar_t* name, bool openLibraries);
+
+    /// Closes the state; finalizers run on the calling thread.
+    virtual ~CLuaInterpreter();
+
+    CLuaInterpreter(const CLuaInterpreter&) = delete;
+    CLuaInterpreter& operator=(const CLuaInterpreter&) = delete;
+
+    /// The state, never null; owned by this object.
+    [[nodiscard]] lua_State* L() { return m_state; }
+
+    /// Sets `package.path` and `package.cpath` and puts the searcher of the
+    /// leading path list before those that follow.
+    ///
+    /// `package.path` becomes `path`, then `<bin>/lua/?.lua` and
+    /// `<bin>/lua/?/init.lua`, then the absolute entries of Lua's compiled-in
+    /// default; `package.cpath` likewise with `cpath` and `<bin>/lib/lua/?.so`.
+    /// No entry is relative to the current directory unless `path` or `cpath`
+    /// names one. Raises a Lua error when the package library is not open.
+    ///
+    /// \param bin    Directory of the executable.
+    /// \param path   Templates separated by ";", may be empty.
+    /// \param cpath  Likewise for C modules.
+    void SetPackagePaths(const std::string& bin,
+                         const std::string& path,
+                         const std::string& cpath);
+
+    /// Loads and runs a chunk of Lua source.
+    ///
+    /// \param in         The source, read to its end.
+    /// \param args       How many values on the stack are its arguments.
+    /// \param results    How many results to leave on the stack.
+    /// \param chunkName  Name shown in messages and tracebacks.
+    /// \param out        Where `print` writes while the chunk runs; null for
+    ///                   standard output. Not owned.
+    ///
+    /// \return 0 with the results on the stack; otherwise Lua's error code
+    ///         with the stack as it was less the arguments, and
+    ///         GetErrorInfo() holding the reason.
+    int RunScript(wxInputStream& in,
+                  int args,
+                  int results,
+                  const wxString& chunkName,
+                  wxOutputStream* out);
+
+    /// The message of the last failure with its traceback; empty when the
+    /// last script succeeded. An error value that is not a string is shown
+    /// through its `__tostring`, else by its type.
+    [[nodiscard]] wxString GetErrorInfo() const;
+
+private:
+    void ReplacePrint();
+
+    lua_State* m_state;
+    wxOutputStream* m_out = nullptr;
+    std::string m_name;
+    std::string m_errorInfo;
+};
+
+} // namespace KzaCore

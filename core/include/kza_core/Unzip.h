@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Extraction of zip archives that come from elsewhere.
+//
+// The whole archive is checked before the first byte is written: an entry with
+// an absolute path, a `..` component, a backslash or a NUL, a symbolic link, a
+// device, an unknown or encrypted method makes the call answer false with
+// nothing touched and one warning that names the entry. A file is written
+// beside its place and renamed into it, so that a running program or library
+// is never overwritten in place.
+//
+// Threads: any; two calls into one destination at once are the caller's risk.
+
+#pragma once
+
+#include "kza_core/Export.h"
+
+class wxFileName;
+class wxString;
+class wxZipEntry;
+
+namespace KzaCore
+{
+
+/// Asked for every entry, in the archive's order.
+///
+/// \param context   As given to Unzip().
+/// \param entry     The entry; valid during the call.
+/// \param destPath  Path that the entry has under the destination directory.
+///
+/// \return true to write the entry there, false to leave it out.
+using UnzipCB = bool (*)(void* context,
+                         const wxZipEntry* entry,
+                         const wxString* destPath);
+
+/// Walks an archive and writes the entries that the callback chooses.
+///
+/// Parents are made, permission bits of the archive kept (set-id bits are
+/// not), contents checked against their CRC. Nothing is ever written or
+/// deleted outside the destination.
+///
+/// \param archive   The zip file.
+/// \param destDir   Directory under which entries are written.
+/// \param callback  See above, not null.
+/// \param context   Handed to the callback.
+///
+/// \return true when the whole archive was processed; false with one warning
+///         in the log that says why. Entries written before a failure stay,
+///         each of them whole.
+KZA_API bool Unzip(const wxFileName& archive,
+                   const wxFileName& destDir,
+                   UnzipCB callback,
+                   void* context);
+
+} // namespace KzaCore
