@@ -96,8 +96,7 @@ public:
     int RunUnitTests();   // UnitTests.cpp
 
     /// Runs one chunk and takes its result as a status (Chunks.cpp).
-    int
-    RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
+    int RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
     int RunCodeSnippet(const wxString& code);
 
     // --- Packages ----------------------------------------------------------
@@ -118,12 +117,22 @@ public:
     /// True for the agent itself, false for a tool under another name.
     [[nodiscard]] bool IsDefaultApp() const { return m_isDefaultApp; }
     [[nodiscard]] bool IsBackground() const { return m_background; }
-    [[nodiscard]] KzaCore::CLuaInterpreter* Lua() const { return m_lua; }
+    /// The state of the application's interpreter, which exists.
+    [[nodiscard]] lua_State* L() const;
 
 private:
     bool InstallPluginZipCB(const wxZipEntry* entry);
     bool UninstallPluginZipCB(const wxZipEntry* entry,
                               const wxString* destPath);
+
+    // Steps of ExpandZippath (ArchivePath.cpp).
+    void AddExtensionDirectory(const wxString& bin);
+    void AddArchives(const wxString& item,
+                     const wxString& bin,
+                     wxString& result);
+
+    void SetArguments(); // LuaSetup.cpp
+    int RunToStandardOutput(const wxString& code, const wxString& name);
 
     // Steps of OnCmdLineParsed (CommandLine.cpp).
     void ApplyName(wxCmdLineParser& parser);

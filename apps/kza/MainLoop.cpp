@@ -2,7 +2,9 @@
 
 #include "MainLoop.h"
 
-CMainLoop::CMainLoop(std::atomic<CMainLoop*>& entered) : m_entered(entered) {}
+CMainLoop::CMainLoop(std::atomic<CMainLoop*>& entered) : m_entered(entered)
+{
+}
 
 void CMainLoop::OnNextIteration()
 {

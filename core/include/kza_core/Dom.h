@@ -77,8 +77,10 @@ public:
     /// \param reserved  Must be false.
     ///
     /// \return never null; give it back with Release().
-    static CDom*
-    New(const char* name, CDom* parent, bool* created, bool reserved);
+    static CDom* New(const char* name,
+                     CDom* parent,
+                     bool* created,
+                     bool reserved);
 
 protected:
     virtual ~CDom();
@@ -117,8 +119,8 @@ public:
     bool Get(const std::string& key, long long& out) const;
 
     /// The set keys that begin with `prefix`, sorted by byte.
-    [[nodiscard]] std::vector<std::string>
-    Keys(const std::string& prefix = std::string()) const;
+    [[nodiscard]] std::vector<std::string> Keys(
+        const std::string& prefix = std::string()) const;
 
     // Waiting.
 

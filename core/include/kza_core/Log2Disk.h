@@ -56,7 +56,8 @@ enum class ELogLevel
 /// framework's threshold for the level applied.
 ///
 /// \param component  Empty for the default component.
-KZA_API void
-LogToDisk(ELogLevel level, const wxString& component, const wxString& text);
+KZA_API void LogToDisk(ELogLevel level,
+                       const wxString& component,
+                       const wxString& text);
 
 } // namespace KzaCore

@@ -83,6 +83,7 @@ public:
     [[nodiscard]] wxString GetErrorInfo() const;
 
 private:
+    static int PrintCB(lua_State* L);
     void ReplacePrint();
 
     lua_State* m_state;

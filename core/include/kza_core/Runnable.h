@@ -17,9 +17,10 @@
 
 #include <wx/thread.h>
 
-#include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
+#include <pthread.h>
 
 namespace KzaCore
 {
@@ -94,10 +95,15 @@ protected:
     ExitCode Entry() override;
 
 private:
+    ExitCode JoinOnce();
+
     CDom* m_dom = nullptr;
-    std::shared_ptr<CWakeUp> m_wakeUp;
-    std::atomic<bool> m_alive{false};
     bool m_started = false;
+
+    std::mutex m_mutex;                // guards what follows
+    std::shared_ptr<CWakeUp> m_wakeUp; // set while the thread runs
+    pthread_t m_thread{};
+    bool m_exitRequested = false;
 };
 
 } // namespace KzaCore

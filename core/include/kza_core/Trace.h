@@ -67,8 +67,7 @@ inline bool LogTraceIsEnabled(const wxString& component)
         TraceDetail::Hash(component.wx_str(), component.length());
     const std::uint64_t word =
         TraceDetail::g_filter[hash / 64].load(std::memory_order_relaxed);
-    return ((word >> (hash % 64)) & 1U) != 0 &&
-           TraceDetail::IsInSet(component);
+    return ((word >> (hash % 64)) & 1U) != 0 && TraceDetail::IsInSet(component);
 }
 
 } // namespace KzaCore

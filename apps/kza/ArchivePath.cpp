@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Step: the archives that modules are searched in, in order, on the script
+// thread before the Lua state exists.
+//
+// Nothing here fails the start: what cannot be used is a warning or silence.
+
+#include "AgentApp.h"
+#include "ApplTrace.h"
+#include "Tokenize.h"
+
+#include "kza_core/Dom.h"
+
+#include <wx/arrstr.h>
+#include <wx/config.h>
+#include <wx/dir.h>
+#include <wx/filename.h>
+#include <wx/log.h>
+
+namespace DomKey = KzaCore::DomKey;
+
+namespace
+{
+
+constexpr char kExtension[] = "kze";
+constexpr char kCoreName[] = "kza";
+constexpr char kCoreDirectory[] = "kza_core";
+constexpr char kWildcards[] = "*?";
+constexpr wchar_t kSeparator[] = L";";
+
+bool HasWildcard(const wxString& text)
+{
+    return text.find_first_of(kWildcards) != wxString::npos;
+}
+
+void Append(wxString& list, const wxString& item)
+{
+    if (!list.empty())
+        list += kSeparator;
+    list += item;
+}
+
+void NormalizeAgainst(wxFileName& file, const wxString& directory)
+{
+    file.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE | wxPATH_NORM_ABSOLUTE,
+                   directory);
+}
+
+// The application's own archive, then the core's; an application named like
+// the core has one.
+wxString CoreArchives(const wxString& bin, const wxString& application)
+{
+    wxString list;
+    for (const wxString& name : {application, wxString(kCoreName)})
+    {
+        wxFileName archive(wxFileName::DirName(bin).GetPath(), name,
+                           kExtension);
+        archive.AppendDir(kCoreDirectory);
+        if (archive.FileExists())
+            Append(list, archive.GetFullPath());
+        if (application == kCoreName)
+            break;
+    }
+    return list;
+}
+
+// Full paths of the files that match a file name with wildcards, sorted by
+// character code whatever order the directory returns.
+wxArrayString Matches(const wxFileName& pattern)
+{
+    wxArrayString found;
+    const wxString directory =
+        pattern.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR);
+    if (!wxFileName::IsDirReadable(directory))
+        return found;
+    const wxDir dir(directory);
+    wxString name;
+    for (bool more = dir.IsOpened() &&
+                     dir.GetFirst(&name, pattern.GetFullName(), wxDIR_FILES);
+         more; more = dir.GetNext(&name))
+    {
+        wxFileName match(directory, name);
+        match.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
+                        wxPATH_NORM_ABSOLUTE);
+        found.Add(match.GetFullPath());
+    }
+    found.Sort();
+    return found;
+}
+
+} // namespace
+
+void CAgentApp::ExpandZippath()
+{
+    const wxString bin = m_dom->GetWxString(DomKey::kPathBin);
+    wxString result = CoreArchives(bin, GetAppName());
+    AddExtensionDirectory(bin);
+    APPL_TRACE("zipFilespec: %s", m_zipPath);
+
+    std::list<wxString> items;
+    Tokenize(items, m_zipPath, kSeparator);
+    m_zipPath.clear();
+    for (const wxString& item : items)
+        AddArchives(item, bin, result);
+
+    if (result.empty())
+    {
+        APPL_TRACE("app.lua.zippath empty ");
+        return;
+    }
+    m_dom->SetWx(DomKey::kLuaZipPath, result);
+    APPL_TRACE("app.lua.zippath '%s' ", result);
+}
+
+void CAgentApp::AddExtensionDirectory(const wxString& bin)
+{
+    if (m_extDir.empty())
+        return;
+    wxFileName pattern(m_extDir, "*", kExtension);
+    NormalizeAgainst(pattern, bin);
+    if (pattern.DirExists())
+        Append(m_zipPath, pattern.GetFullPath());
+}
+
+void CAgentApp::AddArchives(const wxString& item,
+                            const wxString& bin,
+                            wxString& result)
+{
+    // Files named without a wildcard are exempt from the version check: the
+    // operator means just that one.
+    const bool isPattern = HasWildcard(item);
+    wxFileName file(wxExpandEnvVars(item));
+    if (!file.IsAbsolute())
+        NormalizeAgainst(file, bin);
+
+    const wxArrayString matches = Matches(file);
+    if (matches.empty() && !HasWildcard(file.GetFullName()))
+        wxLogWarning("%s: no matches", item);
+    for (const wxString& match : matches)
+    {
+        if (!wxFileName::IsFileReadable(match))
+        {
+            wxLogWarning("Extension file '%s' isn't readable", match);
+            continue;
+        }
+        if (isPattern && !ExtensionVersionIsOK(match))
+            continue;
+        APPL_TRACE("Adding extension file '%s' to the search path.", match);
+        Append(result, match);
+    }
+}

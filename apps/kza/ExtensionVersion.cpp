@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "ExtensionVersion.h"
+
+#include "AgentApp.h"
+#include "Version.h"
+
+#include <wx/crt.h>
+#include <wx/filename.h>
+#include <wx/log.h>
+#include <wx/txtstrm.h>
+#include <wx/wfstream.h>
+
+bool FindVersionLine(wxInputStream& text, wxString& rest)
+{
+    wxTextInputStream lines(text, " \t", wxConvAuto());
+    while (text.IsOk() && !text.Eof())
+        if (lines.ReadLine().StartsWith("version:", &rest))
+            return true;
+    return false;
+}
+
+bool ParseExtensionVersion(const wxString& rest, SExtensionVersion& version)
+{
+    return wxSscanf(rest, "%d.%d.%d-%d", &version.major, &version.minor,
+                    &version.patch, &version.build) == 4;
+}
+
+bool CAgentApp::ExtensionVersionIsOK(const wxString& extensionPath)
+{
+    const wxString sideFile = extensionPath + ".version";
+    if (!wxFileName::FileExists(sideFile))
+    {
+        wxLogWarning("Extension file '%s' does not have a corresponding "
+                     "'.version' file. It will not be enabled.",
+                     extensionPath);
+        return false;
+    }
+    wxFFileInputStream text(sideFile, "rb");
+    wxString rest;
+    if (!FindVersionLine(text, rest))
+    {
+        wxLogWarning("File '%s' does not contain a 'version:' line. Extension "
+                     "'%s' will not be enabled.",
+                     sideFile, extensionPath);
+        return false;
+    }
+    SExtensionVersion version;
+    if (!ParseExtensionVersion(rest, version))
+    {
+        wxLogWarning("File '%s' did not contain a properly formatted "
+                     "'version:' line. Extension '%s' will not be enabled.",
+                     sideFile, extensionPath);
+        return false;
+    }
+    if (version.major == Version::kMajor && version.minor == Version::kMinor &&
+        version.patch == Version::kPatch)
+        return true;
+    wxLogWarning("Ignoring extension '%s' since its version (%d.%d.%d) doesn't "
+                 "match ours (%d.%d.%d)",
+                 extensionPath, version.major, version.minor, version.patch,
+                 Version::kMajor, Version::kMinor, Version::kPatch);
+    return false;
+}

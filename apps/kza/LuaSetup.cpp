@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Step: what Lua finds when the application starts.
+//
+// Runs once per interpreter, on the script thread, inside a protected call:
+// every failure here is a Lua error.
+
+#include "AgentApp.h"
+
+#include "kza_core/Dom.h"
+#include "kza_core/LuaInterpreter.h"
+
+#include <lua.hpp>
+#include <wx/debug.h>
+
+#include <exception>
+
+namespace DomKey = KzaCore::DomKey;
+
+namespace
+{
+
+void SetDomainGlobals(lua_State* L, KzaCore::CDom* dom)
+{
+    KzaCore::PushDom(L, dom);
+    lua_pushvalue(L, -1);
+    lua_setglobal(L, "dom0");
+    lua_setglobal(L, "dom");
+}
+
+} // namespace
+
+int SetupLua(lua_State* L)
+{
+    auto* const pThis =
+        static_cast<CAgentApp*>(lua_touserdata(L, lua_upvalueindex(1)));
+    wxASSERT(pThis && (L == pThis->L()));
+    try
+    {
+        return pThis->SetupLua();
+    }
+    catch (const std::exception& error)
+    {
+        lua_pushstring(L, error.what());
+    }
+    return lua_error(L);
+}
+
+lua_State* CAgentApp::L() const
+{
+    return m_lua->L();
+}
+
+int CAgentApp::SetupLua()
+{
+    lua_State* const state = L();
+    luaL_checkversion_(state, 502);
+
+    const std::string cpath = m_dom->Get(DomKey::kLuaCPath);
+    const std::string path = m_dom->Get(DomKey::kLuaPath);
+    m_lua->SetPackagePaths(m_dom->Get(DomKey::kPathBin), path, cpath);
+    SetDomainGlobals(state, m_dom);
+    m_dom->RegisterLoader(state);
+    SetArguments();
+    return 0;
+}
+
+// As the stand-alone interpreter does, with the application's name in the
+// place of the script: words before "--" have negative indices.
+void CAgentApp::SetArguments()
+{
+    lua_State* const state = L();
+    int split = 0;
+    while (split < argc && wxString(argv[split]) != "--")
+        ++split;
+
+    luaL_checkstack(state, argc, "too many arguments to script");
+    lua_createtable(state, argc, 0);
+    for (int i = 0; i < argc; ++i)
+    {
+        const wxString word = i == split ? GetAppName() : wxString(argv[i]);
+        const wxScopedCharBuffer bytes = word.utf8_str();
+        lua_pushlstring(state, bytes.data(), bytes.length());
+        lua_rawseti(state, -2, i - split);
+    }
+    if (split == argc)
+    {
+        const wxScopedCharBuffer name = GetAppName().utf8_str();
+        lua_pushlstring(state, name.data(), name.length());
+        lua_rawseti(state, -2, 0);
+    }
+    lua_setglobal(state, "arg");
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "PluginPaths.h"
+
+#include <wx/tokenzr.h>
+
+wxString ExpandPathPlugins(const wxString& paths, const wxString& plugins)
+{
+    if (plugins.empty())
+        return paths;
+
+    // The tokenizer's default mode drops empty elements between delimiters
+    // that are white space only; ours are not, so empty elements are kept.
+    wxString result;
+    wxStringTokenizer pathTokens(paths, ";");
+    while (pathTokens.HasMoreTokens())
+    {
+        const wxString path = pathTokens.GetNextToken();
+        wxStringTokenizer pluginTokens(plugins, ",");
+        while (pluginTokens.HasMoreTokens())
+        {
+            wxString copy = path;
+            copy.Replace("@", pluginTokens.GetNextToken());
+            if (!result.empty())
+                result += ";";
+            result += copy;
+        }
+    }
+    return result;
+}

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Step: the run driver, on the main thread.
+//
+// In the foreground this process runs the application. In the background it
+// becomes the watchdog, and every worker that it forks runs the application.
+// A process that runs the application ends by itself and never returns here.
+
+#include "AgentApp.h"
+#include "Version.h"
+
+#include <wx/log.h>
+
+#include <csignal>
+#include <cstdlib>
+
+int CAgentApp::OnRun()
+{
+    if (!EnterFipsMode())
+        return 0;
+    if (m_background)
+    {
+        int status = 0;
+        if (!Daemonize(status))
+            return status;
+        return RunWatchdog();
+    }
+    wxLog::SetLogLevel(wxLOG_Max);
+    RunScriptApp();
+}
+
+void CAgentApp::RunScriptApp()
+{
+    // Before any other thread exists, so that all of them inherit it: SIGTERM
+    // stays pending until the script thread takes it with sigwait().
+    sigset_t term;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    sigprocmask(SIG_BLOCK, &term, nullptr);
+
+    CScriptThread thread;
+    thread.SetDom(m_dom);
+    if (!thread.start(50, true, 0))
+    {
+        TerminationCleanup();
+        exit(255);
+    }
+    const int status = wxAppConsole::OnRun();
+    thread.requestExit();
+    thread.join();
+    TerminationCleanup();
+    exit(status);
+}
+
+int CAgentApp::MainLoop()
+{
+    m_loop = std::make_unique<CMainLoop>(m_enteredLoop);
+    OnLaunched();
+    return m_loop->Run();
+}
+
+int CAgentApp::OnExit()
+{
+    if (m_isDefaultApp)
+    {
+        const wxTimeSpan runTime = wxDateTime::UNow() - m_startTime;
+        wxLogVerbose("KZA %s exiting. Run time was %s", Version::kText,
+                     runTime.Format("%Dd %H:%M:%S.%l"));
+    }
+    return wxAppConsole::OnExit();
+}

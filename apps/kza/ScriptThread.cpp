@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Step: the application script's life, on the script thread.
+//
+// The application is one Lua module named after it. Its functions init, main
+// and shutdown run in this order; a status other than 0 stops the sequence and
+// becomes the process's exit status.
+
+#include "AgentApp.h"
+#include "ApplTrace.h"
+
+#include "kza_core/Dom.h"
+#include "kza_core/LuaInterpreter.h"
+#include "kza_core/Profiler.h"
+
+#include <lua.hpp>
+#include <wx/crt.h>
+#include <wx/log.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+namespace
+{
+
+sigset_t TermSignal()
+{
+    sigset_t term;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    return term;
+}
+
+void AwaitTermSignal()
+{
+    const sigset_t term = TermSignal();
+    int signal = 0;
+    profiler_idle();
+    const int error = sigwait(&term, &signal);
+    profiler_running();
+    if (error == 0)
+    {
+        wxLogWarning("sigwait(): caught signal %d", signal);
+        return;
+    }
+    errno = error; // sigwait() returns it; the log reads it here
+    wxLogSysError("sigwait");
+}
+
+} // namespace
+
+CScriptThread::CScriptThread() : CRunnable(false, -1, false)
+{
+}
+
+CScriptThread::~CScriptThread() = default;
+
+const wchar_t* CScriptThread::GetThreadName() const
+{
+    return L"CScriptThread";
+}
+
+void CScriptThread::OnRun()
+{
+    CAgentApp& app = wxGetApp();
+    app.EndRun(app.OnRunScript());
+}
+
+void CAgentApp::EndRun(int status)
+{
+    if (!m_isDefaultApp && !m_background)
+    {
+        TerminationCleanup();
+        exit(status);
+    }
+    // The loop as it was before the idle event wakes it. A script that ends
+    // before the main thread has entered its loop leaves the run going.
+    CMainLoop* const loop = m_enteredLoop.load(std::memory_order_acquire);
+    QueueEvent(new wxIdleEvent);
+    if (loop != nullptr)
+        loop->Exit(status);
+}
+
+int CAgentApp::OnRunScript()
+{
+    if (!m_background)
+        return RunAppInteractively();
+
+    int status = RunAppInit();
+    if (status == 0)
+        status = RunAppMain();
+    if (status != 0)
+        return status;
+    AwaitTermSignal();
+    status = RunAppShutdown();
+    const sigset_t term = TermSignal();
+    pthread_sigmask(SIG_UNBLOCK, &term, nullptr);
+    return status;
+}
+
+int CAgentApp::RunAppInteractively()
+{
+    int status = RunAppInit();
+    if (status == 0)
+        status = m_unitTestScript.empty() ? RunAppMain() : RunUnitTests();
+    if (status != 0)
+        return status;
+    return RunAppShutdown();
+}
+
+int CAgentApp::RunAppInit()
+{
+    if (m_installPlugins)
+    {
+        UninstallOldPlugins();
+        InstallNewPlugins();
+    }
+    ExpandZippath();
+    InstallSignalDispositions();
+
+    const wxString name = wxString::Format("%s.lua", GetAppName());
+    m_lua = new KzaCore::CLuaInterpreter(false, name.wc_str(), true);
+    lua_State* const L = m_lua->L();
+    lua_pushlightuserdata(L, this);
+    lua_pushcclosure(L, ::SetupLua, 1);
+    int status = lua_pcall(L, 0, 0, 0);
+    if (status != LUA_OK)
+    {
+        const char* const reason = lua_tostring(L, -1);
+        wxFprintf(stderr, "Error setting up Lua:\n%s\n",
+                  reason == nullptr ? "" : reason);
+        return status;
+    }
+    status = RunCodeSnippet(
+        wxString::Format("kzaAppModule = require([[%s]]);", GetAppName()));
+    return status != 0 ? status : RunAppMethod(L"init");
+}
+
+int CAgentApp::RunAppMain()
+{
+    return RunAppMethod(L"main");
+}
+
+int CAgentApp::RunAppShutdown()
+{
+    return RunAppMethod(L"shutdown");
+}
+
+int CAgentApp::RunAppMethod(const wchar_t* method)
+{
+    APPL_TRACE("Running app's Lua method '%s'", method);
+    return RunCodeSnippet(
+        wxString::Format("if type(kzaAppModule.%1$s) == 'function' then return "
+                         "kzaAppModule.%1$s(); else return 0; end;",
+                         method));
+}

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "ArchiveLoader.h"
+
+#include "ArchiveSet.h"
+#include "LuaGuard.h"
+#include "LuaSearchers.h"
+#include "kza_core/Dom.h"
+
+#include <lua.hpp>
+
+#include <algorithm>
+#include <new>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// Registry names of the metatable of the userdata below, and of that itself.
+constexpr char kArchives[] = "kza.CArchiveSet";
+constexpr char kArchivesObject[] = "kza.archives";
+
+struct SArchives
+{
+    CDom& dom;
+    CArchiveSet set;
+};
+
+int CollectCB(lua_State* L)
+{
+    static_cast<SArchives*>(lua_touserdata(L, 1))->~SArchives();
+    return 0;
+}
+
+// As Lua's own loader of files does: a byte-order mark and a first line that
+// begins with '#' are no Lua. The line's end stays, to keep the line numbers.
+std::string_view Source(std::string_view bytes)
+{
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    if (bytes.substr(0, kMark.size()) == kMark)
+        bytes.remove_prefix(kMark.size());
+    if (!bytes.empty() && bytes.front() == '#')
+        bytes.remove_prefix(std::min(bytes.find('\n'), bytes.size()));
+    return bytes;
+}
+
+int LoadEntry(lua_State* L, const std::string& bytes, const std::string& place)
+{
+    const std::string_view source = Source(bytes);
+    const std::string name = "@" + place;
+    if (luaL_loadbufferx(L, source.data(), source.size(), name.c_str(),
+                         nullptr) != LUA_OK)
+        return luaL_error(L, "error loading module '%s' from file '%s':\n\t%s",
+                          lua_tostring(L, 1), place.c_str(),
+                          lua_tostring(L, -1));
+    lua_pushlstring(L, place.data(), place.size());
+    return 2;
+}
+
+int SearcherCB(lua_State* L)
+{
+    std::string file = luaL_checkstring(L, 1);
+    std::replace(file.begin(), file.end(), '.', '/');
+    const std::vector<std::string> names = {file + ".lua", file + "/init.lua"};
+    CArchiveSet* const archives = ArchivesOf(L);
+    std::string bytes;
+    std::string place;
+    std::string error;
+    switch (archives->Read(names, bytes, place, error))
+    {
+    case CArchiveSet::EResult::Found:
+        return LoadEntry(L, bytes, place);
+    case CArchiveSet::EResult::Broken:
+        return luaL_error(L, "error loading module '%s' from file '%s':\n\t%s",
+                          lua_tostring(L, 1), place.c_str(), error.c_str());
+    case CArchiveSet::EResult::Missing:
+        break;
+    }
+    const std::string tried = archives->DescribeMiss(names);
+    lua_pushlstring(L, tried.data(), tried.size());
+    return 1;
+}
+
+} // namespace
+
+void InstallArchiveLoader(lua_State* L, CDom& dom)
+{
+    void* const memory = lua_newuserdata(L, sizeof(SArchives));
+    new (memory) SArchives{dom, {}};
+    if (luaL_newmetatable(L, kArchives) != 0)
+    {
+        lua_pushcfunction(L, CollectCB);
+        lua_setfield(L, -2, "__gc");
+    }
+    lua_setmetatable(L, -2);
+    lua_setfield(L, LUA_REGISTRYINDEX, kArchivesObject);
+
+    lua_pushcfunction(L, Guarded<SearcherCB>);
+    InsertArchiveSearcher(L);
+}
+
+CArchiveSet* ArchivesOf(lua_State* L)
+{
+    lua_getfield(L, LUA_REGISTRYINDEX, kArchivesObject);
+    auto* const archives = static_cast<SArchives*>(lua_touserdata(L, -1));
+    lua_pop(L, 1);
+    if (archives == nullptr)
+        return nullptr;
+    archives->set.SetPaths(archives->dom.Get(DomKey::kLuaZipPath));
+    return &archives->set;
+}
+
+void CDom::RegisterLoader(lua_State* L)
+{
+    InstallArchiveLoader(L, *this);
+}
+
+} // namespace KzaCore

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/LuaInterpreter.h"
+
+#include "LuaSearchers.h"
+
+#include <lua.hpp>
+#include <wx/debug.h>
+#include <wx/log.h>
+#include <wx/stream.h>
+
+#include <array>
+#include <cstdio>
+#include <new>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+int PanicCB(lua_State* L)
+{
+    const char* const message = lua_tostring(L, -1);
+    wxLogError("Lua error outside of a protected call: %s",
+               message == nullptr ? "(not a string)" : message);
+    return 0; // Lua aborts the process
+}
+
+// Reads a chunk's source piece by piece.
+struct SSource
+{
+    wxInputStream& in;
+    std::array<char, 8192> buffer;
+};
+
+const char* ReadSourceCB(lua_State* /*L*/, void* data, size_t* size)
+{
+    auto* const source = static_cast<SSource*>(data);
+    source->in.Read(source->buffer.data(), source->buffer.size());
+    *size = source->in.LastRead();
+    return *size == 0 ? nullptr : source->buffer.data();
+}
+
+// Leaves the text of the error value at `index` on top of the stack.
+void PushErrorText(lua_State* L, int index)
+{
+    if (lua_isstring(L, index))
+        lua_pushvalue(L, index);
+    else if (luaL_callmeta(L, index, "__tostring") == 0 || !lua_isstring(L, -1))
+        lua_pushfstring(L, "(error object is a %s value)",
+                        luaL_typename(L, index));
+}
+
+// Runs where the error was raised, while the stack still tells the way there.
+int TracebackCB(lua_State* L)
+{
+    PushErrorText(L, 1);
+    luaL_traceback(L, L, lua_tostring(L, -1), 1);
+    return 1;
+}
+
+std::string TextOf(lua_State* L, int status)
+{
+    // Lua reports a C++ exception without a message; whatever is on the stack
+    // then has nothing to do with it.
+    if (status < 0)
+        return "a C++ exception ended the chunk";
+    size_t length = 0;
+    const char* const text = lua_tolstring(L, -1, &length);
+    return text == nullptr ? std::string("(no message)")
+                           : std::string(text, length);
+}
+
+} // namespace
+
+CLuaInterpreter::CLuaInterpreter(bool reserved,
+                                 const wchar_t* name,
+                                 bool openLibraries)
+    : m_state(luaL_newstate()), m_name(wxString(name).utf8_str())
+{
+    wxASSERT(!reserved);
+    wxUnusedVar(reserved);
+    if (m_state == nullptr)
+        throw std::bad_alloc();
+    lua_atpanic(m_state, PanicCB);
+    if (!openLibraries)
+        return;
+
+    // The agent runs as root: what the environment says about where code comes
+    // from is not trusted. Lua's own name for "ignore LUA_PATH and LUA_CPATH".
+    lua_pushboolean(m_state, 1);
+    lua_setfield(m_state, LUA_REGISTRYINDEX, "LUA_NOENV");
+    luaL_openlibs(m_state);
+    ReplacePrint();
+}
+
+CLuaInterpreter::~CLuaInterpreter()
+{
+    lua_close(m_state);
+}
+
+void CLuaInterpreter::SetPackagePaths(const std::string& bin,
+                                      const std::string& path,
+                                      const std::string& cpath)
+{
+    SetSearchPaths(m_state, bin, path, cpath);
+}
+
+int CLuaInterpreter::RunScript(wxInputStream& in,
+                               int args,
+                               int results,
+                               const wxString& chunkName,
+                               wxOutputStream* out)
+{
+    lua_State* const L = m_state;
+    const int base = lua_gettop(L) - args;
+    m_errorInfo.clear();
+
+    lua_pushcfunction(L, TracebackCB);
+    lua_insert(L, base + 1);
+
+    SSource source{in, {}};
+    const std::string name = "=" + std::string(chunkName.utf8_str());
+    int status = lua_load(L, ReadSourceCB, &source, name.c_str(), nullptr);
+    if (status == LUA_OK)
+    {
+        lua_insert(L, base + 2);
+        wxOutputStream* const outer = m_out;
+        m_out = out;
+        status = lua_pcall(L, args, results, base + 1);
+        m_out = outer;
+    }
+    if (status != LUA_OK)
+    {
+        m_errorInfo = TextOf(L, status);
+        lua_settop(L, base);
+        return status;
+    }
+    lua_remove(L, base + 1);
+    return 0;
+}
+
+wxString CLuaInterpreter::GetErrorInfo() const
+{
+    // A message may quote bytes that are not UTF-8; they are shown one by one.
+    const wxString text =
+        wxString::FromUTF8(m_errorInfo.data(), m_errorInfo.size());
+    return text.empty() && !m_errorInfo.empty()
+               ? wxString(m_errorInfo.c_str(), wxConvISO8859_1)
+               : text;
+}
+
+// As Lua's own print, but to where the running chunk's output goes. Through
+// the stream over standard output it shares the C stream's buffer with
+// io.write, so the two keep their order.
+int CLuaInterpreter::PrintCB(lua_State* L)
+{
+    const auto* const self =
+        static_cast<CLuaInterpreter*>(lua_touserdata(L, lua_upvalueindex(1)));
+    const int count = lua_gettop(L);
+    luaL_Buffer line;
+    luaL_buffinit(L, &line);
+    for (int i = 1; i <= count; ++i)
+    {
+        if (i > 1)
+            luaL_addchar(&line, '\t');
+        luaL_tolstring(L, i, nullptr);
+        luaL_addvalue(&line);
+    }
+    luaL_addchar(&line, '\n');
+    luaL_pushresult(&line);
+
+    size_t length = 0;
+    const char* const text = lua_tolstring(L, -1, &length);
+    if (self->m_out == nullptr)
+        fwrite(text, 1, length, stdout);
+    else
+        self->m_out->Write(text, length);
+    return 0;
+}
+
+void CLuaInterpreter::ReplacePrint()
+{
+    lua_pushlightuserdata(m_state, this);
+    lua_pushcclosure(m_state, PrintCB, 1);
+    lua_setglobal(m_state, "print");
+}
+
+} // namespace KzaCore

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/Runnable.h"
+
+#include "WakeUp.h"
+#include "kza_core/Log2Disk.h"
+
+#include <wx/app.h>
+#include <wx/log.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+extern "C" void WakeUpSignalCB(int /*signal*/)
+{
+    // Being delivered is all it is for: a blocking call returns with EINTR.
+}
+
+// The default action of a real-time signal ends the process.
+void EnsureWakeUpHandler()
+{
+    struct sigaction action
+    {
+    };
+    if (sigaction(CRunnable::SigThreadDelete, nullptr, &action) != 0 ||
+        action.sa_handler != SIG_DFL)
+        return;
+    action.sa_handler = WakeUpSignalCB;
+    action.sa_flags = 0; // no SA_RESTART: the call must return
+    sigemptyset(&action.sa_mask);
+    sigaction(CRunnable::SigThreadDelete, &action, nullptr);
+}
+
+// The thread's own log target, for as long as it runs. Without one the
+// framework keeps the records until the main thread is idle, and loses them
+// when a thread ends the process.
+class CThreadLogTarget
+{
+public:
+    CThreadLogTarget() { wxLog::SetThreadActiveTarget(new CLog2Disk); }
+    ~CThreadLogTarget() { delete wxLog::SetThreadActiveTarget(nullptr); }
+
+    CThreadLogTarget(const CThreadLogTarget&) = delete;
+    CThreadLogTarget& operator=(const CThreadLogTarget&) = delete;
+};
+
+} // namespace
+
+// Past the numbers that C libraries keep for themselves and that debuggers and
+// profilers like to use.
+const int CRunnable::SigThreadDelete = SIGRTMIN + 5;
+
+CRunnable::CRunnable(bool reserved1, int reserved2, bool reserved3)
+    : wxThread(wxTHREAD_JOINABLE)
+{
+    wxASSERT(!reserved1 && reserved2 == -1 && !reserved3);
+    wxUnusedVar(reserved1);
+    wxUnusedVar(reserved2);
+    wxUnusedVar(reserved3);
+}
+
+CRunnable::~CRunnable() = default;
+
+wxThreadError CRunnable::Delete(void** exitCode)
+{
+    requestExit();
+    const ExitCode code = JoinOnce();
+    if (exitCode != nullptr)
+        *exitCode = code;
+    return wxTHREAD_NO_ERROR;
+}
+
+const wchar_t* CRunnable::GetThreadName() const
+{
+    return L"CRunnable";
+}
+
+void CRunnable::Awaken()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_wakeUp)
+        m_wakeUp->Signal();
+}
+
+void CRunnable::interrupt()
+{
+    // Under the lock the thread cannot end in between.
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_wakeUp)
+        pthread_kill(m_thread, SigThreadDelete);
+}
+
+void CRunnable::requestExit()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_exitRequested = true;
+        if (m_wakeUp)
+            m_wakeUp->RequestExit();
+    }
+    Awaken();
+    interrupt();
+}
+
+bool CRunnable::TestDestroy()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_exitRequested;
+}
+
+bool CRunnable::TestDestroy(unsigned int timeout, bool* requested)
+{
+    SleepFor(std::chrono::milliseconds(timeout));
+    const bool exit = TestDestroy();
+    if (requested != nullptr)
+        *requested = exit;
+    return exit;
+}
+
+bool CRunnable::start(unsigned int priority,
+                      bool joinable,
+                      unsigned int stackSize)
+{
+    wxASSERT(joinable);
+    wxUnusedVar(joinable);
+    EnsureWakeUpHandler();
+
+    // The framework logs why the system gives no thread.
+    if (Create(stackSize) != wxTHREAD_NO_ERROR)
+        return false;
+    SetPriority(priority);
+    m_started = Run() == wxTHREAD_NO_ERROR;
+    return m_started;
+}
+
+void CRunnable::join()
+{
+    JoinOnce();
+}
+
+wxThread::ExitCode CRunnable::JoinOnce()
+{
+    if (!m_started)
+        return nullptr;
+    m_started = false;
+    return Wait(wxTHREAD_WAIT_BLOCK);
+}
+
+bool CRunnable::SleepFor(std::chrono::milliseconds time)
+{
+    return CWakeUp::Current()->SleepFor(time);
+}
+
+wxThread::ExitCode CRunnable::Entry()
+{
+    const CThreadLogTarget logTarget;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_thread = pthread_self();
+        m_wakeUp = CWakeUp::Current();
+        if (m_exitRequested)
+            m_wakeUp->RequestExit();
+    }
+    try
+    {
+        OnRun();
+    }
+    catch (...)
+    {
+        // The framework would call the same hook and then just end the
+        // thread, with the main loop waiting for ever.
+        if (wxTheApp != nullptr)
+            wxTheApp->OnUnhandledException();
+        exit(255);
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_wakeUp.reset();
+    return nullptr;
+}
+
+} // namespace KzaCore

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "support/Host.h"
+
+#include <filesystem>
+#include <regex>
+
+namespace fs = std::filesystem;
+
+namespace TestSupport
+{
+
+namespace
+{
+
+void CopyInto(const fs::path& from, const fs::path& to)
+{
+    fs::copy(from, to, fs::copy_options::recursive);
+}
+
+} // namespace
+
+CHost::CHost(bool withArchives)
+{
+    const fs::path stage = KZA_STAGE_DIR;
+    CopyInto(stage / "kz_agent", Agent());
+    CopyInto(stage / "lib", File("lib"));
+    CopyInto(stage / "lua", File("lua"));
+    if (withArchives)
+        CopyInto(stage / "kza_core", File("kza_core"));
+}
+
+void CHost::AddModule(const std::string& name, const std::string& source) const
+{
+    WriteFile(File("lua/" + name + ".lua"), source);
+}
+
+std::vector<std::string> CHost::Words(
+    const std::vector<std::string>& arguments) const
+{
+    std::vector<std::string> words = {Agent()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+SProcessResult CHost::Run(const std::vector<std::string>& arguments,
+                          const SProcessOptions& options) const
+{
+    return TestSupport::Run(Words(arguments), options);
+}
+
+SProcessResult CHost::RunTool(const std::string& name,
+                              const std::string& source,
+                              const std::vector<std::string>& arguments,
+                              const SProcessOptions& options) const
+{
+    AddModule(name, source);
+    std::vector<std::string> all = {"--appname", name};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return Run(all, options);
+}
+
+std::string RecordText(const std::string& line)
+{
+    static const std::regex kRecord(
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \[\d+:\d+\] (.*))");
+    std::smatch match;
+    return std::regex_match(line, match, kRecord) ? match[1].str()
+                                                  : std::string();
+}
+
+} // namespace TestSupport

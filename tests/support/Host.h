@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// An installation of a test's own.
+
+#pragma once
+
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <string>
+#include <vector>
+
+namespace TestSupport
+{
+
+/// A copy of the staged installation in a temporary directory. What a test
+/// puts beside the executable is seen by it alone.
+///
+/// Pid files lie outside: a test of background mode needs a name of its own.
+class CHost
+{
+public:
+    /// \param withArchives  Also copy kza_core/ with the example application
+    ///                      and the core archive.
+    explicit CHost(bool withArchives = true);
+
+    /// The directory of the executable, without a trailing separator.
+    [[nodiscard]] const std::string& Bin() const { return m_dir.Path(); }
+    [[nodiscard]] std::string File(const std::string& name) const
+    {
+        return m_dir.File(name);
+    }
+    [[nodiscard]] std::string Agent() const { return File("kz_agent"); }
+    [[nodiscard]] std::string Work() const { return File("work"); }
+
+    /// The log of an application run with the default working directory.
+    [[nodiscard]] std::string Log(
+        const std::string& application = "kz_agent") const
+    {
+        return ReadFile(File("work/log/" + application + ".log"));
+    }
+
+    /// Writes a Lua module to <bin>/lua/<name>.lua, where `require` finds it.
+    void AddModule(const std::string& name, const std::string& source) const;
+
+    /// The words that start the agent.
+    [[nodiscard]] std::vector<std::string> Words(
+        const std::vector<std::string>& arguments) const;
+
+    [[nodiscard]] SProcessResult Run(const std::vector<std::string>& arguments,
+                                     const SProcessOptions& options = {}) const;
+
+    /// Runs a Lua tool of one module: `kz_agent --appname <name> …` with the
+    /// source as that module.
+    [[nodiscard]] SProcessResult RunTool(
+        const std::string& name,
+        const std::string& source,
+        const std::vector<std::string>& arguments = {},
+        const SProcessOptions& options = {}) const;
+
+private:
+    CTempDir m_dir;
+};
+
+/// The text of a log record without what differs from run to run: date, time,
+/// process and thread. Empty when the line is no record.
+std::string RecordText(const std::string& line);
+
+} // namespace TestSupport
