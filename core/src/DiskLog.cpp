@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "DiskLog.h"
+
+#include "kza_core/Dom.h"
+
+#include <wx/log.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// What is kept while the file's place is unknown: start-up makes a handful.
+constexpr std::size_t kMostKept = 1000;
+constexpr std::size_t kMostKeptBytes = 256 * 1024;
+
+// True while the thread is inside the log.
+thread_local volatile bool t_inside = false;
+
+class CInside
+{
+public:
+    CInside() { t_inside = true; }
+    ~CInside() { t_inside = false; }
+    CInside(const CInside&) = delete;
+    CInside& operator=(const CInside&) = delete;
+};
+
+// One attempt: there is nobody to tell when it fails.
+void Put(int file, std::string_view text)
+{
+    while (write(file, text.data(), text.size()) < 0 && errno == EINTR)
+    {
+    }
+}
+
+std::wstring_view View(const wxString& text)
+{
+    return {text.wx_str(), text.length()};
+}
+
+wxString Records(std::uint64_t count)
+{
+    return count == 1
+               ? wxString("1 record")
+               : wxString::Format("%llu records",
+                                  static_cast<unsigned long long>(count));
+}
+
+std::string FileName(const std::string& appName)
+{
+    std::string name = appName + ".log";
+    std::replace(name.begin(), name.end(), '/', '_');
+    return name;
+}
+
+void BeforeForkCB()
+{
+    ProcessLog().BeforeFork();
+}
+
+void AfterForkInParentCB()
+{
+    ProcessLog().AfterForkInParent();
+}
+
+void AfterForkInChildCB()
+{
+    ProcessLog().AfterForkInChild();
+}
+
+void OnExitCB()
+{
+    ProcessLog().FlushKept();
+}
+
+CDiskLog* MakeProcessLog()
+{
+    pthread_atfork(BeforeForkCB, AfterForkInParentCB, AfterForkInChildCB);
+    static_cast<void>(std::atexit(OnExitCB));
+    return new CDiskLog;
+}
+
+bool ToNumber(const std::string& text, long long& number)
+{
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+// A setting given with --domain_var is text.
+void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
+{
+    long long number = -1;
+    if ((dom.Get(key, number) || ToNumber(dom.Get(key), number)) && number >= 0)
+        value = number;
+}
+
+void ReadSwitch(const CDom& dom, const char* key, bool& value)
+{
+    if (!dom.Get(key, value))
+        value = dom.Get(key) == "true";
+}
+
+} // namespace
+
+CDiskLog& ProcessLog()
+{
+    static CDiskLog* const log = MakeProcessLog();
+    return *log;
+}
+
+void ConfigureDiskLog(const CDom& dom)
+{
+    // Whoever changed a key reads after the change; the last one to come here
+    // has read all changes.
+    static std::mutex& oneAtATime = *new std::mutex;
+    const std::lock_guard guard(oneAtATime);
+
+    LogSettings settings;
+    settings.workDir = dom.Get(DomKey::kPathWork);
+    settings.appName = dom.Get(DomKey::kName);
+    ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
+    ReadNumber(dom, DomKey::kLogKeep, settings.keep);
+    ReadSwitch(dom, DomKey::kLogConsole, settings.console);
+    ProcessLog().Configure(settings);
+}
+
+void CDiskLog::Configure(const LogSettings& settings)
+{
+    const CInside inside;
+    const std::lock_guard guard(m_lock);
+    const auto keep = std::min(settings.keep, LogSettings::kMostKept);
+    m_file.SetLimits(settings.maxSize, static_cast<int>(keep));
+    m_console = settings.console;
+    if (settings.workDir.empty() || settings.appName.empty())
+        return;
+    m_appName = settings.appName;
+    m_file.SetPlace(settings.workDir + "/log", FileName(settings.appName));
+    m_placeKnown = true;
+    m_complained = false;
+    WriteKept();
+}
+
+void CDiskLog::Write(const LogEntry& entry)
+{
+    if (t_inside)
+    {
+        const CLogLine line(entry, CLogLine::EStamp::Cached);
+        Put(m_file.IsOpen() ? m_file.Descriptor() : STDERR_FILENO, line.Text());
+        return;
+    }
+    const CInside inside;
+    const CLogLine line(entry);
+    const std::lock_guard guard(m_lock);
+    if (line.Text().empty())
+        Lose(ENOMEM);
+    else
+        Deliver(line.Text());
+}
+
+void CDiskLog::Deliver(std::string_view line)
+{
+    if (!m_placeKnown)
+    {
+        Keep(line);
+        return;
+    }
+    WriteKept();
+    WriteOut(line);
+}
+
+void CDiskLog::Keep(std::string_view line)
+{
+    // The first ones tell more about a start that fails than the last.
+    if (m_kept.size() == kMostKept ||
+        m_keptBytes + line.size() > kMostKeptBytes)
+    {
+        ++m_dropped;
+        return;
+    }
+    m_kept.emplace_back(line);
+    m_keptBytes += line.size();
+}
+
+void CDiskLog::WriteKept()
+{
+    // What cannot be written yet is still kept.
+    if (m_kept.empty() || m_file.Prepare(std::time(nullptr)) != 0)
+        return;
+    const std::vector<std::string> kept = std::move(m_kept);
+    m_kept.clear();
+    m_keptBytes = 0;
+    for (const std::string& line : kept)
+        WriteOut(line);
+    if (m_dropped == 0)
+        return;
+    const std::uint64_t dropped = m_dropped;
+    m_dropped = 0;
+    Say(Records(dropped) + " made before the log's place was known could "
+                           "not be kept",
+        std::time(nullptr));
+}
+
+void CDiskLog::WriteOut(std::string_view line)
+{
+    const std::time_t now = std::time(nullptr);
+    const int error =
+        m_lost > 0 && !SayLost(now) ? m_lostError : m_file.Append(line, now);
+    if (m_console)
+        Put(STDERR_FILENO, line);
+    if (error != 0)
+    {
+        Lose(error);
+        return;
+    }
+    m_complained = false;
+    if (const int reason = m_file.TakeRotationError())
+        Say("Unable to rotate the log: " + wxSysErrorMsgStr(reason), now);
+}
+
+bool CDiskLog::SayLost(std::time_t now)
+{
+    const wxString text =
+        Records(m_lost) + " lost: " + wxSysErrorMsgStr(m_lostError);
+    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
+    if (const int error = m_file.Append(line.Text(), now))
+    {
+        m_lostError = error;
+        return false;
+    }
+    m_lost = 0;
+    return true;
+}
+
+void CDiskLog::Lose(int error)
+{
+    ++m_lost;
+    m_lostError = error;
+    if (m_placeKnown && !m_file.IsOpen())
+        Complain(error);
+}
+
+void CDiskLog::Complain(int error)
+{
+    if (m_complained)
+        return;
+    m_complained = true;
+    const std::string reason = wxSysErrorMsgStr(error).utf8_string();
+    Put(STDERR_FILENO, m_appName + ": cannot write the log " + m_file.Path() +
+                           ": " + reason + "\n");
+}
+
+void CDiskLog::Say(const wxString& text, std::time_t now)
+{
+    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
+    WriteOut(line.Text());
+}
+
+void CDiskLog::FlushKept()
+{
+    const CInside inside;
+    const std::lock_guard guard(m_lock);
+    for (const std::string& line : m_kept)
+        Put(STDERR_FILENO, line);
+    m_kept.clear();
+}
+
+void CDiskLog::AfterForkInChild()
+{
+    // The parent writes what is kept, and owns up to what is lost.
+    m_kept.clear();
+    m_keptBytes = 0;
+    m_dropped = 0;
+    m_lost = 0;
+    ForgetLogIdentity();
+    m_lock.unlock();
+}
+
+} // namespace KzaCore

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/Log2Disk.h"
+
+#include "DiskLog.h"
+
+#include <wx/thread.h>
+
+#include <ctime>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+std::wstring_view View(const wxString& text)
+{
+    return {text.wx_str(), text.length()};
+}
+
+ELogLevel LevelOf(wxLogLevel level)
+{
+    switch (level)
+    {
+    case wxLOG_FatalError:
+    case wxLOG_Error:
+        return ELogLevel::Error;
+    case wxLOG_Warning:
+        return ELogLevel::Warning;
+    case wxLOG_Message:
+    case wxLOG_Status:
+        return ELogLevel::Message;
+    case wxLOG_Info: // wxLogVerbose() makes these too
+        return ELogLevel::Info;
+    case wxLOG_Trace:
+        return ELogLevel::Trace;
+    default:
+        return ELogLevel::Debug;
+    }
+}
+
+bool IsAdmitted(ELogLevel level)
+{
+    const wxLogLevel most = wxLog::GetLogLevel();
+    switch (level)
+    {
+    case ELogLevel::Error:
+        return most >= wxLOG_Error;
+    case ELogLevel::Warning:
+        return most >= wxLOG_Warning;
+    case ELogLevel::Message:
+        return most >= wxLOG_Message;
+    case ELogLevel::Info:
+        return most >= wxLOG_Info;
+    case ELogLevel::Verbose:
+        return most >= wxLOG_Info && wxLog::GetVerbose();
+    case ELogLevel::Debug:
+        return most >= wxLOG_Debug;
+    case ELogLevel::Trace:
+        break;
+    }
+    return most >= wxLOG_Trace;
+}
+
+} // namespace
+
+CLog2Disk::CLog2Disk() = default;
+
+void CLog2Disk::DoLogRecord(wxLogLevel level,
+                            const wxString& msg,
+                            const wxLogRecordInfo& info)
+{
+    const wxString component(info.component);
+    const LogPosition position = {info.filename, info.line, info.func};
+    LogEntry entry = {LevelOf(level), View(component), View(msg), 0};
+    entry.time = static_cast<std::time_t>(info.timestampMS / 1000);
+    if (entry.level == ELogLevel::Trace)
+        entry.position = &position;
+    // The main thread shows what threads without a target of their own said.
+    entry.ownThread = info.threadId == wxThread::GetCurrentId();
+    ProcessLog().Write(entry);
+}
+
+void LogToDisk(ELogLevel level, const wxString& component, const wxString& text)
+{
+    if (IsAdmitted(level))
+        ProcessLog().Write(
+            {level, View(component), View(text), std::time(nullptr)});
+}
+
+} // namespace KzaCore

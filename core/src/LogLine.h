@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One record of the log as the line that the file holds:
+//   YYYY-MM-DD HH:MM:SS [pid:tid] LEVEL component: text
+//
+// Threads: any; an object belongs to its thread. Making a line takes no lock
+// of ours and logs nothing.
+
+#pragma once
+
+#include "kza_core/Log2Disk.h"
+
+#include <array>
+#include <cstddef>
+#include <ctime>
+#include <memory>
+#include <string_view>
+
+namespace KzaCore
+{
+
+/// Stands for an empty component.
+inline constexpr std::wstring_view kDefaultComponent = L"kza";
+
+/// Where in the sources a trace record was made; null texts are shown as `?`.
+struct LogPosition
+{
+    const char* file;
+    int line;
+    const char* function;
+};
+
+/// What a line is made of. Holds no text itself.
+struct LogEntry
+{
+    ELogLevel level;
+    std::wstring_view component;
+    std::wstring_view text;
+    std::time_t time;
+    const LogPosition* position = nullptr; // shown before the text
+    bool ownThread = true; // false: of another thread, shown as number 0
+};
+
+class CLogLine
+{
+public:
+    /// Where the time stamp comes from.
+    enum class EStamp
+    {
+        Entry, // the entry's time
+        Cached // the last stamp of this thread; takes no lock of libc
+    };
+
+    explicit CLogLine(const LogEntry& entry, EStamp stamp = EStamp::Entry);
+
+    CLogLine(const CLogLine&) = delete;
+    CLogLine& operator=(const CLogLine&) = delete;
+
+    /// The line with its newline; empty when there was no memory for it.
+    [[nodiscard]] std::string_view Text() const { return {m_text, m_length}; }
+
+private:
+    char* Room(std::size_t size);
+
+    // Nearly every line fits here, so that logging needs no allocation.
+    std::array<char, 2048> m_small;
+    std::unique_ptr<char[]> m_large;
+    const char* m_text = nullptr;
+    std::size_t m_length = 0;
+};
+
+/// Forgets what is kept of the calling thread's identity; for a new process
+/// after a fork.
+void ForgetLogIdentity();
+
+// The parts of a line, for tests. Each writes to `out`, which has room, and
+// returns the place behind what it wrote.
+
+/// Bytes that a character of a text takes at most.
+inline constexpr std::size_t kMaxBytesShown = 4;
+
+/// Appends a text as UTF-8 that stays on its line: a line break is shown as
+/// `\n`, a carriage return as `\r`, any other control character but the tab
+/// as `\x` and two hexadecimal digits, so that nobody can forge a record or
+/// steer the reader's terminal. What is no character is shown as U+FFFD.
+char* AppendShown(char* out, std::wstring_view text);
+
+/// The same for bytes that are UTF-8 already.
+char* AppendShown(char* out, std::string_view text);
+
+} // namespace KzaCore

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The set of traced components, behind LogTraceIsEnabled().
+//
+// Threads: any.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KzaCore
+{
+
+class CDom;
+
+/// A set of components as the settings write it; never changes once made.
+class CTraceSet
+{
+public:
+    CTraceSet() = default;
+
+    /// \param list  Names separated by commas, blanks around them left out;
+    ///              `*` stands for every component.
+    explicit CTraceSet(std::wstring_view list);
+
+    [[nodiscard]] bool Has(std::wstring_view component) const;
+
+    [[nodiscard]] bool HasAll() const { return m_all; }
+    [[nodiscard]] const std::vector<std::wstring>& Names() const
+    {
+        return m_names;
+    }
+
+private:
+    std::vector<std::wstring> m_names; // sorted
+    bool m_all = false;
+};
+
+/// Takes the traced components from the domain's keys `app.trace` and
+/// `app.trace+`, which add up; to be called when one of them changed.
+void RefreshTrace(const CDom& dom);
+
+} // namespace KzaCore
