@@ -64,8 +64,8 @@ CArchiveSet::EResult CArchiveSet::Read(const std::vector<std::string>& names,
     if (member == nullptr)
         return EResult::Missing;
     place = member->path + "/" + std::string(entry->name);
-    return member->archive.Read(*entry, bytes, error) ? EResult::Found
-                                                      : EResult::Broken;
+    return member->archive->Read(*entry, bytes, error) ? EResult::Found
+                                                       : EResult::Broken;
 }
 
 std::string CArchiveSet::DescribeMiss(
@@ -88,9 +88,9 @@ std::string CArchiveSet::DescribeMiss(
 
 void CArchiveSet::Open(SMember& member)
 {
-    member.opened = true;
     member.problem.clear();
-    if (member.archive.Open(member.path, member.problem))
+    member.archive = std::make_unique<CZipArchive>();
+    if (member.archive->Open(member.path, member.problem))
     {
         member.warned = false;
         return;
@@ -105,11 +105,11 @@ void CArchiveSet::Open(SMember& member)
 // True when the archive is another one than before.
 bool CArchiveSet::Refresh(SMember& member)
 {
-    if (member.opened && member.problem.empty() && !member.archive.IsStale())
+    const bool wasUsable = member.IsUsable();
+    if (wasUsable && !member.archive->IsStale())
         return false;
-    const bool wasUsable = member.opened && member.problem.empty();
     Open(member);
-    return wasUsable || member.problem.empty();
+    return wasUsable || member.IsUsable();
 }
 
 bool CArchiveSet::RefreshAll()
@@ -126,13 +126,13 @@ CArchiveSet::SMember* CArchiveSet::Find(const std::vector<std::string>& names,
 {
     for (const auto& member : m_members)
     {
-        if (!member->opened)
+        if (member->archive == nullptr)
             Open(*member);
-        if (!member->problem.empty())
+        if (!member->IsUsable())
             continue;
         for (const std::string& name : names)
         {
-            entry = member->archive.Find(name);
+            entry = member->archive->Find(name);
             if (entry != nullptr)
                 return member.get();
         }

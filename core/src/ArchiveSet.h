@@ -57,10 +57,14 @@ private:
     struct SMember
     {
         std::string path;
-        CZipArchive archive;
+        std::unique_ptr<CZipArchive> archive; // null until tried
         std::string problem; // why it cannot be used, empty when it can
-        bool opened = false; // tried once, whatever came of it
         bool warned = false;
+
+        [[nodiscard]] bool IsUsable() const
+        {
+            return archive != nullptr && problem.empty();
+        }
     };
 
     static void Open(SMember& member);
