@@ -134,6 +134,12 @@ private:
     void SetArguments(); // LuaSetup.cpp
     int RunToStandardOutput(const wxString& code, const wxString& name);
 
+    // Steps of UninstallOldPlugins and InstallNewPlugins; false leaves the
+    // package where it is.
+    bool ApplyRemoval(const wxFileName& package, const wxFileName& directory);
+    bool
+    ApplyInstallation(const wxFileName& package, const wxFileName& directory);
+
     // Steps of OnCmdLineParsed (CommandLine.cpp).
     void ApplyName(wxCmdLineParser& parser);
     void ApplySwitches(wxCmdLineParser& parser);
@@ -155,10 +161,6 @@ private:
     bool Daemonize(int& status);      // Daemon.cpp
     int RunWatchdog();                // Watchdog.cpp
     [[noreturn]] void RunScriptApp(); // Run.cpp
-
-    // Steps of the watchdog (Watchdog.cpp).
-    int SuperviseWorkers();
-    pid_t ForkWorker();
 
     bool m_reserved = false;
     bool m_installPlugins = false;
@@ -201,11 +203,6 @@ extern "C" void KzaSignalHandler(int signal);
 /// Installs the dispositions of a process that runs the application and
 /// blocks SIGINT and SIGTERM in the calling thread.
 void InstallSignalDispositions();
-
-/// Makes the calling process, the watchdog, relay SIGTERM with pass_signal().
-///
-/// \param pidFile  The file that the first SIGTERM removes.
-void InstallStopRelay(const wxString& pidFile);
 
 /// The watchdog's relay of SIGTERM to its process group, and what it reads.
 /// Set before the handler is installed, constant afterwards.
