@@ -162,6 +162,10 @@ private:
     int RunWatchdog();                // Watchdog.cpp
     [[noreturn]] void RunScriptApp(); // Run.cpp
 
+    // Steps of the watchdog (Watchdog.cpp).
+    int SuperviseWorkers();
+    pid_t ForkWorker();
+
     bool m_reserved = false;
     bool m_installPlugins = false;
     bool m_isDefaultApp = false;
@@ -203,6 +207,11 @@ extern "C" void KzaSignalHandler(int signal);
 /// Installs the dispositions of a process that runs the application and
 /// blocks SIGINT and SIGTERM in the calling thread.
 void InstallSignalDispositions();
+
+/// Makes the calling process, the watchdog, relay SIGTERM with pass_signal().
+///
+/// \param pidFile  The file that the first SIGTERM removes.
+void InstallStopRelay(const wxString& pidFile);
 
 /// The watchdog's relay of SIGTERM to its process group, and what it reads.
 /// Set before the handler is installed, constant afterwards.

@@ -2,6 +2,8 @@
 
 #include "LogFile.h"
 
+#include "Descriptor.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -18,25 +20,6 @@ namespace
 // Other writers fill the file too: so many bytes of our own at most, or a
 // second, pass between two looks at its size.
 constexpr std::int64_t kLookBytes = 64 * 1024;
-
-// Closes what it holds.
-class CDescriptor
-{
-public:
-    explicit CDescriptor(int descriptor) : m_descriptor(descriptor) {}
-    ~CDescriptor()
-    {
-        if (m_descriptor >= 0)
-            close(m_descriptor);
-    }
-    CDescriptor(const CDescriptor&) = delete;
-    CDescriptor& operator=(const CDescriptor&) = delete;
-
-    [[nodiscard]] int Get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 int OpenDirectory(const std::string& directory)
 {

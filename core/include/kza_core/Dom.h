@@ -173,8 +173,6 @@ public:
 private:
     explicit CDom(const char* name);
 
-    void NoteChange(const std::string& key);
-
     std::string m_name;
     std::unique_ptr<CDomStore> m_store;
 };

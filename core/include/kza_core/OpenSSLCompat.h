@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What differs between the generations of OpenSSL, 1.0 and 1.1 or later. No
-// other file tests an OpenSSL version.
+// What differs between the generations of OpenSSL: locking and clean-up came
+// with 1.1, FIPS mode by a provider with 3.0. No other file tests an OpenSSL
+// version.
 //
 // Threads: the main thread, unless a function says otherwise.
 
@@ -14,16 +15,47 @@
 #include <openssl/opensslv.h>
 #include <openssl/ssl.h>
 
+#include <string>
+
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 #include <pthread.h>
 
 #include <vector>
 #endif
 
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+#include "kza_core/OpenSSLFipsProvider.h"
+#endif
+
 namespace KzaCore
 {
 namespace OpenSSLCompat
 {
+
+#if OPENSSL_VERSION_NUMBER < 0x30000000L
+
+/// The error that says "this OpenSSL has no FIPS support".
+inline constexpr unsigned long kFipsNotSupported = 0x0F06D065;
+
+/// Switches the library into FIPS mode, which is compiled into it or not.
+///
+/// \return 0, else the first error.
+inline unsigned long EnterFips(const std::string& /*root*/)
+{
+    return FIPS_mode_set(1) == 1 ? 0 : ERR_get_error();
+}
+
+inline void ReleaseFips()
+{
+}
+
+/// The text of an error code.
+inline std::string ErrorText(unsigned long code)
+{
+    return ERR_error_string(code, nullptr);
+}
+
+#endif
 
 #if OPENSSL_VERSION_NUMBER < 0x10100000L
 
@@ -89,6 +121,7 @@ inline void RemoveLocking()
 inline void CleanUp()
 {
     CONF_modules_unload(1);
+    ReleaseFips();
 }
 
 #endif

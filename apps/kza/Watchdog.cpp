@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Watchdog: keep one worker alive and know when to stop trying.
+//
+// Runs in the parent while it has one thread, no Lua state and no open
+// database; only that makes the plain fork below safe. Whether to start again
+// and after which delay is decided by CRestartPolicy; this file forks, waits
+// and reports. The watchdog reaps each worker before it starts the next one.
+
+#include "AgentApp.h"
+
+#include "RestartPolicy.h"
+
+#include "kza_core/Execute.h"
+
+#include <wx/filefn.h>
+#include <wx/log.h>
+#include <wx/thread.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int kFailed = -1;
+
+// A worker that ends with this code wants the kernel driver stopped before its
+// successor starts.
+constexpr int kExitStopDriver = 3;
+constexpr char kDriverScript[] = "/opt/kz_agent/SunOS.init";
+constexpr char kDriverScriptArguments[] = "stopmod";
+
+bool IsCrashSignal(int signal)
+{
+    return signal == SIGILL || signal == SIGTRAP || signal == SIGABRT ||
+           signal == SIGSEGV;
+}
+
+int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
+{
+    wxLogError("Too many restarts in too short of a time, exiting "
+               "(%d restarts in less than %d seconds)",
+               next.recentStarts, CRestartPolicy::kPeriodSeconds);
+    return kFailed;
+}
+
+// Nothing signals the condition, and a signal to the process does not cut the
+// wait short: a back-off lasts as long as the log says.
+void WaitFully(std::chrono::milliseconds delay)
+{
+    using Clock = std::chrono::steady_clock;
+
+    wxMutex mutex;
+    wxCondition never(mutex);
+    const wxMutexLocker lock(mutex);
+    const Clock::time_point end = Clock::now() + delay;
+    for (auto left = delay; left.count() > 0;
+         left =
+             std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()))
+        never.WaitTimeout(static_cast<unsigned long>(left.count()));
+}
+
+void DelayRestart(const CRestartPolicy::Decision& next)
+{
+    if (next.recentStarts == 0)
+        return;
+    wxLogVerbose("Delaying %dms before restart %d",
+                 static_cast<int>(next.delay.count()), next.recentStarts);
+    WaitFully(next.delay);
+}
+
+// Holds SIGTERM back while a worker is forked and the relay installed. One
+// that arrives meanwhile would find the worker under its parent's disposition,
+// which drops it, or the parent without a relay.
+class CStopHeldBack
+{
+public:
+    CStopHeldBack()
+    {
+        sigset_t stop;
+        sigemptyset(&stop);
+        sigaddset(&stop, SIGTERM);
+        sigprocmask(SIG_BLOCK, &stop, &m_previous);
+    }
+
+    ~CStopHeldBack()
+    {
+        sigset_t now;
+        sigprocmask(SIG_SETMASK, nullptr, &now);
+        if (sigismember(&m_previous, SIGTERM) == 0)
+            sigdelset(&now, SIGTERM);
+        sigprocmask(SIG_SETMASK, &now, nullptr);
+    }
+
+    CStopHeldBack(const CStopHeldBack&) = delete;
+    CStopHeldBack& operator=(const CStopHeldBack&) = delete;
+
+private:
+    sigset_t m_previous;
+};
+
+void BlockChildSignal()
+{
+    sigset_t child;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &child, nullptr);
+}
+
+// The wait status of the worker, nothing when waiting failed.
+std::optional<int> WaitForWorker(pid_t worker)
+{
+    for (;;)
+    {
+        int status = 0;
+        const pid_t ended = waitpid(worker, &status, 0);
+        if (ended == worker)
+            return status;
+        if (ended != -1)
+            continue;
+        if (errno != EINTR)
+        {
+            wxLogSysError("Error waiting for child process");
+            return std::nullopt;
+        }
+        wxLogWarning("Waiting for child process interrupted - Try again");
+    }
+}
+
+void ReportSignalled(int status)
+{
+    const int signal = WTERMSIG(status);
+    const char* description = strsignal(signal);
+    if (description == nullptr)
+        description = "Unknown Signal";
+    if (IsCrashSignal(signal))
+        wxLogError("Child process crashed with status %d (signal %d: %s)",
+                   status, signal, description);
+    else
+        wxLogVerbose("Child process exited with status %d (signal %d: %s)",
+                     status, signal, description);
+}
+
+void ReportEnd(int status)
+{
+    if (WIFEXITED(status))
+        wxLogVerbose("Child process exited with status %d (exit %d)", status,
+                     WEXITSTATUS(status));
+    else if (WIFSIGNALED(status))
+        ReportSignalled(status);
+    else
+        wxLogVerbose("Child process exited with status %d", status);
+}
+
+void StopDriver()
+{
+    if (access(kDriverScript, X_OK) != 0)
+        return;
+    wxString output;
+    wxString error;
+    unsigned long result = 0;
+    if (KzaCore::Execute(kDriverScript, kDriverScriptArguments, output, result,
+                         error))
+        wxLogMessage("Driver stopped using %s", kDriverScript);
+    else
+        wxLogError("Error stopping driver: %s", error);
+}
+
+// The service's exit status, nothing when the worker is to be started again.
+std::optional<int> DecideAfter(int status)
+{
+    if (WIFEXITED(status))
+    {
+        if (WEXITSTATUS(status) != kExitStopDriver)
+            return WEXITSTATUS(status);
+        StopDriver();
+        return std::nullopt;
+    }
+    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM)
+        return 0;
+    return std::nullopt;
+}
+
+} // namespace
+
+pid_t CAgentApp::ForkWorker()
+{
+    const CStopHeldBack heldBack;
+
+    // What lies in a buffer of the C library would be written twice.
+    fflush(nullptr);
+    const pid_t worker = fork();
+    if (worker == 0)
+        RunScriptApp();
+    if (worker == -1)
+    {
+        wxLogSysError("Unable to fork child");
+        return worker;
+    }
+    BlockChildSignal();
+    InstallStopRelay(m_pidFile);
+    return worker;
+}
+
+int CAgentApp::SuperviseWorkers()
+{
+    CRestartPolicy policy;
+    for (;;)
+    {
+        const time_t now = time(nullptr);
+        const CRestartPolicy::Decision next = policy.BeforeStart(now);
+        if (!next.allowed)
+            return ReportTooManyRestarts(next);
+        DelayRestart(next);
+
+        // The time from before the delay: a long back-off shortens the period
+        // that the next count looks at.
+        policy.NoteStart(now);
+
+        const pid_t worker = ForkWorker();
+        if (worker == -1)
+            return kFailed;
+        const std::optional<int> status = WaitForWorker(worker);
+        if (!status)
+            return kFailed;
+        ReportEnd(*status);
+        if (const std::optional<int> result = DecideAfter(*status))
+            return *result;
+    }
+}
+
+int CAgentApp::RunWatchdog()
+{
+    const int result = SuperviseWorkers();
+    if (wxFileExists(m_pidFile))
+        wxRemoveFile(m_pidFile);
+    return result;
+}

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/Dom.h"
+
+#include "Bytes.h"
+#include "DomStore.h"
+#include "KeyObservers.h"
+#include "PluginWorkdir.h"
+
+#include <wx/debug.h>
+#include <wx/log.h>
+
+#include <atomic>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+std::atomic<const CDom*> s_root{nullptr};
+
+bool BecomeRoot(const CDom* dom)
+{
+    const CDom* none = nullptr;
+    return s_root.compare_exchange_strong(none, dom);
+}
+
+template <typename T>
+bool GetAs(const CDomStore& store, const std::string& key, T& out)
+{
+    bool isOfType = false;
+    store.Read(key,
+               [&](const DomContent& content)
+               {
+                   const T* const value = std::get_if<T>(&content);
+                   isOfType = value != nullptr;
+                   if (isOfType)
+                       out = *value;
+               });
+    return isOfType;
+}
+
+} // namespace
+
+CDom* CDom::New(const char* name, CDom* parent, bool* created, bool reserved)
+{
+    wxASSERT(parent == nullptr && !reserved);
+    wxUnusedVar(parent);
+    wxUnusedVar(reserved);
+    if (created != nullptr)
+        *created = true;
+    return new CDom(name);
+}
+
+CDom::CDom(const char* name)
+    : m_name(name == nullptr ? "" : name),
+      m_store(std::make_unique<CDomStore>(BecomeRoot(this) ? this : nullptr))
+{
+}
+
+CDom::~CDom() = default;
+
+void CDom::Release()
+{
+    const CDom* self = this;
+    if (s_root.compare_exchange_strong(self, nullptr))
+    {
+        // Log and trace read a domain as long as they are told of it.
+        const CDom empty(nullptr);
+        s_root = nullptr;
+        NotifyAllKeyObservers(empty);
+    }
+    delete this;
+}
+
+void CDom::Set(const std::string& key, const std::string& value)
+{
+    m_store->SetString(key, value);
+}
+
+void CDom::Set(const std::string& key, const char* value)
+{
+    m_store->SetString(key, value);
+}
+
+void CDom::Set(const std::string& key, bool value)
+{
+    m_store->SetBool(key, value);
+}
+
+void CDom::Set(const std::string& key, long long value)
+{
+    m_store->SetInteger(key, value);
+}
+
+void CDom::SetWx(const wxString& key, const wxString& value)
+{
+    m_store->SetString(BytesOfText(key), BytesOfText(value));
+}
+
+void CDom::SetWx(const wxString& key, long long value)
+{
+    m_store->SetInteger(BytesOfText(key), value);
+}
+
+void CDom::Remove(const std::string& key)
+{
+    m_store->Remove(key);
+}
+
+std::string CDom::Get(const std::string& key) const
+{
+    std::string value;
+    GetAs(*m_store, key, value);
+    return value;
+}
+
+wxString CDom::GetWxString(const wxString& key) const
+{
+    return TextOfBytes(Get(BytesOfText(key)));
+}
+
+bool CDom::Get(const std::string& key, std::string& out) const
+{
+    return GetAs(*m_store, key, out);
+}
+
+bool CDom::Get(const std::string& key, bool& out) const
+{
+    return GetAs(*m_store, key, out);
+}
+
+bool CDom::Get(const std::string& key, long long& out) const
+{
+    return GetAs(*m_store, key, out);
+}
+
+std::vector<std::string> CDom::Keys(const std::string& prefix) const
+{
+    return m_store->Keys(prefix);
+}
+
+std::uint64_t CDom::Generation(const std::string& key)
+{
+    return m_store->Generation(key);
+}
+
+bool CDom::Wait(const std::string& key,
+                std::chrono::milliseconds timeout,
+                std::uint64_t& seen)
+{
+    return m_store->Wait(key, timeout, seen);
+}
+
+wxString CDom::GetPluginWorkdirWx(const wxString& plugin) const
+{
+    const wxString work = GetWxString(DomKey::kPathWork);
+    wxString path;
+    wxString error;
+    if (!MakePluginWorkdir(work, plugin, path, error))
+        wxLogWarning("%s", error);
+    return path;
+}
+
+} // namespace KzaCore

@@ -1,0 +1,326 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The Lua class "SLB.Dom".
+//
+// Every method is a closure over the class's metatable, to know its own kind
+// quickly, and over the table of generations that dom:Wait has seen.
+
+#include "DomLua.h"
+
+#include "Bytes.h"
+#include "DomStore.h"
+#include "LuaGuard.h"
+#include "PluginWorkdir.h"
+#include "kza_core/Dom.h"
+#include "kza_core/Log2Disk.h"
+#include "kza_core/Runnable.h"
+#include "kza_core/Trace.h"
+
+#include <lua.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+constexpr char kClass[] = "SLB.Dom";
+constexpr int kMetatable = lua_upvalueindex(1);
+constexpr int kSeen = lua_upvalueindex(2);
+
+// A domain as Lua holds it. The domain belongs to the application and outlives
+// every such reference.
+struct DomReference
+{
+    CDom* dom;
+};
+
+std::string_view CheckBytes(lua_State* L, int arg)
+{
+    size_t length = 0;
+    const char* const bytes = luaL_checklstring(L, arg, &length);
+    return {bytes, length};
+}
+
+// Milliseconds as scripts compute them: with a fraction, below zero, or
+// infinite.
+std::chrono::milliseconds CheckTime(lua_State* L, int arg)
+{
+    constexpr lua_Number kLongest = 1e15;
+    const lua_Number time = luaL_checknumber(L, arg);
+    luaL_argcheck(L, !std::isnan(time), arg, "not a number of milliseconds");
+    return std::chrono::milliseconds(static_cast<std::int64_t>(
+        std::ceil(std::clamp<lua_Number>(time, 0, kLongest))));
+}
+
+void Push(lua_State* L, const DomContent& content)
+{
+    if (const auto* const text = std::get_if<std::string>(&content))
+        lua_pushlstring(L, text->data(), text->size());
+    else if (const auto* const flag = std::get_if<bool>(&content))
+        lua_pushboolean(L, *flag ? 1 : 0);
+    else
+        lua_pushnumber(
+            L, static_cast<lua_Number>(*std::get_if<long long>(&content)));
+}
+
+int Get(lua_State* L)
+{
+    const CDomStore& store = DomOfMethod(L).Store();
+    const bool isSet = store.Read(
+        CheckBytes(L, 2), [L](const DomContent& content) { Push(L, content); });
+    if (!isSet)
+        lua_pushnil(L);
+    return 1;
+}
+
+// Raises the error of a value that a domain cannot hold.
+int RefuseValue(lua_State* L, const char* key, const char* what)
+{
+    return luaL_argerror(
+        L, 3,
+        lua_pushfstring(L,
+                        "string, boolean, integer or nil expected for key "
+                        "'%s', got %s",
+                        key, what));
+}
+
+void SetNumber(lua_State* L, CDomStore& store, std::string_view key)
+{
+    // The bounds of 64-bit integers, as numbers.
+    constexpr lua_Number kLow = -9223372036854775808.0;
+    constexpr lua_Number kPastHigh = 9223372036854775808.0;
+    const lua_Number value = lua_tonumber(L, 3);
+    if (value >= kLow && value < kPastHigh && std::floor(value) == value)
+        store.SetInteger(key, static_cast<long long>(value));
+    else
+        RefuseValue(L, key.data(), lua_pushfstring(L, "%f", value));
+}
+
+int Set(lua_State* L)
+{
+    CDomStore& store = DomOfMethod(L).Store();
+    const std::string_view key = CheckBytes(L, 2);
+    switch (lua_type(L, 3))
+    {
+    case LUA_TNIL:
+        store.Remove(key);
+        break;
+    case LUA_TBOOLEAN:
+        store.SetBool(key, lua_toboolean(L, 3) != 0);
+        break;
+    case LUA_TNUMBER:
+        SetNumber(L, store, key);
+        break;
+    case LUA_TSTRING:
+        store.SetString(key, CheckBytes(L, 3));
+        break;
+    default:
+        RefuseValue(L, key.data(), luaL_typename(L, 3));
+    }
+    return 0;
+}
+
+int Keys(lua_State* L)
+{
+    const CDomStore& store = DomOfMethod(L).Store();
+    const std::vector<std::string> keys = store.Keys(
+        lua_isnoneornil(L, 2) ? std::string_view() : CheckBytes(L, 2));
+    lua_createtable(L, static_cast<int>(keys.size()), 0);
+    int at = 0;
+    for (const std::string& key : keys)
+    {
+        lua_pushlstring(L, key.data(), key.size());
+        lua_rawseti(L, -2, ++at);
+    }
+    return 1;
+}
+
+// Pushes the table of the generations that this interpreter saw of a domain's
+// keys.
+void PushSeen(lua_State* L, const CDom& dom)
+{
+    lua_rawgetp(L, kSeen, &dom);
+    if (!lua_isnil(L, -1))
+        return;
+    lua_pop(L, 1);
+    lua_newtable(L);
+    lua_pushvalue(L, -1);
+    lua_rawsetp(L, kSeen, &dom);
+}
+
+int Wait(lua_State* L)
+{
+    CDom& dom = DomOfMethod(L);
+    const std::string_view key = CheckBytes(L, 2);
+    const std::chrono::milliseconds timeout = CheckTime(L, 3);
+    lua_settop(L, 3);
+    PushSeen(L, dom);
+
+    lua_pushvalue(L, 2);
+    lua_rawget(L, 4);
+    // A number holds every count of changes that there will ever be.
+    std::uint64_t seen = lua_isnil(L, -1)
+                             ? dom.Store().Generation(key)
+                             : static_cast<std::uint64_t>(lua_tonumber(L, -1));
+    const bool changed = dom.Store().Wait(key, timeout, seen);
+
+    lua_pushvalue(L, 2);
+    lua_pushnumber(L, static_cast<lua_Number>(seen));
+    lua_rawset(L, 4);
+    lua_pushboolean(L, changed ? 1 : 0);
+    return 1;
+}
+
+int Sleep(lua_State* L)
+{
+    DomOfMethod(L);
+    lua_pushboolean(L, CRunnable::SleepFor(CheckTime(L, 2)) ? 1 : 0);
+    return 1;
+}
+
+int GetPluginWorkdir(lua_State* L)
+{
+    const CDom& dom = DomOfMethod(L);
+    const wxString plugin = TextOfBytes(CheckBytes(L, 2));
+    luaL_argcheck(L, IsPluginName(plugin), 2, "not the name of a plugin");
+    wxString path;
+    wxString error;
+    if (MakePluginWorkdir(dom.GetWxString(DomKey::kPathWork), plugin, path,
+                          error))
+    {
+        const std::string bytes = BytesOfText(path);
+        lua_pushlstring(L, bytes.data(), bytes.size());
+        return 1;
+    }
+    lua_pushnil(L);
+    lua_pushstring(L, BytesOfText(error).c_str());
+    return 2;
+}
+
+int Log(lua_State* L)
+{
+    static constexpr const char* kNames[] = {
+        "error", "warning", "message", "info", "verbose", "debug", nullptr};
+    static constexpr ELogLevel kLevels[] = {
+        ELogLevel::Error, ELogLevel::Warning, ELogLevel::Message,
+        ELogLevel::Info,  ELogLevel::Verbose, ELogLevel::Debug};
+    DomOfMethod(L);
+    const int level = luaL_checkoption(L, 2, nullptr, kNames);
+    LogToDisk(kLevels[level], wxString(), TextOfBytes(CheckBytes(L, 3)));
+    return 0;
+}
+
+const char* FunctionName(const lua_Debug& caller)
+{
+    if (caller.name != nullptr)
+        return caller.name;
+    return *caller.what == 'm' ? "main chunk" : "?";
+}
+
+int Trace(lua_State* L)
+{
+    DomOfMethod(L);
+    const wxString component = TextOfBytes(CheckBytes(L, 2));
+    const std::string_view text = CheckBytes(L, 3);
+    if (!LogTraceIsEnabled(component))
+        return 0;
+    lua_Debug caller = {};
+    const bool isKnown =
+        lua_getstack(L, 1, &caller) != 0 && lua_getinfo(L, "Sln", &caller) != 0;
+    if (isKnown)
+        LogTrace(component, caller.source + (*caller.source == '@' ? 1 : 0),
+                 caller.currentline, FunctionName(caller), TextOfBytes(text));
+    else
+        LogTrace(component, "?", 0, "?", TextOfBytes(text));
+    return 0;
+}
+
+int TraceIsEnabled(lua_State* L)
+{
+    DomOfMethod(L);
+    const wxString component = TextOfBytes(CheckBytes(L, 2));
+    lua_pushboolean(L, LogTraceIsEnabled(component) ? 1 : 0);
+    return 1;
+}
+
+// A reference does not own its domain, so its end is not the domain's.
+int Forget(lua_State* /*L*/)
+{
+    return 0;
+}
+
+constexpr luaL_Reg kMethods[] = {
+    {"Get", Guarded<Get>},
+    {"Set", Guarded<Set>},
+    {"Keys", Guarded<Keys>},
+    {"Wait", Guarded<Wait>},
+    {"Sleep", Guarded<Sleep>},
+    {"GetPluginWorkdir", Guarded<GetPluginWorkdir>},
+    {"Log", Guarded<Log>},
+    {"Trace", Guarded<Trace>},
+    {"TraceIsEnabled", Guarded<TraceIsEnabled>},
+    {nullptr, nullptr},
+};
+
+// Pushes the metatable of the class. It is registered last, whole.
+void DefineClass(lua_State* L)
+{
+    lua_newtable(L);
+    lua_newtable(L); // the class
+    lua_newtable(L);
+    lua_setmetatable(L, -2);
+    lua_pushvalue(L, -2);
+    lua_newtable(L); // what dom:Wait has seen
+    luaL_setfuncs(L, kMethods, 2);
+    lua_setfield(L, -2, "__index");
+
+    lua_pushstring(L, kClass);
+    lua_setfield(L, -2, "__class");
+    lua_pushcfunction(L, Forget);
+    lua_setfield(L, -2, "__gc");
+    lua_pushvalue(L, -1);
+    lua_setfield(L, LUA_REGISTRYINDEX, kClass);
+}
+
+} // namespace
+
+CDom& DomOfMethod(lua_State* L)
+{
+    // luaL_checkudata looks the class up by its name, which costs three times
+    // as much; it is left to say what is wrong.
+    void* self = nullptr;
+    if (lua_type(L, 1) == LUA_TUSERDATA && lua_getmetatable(L, 1) != 0)
+    {
+        if (lua_rawequal(L, -1, kMetatable) != 0)
+            self = lua_touserdata(L, 1);
+        lua_pop(L, 1);
+    }
+    if (self == nullptr)
+        self = luaL_checkudata(L, 1, kClass);
+    return *static_cast<const DomReference*>(self)->dom;
+}
+
+void PushDom(lua_State* L, CDom* dom)
+{
+    if (dom == nullptr)
+    {
+        lua_pushnil(L);
+        return;
+    }
+    auto* const reference =
+        static_cast<DomReference*>(lua_newuserdata(L, sizeof(DomReference)));
+    reference->dom = dom;
+    luaL_getmetatable(L, kClass);
+    if (lua_isnil(L, -1))
+    {
+        lua_pop(L, 1);
+        DefineClass(L);
+    }
+    lua_setmetatable(L, -2);
+}
+
+} // namespace KzaCore

@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "DomStore.h"
+
+#include "KeyObservers.h"
+#include "WakeUp.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+constexpr std::size_t kSmallestIndex = 64;
+constexpr std::size_t kFewRemoved = 64;
+
+// The two booleans exist once, and for ever: a thread may still read while the
+// process ends.
+const CDomValue* SharedBool(bool value)
+{
+    static const CDomValue* const s_true = new CDomValue(DomContent(true));
+    static const CDomValue* const s_false = new CDomValue(DomContent(false));
+    return value ? s_true : s_false;
+}
+
+bool IsShared(const CDomValue* value)
+{
+    return value != nullptr && std::holds_alternative<bool>(value->content);
+}
+
+std::size_t SizeOf(const CDomValue& value)
+{
+    const auto* const text = std::get_if<std::string>(&value.content);
+    return sizeof(value) + (text == nullptr ? 0 : text->capacity());
+}
+
+} // namespace
+
+// An open-addressing table with linear probing. Nodes are added in place while
+// others read; a table that becomes too full, or holds too many removed keys,
+// is replaced by another.
+struct CDomStore::CIndex final : CRetirable
+{
+    explicit CIndex(std::size_t size) : slots(size), mask(size - 1) {}
+
+    void Add(CNode& node)
+    {
+        std::size_t at = node.hash & mask;
+        while (slots[at].load(std::memory_order_relaxed) != nullptr)
+            at = (at + 1) & mask;
+        slots[at].store(&node, std::memory_order_seq_cst);
+    }
+
+    std::vector<std::atomic<CNode*>> slots; // a power of two of them
+    const std::size_t mask;
+};
+
+// Has the calling thread woken by changes of a node.
+class CDomStore::CWaiting
+{
+public:
+    CWaiting(std::mutex& mutex, CNode& node, CWakeUp& thread)
+        : m_mutex(mutex), m_node(node), m_thread(thread)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_node.waiters.push_back(&m_thread);
+    }
+
+    ~CWaiting()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        auto& waiters = m_node.waiters;
+        waiters.erase(std::find(waiters.begin(), waiters.end(), &m_thread));
+    }
+
+    CWaiting(const CWaiting&) = delete;
+    CWaiting& operator=(const CWaiting&) = delete;
+
+private:
+    std::mutex& m_mutex;
+    CNode& m_node;
+    CWakeUp& m_thread;
+};
+
+void CDomStore::CFree::operator()(const CDomValue* value) const
+{
+    if (!IsShared(value))
+        delete value;
+}
+
+CDomStore::CDomStore(const CDom* root)
+    : m_root(root), m_index(new CIndex(kSmallestIndex))
+{
+}
+
+CDomStore::~CDomStore()
+{
+    const std::unique_ptr<const CIndex> index(Load(m_index));
+    for (const auto& slot : index->slots)
+    {
+        const std::unique_ptr<const CNode> node(Load(slot));
+        if (node)
+            CFree()(Load(node->value));
+    }
+}
+
+void CDomStore::SetString(std::string_view key, std::string_view value)
+{
+    Store(key, ValuePtr(new CDomValue(DomContent(std::string(value)))));
+}
+
+void CDomStore::SetBool(std::string_view key, bool value)
+{
+    Store(key, ValuePtr(SharedBool(value)));
+}
+
+void CDomStore::SetInteger(std::string_view key, long long value)
+{
+    Store(key, ValuePtr(new CDomValue(DomContent(value))));
+}
+
+void CDomStore::Remove(std::string_view key)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        CNode* const node = Find(Load(m_index), key, Hash(key));
+        if (node == nullptr || Load(node->value) == nullptr)
+            return;
+        Replace(*node, nullptr);
+        if (!node->pinned)
+            ++m_removed;
+        if (m_removed > kFewRemoved && m_removed > m_nodes / 2)
+            Rebuild();
+    }
+    if (m_root != nullptr)
+        NotifyKeyObservers(*m_root, key);
+}
+
+std::vector<std::string> CDomStore::Keys(std::string_view prefix) const
+{
+    std::vector<std::string> keys;
+    {
+        // What was true at one instant; a walk beside writers would not be.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& slot : Load(m_index)->slots)
+        {
+            const CNode* const node = Load(slot);
+            if (node != nullptr && Load(node->value) != nullptr &&
+                node->key.compare(0, prefix.size(), prefix) == 0)
+                keys.push_back(node->key);
+        }
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+std::uint64_t CDomStore::Generation(std::string_view key)
+{
+    return Pin(key).generation.load(std::memory_order_acquire);
+}
+
+bool CDomStore::Wait(std::string_view key,
+                     std::chrono::milliseconds timeout,
+                     std::uint64_t& seen)
+{
+    CNode& node = Pin(key);
+    const auto generation = [&node]
+    { return node.generation.load(std::memory_order_acquire); };
+
+    if (timeout.count() > 0 && generation() == seen)
+    {
+        const std::shared_ptr<CWakeUp> self = CWakeUp::Current();
+        const CWaiting waiting(m_mutex, node, *self);
+        self->WaitFor(timeout, [&] { return generation() != seen; });
+    }
+    const std::uint64_t before = seen;
+    seen = generation();
+    return seen != before;
+}
+
+std::size_t CDomStore::Hash(std::string_view key)
+{
+    return std::hash<std::string_view>()(key);
+}
+
+CDomStore::CNode* CDomStore::Find(const CIndex* index,
+                                  std::string_view key,
+                                  std::size_t hash)
+{
+    for (std::size_t at = hash & index->mask;; at = (at + 1) & index->mask)
+    {
+        CNode* const node = Load(index->slots[at]);
+        if (node == nullptr || (node->hash == hash && node->key == key))
+            return node;
+    }
+}
+
+void CDomStore::Store(std::string_view key, ValuePtr value)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        CNode& node = FindOrAdd(key);
+        if (Load(node.value) == nullptr && !node.pinned)
+            --m_removed;
+        Replace(node, std::move(value));
+    }
+    if (m_root != nullptr)
+        NotifyKeyObservers(*m_root, key);
+}
+
+// Under the lock.
+void CDomStore::Replace(CNode& node, ValuePtr value)
+{
+    const CDomValue* const old =
+        node.value.exchange(value.release(), std::memory_order_seq_cst);
+    // After the value: who sees the generation sees the value too.
+    node.generation.fetch_add(1, std::memory_order_release);
+    for (CWakeUp* const thread : node.waiters)
+        thread->Notify();
+    if (old != nullptr && !IsShared(old))
+        m_retired.Add(old, SizeOf(*old));
+}
+
+// Under the lock. A new node counts as removed until it gets its value.
+CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key)
+{
+    const std::size_t hash = Hash(key);
+    CNode* const found = Find(Load(m_index), key, hash);
+    if (found != nullptr)
+        return *found;
+
+    auto node = std::make_unique<CNode>(key, hash);
+    if (m_nodes >= Load(m_index)->slots.size() / 2)
+        Rebuild();
+    Load(m_index)->Add(*node);
+    ++m_nodes;
+    ++m_removed;
+    return *node.release();
+}
+
+// Keeps the key's node from now on.
+CDomStore::CNode& CDomStore::Pin(std::string_view key)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    CNode& node = FindOrAdd(key);
+    if (!node.pinned && Load(node.value) == nullptr)
+        --m_removed;
+    node.pinned = true;
+    return node;
+}
+
+// Under the lock. Leaves removed keys behind and makes room for as many again
+// as are left.
+void CDomStore::Rebuild()
+{
+    const std::size_t kept = m_nodes - m_removed;
+    std::size_t size = kSmallestIndex;
+    while (size < kept * 4)
+        size *= 2;
+    auto index = std::make_unique<CIndex>(size);
+
+    const CIndex* const old = Load(m_index);
+    std::vector<const CNode*> removed;
+    removed.reserve(m_removed);
+    for (const auto& slot : old->slots)
+    {
+        CNode* const node = Load(slot);
+        if (node == nullptr)
+            continue;
+        if (node->pinned || Load(node->value) != nullptr)
+            index->Add(*node);
+        else
+            removed.push_back(node);
+    }
+    m_index.store(index.release(), std::memory_order_seq_cst);
+    m_nodes = kept;
+    m_removed = 0;
+
+    for (const CNode* const node : removed)
+        m_retired.Add(node, sizeof(*node) + node->key.capacity());
+    m_retired.Add(old, sizeof(*old) + old->slots.size() * sizeof(CNode*));
+}
+
+} // namespace KzaCore

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The values of a domain.
+//
+// Readers follow two atomic pointers, from the store to its index and from a
+// node of the index to its value; they take no lock and write to no memory
+// that others read. Writers take turns under one mutex. What they replace is
+// immutable and is freed by epochs.
+//
+// Threads: any. After a fork the child goes on if its parent had one thread.
+
+#pragma once
+
+#include "Epoch.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace KzaCore
+{
+
+class CDom;
+class CWakeUp;
+
+using DomContent = std::variant<std::string, bool, long long>;
+
+/// One value; never changes.
+struct CDomValue final : CRetirable
+{
+    explicit CDomValue(DomContent value) : content(std::move(value)) {}
+
+    const DomContent content;
+};
+
+class CDomStore
+{
+public:
+    /// \param root  The domain whose observers hear of changes; null for none.
+    explicit CDomStore(const CDom* root);
+    ~CDomStore();
+
+    CDomStore(const CDomStore&) = delete;
+    CDomStore& operator=(const CDomStore&) = delete;
+
+    void SetString(std::string_view key, std::string_view value);
+    void SetBool(std::string_view key, bool value);
+    void SetInteger(std::string_view key, long long value);
+    void Remove(std::string_view key);
+
+    /// Calls `use(const DomContent&)` when the key is set. The reference is
+    /// good during the call, which may use the store itself.
+    ///
+    /// \return whether the key is set.
+    template <typename TUse>
+    bool Read(std::string_view key, TUse use) const
+    {
+        const CEpochGuard guard;
+        const CNode* const node = Find(Load(m_index), key, Hash(key));
+        const CDomValue* const value = node ? Load(node->value) : nullptr;
+        if (value == nullptr)
+            return false;
+        use(value->content);
+        return true;
+    }
+
+    [[nodiscard]] std::vector<std::string> Keys(std::string_view prefix) const;
+
+    /// See CDom. A key that was ever asked for here keeps its place for the
+    /// life of the store, set or not, so that its generation is not forgotten.
+    [[nodiscard]] std::uint64_t Generation(std::string_view key);
+    [[nodiscard]] bool Wait(std::string_view key,
+                            std::chrono::milliseconds timeout,
+                            std::uint64_t& seen);
+
+private:
+    // One key. Lives as long as an index shows it.
+    struct CNode final : CRetirable
+    {
+        CNode(std::string_view nodeKey, std::size_t nodeHash)
+            : key(nodeKey), hash(nodeHash)
+        {
+        }
+
+        const std::string key;
+        const std::size_t hash;
+        std::atomic<const CDomValue*> value{nullptr}; // null while unset
+        std::atomic<std::uint64_t> generation{0};     // counts changes
+        bool pinned = false;                          // guarded by m_mutex
+        std::vector<CWakeUp*> waiters;                // guarded by m_mutex
+    };
+
+    struct CIndex;
+    class CWaiting;
+
+    // A value that is thrown away, unless it is one of the two booleans.
+    struct CFree
+    {
+        void operator()(const CDomValue* value) const;
+    };
+    using ValuePtr = std::unique_ptr<const CDomValue, CFree>;
+
+    template <typename T>
+    static T* Load(const std::atomic<T*>& pointer)
+    {
+        return pointer.load(std::memory_order_seq_cst);
+    }
+
+    static std::size_t Hash(std::string_view key);
+    static CNode* Find(const CIndex* index,
+                       std::string_view key,
+                       std::size_t hash);
+
+    void Store(std::string_view key, ValuePtr value);
+    void Replace(CNode& node, ValuePtr value);
+    CNode& FindOrAdd(std::string_view key);
+    CNode& Pin(std::string_view key);
+    void Rebuild();
+
+    const CDom* const m_root;
+    std::atomic<CIndex*> m_index;
+
+    mutable std::mutex m_mutex; // one writer at a time; guards what follows
+    std::size_t m_nodes = 0;    // in the index
+    std::size_t m_removed = 0;  // of these, unset and not pinned
+    CRetired m_retired;
+};
+
+} // namespace KzaCore

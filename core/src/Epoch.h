@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Memory that readers without locks may still be looking at.
+//
+// A reader holds a CEpochGuard while it follows pointers; what a writer took
+// out of reach goes to a CRetired, which frees it once every reader that could
+// have seen it has left. A reader writes to a cache line of its own thread and
+// to nothing else.
+//
+// The order that makes it safe is that of sequentially consistent operations:
+// readers load the guarded pointers, and writers replace them, with
+// std::memory_order_seq_cst.
+//
+// Threads: guards any, also nested; a CRetired is used under its owner's lock.
+// After a fork the child goes on if its parent had one thread.
+
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace KzaCore
+{
+
+/// Where one thread tells the epoch in which it began to read; 0 while it does
+/// not read. Threads that ended leave theirs to others.
+struct alignas(64) CEpochSlot
+{
+    std::atomic<std::uint64_t> epoch{0};
+    std::atomic<bool> used{true};
+    CEpochSlot* next = nullptr;
+};
+
+namespace EpochDetail
+{
+
+extern std::atomic<std::uint64_t> g_epoch; // counts from 1
+extern thread_local CEpochSlot* t_slot;
+
+/// Gives the calling thread its slot.
+CEpochSlot& TakeSlot();
+
+} // namespace EpochDetail
+
+/// Keeps alive whatever guarded pointers show, as long as it exists.
+class CEpochGuard
+{
+public:
+    CEpochGuard()
+        : m_slot(EpochDetail::t_slot != nullptr ? *EpochDetail::t_slot
+                                                : EpochDetail::TakeSlot()),
+          m_isOutermost(m_slot.epoch.load(std::memory_order_relaxed) == 0)
+    {
+        if (m_isOutermost)
+            m_slot.epoch.store(
+                EpochDetail::g_epoch.load(std::memory_order_seq_cst),
+                std::memory_order_seq_cst);
+    }
+
+    ~CEpochGuard()
+    {
+        if (m_isOutermost)
+            m_slot.epoch.store(0, std::memory_order_release);
+    }
+
+    CEpochGuard(const CEpochGuard&) = delete;
+    CEpochGuard& operator=(const CEpochGuard&) = delete;
+
+private:
+    CEpochSlot& m_slot;
+    const bool m_isOutermost;
+};
+
+/// Base of what is freed by epochs.
+class CRetirable
+{
+public:
+    virtual ~CRetirable() = default;
+
+    CRetirable(const CRetirable&) = delete;
+    CRetirable& operator=(const CRetirable&) = delete;
+
+protected:
+    CRetirable() = default;
+
+private:
+    friend class CRetired;
+
+    // Where it waits to be freed; what it holds is constant by then.
+    mutable const CRetirable* m_next = nullptr;
+    mutable std::uint64_t m_epoch = 0;
+};
+
+/// Objects out of reach that wait for their last reader, oldest first.
+class CRetired
+{
+public:
+    CRetired() = default;
+
+    /// Frees all of them: no reader is left.
+    ~CRetired();
+
+    CRetired(const CRetired&) = delete;
+    CRetired& operator=(const CRetired&) = delete;
+
+    /// Takes an object that no pointer leads to any longer; null does nothing.
+    /// Frees, in batches, those that no reader can see.
+    ///
+    /// \param bytes  Roughly what the object holds.
+    void Add(const CRetirable* object, std::size_t bytes);
+
+private:
+    void Collect();
+
+    const CRetirable* m_first = nullptr;
+    const CRetirable* m_last = nullptr;
+    std::size_t m_count = 0; // since the last Collect()
+    std::size_t m_bytes = 0; // likewise
+};
+
+} // namespace KzaCore

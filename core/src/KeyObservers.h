@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Who in the library follows which keys of the root domain.
+//
+// Threads: any.
+
+#pragma once
+
+#include <string_view>
+
+namespace KzaCore
+{
+
+class CDom;
+
+/// Tells the service that follows the key, if there is one, that the key was
+/// set or removed. No lock may be held.
+///
+/// One call of a service runs at a time, on the thread of one of the writers,
+/// and the last one begins after the last change: when no write is under way,
+/// the service knows what the domain holds.
+void NotifyKeyObservers(const CDom& root, std::string_view key);
+
+/// Tells every service that the keys it follows may all have changed, the
+/// domain being a new one or an empty one.
+void NotifyAllKeyObservers(const CDom& root);
+
+} // namespace KzaCore
