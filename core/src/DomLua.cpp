@@ -9,6 +9,7 @@
 
 #include "Bytes.h"
 #include "DomStore.h"
+#include "EventLua.h"
 #include "LuaGuard.h"
 #include "PluginWorkdir.h"
 #include "kza_core/Dom.h"
@@ -263,6 +264,8 @@ constexpr luaL_Reg kMethods[] = {
     {"Log", Guarded<Log>},
     {"Trace", Guarded<Trace>},
     {"TraceIsEnabled", Guarded<TraceIsEnabled>},
+    {"AgentEventWrite", Guarded<LuaAgentEventWrite>},
+    {"AgentEvents", Guarded<LuaAgentEvents>},
     {nullptr, nullptr},
 };
 

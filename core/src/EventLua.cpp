@@ -2,6 +2,7 @@
 
 #include "EventLua.h"
 
+#include "DomLua.h"
 #include "EventStore.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
@@ -97,8 +98,9 @@ void PushEvent(lua_State* L, const SStoredEvent& event)
 
 } // namespace
 
-int LuaAgentEventWrite(lua_State* L, CDom& dom)
+int LuaAgentEventWrite(lua_State* L)
 {
+    CDom& dom = DomOfMethod(L);
     luaL_checktype(L, 2, LUA_TTABLE);
     CAgentEvent event;
     event.m_text = TextField(L, "text");
@@ -112,8 +114,9 @@ int LuaAgentEventWrite(lua_State* L, CDom& dom)
     return 1;
 }
 
-int LuaAgentEvents(lua_State* L, CDom& dom)
+int LuaAgentEvents(lua_State* L)
 {
+    const CDom& dom = DomOfMethod(L);
     const std::int64_t afterId = OptionalInteger(L, 2, 0);
     const std::int64_t limit = OptionalInteger(L, 3, -1);
     std::vector<SStoredEvent> events;
