@@ -5,6 +5,7 @@
 
 #include "kza_core/SqliteDatabase.h"
 
+#include "EventStore.h"
 #include "kza_core/Dom.h"
 
 #include <sqlite3.h>
@@ -155,6 +156,7 @@ void CSqliteDatabase::InitializeSQLite(CDom& dom)
 
 void CSqliteDatabase::ShutdownSQLite()
 {
+    CloseEventStore();
     sqlite3_shutdown();
 }
 
