@@ -41,6 +41,9 @@ public:
     [[nodiscard]] bool IsOpen() const { return m_fd >= 0; }
     [[nodiscard]] int Get() const { return m_fd; }
 
+    /// Leaves the descriptor open for another owner.
+    void Disown() { m_fd = -1; }
+
     /// Closes it now.
     ///
     /// \return false with errno set when the system reports a late error of

@@ -2,6 +2,7 @@
 
 #include "kza_core/LuaInterpreter.h"
 
+#include "LuaProcess.h"
 #include "LuaSearchers.h"
 
 #include <lua.hpp>
@@ -92,6 +93,7 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
     lua_pushboolean(m_state, 1);
     lua_setfield(m_state, LUA_REGISTRYINDEX, "LUA_NOENV");
     luaL_openlibs(m_state);
+    InstallLuaProcess(m_state);
     ReplacePrint();
 }
 

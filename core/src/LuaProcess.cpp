@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "LuaProcess.h"
+
+#include "Descriptor.h"
+#include "Spawn.h"
+
+#include <lua.hpp>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// Lua's file handle, which must come first, and the child at its other end.
+struct SChildStream
+{
+    luaL_Stream stream;
+    pid_t pid;
+};
+
+// The wait status of a command, -1 with errno set.
+int RunShell(const char* command)
+{
+    CSpawn spawn;
+    pid_t pid = 0;
+    const int failure = spawn.StartShell(command, pid);
+    if (failure == 0)
+        return CSpawn::WaitFor(pid);
+    errno = failure;
+    return -1;
+}
+
+int ExecuteCB(lua_State* L)
+{
+    const char* const command = luaL_optstring(L, 1, nullptr);
+    if (command != nullptr)
+        return luaL_execresult(L, RunShell(command));
+    lua_pushboolean(L, 1); // there is a shell on every POSIX system
+    return 1;
+}
+
+// "r" or "w"; the C library also takes an "e", which is what we do anyway.
+bool IsMode(const char* mode)
+{
+    return (*mode == 'r' || *mode == 'w') &&
+           (mode[1] == '\0' || (mode[1] == 'e' && mode[2] == '\0'));
+}
+
+// Starts the command with one end of a pipe in place of its standard output
+// or input and opens the other end.
+//
+// \return null with errno set when that failed.
+FILE* OpenChild(const char* command, const char* mode, pid_t& pid)
+{
+    std::array<int, 2> ends{};
+    if (!IsMode(mode))
+        errno = EINVAL;
+    if (!IsMode(mode) || pipe2(ends.data(), O_CLOEXEC) != 0)
+        return nullptr;
+    const bool reads = *mode == 'r';
+    CDescriptor ours(ends[reads ? 0 : 1]);
+    const CDescriptor theirs(ends[reads ? 1 : 0]);
+
+    FILE* const file = fdopen(ours.Get(), reads ? "r" : "w");
+    if (file == nullptr)
+        return nullptr;
+    ours.Disown();
+
+    CSpawn spawn;
+    spawn.Redirect(theirs.Get(), reads ? STDOUT_FILENO : STDIN_FILENO);
+    const int failure = spawn.StartShell(command, pid);
+    if (failure == 0)
+        return file;
+    fclose(file);
+    errno = failure;
+    return nullptr;
+}
+
+int CloseChildCB(lua_State* L)
+{
+    const auto* const child =
+        static_cast<SChildStream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
+    const bool closed = fclose(child->stream.f) == 0;
+    const int reason = errno;
+    const int status = CSpawn::WaitFor(child->pid);
+    if (!closed)
+        errno = reason;
+    return luaL_execresult(L, closed ? status : -1);
+}
+
+int PopenCB(lua_State* L)
+{
+    const char* const command = luaL_checkstring(L, 1);
+    const char* const mode = luaL_optstring(L, 2, "r");
+
+    // Closed until the child is there: the collector may come by.
+    auto* const child =
+        static_cast<SChildStream*>(lua_newuserdata(L, sizeof(SChildStream)));
+    child->stream.closef = nullptr;
+    luaL_setmetatable(L, LUA_FILEHANDLE);
+
+    fflush(nullptr);
+    child->stream.f = OpenChild(command, mode, child->pid);
+    if (child->stream.f == nullptr)
+        return luaL_fileresult(L, 0, command);
+    child->stream.closef = CloseChildCB;
+    return 1;
+}
+
+void Replace(lua_State* L,
+             const char* library,
+             const char* name,
+             lua_CFunction function)
+{
+    lua_getglobal(L, library);
+    lua_pushcfunction(L, function);
+    lua_setfield(L, -2, name);
+    lua_pop(L, 1);
+}
+
+} // namespace
+
+void InstallLuaProcess(lua_State* L)
+{
+    Replace(L, "os", "execute", ExecuteCB);
+    Replace(L, "io", "popen", PopenCB);
+}
+
+} // namespace KzaCore
