@@ -5,11 +5,11 @@
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
+#include "StandardError.h"
 
 #include "kza_core/LuaInterpreter.h"
 
 #include <lua.hpp>
-#include <wx/crt.h>
 #include <wx/ffile.h>
 #include <wx/sstream.h>
 #include <wx/wfstream.h>
@@ -42,7 +42,7 @@ int CAgentApp::RunToStandardOutput(const wxString& code, const wxString& name)
     file.Detach(); // standard output stays open
 
     if (status != 0)
-        wxFprintf(stderr, "%s\n", m_lua->GetErrorInfo());
+        WriteToStandardError(m_lua->GetErrorInfo() + "\n");
     return status;
 }
 

@@ -9,6 +9,7 @@
 
 #include "AgentApp.h"
 #include "PluginPaths.h"
+#include "StandardError.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/SecureFile.h"
@@ -16,7 +17,6 @@
 
 #include <wx/cmdline.h>
 #include <wx/config.h>
-#include <wx/crt.h>
 #include <wx/fileconf.h>
 #include <wx/filename.h>
 
@@ -187,10 +187,10 @@ void CAgentApp::ApplyDomainVariable(wxCmdLineParser& parser)
     const std::size_t equals = given.find('=');
     if (equals == wxString::npos || equals == 0)
     {
-        wxFprintf(stderr,
-                  "Ignoring invalid domain variable specification '%s': "
-                  "expected name=value format\n",
-                  given);
+        WriteToStandardError(wxString::Format(
+            "Ignoring invalid domain variable specification '%s': expected "
+            "name=value format\n",
+            given));
         return;
     }
     m_dom->Set(given.substr(0, equals).ToStdString(),
@@ -210,7 +210,7 @@ void CAgentApp::ApplyUnitTest(wxCmdLineParser& parser)
             m_dom->Set(DomKey::kUnitTestMode, true);
         }
         else
-            wxFprintf(stderr, "%s: not found", script);
+            WriteToStandardError(script + ": not found");
     }
     if (parser.Found("test"))
         m_dom->Set(DomKey::kUnitTestMode, true);

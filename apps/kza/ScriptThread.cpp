@@ -8,13 +8,13 @@
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
+#include "StandardError.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/LuaInterpreter.h"
 #include "kza_core/Profiler.h"
 
 #include <lua.hpp>
-#include <wx/crt.h>
 #include <wx/log.h>
 
 #include <cerrno>
@@ -128,8 +128,9 @@ int CAgentApp::RunAppInit()
     if (status != LUA_OK)
     {
         const char* const reason = lua_tostring(L, -1);
-        wxFprintf(stderr, "Error setting up Lua:\n%s\n",
-                  reason == nullptr ? "" : reason);
+        WriteToStandardError(
+            "Error setting up Lua:\n" +
+            wxString::FromUTF8(reason == nullptr ? "" : reason) + "\n");
         return status;
     }
     status = RunCodeSnippet(

@@ -5,6 +5,8 @@
 #include "support/Host.h"
 
 #include <gtest/gtest.h>
+
+#include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,22 +44,28 @@ std::string Show(const CHost& host,
 
 constexpr char kUsage[] =
     R"(Usage: kz_agent [-h] [--verbose] [-a <str>] [-b] [-c <str>] [-d <str>] [-e <str>] [-i] [-l <str>] [-p <str>] [-t <str>] [-w <str>] [-u <str>] [-U] [-z <str>] [-- script-param [script-param ...]...]
-  -h, --help               	show this help message
-  --verbose                	generate verbose log messages
-  -a, --appname=<str>      	the name of this application (default is based on the name of the executable file).
-  -b, --background         	run as a Windows service or Unix daemon process.
-  -c, --lua_cpath=<str>    	add the supplied value at the front of the search path for Lua C libraries.
-  -d, --domain_var=<str>   	sets domain variable; name=value format.
-  -e, --extdir=<str>       	extension folder. All *.kze files from this folder are added to the Lua search path.
-  -i, --install_plugins    	install all *.kzp files found in the same folder as the executable.
-  -l, --lua_path=<str>     	add the supplied value at the front of the search path for Lua libraries.
-  -p, --plugins=<str>      	comma delimited list of plugins to enable.
-  -t, --trace=<str>        	enable tracing for the specified set of module names, separated by commas.
-  -w, --workdir=<str>      	working directory where this instance's data files are stored.
-  -u, --unittest=<str>     	runs the Lua script (possibly wildcarded) under LuaUnit.
-  -U, --test               	
-  -z, --zippath=<str>      	list of ZIP archives of Lua code (possibly wildcarded), separated by semi-colons.
+  -h, --help	show this help message
+  --verbose	generate verbose log messages
+  -a, --appname=<str>	the name of this application (default is based on the name of the executable file).
+  -b, --background	run as a Windows service or Unix daemon process.
+  -c, --lua_cpath=<str>	add the supplied value at the front of the search path for Lua C libraries.
+  -d, --domain_var=<str>	sets domain variable; name=value format.
+  -e, --extdir=<str>	extension folder. All *.kze files from this folder are added to the Lua search path.
+  -i, --install_plugins	install all *.kzp files found in the same folder as the executable.
+  -l, --lua_path=<str>	add the supplied value at the front of the search path for Lua libraries.
+  -p, --plugins=<str>	comma delimited list of plugins to enable.
+  -t, --trace=<str>	enable tracing for the specified set of module names, separated by commas.
+  -w, --workdir=<str>	working directory where this instance's data files are stored.
+  -u, --unittest=<str>	runs the Lua script (possibly wildcarded) under LuaUnit.
+  -U, --test	
+  -z, --zippath=<str>	list of ZIP archives of Lua code (possibly wildcarded), separated by semi-colons.
 )";
+
+// The framework chooses how wide the first column is.
+std::string WithoutPadding(const std::string& usage)
+{
+    return std::regex_replace(usage, std::regex(" *\t"), "\t");
+}
 
 TEST(CommandLine, HelpListsEveryOptionInOrder)
 {
@@ -66,7 +74,7 @@ TEST(CommandLine, HelpListsEveryOptionInOrder)
     {
         const SProcessResult result = host.Run({word});
         EXPECT_EQ(result.status, 255);
-        EXPECT_EQ(result.err, kUsage);
+        EXPECT_EQ(WithoutPadding(result.err), kUsage);
         EXPECT_EQ(result.out, "");
     }
     EXPECT_FALSE(FileExists(host.Work())) << "help must leave no trace";
@@ -87,7 +95,7 @@ TEST(CommandLine, SyntaxErrorsNameTheWordAndEndTheStart)
         const SProcessResult result = host.Run(words);
         EXPECT_EQ(result.status, 255);
         EXPECT_EQ(result.err.substr(0, result.err.find('\n')), message);
-        EXPECT_NE(result.err.find(kUsage), std::string::npos);
+        EXPECT_NE(WithoutPadding(result.err).find(kUsage), std::string::npos);
     }
 }
 

@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The application script's life in the foreground, as an author sees it.
+
+#include "support/Host.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace TestSupport;
+
+namespace
+{
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// A module whose functions say that they were called.
+std::string Steps(const std::string& init,
+                  const std::string& main,
+                  const std::string& shutdown)
+{
+    return "return {\n"
+           "  init = function() print('init') " +
+           init +
+           " end,\n"
+           "  main = function() print('main') " +
+           main +
+           " end,\n"
+           "  shutdown = function() print('shutdown') " +
+           shutdown +
+           " end,\n"
+           "}\n";
+}
+
+struct SSequence
+{
+    const char* name;
+    const char* init;
+    const char* main;
+    const char* shutdown;
+    int status;
+    const char* out;
+};
+
+constexpr SSequence kSequences[] = {
+    {"all succeed", "", "", "", 0, "init\nmain\nshutdown\n"},
+    {"init fails", "return 5", "", "", 5, "init\n"},
+    {"main fails", "", "return 3", "", 3, "init\nmain\n"},
+    {"shutdown fails", "", "", "return 9", 9, "init\nmain\nshutdown\n"},
+    {"a numeric string counts", "", "return '7'", "", 7, "init\nmain\n"},
+    {"a fraction is cut", "", "return 2.9", "", 2, "init\nmain\n"},
+    {"nil is success", "return nil", "", "", 0, "init\nmain\nshutdown\n"},
+    {"true is success", "", "return true", "", 0, "init\nmain\nshutdown\n"},
+    {"a table is success", "", "return {}", "", 0, "init\nmain\nshutdown\n"},
+    {"negative", "", "return -1", "", 255, "init\nmain\n"},
+};
+
+TEST(Script, AStatusOtherThanZeroStopsTheSequence)
+{
+    const CHost host(false);
+    for (const SSequence& s : kSequences)
+    {
+        SCOPED_TRACE(s.name);
+        const SProcessResult result =
+            host.RunTool("sequence", Steps(s.init, s.main, s.shutdown));
+        EXPECT_EQ(result.status, s.status);
+        EXPECT_EQ(result.out, s.out);
+        // A status of the script's own is no error of Lua's: the report that
+        // goes with it is empty.
+        EXPECT_EQ(result.err, s.status == 0 ? "" : "\n");
+    }
+}
+
+TEST(Script, AModuleNeedsNoFunctions)
+{
+    const CHost host(false);
+    for (const char* source : {"return {}", "return {main = 'text', init = 3}"})
+    {
+        const SProcessResult result = host.RunTool("bare", source);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+    }
+}
+
+TEST(Script, FunctionsGetNoArguments)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "noargs", "return {main = function(...) return select('#', ...) end}");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST(Script, TheModuleIsTheGlobalKzaAppModule)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "global", "local m = {}\n"
+                  "function m.main() return kzaAppModule == m and 4 end\n"
+                  "return m\n");
+    EXPECT_EQ(result.status, 4);
+}
+
+TEST(Script, AnyNameWorksThatFitsALongBracket)
+{
+    const CHost host(false);
+    for (const std::string name : {"my-tool", "a b", "it's\"q\"", "\u00fcber"})
+    {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(host.RunTool(name, "return {main = function() return 6 end}")
+                      .status,
+                  6);
+    }
+}
+
+TEST(Script, ANameThatClosesTheBracketIsASyntaxError)
+{
+    const CHost host(false);
+    const SProcessResult result = host.Run({"--appname", "a]]b"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_TRUE(Contains(result.err, "a]]b:1:")) << result.err;
+}
+
+// --- Errors ----------------------------------------------------------------
+
+TEST(Script, AMissingModuleListsWhatWasSearched)
+{
+    const CHost host;
+    const SProcessResult result =
+        host.Run({"--appname", "no.such", "--lua_path", "/first/?.lua"});
+    EXPECT_EQ(result.status, 2);
+    const std::string expected[] = {
+        "no.such:1: module 'no.such' not found:",
+        "\tno field package.preload['no.such']",
+        "\tno file '/first/no/such.lua'",
+        "\tno file '" + host.File("kza_core/kza.kze") + "/no/such.lua'",
+        "\tno file '" + host.File("kza_core/kza.kze") + "/no/such/init.lua'",
+        "\tno file '" + host.File("lua/no/such.lua") + "'",
+        "\tno file '" + host.File("lua/no/such/init.lua") + "'",
+        "\tno file '" + host.File("lib/lua/no/such.so") + "'",
+    };
+    std::size_t at = 0;
+    for (const std::string& line : expected)
+    {
+        const std::size_t found = result.err.find(line + "\n", at);
+        ASSERT_NE(found, std::string::npos) << line << "\nin\n" << result.err;
+        at = found;
+    }
+    EXPECT_EQ(result.err.find("/first/", result.err.find("/first/") + 1),
+              std::string::npos)
+        << "what was searched first is listed once";
+}
+
+TEST(Script, AnErrorShowsATracebackWithFileAndLine)
+{
+    const CHost host(false);
+    const std::string file = host.File("lua/failing.lua");
+    for (const char* step : {"init", "main", "shutdown"})
+    {
+        SCOPED_TRACE(step);
+        const SProcessResult result = host.RunTool(
+            "failing", "local m = {}\n"
+                       "local function inner() error('boom') end\n"
+                       "function m." +
+                           std::string(step) +
+                           "()\n  inner()\n  print('not reached')\nend\n"
+                           "return m\n");
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_TRUE(Contains(result.err, file + ":2: boom\n"
+                                                "stack traceback:\n"))
+            << result.err;
+        EXPECT_TRUE(Contains(result.err, file + ":4: in function"))
+            << result.err;
+    }
+}
+
+TEST(Script, ASyntaxErrorNamesFileAndLine)
+{
+    const CHost host(false);
+    const SProcessResult result =
+        host.RunTool("syntax", "local m = {}\nfunction m.main(\nreturn m\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(
+        Contains(result.err, "error loading module 'syntax' from file '" +
+                                 host.File("lua/syntax.lua") + "':"))
+        << result.err;
+    EXPECT_TRUE(Contains(result.err, "syntax.lua:3: ")) << result.err;
+}
+
+struct SErrorValue
+{
+    const char* raise;
+    const char* text;
+};
+
+constexpr SErrorValue kErrorValues[] = {
+    {"error({})", "(error object is a table value)\n"},
+    {"error(nil)", "(error object is a nil value)\n"},
+    {"error(true)", "(error object is a boolean value)\n"},
+    {"error(io.stdout)", "file ("}, // a userdata with its own __tostring
+    {"error(setmetatable({}, {__tostring = function() return 'mine' end}))",
+     "mine\nstack traceback:"},
+    {"error(setmetatable({}, {__tostring = function() return 3 end}))",
+     "3\nstack traceback:"},
+    {"error(setmetatable({}, {__tostring = function() error('x') end}))", ""},
+    {"error(42, 0)", "42\nstack traceback:"},
+    {"error('a\\0b', 0)", ""},
+    {"error('\\255\\254', 0)", "\u00ff\u00fe\nstack traceback:"},
+};
+
+TEST(Script, AnErrorValueOfAnyTypeIsShown)
+{
+    const CHost host(false);
+    for (const SErrorValue& value : kErrorValues)
+    {
+        SCOPED_TRACE(value.raise);
+        const SProcessResult result =
+            host.RunTool("errorvalue", "return {main = function() " +
+                                           std::string(value.raise) + " end}");
+        EXPECT_GT(result.status, 0);
+        EXPECT_LT(result.status, 7);
+        EXPECT_EQ(result.err.substr(0, std::string(value.text).size()),
+                  value.text);
+    }
+}
+
+TEST(Script, DeepRecursionIsAnError)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "deep", "local function f() return 1 + f() end return {main = f}");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(Contains(result.err, "stack overflow")) << result.err;
+}
+
+// --- Output ----------------------------------------------------------------
+
+TEST(Script, PrintAndWriteKeepTheirOrder)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "order", "return {main = function()\n"
+                 "  for i = 1, 3 do print('p', i, nil) io.write('w\\n') "
+                 "end end,\n"
+                 "shutdown = function() print('still open') end}");
+    EXPECT_EQ(result.out,
+              "p\t1\tnil\nw\np\t2\tnil\nw\np\t3\tnil\nw\nstill open\n");
+}
+
+TEST(Script, BothStandardStreamsStayUsableAfterAMessage)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "streams",
+        "return {main = function() io.stderr:write('narrow\\n') end}",
+        {"--domain_var", "invalid"});
+    EXPECT_TRUE(Contains(result.err, "expected name=value format\nnarrow\n"))
+        << result.err;
+}
+
+TEST(Script, ALargeValueGoesThroughTheDomain)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "large", "return {main = function()\n"
+                 "  local text = ('x'):rep(10 * 1024 * 1024)\n"
+                 "  dom:Set('big', text)\n"
+                 "  return dom:Get('big') == text and 5 or 6 end}");
+    EXPECT_EQ(result.status, 5) << result.err;
+}
+
+// --- Ends and signals ------------------------------------------------------
+
+TEST(Script, TheAgentsStatusGoesThroughTheMainLoop)
+{
+    const CHost host(false);
+    host.AddModule("kz_agent",
+                   "return {main = function() require('mainloop').wait() "
+                   "return 3 end}");
+    const SProcessResult result =
+        host.Run({"--lua_path", KZA_SOURCE_DIR "/tests/support/lua/?.lua"});
+    EXPECT_EQ(result.status, 3) << result.err;
+    const std::string log = host.Log();
+    EXPECT_TRUE(Contains(log, "KZA 12.0.0.2932 starting.")) << log;
+    EXPECT_FALSE(Contains(log, "exiting. Run time was")) << log;
+}
+
+TEST(Script, AToolDoesNotAnnounceItsStart)
+{
+    const CHost host(false);
+    EXPECT_EQ(host.RunTool("quiet", "return {}").status, 0);
+    EXPECT_EQ(host.Log("quiet"), "");
+}
+
+constexpr char kWaitForFile[] =
+    "local name = arg[1]\n"
+    "return {main = function()\n"
+    "  print('ready') io.stdout:flush()\n"
+    "  while not io.open(name) do dom:Sleep(5) end\n"
+    "  return 8 end}";
+
+TEST(Script, SigtermInTheForegroundStaysPending)
+{
+    const CHost host(false);
+    host.AddModule("pending", kWaitForFile);
+    CProcess agent(host.Words({"--appname", "pending", "--", host.File("go")}));
+    ASSERT_TRUE(WaitUntil([&] { return agent.Out() == "ready\n"; }));
+    agent.Signal(SIGTERM);
+    ASSERT_TRUE(WaitUntil(
+        [&]
+        {
+            // ShdPnd: the process's pending signals, SIGTERM is bit 14.
+            const std::string status =
+                ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status");
+            return Contains(status, "ShdPnd:\t0000000000004000");
+        }));
+    WriteFile(host.File("go"), "");
+    EXPECT_EQ(agent.Wait().status, 8);
+}
+
+TEST(Script, SigintEndsTheForegroundAtOnceWithZero)
+{
+    const CHost host(false);
+    host.AddModule("interrupted", kWaitForFile);
+    CProcess agent(
+        host.Words({"--appname", "interrupted", "--", host.File("never")}));
+    ASSERT_TRUE(WaitUntil([&] { return agent.Out() == "ready\n"; }));
+    agent.Signal(SIGINT);
+    const SProcessResult result = agent.Wait();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.signal, 0);
+}
+
+TEST(Script, TheTraceTellsWhichChunksRan)
+{
+    const CHost host(false);
+    EXPECT_EQ(host.RunTool("traced", "return {main = function() return 3 end}",
+                           {"--trace", "Appl"})
+                  .status,
+              3);
+    const std::string log = host.Log("traced");
+    std::size_t at = 0;
+    for (const char* text : {"RunChunk Running chunk 'traced'",
+                             "RunChunk Chunk produced a return value of 0",
+                             "RunAppMethod Running app's Lua method 'init'",
+                             "RunAppMethod Running app's Lua method 'main'",
+                             "RunChunk Chunk produced a return value of 3"})
+    {
+        at = log.find(text, at);
+        ASSERT_NE(at, std::string::npos) << text << "\nin\n" << log;
+    }
+}
+
+} // namespace

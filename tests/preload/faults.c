@@ -1,0 +1,74 @@
+/* SPDX-License-Identifier: Apache-2.0
+ *
+ * Preloaded into the agent: the function named in KZA_FAULT fails, the others
+ * do what they always do.
+ */
+
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+struct lua_State;
+
+int luaL_error(struct lua_State* L, const char* format, ...);
+void luaL_checkstack(struct lua_State* L, int space, const char* message);
+struct lua_State* luaL_newstate(void);
+int RAND_status(void);
+int RAND_poll(void);
+
+static int is_fault(const char* name)
+{
+    const char* const fault = getenv("KZA_FAULT");
+    return fault != NULL && strcmp(fault, name) == 0;
+}
+
+static void* next(const char* name) { return dlsym(RTLD_NEXT, name); }
+
+void luaL_checkstack(struct lua_State* L, int space, const char* message)
+{
+    if (is_fault("lua_stack") && strstr(message, "script") != NULL)
+        luaL_error(L, "stack overflow (%s)", message);
+    void (*real)(struct lua_State*, int, const char*);
+    *(void**)&real = next("luaL_checkstack");
+    real(L, space, message);
+}
+
+struct lua_State* luaL_newstate(void)
+{
+    if (is_fault("lua_newstate"))
+        return NULL;
+    struct lua_State* (*real)(void);
+    *(void**)&real = next("luaL_newstate");
+    return real();
+}
+
+int RAND_status(void)
+{
+    if (is_fault("rand_status"))
+        return 0;
+    int (*real)(void);
+    *(void**)&real = next("RAND_status");
+    return real();
+}
+
+/* Writes how often it was called to the file in KZA_FAULT_REPORT. */
+int RAND_poll(void)
+{
+    static int calls = 0;
+    const char* const report = getenv("KZA_FAULT_REPORT");
+    ++calls;
+    if (is_fault("rand_status") && report != NULL)
+    {
+        FILE* const file = fopen(report, "w");
+        if (file != NULL)
+        {
+            fprintf(file, "%d", calls);
+            fclose(file);
+        }
+    }
+    int (*real)(void);
+    *(void**)&real = next("RAND_poll");
+    return real();
+}
