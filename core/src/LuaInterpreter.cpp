@@ -2,6 +2,7 @@
 
 #include "kza_core/LuaInterpreter.h"
 
+#include "LuaHost.h"
 #include "LuaProcess.h"
 #include "LuaSearchers.h"
 
@@ -94,6 +95,7 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
     lua_setfield(m_state, LUA_REGISTRYINDEX, "LUA_NOENV");
     luaL_openlibs(m_state);
     InstallLuaProcess(m_state);
+    PreloadLuaHost(m_state);
     ReplacePrint();
 }
 
