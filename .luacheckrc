@@ -1,0 +1,23 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- Settings of luacheck for code that runs in the agent; copy it to the root of
+-- your own project.
+
+std = "lua52"
+max_line_length = 80
+
+-- What the agent gives to every script. `kzaAppModule` is the application's
+-- module once it has been loaded.
+read_globals = { "dom", "dom0", "kzaAppModule" }
+
+-- A test is a global whose name begins with "test" or "Test"; a test may put
+-- another object in the place of the domain.
+files["**/*_test.lua"] = {
+    globals = { "dom" },
+    ignore = { "11[123]/[Tt]est.*", "131/[Tt]est.*" },
+}
+
+-- The driver keeps tests from ending the process.
+files["**/kzaunit.lua"] = { globals = { "os.exit" } }
+
+exclude_files = { "build", ".ccache" }
