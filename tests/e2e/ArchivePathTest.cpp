@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Which archives are searched, in which order, and what is said about those
+// that are not.
+
+#include "support/Host.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace TestSupport;
+
+namespace
+{
+
+using Words = std::vector<std::string>;
+
+// Prints the search path.
+constexpr char kShow[] = "return {main = function() "
+                         "print(dom:Get('app.lua.zippath')) end}";
+
+// Modules are not needed for an archive to be listed.
+void AddArchive(const CHost& host,
+                const std::string& name,
+                const std::string& sideFile = std::string())
+{
+    WriteFile(host.File(name), "not opened");
+    if (!sideFile.empty())
+        WriteFile(host.File(name + ".version"), sideFile);
+}
+
+constexpr char kOurs[] = "version: 12.0.0-1\n";
+
+struct SShown
+{
+    std::string path; ///< the search path, with the host's directory cut off
+    std::string log;
+};
+
+SShown Show(const CHost& host,
+            const std::string& name,
+            Words options,
+            SProcessOptions process = {})
+{
+    options.insert(options.end(), {"--trace", "Appl"});
+    const SProcessResult result = host.RunTool(name, kShow, options, process);
+    EXPECT_EQ(result.status, 0) << result.err;
+    SShown shown{result.out, host.Log(name)};
+    const std::string prefix = host.Bin() + "/";
+    for (std::size_t at = 0;
+         (at = shown.path.find(prefix, at)) != std::string::npos;)
+        shown.path.erase(at, prefix.size());
+    return shown;
+}
+
+bool HasRecord(const std::string& log, const std::string& text)
+{
+    return log.find(text + "\n") != std::string::npos;
+}
+
+TEST(ArchivePath, WithoutArchivesTheKeyStaysUnset)
+{
+    const CHost host(false);
+    const SShown shown = Show(host, "none", {});
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_TRUE(HasRecord(shown.log, "zipFilespec: ")) << shown.log;
+    EXPECT_TRUE(HasRecord(shown.log, "app.lua.zippath empty ")) << shown.log;
+}
+
+TEST(ArchivePath, TheApplicationsArchiveComesBeforeTheCores)
+{
+    const CHost host(false);
+    AddArchive(host, "kza_core/first.kze");
+    AddArchive(host, "kza_core/kza.kze");
+    const SShown shown = Show(host, "first", {});
+    EXPECT_EQ(shown.path, "kza_core/first.kze;kza_core/kza.kze\n");
+    EXPECT_TRUE(HasRecord(shown.log, "app.lua.zippath '" +
+                                         host.File("kza_core/first.kze") + ";" +
+                                         host.File("kza_core/kza.kze") + "' "))
+        << shown.log;
+    EXPECT_EQ(Show(host, "second", {}).path, "kza_core/kza.kze\n");
+}
+
+TEST(ArchivePath, AnApplicationNamedLikeTheCoreHasOne)
+{
+    const CHost host(false);
+    AddArchive(host, "kza_core/kza.kze");
+    EXPECT_EQ(Show(host, "kza", {}).path, "kza_core/kza.kze\n");
+}
+
+TEST(ArchivePath, ItemsKeepTheirOrderAndMatchesAreSorted)
+{
+    const CHost host(false);
+    for (const char* name : {"x/b.kze", "x/A.kze", "x/a.kze", "y/z.kze"})
+        AddArchive(host, name, kOurs);
+    AddArchive(host, "x/.hidden.kze", kOurs);
+    AddArchive(host, "x/sub/deep.kze", kOurs);
+    WriteFile(host.File("x/dir.kze/file"), "");
+    EXPECT_EQ(Show(host, "order", {"-z", "y/z.kze;;x/*.kze;"}).path,
+              "y/z.kze;x/A.kze;x/a.kze;x/b.kze\n");
+}
+
+TEST(ArchivePath, AFileNamedTwiceIsListedTwice)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze", kOurs);
+    const std::string spec = host.File("x/a.kze") + ";" + host.File("x/?.kze");
+    EXPECT_EQ(Show(host, "twice", {"-z", spec}).path, "x/a.kze;x/a.kze\n");
+}
+
+TEST(ArchivePath, OnlyMatchesOfWildcardsNeedTheirVersion)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze");
+    const SShown named = Show(host, "named", {"--zippath", "x/a.kze"});
+    EXPECT_EQ(named.path, "x/a.kze\n");
+    EXPECT_TRUE(HasRecord(named.log, "Adding extension file '" +
+                                         host.File("x/a.kze") +
+                                         "' to the search path."))
+        << named.log;
+
+    const SShown matched = Show(host, "matched", {"--zippath", "x/*.kze"});
+    EXPECT_EQ(matched.path, "nil\n");
+    EXPECT_TRUE(
+        HasRecord(matched.log, "Extension file '" + host.File("x/a.kze") +
+                                   "' does not have a corresponding '.version' "
+                                   "file. It will not be enabled."))
+        << matched.log;
+}
+
+struct SSideFile
+{
+    const char* content;
+    const char* reason; // %s: side file, %e: extension; empty: accepted
+};
+
+constexpr SSideFile kSideFiles[] = {
+    {"version: 12.0.0-2932", ""},
+    {"version:12.0.0-1 anything\n", ""},
+    {"other\n\nversion: 12.0.0-0\nversion: 1\n", ""},
+    {"version: +12.0.0-1\r\n", ""},
+    {"version: 12.1.0-7\n",
+     "Ignoring extension '%e' since its version (12.1.0) doesn't match ours "
+     "(12.0.0)"},
+    {"version: 12.0.0\nversion: 12.0.0-1\n",
+     "File '%s' did not contain a properly formatted 'version:' line. "
+     "Extension '%e' will not be enabled."},
+    {"Version: 12.0.0-1\n version: 12.0.0-1\n",
+     "File '%s' does not contain a 'version:' line. Extension '%e' will not "
+     "be enabled."},
+    {" ",
+     "File '%s' does not contain a 'version:' line. Extension '%e' will not "
+     "be enabled."},
+};
+
+std::string Fill(std::string text, const CHost& host)
+{
+    const std::string archive = host.File("x/a.kze");
+    for (const auto& [mark, value] :
+         {std::pair<std::string, std::string>{"%s", archive + ".version"},
+          {"%e", archive}})
+        for (std::size_t at = 0;
+             (at = text.find(mark, at)) != std::string::npos;)
+            text.replace(at, mark.size(), value);
+    return text;
+}
+
+TEST(ArchivePath, TheSideFileDecidesAndTheReasonIsSaid)
+{
+    for (const SSideFile& side : kSideFiles)
+    {
+        SCOPED_TRACE(side.content);
+        const CHost host(false);
+        AddArchive(host, "x/a.kze", side.content);
+        const SShown shown = Show(host, "gate", {"-z", "x/*"});
+        const std::string reason = Fill(side.reason, host);
+        // The side file itself matches the pattern too and is refused.
+        EXPECT_EQ(shown.path, reason.empty() ? "x/a.kze\n" : "nil\n");
+        EXPECT_TRUE(reason.empty() ||
+                    HasRecord(shown.log, "WARNING kza: " + reason))
+            << shown.log;
+    }
+}
+
+TEST(ArchivePath, ADirectoryNamedLikeTheSideFileCountsAsMissing)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze");
+    WriteFile(host.File("x/a.kze.version/file"), "");
+    const SShown shown = Show(host, "sidedir", {"-z", "x/*.kze"});
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_NE(shown.log.find("does not have a corresponding '.version' file"),
+              std::string::npos);
+}
+
+TEST(ArchivePath, AnItemThatMatchesNothingIsNamedAsWritten)
+{
+    const CHost host(false);
+    const SShown shown =
+        Show(host, "nomatch", {"-z", "$HOME/no such.kze;no/*.kze;gone/x.kze"});
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_TRUE(
+        HasRecord(shown.log, "WARNING kza: $HOME/no such.kze: no matches"))
+        << shown.log;
+    EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: gone/x.kze: no matches"));
+    EXPECT_EQ(shown.log.find("*.kze: no matches"), std::string::npos)
+        << "a wildcard that matches nothing is silent";
+}
+
+TEST(ArchivePath, EnvironmentVariablesAreExpanded)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze");
+    SProcessOptions options;
+    options.env = {{"KZA_TEST_DIR", host.File("x")}};
+    EXPECT_EQ(Show(host, "env", {"-z", "$KZA_TEST_DIR/a.kze"}, options).path,
+              "x/a.kze\n");
+}
+
+TEST(ArchivePath, RelativeItemsStartAtTheExecutable)
+{
+    const CHost host(false);
+    AddArchive(host, "lib/ext.kze");
+    SProcessOptions options;
+    options.cwd = "/";
+    EXPECT_EQ(
+        Show(host, "relative", {"-z", "./x/../lib/ext.kze"}, options).path,
+        "lib/ext.kze\n");
+}
+
+TEST(ArchivePath, TheExtensionFolderComesLast)
+{
+    const CHost host(false);
+    AddArchive(host, "ext/e.kze", kOurs);
+    AddArchive(host, "x/a.kze");
+    const SShown shown =
+        Show(host, "extdir", {"--extdir", "ext", "--zippath", "x/a.kze"});
+    EXPECT_EQ(shown.path, "x/a.kze;ext/e.kze\n");
+    EXPECT_TRUE(
+        HasRecord(shown.log, "zipFilespec: x/a.kze;" + host.File("ext/*.kze")))
+        << shown.log;
+    EXPECT_EQ(Show(host, "noextdir", {"--extdir", "no/such"}).path, "nil\n");
+}
+
+TEST(ArchivePath, PluginsExpandTheItems)
+{
+    const CHost host(false);
+    AddArchive(host, "x/one.kze");
+    AddArchive(host, "x/two.kze");
+    EXPECT_EQ(
+        Show(host, "plugged", {"--zippath", "x/@.kze", "-p", "two,one"}).path,
+        "x/two.kze;x/one.kze\n");
+}
+
+TEST(ArchivePath, AnUnreadableFileIsSkippedWithAWarning)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze");
+    ASSERT_EQ(chmod(host.File("x/a.kze").c_str(), 0), 0);
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    SProcessOptions options;
+    options.inChild = []
+    {
+        // Root may read everything.
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(126);
+    };
+    const SShown shown = Show(host, "unreadable", {"-z", "x/a.kze"}, options);
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: Extension file '" +
+                                         host.File("x/a.kze") +
+                                         "' isn't readable"))
+        << shown.log;
+}
+
+} // namespace
