@@ -10,6 +10,7 @@
 #pragma once
 
 #include "MainLoop.h"
+#include "StopWatch.h"
 
 #include "kza_core/Runnable.h"
 
@@ -137,8 +138,8 @@ private:
     // Steps of UninstallOldPlugins and InstallNewPlugins; false leaves the
     // package where it is.
     bool ApplyRemoval(const wxFileName& package, const wxFileName& directory);
-    bool
-    ApplyInstallation(const wxFileName& package, const wxFileName& directory);
+    bool ApplyInstallation(const wxFileName& package,
+                           const wxFileName& directory);
 
     // Steps of OnCmdLineParsed (CommandLine.cpp).
     void ApplyName(wxCmdLineParser& parser);
@@ -178,6 +179,9 @@ private:
     wxString m_unitTestScript;
     wxString m_zipPath;
     wxString m_pidFile;
+
+    // In background mode, while the application runs.
+    std::unique_ptr<CStopWatch> m_stopWatch;
 
     // Outlives the script thread's use of it: freed with this object, after
     // the join. The second member is null until the loop has been entered.

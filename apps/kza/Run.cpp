@@ -40,6 +40,8 @@ void CAgentApp::RunScriptApp()
 
     CScriptThread thread;
     thread.SetDom(m_dom);
+    if (m_background)
+        m_stopWatch = std::make_unique<CStopWatch>(thread);
     if (!thread.start(50, true, 0))
     {
         TerminationCleanup();
@@ -55,6 +57,8 @@ void CAgentApp::RunScriptApp()
 int CAgentApp::MainLoop()
 {
     m_loop = std::make_unique<CMainLoop>(m_enteredLoop);
+    if (m_stopWatch)
+        m_stopWatch->Start(*m_loop);
     OnLaunched();
     return m_loop->Run();
 }

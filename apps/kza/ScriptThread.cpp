@@ -92,6 +92,7 @@ int CAgentApp::OnRunScript()
         status = RunAppMain();
     if (status != 0)
         return status;
+    m_stopWatch->Disarm();
     AwaitTermSignal();
     status = RunAppShutdown();
     const sigset_t term = TermSignal();

@@ -108,6 +108,14 @@ void CRunnable::requestExit()
     interrupt();
 }
 
+void CRunnable::withdrawExit()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_exitRequested = false;
+    if (m_wakeUp)
+        m_wakeUp->WithdrawExit();
+}
+
 bool CRunnable::TestDestroy()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

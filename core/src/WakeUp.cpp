@@ -41,6 +41,12 @@ void CWakeUp::RequestExit()
     m_condition.notify_all();
 }
 
+void CWakeUp::WithdrawExit()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_exitRequested = false;
+}
+
 bool CWakeUp::ExitRequested() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

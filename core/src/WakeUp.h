@@ -38,8 +38,9 @@ public:
     /// nothing.
     void Signal();
 
-    /// Ends every SleepFor() and WaitFor() at once, from now on.
+    /// Ends every SleepFor() and WaitFor() at once, until withdrawn.
     void RequestExit();
+    void WithdrawExit();
     [[nodiscard]] bool ExitRequested() const;
 
     // For the thread itself.

@@ -59,6 +59,10 @@ public:
     /// awakens and interrupts it. Does nothing to a thread that has ended.
     virtual void requestExit();
 
+    /// Takes a request back that has been heard, so that the thread may wait
+    /// again while it ends its work.
+    void withdrawExit();
+
     bool TestDestroy() override;
 
     /// As TestDestroy(), after waiting for up to `timeout` milliseconds.
