@@ -16,9 +16,9 @@ class CDom;
 /// Tells the service that follows the key, if there is one, that the key was
 /// set or removed. No lock may be held.
 ///
-/// One call of a service runs at a time, on the thread of one of the writers,
-/// and the last one begins after the last change: when no write is under way,
-/// the service knows what the domain holds.
+/// Two writers may call one service at the same time, in either order: it
+/// reads the domain anew under a lock of its own, so that the last call knows
+/// the last change.
 void NotifyKeyObservers(const CDom& root, std::string_view key);
 
 /// Tells every service that the keys it follows may all have changed, the
