@@ -23,8 +23,9 @@ namespace
 {
 
 constexpr unsigned kKeys = 200;
-constexpr unsigned kOperations = 1000000; // of each thread
-constexpr int kTurns = 5;
+// Of each thread; short turns, and many, find the machine at rest.
+constexpr unsigned kOperations = 300000;
+constexpr int kTurns = 40;
 
 const std::string& Key(unsigned i)
 {

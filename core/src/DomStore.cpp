@@ -217,7 +217,8 @@ void CDomStore::Replace(CNode& node, ValuePtr value)
     const CDomValue* const old =
         node.value.exchange(value.release(), std::memory_order_seq_cst);
     // After the value: who sees the generation sees the value too.
-    node.generation.fetch_add(1, std::memory_order_release);
+    node.generation.store(node.generation.load(std::memory_order_relaxed) + 1,
+                          std::memory_order_release);
     for (CWakeUp* const thread : node.waiters)
         thread->Notify();
     if (old != nullptr && !IsShared(old))

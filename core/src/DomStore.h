@@ -63,8 +63,9 @@ public:
     template <typename TUse>
     bool Read(std::string_view key, TUse use) const
     {
+        const std::size_t hash = Hash(key);
         const CEpochGuard guard;
-        const CNode* const node = Find(Load(m_index), key, Hash(key));
+        const CNode* const node = Find(Load(m_index), key, hash);
         const CDomValue* const value = node ? Load(node->value) : nullptr;
         if (value == nullptr)
             return false;
@@ -128,9 +129,10 @@ private:
     const CDom* const m_root;
     std::atomic<CIndex*> m_index;
 
-    mutable std::mutex m_mutex; // one writer at a time; guards what follows
-    std::size_t m_nodes = 0;    // in the index
-    std::size_t m_removed = 0;  // of these, unset and not pinned
+    // One writer at a time; guards what follows. Away from what readers read.
+    alignas(64) mutable std::mutex m_mutex;
+    std::size_t m_nodes = 0;   // in the index
+    std::size_t m_removed = 0; // of these, unset and not pinned
     CRetired m_retired;
 };
 

@@ -14,7 +14,7 @@ namespace EpochDetail
 {
 
 std::atomic<std::uint64_t> g_epoch{1};
-thread_local CEpochSlot* t_slot = nullptr;
+__thread CEpochSlot* t_slot = nullptr;
 
 } // namespace EpochDetail
 
