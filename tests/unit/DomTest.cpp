@@ -4,28 +4,15 @@
 
 #include "kza_core/Dom.h"
 
+#include "support/DomPtr.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 
 using namespace KzaCore;
-
-namespace
-{
-
-struct Release
-{
-    void operator()(CDom* dom) const { dom->Release(); }
-};
-using DomPtr = std::unique_ptr<CDom, Release>;
-
-DomPtr NewDom()
-{
-    return DomPtr(CDom::New(nullptr, nullptr, nullptr, false));
-}
-
-} // namespace
+using TestSupport::DomPtr;
+using TestSupport::NewDom;
 
 TEST(Dom, NewSaysThatItMadeOne)
 {

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How much memory the process has allocated.
+
+#pragma once
+
+#include <cstddef>
+
+namespace TestSupport
+{
+
+/// Bytes allocated and not freed yet, by all threads; also under a sanitizer,
+/// which has a heap of its own.
+std::size_t HeapInUse();
+
+} // namespace TestSupport

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Retired memory is freed after its last reader, and not before.
+
+#include "Epoch.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+using namespace KzaCore;
+
+namespace
+{
+
+struct CCounted final : CRetirable
+{
+    explicit CCounted(int& living) : count(living) { ++count; }
+    ~CCounted() override { --count; }
+
+    CCounted(const CCounted&) = delete;
+    CCounted& operator=(const CCounted&) = delete;
+
+    int& count;
+};
+
+constexpr int kManyBatches = 1000;
+
+void RetireMany(CRetired& retired, int& living)
+{
+    for (int i = 0; i < kManyBatches; ++i)
+        retired.Add(new CCounted(living), 1);
+}
+
+} // namespace
+
+TEST(Epoch, MemoryIsFreedInBatchesWithoutReaders)
+{
+    int living = 0;
+    CRetired retired;
+    RetireMany(retired, living);
+    EXPECT_LT(living, kManyBatches / 4);
+}
+
+TEST(Epoch, LargeObjectsDoNotWaitForABatch)
+{
+    int living = 0;
+    CRetired retired;
+    for (int i = 0; i < 10; ++i)
+        retired.Add(new CCounted(living), 10 * 1024 * 1024);
+    EXPECT_LE(living, 1);
+}
+
+TEST(Epoch, NothingThatAReaderMaySeeIsFreed)
+{
+    int living = 0;
+    CRetired retired;
+    {
+        const CEpochGuard guard;
+        RetireMany(retired, living);
+        EXPECT_EQ(living, kManyBatches);
+    }
+    RetireMany(retired, living);
+    EXPECT_LT(living, kManyBatches / 4);
+}
+
+TEST(Epoch, InnerGuardDoesNotEndTheOuter)
+{
+    int living = 0;
+    CRetired retired;
+    const CEpochGuard guard;
+    {
+        const CEpochGuard inner;
+    }
+    RetireMany(retired, living);
+    EXPECT_EQ(living, kManyBatches);
+}
+
+TEST(Epoch, ReaderOnAnotherThreadHoldsMemory)
+{
+    int living = 0;
+    CRetired retired;
+    std::promise<void> reading;
+    std::promise<void> finish;
+    std::thread reader(
+        [&]
+        {
+            const CEpochGuard guard;
+            reading.set_value();
+            finish.get_future().wait();
+        });
+    reading.get_future().wait();
+    RetireMany(retired, living);
+    EXPECT_EQ(living, kManyBatches);
+
+    finish.set_value();
+    reader.join();
+    RetireMany(retired, living);
+    EXPECT_LT(living, kManyBatches / 4);
+}
+
+TEST(Epoch, EndOfTheOwnerFreesTheRest)
+{
+    int living = 0;
+    {
+        CRetired retired;
+        const CEpochGuard guard;
+        RetireMany(retired, living);
+        retired.Add(nullptr, 0);
+    }
+    EXPECT_EQ(living, 0);
+}
+
+TEST(Epoch, SlotOfAnEndedThreadIsUsedAgain)
+{
+    const auto slotOfAThread = []
+    {
+        const CEpochSlot* slot = nullptr;
+        std::thread(
+            [&slot]
+            {
+                const CEpochGuard guard;
+                slot = EpochDetail::t_slot;
+            })
+            .join();
+        return slot;
+    };
+    const CEpochSlot* const first = slotOfAThread();
+    EXPECT_NE(first, nullptr);
+    EXPECT_EQ(slotOfAThread(), first);
+}
