@@ -122,11 +122,6 @@ CDiskLog& ProcessLog()
 
 void ConfigureDiskLog(const CDom& dom)
 {
-    // Whoever changed a key reads after the change; the last one to come here
-    // has read all changes.
-    static std::mutex& oneAtATime = *new std::mutex;
-    const std::lock_guard guard(oneAtATime);
-
     LogSettings settings;
     settings.workDir = dom.Get(DomKey::kPathWork);
     settings.appName = dom.Get(DomKey::kName);
@@ -138,12 +133,16 @@ void ConfigureDiskLog(const CDom& dom)
 
 void CDiskLog::Configure(const LogSettings& settings)
 {
+    const bool hasPlace =
+        !settings.workDir.empty() && !settings.appName.empty();
     const CInside inside;
     const std::lock_guard guard(m_lock);
+    if (m_placeKnown && !hasPlace)
+        return;
     const auto keep = std::min(settings.keep, LogSettings::kMostKept);
     m_file.SetLimits(settings.maxSize, static_cast<int>(keep));
     m_console = settings.console;
-    if (settings.workDir.empty() || settings.appName.empty())
+    if (!hasPlace)
         return;
     m_appName = settings.appName;
     m_file.SetPlace(settings.workDir + "/log", FileName(settings.appName));
@@ -195,41 +194,40 @@ void CDiskLog::Keep(std::string_view line)
 
 void CDiskLog::WriteKept()
 {
-    // What cannot be written yet is still kept.
-    if (m_kept.empty() || m_file.Prepare(std::time(nullptr)) != 0)
+    if (m_kept.empty())
         return;
-    const std::vector<std::string> kept = std::move(m_kept);
-    m_kept.clear();
+    const std::time_t now = std::time(nullptr);
+    if (const int error = m_file.Prepare(now))
+    {
+        Complain(error); // and keep them
+        return;
+    }
+    for (const std::string& line : m_kept)
+        Append(line, now);
+    m_kept = {};
     m_keptBytes = 0;
-    for (const std::string& line : kept)
-        WriteOut(line);
-    if (m_dropped == 0)
-        return;
-    const std::uint64_t dropped = m_dropped;
+    if (m_dropped > 0)
+        Warn(Records(m_dropped) + " made before the log's place was known "
+                                  "could not be kept",
+             now);
     m_dropped = 0;
-    Say(Records(dropped) + " made before the log's place was known could "
-                           "not be kept",
-        std::time(nullptr));
 }
 
 void CDiskLog::WriteOut(std::string_view line)
 {
     const std::time_t now = std::time(nullptr);
-    const int error =
-        m_lost > 0 && !SayLost(now) ? m_lostError : m_file.Append(line, now);
-    if (m_console)
-        Put(STDERR_FILENO, line);
-    if (error != 0)
+    if (m_lost > 0 && !TellLost(now))
     {
-        Lose(error);
+        Lose(m_lostError);
+        Repeat(line);
         return;
     }
-    m_complained = false;
+    Append(line, now);
     if (const int reason = m_file.TakeRotationError())
-        Say("Unable to rotate the log: " + wxSysErrorMsgStr(reason), now);
+        Warn("Unable to rotate the log: " + wxSysErrorMsgStr(reason), now);
 }
 
-bool CDiskLog::SayLost(std::time_t now)
+bool CDiskLog::TellLost(std::time_t now)
 {
     const wxString text =
         Records(m_lost) + " lost: " + wxSysErrorMsgStr(m_lostError);
@@ -240,7 +238,28 @@ bool CDiskLog::SayLost(std::time_t now)
         return false;
     }
     m_lost = 0;
+    m_complained = false;
+    Repeat(line.Text());
     return true;
+}
+
+void CDiskLog::Warn(const wxString& text, std::time_t now)
+{
+    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
+    Append(line.Text(), now);
+}
+
+void CDiskLog::Append(std::string_view line, std::time_t now)
+{
+    if (const int error = m_file.Append(line, now))
+        Lose(error);
+    Repeat(line);
+}
+
+void CDiskLog::Repeat(std::string_view line) const
+{
+    if (m_console)
+        Put(STDERR_FILENO, line);
 }
 
 void CDiskLog::Lose(int error)
@@ -259,12 +278,6 @@ void CDiskLog::Complain(int error)
     const std::string reason = wxSysErrorMsgStr(error).utf8_string();
     Put(STDERR_FILENO, m_appName + ": cannot write the log " + m_file.Path() +
                            ": " + reason + "\n");
-}
-
-void CDiskLog::Say(const wxString& text, std::time_t now)
-{
-    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
-    WriteOut(line.Text());
 }
 
 void CDiskLog::FlushKept()

@@ -49,8 +49,8 @@ public:
     CDiskLog(const CDiskLog&) = delete;
     CDiskLog& operator=(const CDiskLog&) = delete;
 
-    /// Takes new settings. As long as directory or name are empty, the place
-    /// stays what it was.
+    /// Takes new settings. Once the place is known, settings without one
+    /// change nothing: the domain is gone and the process about to end.
     void Configure(const LogSettings& settings);
 
     /// Writes one entry. It is on its way to the file when this returns.
@@ -70,9 +70,11 @@ private:
     void Keep(std::string_view line);
     void WriteKept();
     void WriteOut(std::string_view line);
-    bool SayLost(std::time_t now);
+    bool TellLost(std::time_t now);
+    void Warn(const wxString& text, std::time_t now);
+    void Append(std::string_view line, std::time_t now);
+    void Repeat(std::string_view line) const;
     void Lose(int error);
-    void Say(const wxString& text, std::time_t now);
     void Complain(int error);
 
     std::mutex m_lock; // guards all below
@@ -96,8 +98,8 @@ CDiskLog& ProcessLog();
 
 /// Takes the settings of the process's log from the domain's keys `app.name`,
 /// `app.path.work`, `log.maxsize`, `log.keep` and `log.console`; to be called
-/// when one of them changed. Numbers and the switch may also be given as text.
-/// What makes no sense counts as absent.
+/// when one of them changed, by one thread at a time. Numbers and the switch
+/// may also be given as text. What makes no sense counts as absent.
 void ConfigureDiskLog(const CDom& dom);
 
 } // namespace KzaCore

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -83,10 +82,6 @@ bool CTraceSet::Has(std::wstring_view component) const
 
 void RefreshTrace(const CDom& dom)
 {
-    // Whoever changed a key reads after the change; the last one to come here
-    // has read all changes.
-    static std::mutex& oneAtATime = *new std::mutex;
-    const std::lock_guard guard(oneAtATime);
     const wxString list = dom.GetWxString(DomKey::kTrace) + "," +
                           dom.GetWxString(DomKey::kTraceMore);
     Publish(CTraceSet({list.wx_str(), list.length()}));
