@@ -182,8 +182,7 @@ int CLogFile::Adopt(int file, const struct stat& status)
     }
     m_size = status.st_size;
     m_unseen = 0;
-    // A writer that died, or a disk that was full, may have left half a line.
-    m_torn = true;
+    m_torn = WasLeftInMidLine();
     return 0;
 }
 
@@ -258,7 +257,8 @@ int CLogFile::TakeRotationError()
 
 int CLogFile::Write(std::string_view line)
 {
-    if (m_torn && EndsInMidLine() && WriteSome(m_file, "\n") != 1)
+    struct stat status = {};
+    if (m_torn && EndsInMidLine(status) && WriteSome(m_file, "\n") != 1)
         return errno;
     m_torn = false;
 
@@ -277,9 +277,20 @@ int CLogFile::Write(std::string_view line)
     return 0;
 }
 
-bool CLogFile::EndsInMidLine() const
+// By a writer that died or by a full disk. While the system copies a line of
+// another writer the file ends in its middle, too. Setting the rights that the
+// file has waits for that writer, who then has made it longer.
+bool CLogFile::WasLeftInMidLine() const
 {
-    struct stat status = {};
+    struct stat before = {};
+    struct stat after = {};
+    return EndsInMidLine(before) &&
+           fchmod(m_file, before.st_mode & 07777) == 0 &&
+           EndsInMidLine(after) && after.st_size == before.st_size;
+}
+
+bool CLogFile::EndsInMidLine(struct stat& status) const
+{
     char last = '\n';
     return fstat(m_file, &status) == 0 && status.st_size > 0 &&
            pread(m_file, &last, 1, status.st_size - 1) == 1 && last != '\n';

@@ -88,7 +88,8 @@ private:
     int Shift();
 
     int Write(std::string_view line);
-    [[nodiscard]] bool EndsInMidLine() const;
+    [[nodiscard]] bool WasLeftInMidLine() const;
+    bool EndsInMidLine(struct stat& status) const;
 
     std::string m_directory;
     std::string m_name;
@@ -101,7 +102,7 @@ private:
     std::int64_t m_unseen = 0; // what we wrote since
     std::time_t m_lookedAt = 0;
     int m_openError = 0;
-    bool m_torn = false; // a part of a line may stand at the end
+    bool m_torn = false; // a part of a line stands at the end
 
     int m_rotationError = 0;
     bool m_rotationErrorTaken = false;
