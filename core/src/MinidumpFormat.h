@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The public minidump format: the records that a dump of ours holds.
+//
+// Numbers are little-endian and packed to four bytes. A location is an offset
+// from the start of the file ("rva").
+//
+// Threads: none of it has state.
+
+#pragma once
+
+#include <cstdint>
+
+namespace KzaCore::Minidump
+{
+
+inline constexpr std::uint32_t kSignature = 0x504d444d; // "MDMP"
+inline constexpr std::uint32_t kVersion = 0x0000a793;
+inline constexpr std::uint64_t kWithFullMemory = 0x2;
+
+inline constexpr std::uint16_t kArchitectureAmd64 = 9;
+inline constexpr std::uint32_t kPlatformLinux = 0x8201;
+inline constexpr std::uint32_t kContextAmd64 = 0x0010000f;
+inline constexpr std::uint32_t kMiscHasProcessId = 1;
+
+// A module's identity: the build identifier that the linker put into it.
+inline constexpr std::uint32_t kCvElfBuildId = 0x4270454c;
+
+enum class EStream : std::uint32_t
+{
+    ThreadList = 3,
+    ModuleList = 4,
+    MemoryList = 5,
+    Exception = 6,
+    SystemInfo = 7,
+    Memory64List = 9,
+    CommentA = 10, // the note: plain text, see docs/crash_dumps.md
+    MiscInfo = 15,
+    LinuxCpuInfo = 0x47670003,
+    LinuxProcStatus = 0x47670004,
+    LinuxCmdLine = 0x47670006,
+    LinuxAuxv = 0x47670008,
+    LinuxMaps = 0x47670009,
+};
+
+#pragma pack(push, 4)
+
+struct Location
+{
+    std::uint32_t size;
+    std::uint32_t rva;
+};
+
+struct Header
+{
+    std::uint32_t signature;
+    std::uint32_t version;
+    std::uint32_t streamCount;
+    std::uint32_t directoryRva;
+    std::uint32_t checkSum;
+    std::uint32_t time; // seconds since the epoch
+    std::uint64_t flags;
+};
+
+struct Directory
+{
+    EStream type;
+    Location location;
+};
+
+struct MemoryDescriptor
+{
+    std::uint64_t start;
+    Location memory;
+};
+
+struct MemoryDescriptor64
+{
+    std::uint64_t start;
+    std::uint64_t size;
+};
+
+struct Memory64Head
+{
+    std::uint64_t count;
+    std::uint64_t baseRva; // the ranges' bytes follow one another from here
+};
+
+struct Thread
+{
+    std::uint32_t id;
+    std::uint32_t suspendCount;
+    std::uint32_t priorityClass;
+    std::uint32_t priority;
+    std::uint64_t environmentBlock;
+    MemoryDescriptor stack;
+    Location context;
+};
+
+struct FixedFileInfo
+{
+    std::uint32_t signature;
+    std::uint32_t structVersion;
+    std::uint32_t fileVersionHigh; // first number << 16 | second
+    std::uint32_t fileVersionLow;  // third number << 16 | fourth
+    std::uint32_t productVersionHigh;
+    std::uint32_t productVersionLow;
+    std::uint32_t unused[7];
+};
+
+inline constexpr std::uint32_t kFixedFileInfoSignature = 0xfeef04bd;
+inline constexpr std::uint32_t kFixedFileInfoVersion = 0x00010000;
+
+struct Module
+{
+    std::uint64_t base;
+    std::uint32_t size;
+    std::uint32_t checkSum;
+    std::uint32_t time;
+    std::uint32_t nameRva;
+    FixedFileInfo version;
+    Location cvRecord;
+    Location miscRecord;
+    std::uint64_t reserved[2];
+};
+
+struct Exception
+{
+    std::uint32_t threadId;
+    std::uint32_t alignment;
+    std::uint32_t code;  // the signal
+    std::uint32_t flags; // its code, si_code
+    std::uint64_t nested;
+    std::uint64_t address; // si_addr
+    std::uint32_t parameterCount;
+    std::uint32_t alignment2;
+    std::uint64_t parameters[15];
+    Location context;
+};
+
+struct SystemInfo
+{
+    std::uint16_t architecture;
+    std::uint16_t processorLevel;
+    std::uint16_t processorRevision;
+    std::uint8_t processorCount;
+    std::uint8_t productType;
+    std::uint32_t majorVersion;
+    std::uint32_t minorVersion;
+    std::uint32_t buildNumber;
+    std::uint32_t platform;
+    std::uint32_t versionTextRva;
+    std::uint16_t suite;
+    std::uint16_t reserved;
+    std::uint32_t processor[6];
+};
+
+struct MiscInfo
+{
+    std::uint32_t size;
+    std::uint32_t flags;
+    std::uint32_t processId;
+    std::uint32_t createTime;
+    std::uint32_t userTime;
+    std::uint32_t kernelTime;
+};
+
+struct ContextAmd64
+{
+    std::uint64_t home[6];
+    std::uint32_t flags;
+    std::uint32_t mxcsr;
+    std::uint16_t cs, ds, es, fs, gs, ss;
+    std::uint32_t eflags;
+    std::uint64_t debug[6];
+    std::uint64_t rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi;
+    std::uint64_t r8, r9, r10, r11, r12, r13, r14, r15;
+    std::uint64_t rip;
+    std::uint8_t floatSave[512]; // as the fxsave instruction lays it out
+    std::uint8_t vector[416];
+    std::uint64_t control[6];
+};
+
+#pragma pack(pop)
+
+static_assert(sizeof(Header) == 32);
+static_assert(sizeof(Directory) == 12);
+static_assert(sizeof(MemoryDescriptor) == 16);
+static_assert(sizeof(Thread) == 48);
+static_assert(sizeof(FixedFileInfo) == 52);
+static_assert(sizeof(Module) == 108);
+static_assert(sizeof(Exception) == 168);
+static_assert(sizeof(SystemInfo) == 56);
+static_assert(sizeof(MiscInfo) == 24);
+static_assert(sizeof(ContextAmd64) == 1232);
+
+} // namespace KzaCore::Minidump
