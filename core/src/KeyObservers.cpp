@@ -2,6 +2,7 @@
 
 #include "KeyObservers.h"
 
+#include "CrashVersion.h"
 #include "DiskLog.h"
 #include "TraceSet.h"
 #include "kza_core/Dom.h"
@@ -26,6 +27,7 @@ constexpr FollowedKey kFollowedKeys[] = {
     {DomKey::kLogMaxSize, ConfigureDiskLog},
     {DomKey::kLogKeep, ConfigureDiskLog},
     {DomKey::kLogConsole, ConfigureDiskLog},
+    {DomKey::kVersion, RefreshCrashVersion},
 };
 
 } // namespace
@@ -41,6 +43,7 @@ void NotifyAllKeyObservers(const CDom& root)
 {
     RefreshTrace(root);
     ConfigureDiskLog(root);
+    RefreshCrashVersion(root);
 }
 
 } // namespace KzaCore

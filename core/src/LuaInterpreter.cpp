@@ -2,6 +2,7 @@
 
 #include "kza_core/LuaInterpreter.h"
 
+#include "CrashLua.h"
 #include "LuaHost.h"
 #include "LuaProcess.h"
 #include "LuaSearchers.h"
@@ -86,6 +87,7 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
     if (m_state == nullptr)
         throw std::bad_alloc();
     lua_atpanic(m_state, PanicCB);
+    RememberLuaState(m_state);
     if (!openLibraries)
         return;
 
@@ -101,6 +103,8 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
 
 CLuaInterpreter::~CLuaInterpreter()
 {
+    // Before the finalizers: a dump must not ask a state that is coming down.
+    ForgetLuaState(m_state);
     lua_close(m_state);
 }
 

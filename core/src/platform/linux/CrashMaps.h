@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The memory map of the crashed process.
+//
+// Threads: the helper has one. Async-signal-safe. The object is large: keep it
+// in static memory.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sys/types.h>
+
+namespace KzaCore
+{
+
+struct CrashMapping
+{
+    std::uint64_t start;
+    std::uint64_t end;
+    std::uint64_t offset; // in the mapped file
+    std::uint32_t name;   // see CCrashMaps::Name()
+    bool readable;
+    bool writable;
+    bool excluded; // its owner asked that it not be dumped
+};
+
+class CCrashMaps
+{
+public:
+    /// Reads the map.
+    ///
+    /// \param withFlags  Also learn which mappings are excluded; takes longer.
+    ///
+    /// \return false when it cannot be read; errno says why.
+    bool Load(pid_t process, bool withFlags);
+
+    /// Takes one line of the system's text, without its end.
+    void AddLine(const char* line);
+
+    [[nodiscard]] const CrashMapping* begin() const { return m_mappings; }
+    [[nodiscard]] const CrashMapping* end() const
+    {
+        return m_mappings + m_count;
+    }
+
+    /// What is mapped there: a path, or a name in brackets, or nothing.
+    [[nodiscard]] const char* Name(const CrashMapping& mapping) const;
+
+    /// The mapping that holds the address, null when there is none.
+    [[nodiscard]] const CrashMapping* Find(std::uint64_t address) const;
+
+    /// The stack that a stack pointer points into. After an overflow it
+    /// points below its stack, and the stack is what lies above.
+    [[nodiscard]] const CrashMapping* FindStack(std::uint64_t pointer) const;
+
+private:
+    static constexpr std::size_t kMaxMappings = 16384;
+    static constexpr std::size_t kMaxNames = 512 * 1024;
+
+    void AddMapping(const char* line);
+    void AddFlags(const char* flags);
+    std::uint32_t KeepName(const char* name);
+
+    CrashMapping m_mappings[kMaxMappings];
+    std::size_t m_count = 0;
+    // Names one after the other, each with its zero; at 0 stands the empty
+    // one.
+    char m_names[kMaxNames + 1];
+    std::size_t m_namesLength = 0;
+    std::uint32_t m_lastName = 0;
+};
+
+} // namespace KzaCore

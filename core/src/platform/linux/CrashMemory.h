@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Memory of the crashed process, read by the helper.
+//
+// Threads: the helper has one. Async-signal-safe.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sys/types.h>
+
+namespace KzaCore
+{
+
+/// Settles where memory is read from: the process itself, whose threads are
+/// stopped, or, where the system forbids that, this copy of it as it was when
+/// the helper started.
+void OpenCrashMemory(pid_t process);
+
+/// Reads memory that may not be there.
+///
+/// \return the bytes read, fewer than asked for where the readable part ends.
+std::size_t ReadCrashMemory(std::uint64_t address,
+                            void* buffer,
+                            std::size_t size);
+
+/// As ReadCrashMemory(), with zeros for each page that cannot be read.
+void ReadCrashMemoryOrZeros(std::uint64_t address,
+                            void* buffer,
+                            std::size_t size);
+
+} // namespace KzaCore
