@@ -11,10 +11,9 @@ set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O2 -g")
 
 add_compile_options(
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wcast-align -Wformat=2
-  -Wnon-virtual-dtor -Woverloaded-virtual -Wundef -Wvla
-  -fno-omit-frame-pointer)
-# The warnings that speak of C++ only are noise for the few C files.
-set(CMAKE_C_FLAGS "${CMAKE_C_FLAGS} -Wno-non-virtual-dtor -Wno-overloaded-virtual")
+  -Wundef -Wvla -fno-omit-frame-pointer
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
 
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT KZA_SANITIZE)
   add_compile_options(
