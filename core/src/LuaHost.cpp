@@ -2,10 +2,15 @@
 
 #include "LuaHost.h"
 
+#include "Inflate.h"
 #include "LuaGuard.h"
+#include "ZipArchive.h"
+#include "kza_core/Unzip.h"
 
 #include <libdeflate.h>
 #include <lua.hpp>
+#include <wx/filename.h>
+#include <wx/log.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,14 +32,9 @@ namespace
 using CDirectory = std::unique_ptr<DIR, int (*)(DIR*)>;
 using CCompressor =
     std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)>;
-using CDecompressor = std::unique_ptr<libdeflate_decompressor,
-                                      void (*)(libdeflate_decompressor*)>;
 
 // Smallest output: an archive is made once and read often.
 constexpr int kDeflateLevel = 12;
-
-// No stream of this format grows more than this.
-constexpr lua_Number kMostGrowth = 1032;
 
 // nil and "path: the system's text", as Lua's io library answers.
 int PushSystemError(lua_State* L, const char* path)
@@ -126,7 +126,7 @@ int Crc32(lua_State* L)
 {
     std::size_t size = 0;
     const char* bytes = luaL_checklstring(L, 1, &size);
-    lua_pushnumber(L, libdeflate_crc32(0, bytes, size));
+    lua_pushnumber(L, KzaCore::Crc32(0, bytes, size));
     return 1;
 }
 
@@ -148,28 +148,84 @@ int Deflate(lua_State* L)
     return 1;
 }
 
-// inflate(bytes, size): what a raw deflate stream of exactly `size` bytes
-// holds, or nil and a message.
-int Inflate(lua_State* L)
+void PushEntry(lua_State* L, const SZipEntry& entry)
 {
-    std::size_t size = 0;
-    const char* bytes = luaL_checklstring(L, 1, &size);
-    const lua_Number wanted = luaL_checknumber(L, 2);
-    const lua_Number most = static_cast<lua_Number>(size) * kMostGrowth;
-    if (!(wanted >= 0 && wanted <= most))
-        return PushFailure(L, "impossible size of compressed data");
+    lua_createtable(L, 0, 4);
+    lua_pushlstring(L, entry.name.data(), entry.name.size());
+    lua_setfield(L, -2, "name");
+    lua_pushnumber(L, static_cast<lua_Number>(entry.size));
+    lua_setfield(L, -2, "size");
+    lua_pushnumber(L, entry.UnixMode() & 07777U);
+    lua_setfield(L, -2, "mode");
+}
 
-    const CDecompressor decompressor(libdeflate_alloc_decompressor(),
-                                     libdeflate_free_decompressor);
-    if (!decompressor)
-        throw std::bad_alloc();
+// entries(path [, read]): the entries of a zip archive in its order. With
+// `read` each is read through, and one that cannot be has a `problem`.
+int Entries(lua_State* L)
+{
+    const char* path = CheckPath(L, 1);
+    const bool read = lua_toboolean(L, 2) != 0;
+    CZipArchive archive;
+    std::string error;
+    if (!archive.Open(path, error))
+        return PushFailure(L, (std::string(path) + ": " + error).c_str());
 
-    std::string out(static_cast<std::size_t>(wanted), '\0');
-    const libdeflate_result result = libdeflate_deflate_decompress(
-        decompressor.get(), bytes, size, out.data(), out.size(), nullptr);
-    if (result != LIBDEFLATE_SUCCESS)
-        return PushFailure(L, "damaged compressed data");
-    lua_pushlstring(L, out.data(), out.size());
+    lua_createtable(L, static_cast<int>(archive.Entries().size()), 0);
+    int index = 0;
+    std::string bytes;
+    for (const SZipEntry& entry : archive.Entries())
+    {
+        PushEntry(L, entry);
+        if (read && !archive.Read(entry, bytes, error))
+        {
+            lua_pushlstring(L, error.data(), error.size());
+            lua_setfield(L, -2, "problem");
+        }
+        lua_rawseti(L, -2, ++index);
+    }
+    return 1;
+}
+
+// Keeps what a service logs about its refusal.
+class CReasonLog : public wxLog
+{
+public:
+    [[nodiscard]] const wxString& Reason() const { return m_reason; }
+
+protected:
+    void DoLogRecord(wxLogLevel /*level*/,
+                     const wxString& text,
+                     const wxLogRecordInfo& /*info*/) override
+    {
+        m_reason = text;
+    }
+
+private:
+    wxString m_reason;
+};
+
+bool LeaveOutCB(void* /*context*/,
+                const wxZipEntry* /*entry*/,
+                const wxString* /*destPath*/)
+{
+    return false;
+}
+
+// check_package(path, directory): true when Unzip() would take the archive
+// apart in that directory, else nil and what it would log. Writes nothing.
+int CheckPackage(lua_State* L)
+{
+    const wxFileName archive(wxString::FromUTF8(CheckPath(L, 1)));
+    const wxFileName directory =
+        wxFileName::DirName(wxString::FromUTF8(CheckPath(L, 2)));
+
+    CReasonLog log;
+    wxLog* const usual = wxLog::SetThreadActiveTarget(&log);
+    const bool ok = Unzip(archive, directory, LeaveOutCB, nullptr);
+    wxLog::SetThreadActiveTarget(usual);
+    if (!ok)
+        return PushFailure(L, log.Reason().utf8_str());
+    lua_pushboolean(L, 1);
     return 1;
 }
 
@@ -181,13 +237,10 @@ int IsATty(lua_State* L)
 }
 
 const luaL_Reg kFunctions[] = {
-    {"list", Guarded<List>},
-    {"stat", Guarded<Stat>},
-    {"crc32", Guarded<Crc32>},
-    {"deflate", Guarded<Deflate>},
-    {"inflate", Guarded<Inflate>},
-    {"isatty", Guarded<IsATty>},
-    {nullptr, nullptr},
+    {"list", Guarded<List>},       {"stat", Guarded<Stat>},
+    {"crc32", Guarded<Crc32>},     {"deflate", Guarded<Deflate>},
+    {"entries", Guarded<Entries>}, {"check_package", Guarded<CheckPackage>},
+    {"isatty", Guarded<IsATty>},   {nullptr, nullptr},
 };
 
 int OpenHost(lua_State* L)
