@@ -1,37 +1,19 @@
 # SPDX-License-Identifier: Apache-2.0
-# kza_pack_archive(TARGET OUT DIRECTORY dir FILES file...): an archive of Lua
-# modules. A relative file is one under the directory and keeps its path; an
-# absolute one stands at the archive's root.
+# kza_pack_archive(TARGET OUT DEPENDS file... INPUTS path...): an archive made
+# with kzpack by the agent that was just built, out of directories and files.
+# The side file OUT.version appears beside it.
 
 function(kza_pack_archive target out)
-  cmake_parse_arguments(PACK "" "DIRECTORY" "FILES" ${ARGN})
-  set(tree "${CMAKE_CURRENT_BINARY_DIR}/${target}.tree")
-  set(sources)
-  set(copies)
-  set(names)
-  foreach(file IN LISTS PACK_FILES)
-    if(IS_ABSOLUTE "${file}")
-      get_filename_component(name "${file}" NAME)
-      list(APPEND sources "${file}")
-    else()
-      set(name "${file}")
-      list(APPEND sources "${PACK_DIRECTORY}/${file}")
-    endif()
-    get_filename_component(place "${tree}/${name}" DIRECTORY)
-    list(APPEND copies COMMAND ${CMAKE_COMMAND} -E make_directory "${place}")
-    list(GET sources -1 source)
-    list(APPEND copies COMMAND ${CMAKE_COMMAND} -E copy "${source}" "${place}")
-    list(APPEND names "${name}")
-  endforeach()
+  cmake_parse_arguments(PACK "" "" "DEPENDS;INPUTS" ${ARGN})
   get_filename_component(out_dir "${out}" DIRECTORY)
   add_custom_command(
-    OUTPUT "${out}"
-    COMMAND ${CMAKE_COMMAND} -E rm -rf "${tree}"
-    ${copies}
+    OUTPUT "${out}" "${out}.version"
     COMMAND ${CMAKE_COMMAND} -E make_directory "${out_dir}"
-    COMMAND ${CMAKE_COMMAND} -E chdir "${tree}"
-            ${CMAKE_COMMAND} -E tar cf "${out}" --format=zip -- ${names}
-    DEPENDS ${sources}
+    COMMAND kz_agent --appname kzpack
+            --workdir "${CMAKE_BINARY_DIR}/kzpack.work"
+            --lua_path "${CMAKE_SOURCE_DIR}/lua/?.lua"
+            -- archive "${out}" ${PACK_INPUTS}
+    DEPENDS kz_agent ${PACK_DEPENDS}
     VERBATIM)
   add_custom_target(${target} ALL DEPENDS "${out}")
 endfunction()

@@ -44,7 +44,7 @@ function files.write(path, bytes)
     local closed, late_reason = file:close()
     if not (written and closed) then
         os.remove(aside)
-        return nil, path .. ": " .. (reason or late_reason)
+        return nil, aside .. ": " .. (reason or late_reason)
     end
     local renamed, why = os.rename(aside, path)
     if not renamed then

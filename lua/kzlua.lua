@@ -1,0 +1,172 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- kzlua: a Lua prompt inside the agent, with the domain in reach. A tool that
+-- the agent runs:
+--
+--     kz_agent --appname kzlua
+--
+-- An expression prints its values, an error its traceback, and the prompt goes
+-- on until the end of input (Ctrl-D). Lines can be edited and recalled where
+-- the module "readline" is installed (Debian: lua-readline).
+--
+-- When the input is no terminal there are no prompts, and the status tells
+-- whether there was an error.
+
+local host = require("kza.host")
+
+local PROMPT, CONTINUED = "> ", ">> "
+
+-- Reading --------------------------------------------------------------------
+
+-- A function that asks for a line and answers nil at the end of input, and one
+-- to call when the prompt ends.
+local function plain_reader(interactive)
+    local function read(prompt)
+        if interactive then
+            io.write(prompt)
+            io.flush()
+        end
+        return io.read()
+    end
+    return read, function() end
+end
+
+local function editing_reader(readline)
+    readline.set_options({
+        histfile = dom:Get("app.path.work") .. "/kzlua_history",
+        keeplines = 1000,
+        completion = false,
+    })
+    return readline.readline, readline.save_history
+end
+
+local function open_reader(interactive)
+    local ok, readline = pcall(require, "readline")
+    if interactive and ok then
+        return editing_reader(readline)
+    end
+    return plain_reader(interactive)
+end
+
+-- Compiling ------------------------------------------------------------------
+
+---@class Compiled
+---@field run function
+---@field skip number  How many of its results are none of the user's.
+
+-- An expression or statements, nil and a message when the text is neither.
+local function compile(text)
+    -- The value in front keeps a call from being a tail call, which would be
+    -- missing in the traceback.
+    local expression = text:gsub("^%s*=", "")
+    local chunk = load("return nil, " .. expression, "=stdin")
+    if chunk then
+        return { run = chunk, skip = 1 }
+    end
+    local statements, message = load(text, "=stdin")
+    if statements then
+        return { run = statements, skip = 0 }
+    end
+    return nil, message
+end
+
+-- True for the message of a chunk that more lines could complete.
+local function is_incomplete(message)
+    return message:find("<eof>$") ~= nil
+end
+
+-- Reads a chunk, line by line until it is whole. Answers nil and a message when
+-- it is none, nothing at the end of input.
+local function read_chunk(read)
+    local text = read(PROMPT)
+    if not text then
+        return nil
+    end
+    while true do
+        local chunk, message = compile(text)
+        if chunk or not is_incomplete(message) then
+            return chunk, message
+        end
+        local more = read(CONTINUED)
+        if not more then
+            return nil, message
+        end
+        text = text .. "\n" .. more
+    end
+end
+
+-- Running --------------------------------------------------------------------
+
+local function error_text(value)
+    if type(value) == "string" or type(value) == "number" then
+        return tostring(value)
+    end
+    local meta = getmetatable(value)
+    if type(meta) == "table" and meta.__tostring then
+        return tostring(value)
+    end
+    return ("(error object is a %s value)"):format(type(value))
+end
+
+-- The traceback without the frames of this prompt.
+local function traceback(value)
+    local text = debug.traceback(error_text(value), 2)
+    return (text:gsub("\n%s*%[C%]: in function 'xpcall'.*$", ""))
+end
+
+local function complain(text)
+    io.flush()
+    io.stderr:write(text, "\n")
+end
+
+local function run(chunk)
+    local results = table.pack(xpcall(chunk.run, traceback))
+    if not results[1] then
+        complain(results[2])
+        return false
+    end
+    local first = 2 + chunk.skip
+    if results.n < first then
+        return true
+    end
+    local ok, message = pcall(print, table.unpack(results, first, results.n))
+    if not ok then
+        complain("cannot print the result: " .. error_text(message))
+    end
+    return ok
+end
+
+local function greet()
+    print(("%s in agent %s; 'dom' is the domain, Ctrl-D ends"):format(
+        _VERSION, dom:Get("app.version")))
+end
+
+local function main()
+    local interactive = host.isatty(0)
+    local read, finish = open_reader(interactive)
+    if interactive then
+        greet()
+    end
+
+    local failed = false
+    while true do
+        local chunk, message = read_chunk(read)
+        if chunk then
+            failed = not run(chunk) or failed
+        elseif message then
+            complain(message)
+            failed = true
+        else
+            break
+        end
+    end
+
+    finish()
+    if interactive then
+        print()
+        return 0
+    end
+    return failed and 1 or 0
+end
+
+return { main = main }
