@@ -14,6 +14,7 @@ read_globals = { "dom", "dom0", "kzaAppModule" }
 -- another object in the place of the domain.
 files["**/*_test.lua"] = {
     globals = { "dom" },
+    self = false,
     ignore = { "11[123]/[Tt]est.*", "131/[Tt]est.*" },
 }
 

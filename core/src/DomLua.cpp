@@ -7,6 +7,7 @@
 
 #include "DomLua.h"
 
+#include "ArchiveLua.h"
 #include "Bytes.h"
 #include "DomStore.h"
 #include "EventLua.h"
@@ -266,6 +267,7 @@ constexpr luaL_Reg kMethods[] = {
     {"TraceIsEnabled", Guarded<TraceIsEnabled>},
     {"AgentEventWrite", Guarded<LuaAgentEventWrite>},
     {"AgentEvents", Guarded<LuaAgentEvents>},
+    {"ReadArchive", Guarded<LuaReadArchive>},
     {nullptr, nullptr},
 };
 

@@ -6,7 +6,8 @@ local lu = require("luaunit")
 
 local METHODS = {
     "AgentEventWrite", "AgentEvents", "Get", "GetPluginWorkdir", "Keys",
-    "Log", "Set", "Sleep", "Trace", "TraceIsEnabled", "Wait",
+    "Log", "ReadArchive", "Set", "Sleep", "Trace", "TraceIsEnabled",
+    "Wait",
 }
 
 local function error_of(call, ...)
@@ -104,6 +105,7 @@ function test_domain_in_a_finalizer()
         texts[i] = dom:Get("dom_class_test.text") .. i
     end
     collectgarbage()
+    lu.assertEquals(#texts, 1000)
     lu.assertEquals(seen, "set by the collector")
     dom:Set("dom_class_test.gc", nil)
     dom:Set("dom_class_test.text", nil)
