@@ -122,6 +122,11 @@ CDiskLog& ProcessLog()
 
 void ConfigureDiskLog(const CDom& dom)
 {
+    // Whoever changed a key reads after the change; the last one to come here
+    // has read all changes.
+    static std::mutex& oneAtATime = *new std::mutex;
+    const std::lock_guard guard(oneAtATime);
+
     LogSettings settings;
     settings.workDir = dom.Get(DomKey::kPathWork);
     settings.appName = dom.Get(DomKey::kName);

@@ -98,8 +98,8 @@ CDiskLog& ProcessLog();
 
 /// Takes the settings of the process's log from the domain's keys `app.name`,
 /// `app.path.work`, `log.maxsize`, `log.keep` and `log.console`; to be called
-/// when one of them changed, by one thread at a time. Numbers and the switch
-/// may also be given as text. What makes no sense counts as absent.
+/// when one of them changed, by whoever did it. Numbers and the switch may also
+/// be given as text. What makes no sense counts as absent.
 void ConfigureDiskLog(const CDom& dom);
 
 } // namespace KzaCore

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 
 namespace KzaCore
 {
@@ -82,6 +83,10 @@ bool CTraceSet::Has(std::wstring_view component) const
 
 void RefreshTrace(const CDom& dom)
 {
+    // Whoever changed a key reads after the change; the last one to come here
+    // has read all changes.
+    static std::mutex& oneAtATime = *new std::mutex;
+    const std::lock_guard guard(oneAtATime);
     const wxString list = dom.GetWxString(DomKey::kTrace) + "," +
                           dom.GetWxString(DomKey::kTraceMore);
     Publish(CTraceSet({list.wx_str(), list.length()}));

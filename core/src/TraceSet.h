@@ -39,8 +39,8 @@ private:
 };
 
 /// Takes the traced components from the domain's keys `app.trace` and
-/// `app.trace+`, which add up; to be called when one of them changed, by one
-/// thread at a time.
+/// `app.trace+`, which add up; to be called when one of them changed, by
+/// whoever did it.
 void RefreshTrace(const CDom& dom);
 
 } // namespace KzaCore
