@@ -71,7 +71,9 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
                             const wxString& msg,
                             const wxLogRecordInfo& info)
 {
-    const wxString component(info.component);
+    // Nearly always empty, and not free to convert.
+    const bool isNamed = info.component != nullptr && *info.component != '\0';
+    const wxString component = isNamed ? wxString(info.component) : wxString();
     const LogPosition position = {info.filename, info.line, info.func};
     LogEntry entry = {LevelOf(level), View(component), View(msg), 0};
     entry.time = static_cast<std::time_t>(info.timestampMS / 1000);
