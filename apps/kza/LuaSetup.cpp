@@ -85,8 +85,10 @@ void CAgentApp::SetArguments()
     }
     if (split == argc)
     {
-        const wxScopedCharBuffer name = GetAppName().utf8_str();
-        lua_pushlstring(state, name.data(), name.length());
+        // The buffer may be part of the text, which must outlive it.
+        const wxString name = GetAppName();
+        const wxScopedCharBuffer bytes = name.utf8_str();
+        lua_pushlstring(state, bytes.data(), bytes.length());
         lua_rawseti(state, -2, 0);
     }
     lua_setglobal(state, "arg");
