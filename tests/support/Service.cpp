@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "support/Service.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace TestSupport
+{
+
+namespace
+{
+
+constexpr char kFakeTime[] =
+    "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1";
+
+std::vector<pid_t> AllProcesses()
+{
+    std::vector<pid_t> all;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
+        if (const pid_t pid = PidIn(entry.path().filename()))
+            all.push_back(pid);
+    return all;
+}
+
+void BindOver(const std::string& from, const char* to)
+{
+    if (mount(from.c_str(), to, nullptr, MS_BIND, nullptr) == 0)
+        return;
+    perror(to);
+    _exit(126);
+}
+
+std::string Preloaded(const SServiceOptions& options)
+{
+    std::string list;
+    for (const std::string& shim : options.shims)
+        list += std::string(KZA_BINARY_DIR) + "/tests/shims/" + shim + ".so:";
+    if (options.speed != 1)
+        list += kFakeTime;
+    return list;
+}
+
+} // namespace
+
+SProcessInfo ProcessInfo(pid_t pid)
+{
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const std::size_t nameEnd = stat.rfind(')');
+    SProcessInfo info;
+    if (nameEnd == std::string::npos)
+        return info;
+    std::istringstream fields(stat.substr(nameEnd + 1));
+    fields >> info.state >> info.parent >> info.group >> info.session >>
+        info.terminal;
+    info.pid = pid;
+    return info;
+}
+
+pid_t PidIn(const std::string& text)
+{
+    return static_cast<pid_t>(strtol(text.c_str(), nullptr, 10));
+}
+
+int CountOf(const std::string& text, const std::string& part)
+{
+    int count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos;
+         at = text.find(part, at + part.size()))
+        ++count;
+    return count;
+}
+
+CService::CService(std::string name) : m_name(std::move(name))
+{
+    fs::create_directories(RunDir());
+    fs::create_directories(m_dir.File("opt/kz_agent"));
+    fs::copy(std::string(KZA_SOURCE_DIR) + "/tests/support/lua/mainloop.lua",
+             m_host.File("lua/mainloop.lua"));
+}
+
+CService::~CService()
+{
+    // What its workers started is in the session of the service.
+    std::set<pid_t> sessions;
+    for (const pid_t pid : Processes())
+        sessions.insert(ProcessInfo(pid).session);
+    sessions.erase(getsid(0));
+    for (const pid_t pid : AllProcesses())
+        if (sessions.count(ProcessInfo(pid).session) != 0)
+            kill(pid, SIGKILL);
+    for (const pid_t pid : Processes())
+        kill(pid, SIGKILL);
+    (void)WaitUntilGone();
+}
+
+std::string CService::PidFile() const
+{
+    return RunDir() + "/" + m_name + ".pid";
+}
+
+std::string CService::DriverScript() const
+{
+    return m_dir.File("opt/kz_agent/SunOS.init");
+}
+
+void CService::SetModule(const std::string& source) const
+{
+    m_host.AddModule(m_name, source);
+}
+
+std::string CService::LogDir() const
+{
+    std::string path = m_host.File("work/log");
+    fs::create_directories(path);
+    return path;
+}
+
+std::vector<std::string> CService::Words(
+    const std::vector<std::string>& arguments) const
+{
+    std::vector<std::string> words = {"--background", "--appname", m_name};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return m_host.Words(words);
+}
+
+SProcessOptions CService::Process(const SServiceOptions& options) const
+{
+    SProcessOptions process = options.process;
+    const std::string preload = Preloaded(options);
+    if (!preload.empty())
+        process.env.emplace_back("LD_PRELOAD", preload);
+    if (options.speed != 1)
+        process.env.emplace_back("FAKETIME",
+                                 "+0 x" + std::to_string(options.speed));
+    const std::string run = RunDir();
+    const std::string opt = m_dir.File("opt");
+    process.inChild = [run, opt, more = options.process.inChild]
+    {
+        EnterMountNamespace();
+        BindOver(run, "/run");
+        BindOver(opt, "/opt");
+        if (more)
+            more();
+    };
+    return process;
+}
+
+SProcessResult CService::Start(const SServiceOptions& options) const
+{
+    return Run(Words(options.arguments), Process(options));
+}
+
+bool CService::StartUntil(const std::string& text,
+                          const SServiceOptions& options) const
+{
+    const SProcessResult result = Start(options);
+    if (result.status != 0)
+        fprintf(stderr, "launcher: %d %s\n", result.status, result.err.c_str());
+    return result.status == 0 && WaitForLog(text);
+}
+
+pid_t CService::PidFromFile() const
+{
+    return PidIn(ReadFile(PidFile()));
+}
+
+std::vector<pid_t> CService::Processes() const
+{
+    std::vector<pid_t> found;
+    for (const pid_t pid : AllProcesses())
+    {
+        std::error_code error;
+        const fs::path exe =
+            fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
+        if (!error && exe == m_host.Agent())
+            found.push_back(pid);
+    }
+    return found;
+}
+
+pid_t CService::Worker() const
+{
+    const std::vector<pid_t> all = Processes();
+    const std::set<pid_t> known(all.begin(), all.end());
+    for (const pid_t pid : all)
+        if (known.count(ProcessInfo(pid).parent) != 0)
+            return pid;
+    return 0;
+}
+
+std::vector<std::string> CService::Records() const
+{
+    std::vector<std::string> records;
+    std::istringstream log(Log());
+    for (std::string line; std::getline(log, line);)
+        records.push_back(RecordText(line));
+    return records;
+}
+
+bool CService::WaitForLog(const std::string& text, int times) const
+{
+    return WaitUntil([&] { return CountOf(Log(), text) >= times; });
+}
+
+bool CService::WaitUntilGone() const
+{
+    return WaitUntil([this] { return Processes().empty(); });
+}
+
+bool CService::Stop() const
+{
+    const pid_t pid = PidFromFile();
+    return pid > 0 && kill(pid, SIGTERM) == 0 && WaitUntilGone();
+}
+
+} // namespace TestSupport
