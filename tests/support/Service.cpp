@@ -43,8 +43,8 @@ void BindOver(const std::string& from, const char* to)
 std::string Preloaded(const SServiceOptions& options)
 {
     std::string list;
-    for (const std::string& shim : options.shims)
-        list += std::string(KZA_BINARY_DIR) + "/tests/shims/" + shim + ".so:";
+    if (options.withFaults)
+        list += KZA_BINARY_DIR "/tests/libprocess_faults.so:";
     if (options.speed != 1)
         list += kFakeTime;
     return list;
@@ -64,6 +64,11 @@ SProcessInfo ProcessInfo(pid_t pid)
         info.terminal;
     info.pid = pid;
     return info;
+}
+
+pid_t DeadPid()
+{
+    return PidIn(Run({"/bin/sh", "-c", "echo $$"}).out);
 }
 
 pid_t PidIn(const std::string& text)

@@ -29,6 +29,9 @@ struct SProcessInfo
 /// The process's entry, with pid 0 when there is none.
 SProcessInfo ProcessInfo(pid_t pid);
 
+/// The id of a process that has ended.
+pid_t DeadPid();
+
 /// The decimal number in a text, 0 when there is none.
 pid_t PidIn(const std::string& text);
 
@@ -40,8 +43,8 @@ struct SServiceOptions
     /// How many times faster than the wall the service's clock goes.
     int speed = 1;
 
-    /// Libraries built for the tests, by name, loaded before all others.
-    std::vector<std::string> shims;
+    /// Load what makes calls about processes fail, see preload/.
+    bool withFaults = false;
 };
 
 /// An installation whose agent is started in the background. It sees a /run
