@@ -85,7 +85,7 @@ int CountOf(const std::string& text, const std::string& part)
     return count;
 }
 
-CService::CService(std::string name) : m_name(std::move(name))
+CService::CService(std::string name) : m_name(std::move(name)), m_host(false)
 {
     fs::create_directories(RunDir());
     fs::create_directories(m_dir.File("opt/kz_agent"));
