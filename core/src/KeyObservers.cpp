@@ -7,6 +7,8 @@
 #include "TraceSet.h"
 #include "kza_core/Dom.h"
 
+#include <mutex>
+
 namespace KzaCore
 {
 
@@ -18,6 +20,10 @@ struct FollowedKey
     std::string_view key;
     void (*refresh)(const CDom& root);
 };
+
+// Whoever comes last has read the last change; without the turns, an older
+// state could be put to use after a newer one.
+std::mutex s_oneAtATime;
 
 constexpr FollowedKey kFollowedKeys[] = {
     {DomKey::kTrace, RefreshTrace},
@@ -35,12 +41,17 @@ constexpr FollowedKey kFollowedKeys[] = {
 void NotifyKeyObservers(const CDom& root, std::string_view key)
 {
     for (const FollowedKey& followed : kFollowedKeys)
-        if (followed.key == key)
-            followed.refresh(root);
+    {
+        if (followed.key != key)
+            continue;
+        const std::lock_guard<std::mutex> lock(s_oneAtATime);
+        followed.refresh(root);
+    }
 }
 
 void NotifyAllKeyObservers(const CDom& root)
 {
+    const std::lock_guard<std::mutex> lock(s_oneAtATime);
     RefreshTrace(root);
     ConfigureDiskLog(root);
     RefreshCrashVersion(root);

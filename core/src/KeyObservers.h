@@ -16,9 +16,9 @@ class CDom;
 /// Tells the service that follows the key, if there is one, that the key was
 /// set or removed. No lock may be held.
 ///
-/// Two writers may call one service at the same time, in either order: it
-/// reads the domain anew under a lock of its own, so that the last call knows
-/// the last change.
+/// The service reads the domain anew, on this thread and before this returns.
+/// One call runs at a time, so the last one has read the last change. A
+/// service sets no key.
 void NotifyKeyObservers(const CDom& root, std::string_view key);
 
 /// Tells every service that the keys it follows may all have changed, the
