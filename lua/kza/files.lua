@@ -112,7 +112,7 @@ end
 --- and `?` for one, in any component; sorted. A path without either gives
 --- itself when it exists. What cannot be listed holds no match.
 ---@param pattern string
----@return string[]
+---@return string[] paths
 function files.glob(pattern)
     local paths = { pattern:sub(1, 1) == "/" and "/" or "" }
     for name in pattern:gmatch("[^/]+") do
@@ -147,6 +147,7 @@ local function add_tree(found, directory, prefix)
     return found
 end
 
+--- What is in a tree.
 ---@class kza.files.Entry
 ---@field name string     Path relative to the tree's root.
 ---@field path string     Path to open.

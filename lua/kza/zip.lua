@@ -32,10 +32,11 @@ local function u32(value)
     return u16(value % 65536) .. u16(math.floor(value / 65536))
 end
 
+--- What goes into an archive.
 ---@class kza.zip.Entry
 ---@field name string        Path in the archive; a directory ends with "/".
 ---@field bytes? string      Content; none for a directory.
----@field executable? boolean
+---@field executable? boolean  Whether the file is to be executed.
 
 local function mode_of(entry)
     if entry.name:sub(-1) == "/" then
