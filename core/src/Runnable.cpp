@@ -2,7 +2,6 @@
 
 #include "kza_core/Runnable.h"
 
-#include "CrashStack.h"
 #include "WakeUp.h"
 #include "kza_core/Log2Disk.h"
 
@@ -168,7 +167,6 @@ bool CRunnable::SleepFor(std::chrono::milliseconds time)
 
 wxThread::ExitCode CRunnable::Entry()
 {
-    const CCrashStack crashStack;
     const CThreadLogTarget logTarget;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

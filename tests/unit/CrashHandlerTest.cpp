@@ -417,19 +417,9 @@ TEST_F(CrashHandler, EveryThreadIsThere)
     EXPECT_EQ(std::to_string(threads[0].id), dump.NoteValue("thread"));
 }
 
-TEST_F(CrashHandler, ThreadWithACrashStackMayOverflowItsStack)
+TEST_F(CrashHandler, EveryThreadMayOverflowItsStack)
 {
-    const int status = Crash(
-        []
-        {
-            std::thread(
-                []
-                {
-                    const CCrashStack crashStack;
-                    FaultStackOverflow(0);
-                })
-                .join();
-        });
+    const int status = Crash([] { std::thread(OverflowStack).join(); });
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
     const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
