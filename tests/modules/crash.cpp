@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A Lua module whose functions end the process, as a broken C module of an
+// author could.
+//
+//   crash.now(way)         on the calling thread
+//   crash.on_main(way)     on the main thread, wherever it is
+//   crash.on_thread(way)   on a thread that the agent knows nothing of
+//   crash.threads(count)   starts threads that wait for ever
+//   crash.fill(megabytes)  allocates memory and writes to all of it
+
+#include "support/HardwareFaults.h"
+
+#include <lua.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace TestSupport;
+
+void DoubleFree()
+{
+    void* block = std::malloc(2000);
+    void* volatile alias = block;
+    std::free(block);
+    std::free(alias);
+}
+
+void Overflow()
+{
+    FaultStackOverflow(0);
+}
+
+struct Way
+{
+    const char* name;
+    void (*crash)();
+};
+
+constexpr Way kWays[] = {
+    {"segv", FaultSegv},
+    {"bus", FaultBus},
+    {"ill", FaultIll},
+    {"fpe", FaultFpe},
+    {"trap", FaultTrap},
+    {"abort", std::abort},
+    {"terminate", std::terminate},
+    {"overflow", Overflow},
+    {"heap", DoubleFree},
+};
+
+void (*g_onMain)() = nullptr;
+
+extern "C" void CrashOnMainCB(int /*signal*/)
+{
+    g_onMain();
+}
+
+void (*CheckWay(lua_State* L))()
+{
+    const char* name = luaL_checkstring(L, 1);
+    for (const Way& way : kWays)
+        if (std::strcmp(way.name, name) == 0)
+            return way.crash;
+    luaL_argerror(L, 1, "no such way");
+    return nullptr;
+}
+
+int Now(lua_State* L)
+{
+    CheckWay(L)();
+    return 0;
+}
+
+int OnMain(lua_State* L)
+{
+    g_onMain = CheckWay(L);
+    std::signal(SIGUSR1, CrashOnMainCB);
+    syscall(SYS_tgkill, getpid(), getpid(), SIGUSR1);
+    for (;;)
+        pause();
+}
+
+int OnThread(lua_State* L)
+{
+    std::thread(CheckWay(L)).join();
+    return 0;
+}
+
+int Threads(lua_State* L)
+{
+    for (lua_Integer left = luaL_checkinteger(L, 1); left > 0; left--)
+        std::thread(
+            []
+            {
+                for (;;)
+                    pause();
+            })
+            .detach();
+    return 0;
+}
+
+int Fill(lua_State* L)
+{
+    const auto size = static_cast<std::size_t>(luaL_checkinteger(L, 1)) << 20U;
+    void* memory = std::malloc(size);
+    if (memory == nullptr)
+        return luaL_error(L, "no memory");
+    std::memset(memory, 0x5a, size);
+    asm volatile("" : : "r"(memory) : "memory");
+    return 0;
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int luaopen_crash(
+    lua_State* L)
+{
+    constexpr luaL_Reg kFunctions[] = {
+        {"now", Now},         {"on_main", OnMain}, {"on_thread", OnThread},
+        {"threads", Threads}, {"fill", Fill},      {nullptr, nullptr},
+    };
+    luaL_newlib(L, kFunctions);
+    return 1;
+}
