@@ -1,0 +1,401 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The log and its trace lines, as an operator finds them.
+
+#include "support/Host.h"
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <regex>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace TestSupport;
+
+namespace
+{
+
+using Texts = std::vector<std::string>;
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// What the lines of a file say, without date, process and thread.
+Texts RecordsOf(const std::string& file)
+{
+    Texts records;
+    for (const std::string& line : ReadLines(file))
+        records.push_back(RecordText(line));
+    return records;
+}
+
+mode_t ModeOf(const std::string& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+}
+
+// A tool whose main is the given Lua code.
+std::string Main(const std::string& code)
+{
+    return "return { main = function()\n" + code + "\nend }\n";
+}
+
+Texts Numbered(const std::string& text, int count)
+{
+    Texts texts;
+    for (int i = 1; i <= count; ++i)
+        texts.push_back("INFO kza: " + text + " " + std::to_string(i));
+    return texts;
+}
+
+/// A tool run on a host of its own.
+struct STool
+{
+    CHost host{false};
+    std::string log = host.File("work/log/tool.log");
+
+    [[nodiscard]] SProcessResult Run(const std::string& code,
+                                     const Texts& arguments = {},
+                                     const SProcessOptions& options = {}) const
+    {
+        return host.RunTool("tool", Main(code), arguments, options);
+    }
+};
+
+} // namespace
+
+TEST(Log, RecordsHaveDateProcessThreadLevelAndComponent)
+{
+    const STool tool;
+    tool.host.AddModule(
+        "tool",
+        Main("dom:Set('app.trace', 'Cmp')\n"
+             "for level in ('error warning message info verbose debug')\n"
+             "  :gmatch('%a+') do dom:Log(level, 'a ' .. level) end\n"
+             "dom:Trace('Cmp', 'a trace')\n"
+             "dom:Trace('Other', 'not traced')\n"));
+    CProcess process(tool.host.Words({"--appname", "tool"}));
+    const pid_t pid = process.Pid();
+    EXPECT_EQ(process.Wait().status, 0);
+
+    const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \[)" +
+                              std::to_string(pid) + R"(:(\d+)\] )";
+    const Texts expected = {"ERROR kza: a error",
+                            "WARNING kza: a warning",
+                            "MESSAGE kza: a message",
+                            "INFO kza: a info",
+                            "VERBOSE kza: a verbose",
+                            "DEBUG kza: a debug",
+                            "TRACE Cmp: tool.lua:5 ? a trace"};
+    const Texts lines = ReadLines(tool.log);
+    ASSERT_EQ(lines.size(), expected.size());
+    for (std::size_t i = 0; i < lines.size(); ++i)
+    {
+        std::smatch match;
+        ASSERT_TRUE(
+            std::regex_match(lines[i], match, std::regex(stamp + "(.*)")))
+            << lines[i];
+        EXPECT_EQ(match.str(2), expected[i]);
+        // The script has a thread of its own.
+        EXPECT_NE(match.str(1), std::to_string(pid));
+    }
+}
+
+TEST(Log, TimesAreLocal)
+{
+    const STool tool;
+    SProcessOptions options;
+    options.env = {{"TZ", "XYZ-5"}};
+    const SProcessResult result =
+        tool.Run("print(os.date('%z'))\n"
+                 "print(os.date('%Y-%m-%d %H:%M:%S'))\n"
+                 "dom:Log('info', 'text')\n"
+                 "print(os.date('%Y-%m-%d %H:%M:%S'))",
+                 {}, options);
+    ASSERT_EQ(result.out.size(), 6U + 20U + 20U);
+    EXPECT_EQ(result.out.substr(0, 6), "+0500\n");
+    const std::string stamp = ReadFile(tool.log).substr(0, 19);
+    EXPECT_LE(result.out.substr(6, 19), stamp);
+    EXPECT_LE(stamp, result.out.substr(26, 19));
+}
+
+TEST(Log, AgentAnnouncesItsStart)
+{
+    const CHost host(false);
+    host.AddModule("kz_agent", Main(""));
+    EXPECT_EQ(host.Run({}).status, 0);
+    const Texts records = RecordsOf(host.File("work/log/kz_agent.log"));
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records[0], "INFO kza: KZA 12.0.0.2932 starting.");
+}
+
+TEST(Log, DirectoryAndFileAreForTheOwnerAlone)
+{
+    const STool tool;
+    SProcessOptions options;
+    options.inChild = [] { umask(0); };
+    EXPECT_EQ(tool.Run("dom:Log('info', 'x')", {}, options).status, 0);
+    EXPECT_EQ(ModeOf(tool.host.File("work/log")), S_IFDIR | 0700);
+    EXPECT_EQ(ModeOf(tool.log), S_IFREG | 0600);
+}
+
+TEST(Log, TextOfAnyKindStaysOnItsLine)
+{
+    const STool tool;
+    EXPECT_EQ(tool.Run("dom:Log('info', 'one\\ntwo\\r\\n')\n"
+                       "dom:Log('info', '\\27[31mred\\0end\\ttab')\n"
+                       "dom:Log('info', '\\195\\164 \\226\\130\\172')\n"
+                       "dom:Log('info', 'latin \\228')\n"
+                       "dom:Log('info', '')\n"
+                       "dom:Log('info', ('x'):rep(1000000))")
+                  .status,
+              0);
+    const Texts lines = ReadLines(tool.log);
+    ASSERT_EQ(lines.size(), 6U);
+    EXPECT_EQ(RecordText(lines[0]), "INFO kza: one\\ntwo\\r\\n");
+    EXPECT_EQ(RecordText(lines[1]), "INFO kza: \\x1b[31mred\\x00end\ttab");
+    EXPECT_EQ(RecordText(lines[2]), "INFO kza: \u00e4 \u20ac");
+    EXPECT_EQ(RecordText(lines[3]), "INFO kza: latin \u00e4");
+    EXPECT_EQ(RecordText(lines[4]), "INFO kza: ");
+    EXPECT_EQ(lines[5].substr(lines[5].find(": ") + 2),
+              std::string(1000000, 'x'));
+}
+
+TEST(Log, NoEndOfTheProcessLosesARecord)
+{
+    const struct
+    {
+        const char* name;
+        const char* end;
+        int status;
+    } cases[] = {
+        {"return", "return 0", 0},
+        {"status", "return 7", 7},
+        {"os.exit", "os.exit(5)", 5},
+        {"error", "error('it fails')", 2},
+        {"kill",
+         "local pid = io.open('/proc/self/stat'):read('*n')\n"
+         "os.execute('kill -9 ' .. pid)",
+         -1},
+    };
+    for (const auto& one : cases)
+        for (const char* name : {"tool", "kz_agent"})
+        {
+            SCOPED_TRACE(std::string(one.name) + " " + name);
+            const CHost host(false);
+            const std::string work =
+                "for i = 1, 500 do dom:Log('info', 'record ' .. i) end\n";
+            const SProcessResult result =
+                host.RunTool(name, Main(work + one.end));
+            EXPECT_EQ(result.status, one.status);
+            Texts records =
+                RecordsOf(host.File("work/log/" + std::string(name) + ".log"));
+            records.erase(
+                std::remove_if(records.begin(), records.end(),
+                               [](const std::string& record)
+                               { return !Contains(record, ": record "); }),
+                records.end());
+            EXPECT_EQ(records, Numbered("record", 500));
+        }
+}
+
+TEST(Log, ConsoleShowsEveryRecordToo)
+{
+    const STool tool;
+    const SProcessResult result =
+        tool.Run("dom:Log('info', 'one')\n"
+                 "dom:Set('log.console', false)\n"
+                 "dom:Log('info', 'two')\n"
+                 "dom:Set('log.console', true)\n"
+                 "dom:Log('info', 'three')\n"
+                 "dom:Set('log.console', nil)\n"
+                 "dom:Log('info', 'four')",
+                 {"--domain_var", "log.console=true"});
+    const Texts lines = ReadLines(tool.log);
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_EQ(result.err, lines[0] + "\n" + lines[2] + "\n");
+}
+
+TEST(Log, RotatesAsTheDomainSays)
+{
+    const STool tool;
+    EXPECT_EQ(tool.Run("dom:Set('log.keep', 2)\n"
+                       "for i = 1, 1000 do dom:Log('info', 'record ' .. i) end",
+                       {"--domain_var", "log.maxsize=10000"})
+                  .status,
+              0);
+    Texts records;
+    for (const char* suffix : {".2", ".1", ""})
+    {
+        const std::string file = tool.log + suffix;
+        EXPECT_LE(ReadFile(file).size(), 10000U) << suffix;
+        for (const std::string& record : RecordsOf(file))
+            records.push_back(record);
+    }
+    EXPECT_FALSE(FileExists(tool.log + ".3"));
+    EXPECT_GT(records.size(), 200U);
+    const Texts all = Numbered("record", 1000);
+    EXPECT_EQ(records,
+              Texts(all.end() - static_cast<std::ptrdiff_t>(records.size()),
+                    all.end()));
+}
+
+TEST(Log, TraceFollowsTheDomainWhileTheProcessRuns)
+{
+    const STool tool;
+    WriteFile(tool.host.File("work/kz_agent.ini"), "tool.Trace=FromFile\n");
+    const SProcessResult result =
+        tool.Run("local function trace(text)\n"
+                 "  for name in ('FromLine FromFile New'):gmatch('%a+') do\n"
+                 "    dom:Trace(name, text)\n"
+                 "    io.write(tostring(dom:TraceIsEnabled(name)), ' ')\n"
+                 "  end\n"
+                 "end\n"
+                 "trace('start')\n"
+                 "dom:Set('app.trace', 'New')\n"
+                 "trace('new')\n"
+                 "dom:Set('app.trace+', '*')\n"
+                 "trace('all')\n"
+                 "dom:Set('app.trace', nil) dom:Set('app.trace+', nil)\n"
+                 "trace('none')\n",
+                 {"--trace", "'FromLine'"});
+    EXPECT_EQ(result.out, "true true false false true true "
+                          "true true true false false false ");
+    EXPECT_EQ(RecordsOf(tool.log),
+              (Texts{"TRACE FromLine: tool.lua:4 trace start",
+                     "TRACE FromFile: tool.lua:4 trace start",
+                     "TRACE FromFile: tool.lua:4 trace new",
+                     "TRACE New: tool.lua:4 trace new",
+                     "TRACE FromLine: tool.lua:4 trace all",
+                     "TRACE FromFile: tool.lua:4 trace all",
+                     "TRACE New: tool.lua:4 trace all"}));
+}
+
+TEST(Log, AgentTracesItsStepsWithTheirPlace)
+{
+    const CHost host(false);
+    host.AddModule("kz_agent", Main(""));
+    EXPECT_EQ(host.Run({}).status, 0);
+    const std::regex pattern(
+        "TRACE Appl: Chunks\\.cpp:\\d+ RunChunk Running chunk '.*'");
+    const Texts records = RecordsOf(host.File("work/log/kz_agent.log"));
+    EXPECT_TRUE(std::any_of(records.begin(), records.end(),
+                            [&](const std::string& record)
+                            { return std::regex_match(record, pattern); }));
+}
+
+TEST(Log, LogThatCannotBeOpenedIsSaidOnceAndTheRunGoesOn)
+{
+    const STool tool;
+    WriteFile(tool.host.File("work/log"), "in the way");
+    const SProcessResult result =
+        tool.Run("for i = 1, 100 do dom:Log('info', 'lost') end\n"
+                 "print('done')");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "done\n");
+    EXPECT_EQ(result.err,
+              "tool: cannot write the log " + tool.log + ": Not a directory\n");
+}
+
+TEST(Log, LinkInItsPlaceIsNotFollowed)
+{
+    const STool tool;
+    const std::string victim = tool.host.File("victim");
+    WriteFile(victim, "untouched");
+    WriteFile(tool.host.File("work/log/ballast"), "");
+    ASSERT_EQ(symlink(victim.c_str(), tool.log.c_str()), 0);
+    const SProcessResult result = tool.Run("dom:Log('info', 'x')");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "tool: cannot write the log " + tool.log +
+                              ": Too many levels of symbolic links\n");
+    EXPECT_EQ(ReadFile(victim), "untouched");
+}
+
+TEST(Log, FullDiskLosesRecordsAndHarmsNothingElse)
+{
+    const STool tool;
+    const std::string directory = tool.host.File("work/log");
+    WriteFile(directory + "/mounted over", "");
+    SProcessOptions options;
+    options.inChild = [directory]
+    {
+        EnterMountNamespace();
+        MountTmpfs(directory, "128k");
+        WriteFile(directory + "/ballast", std::string(64 * 1024, 'x'));
+    };
+    // What is in the mount is seen by the tool alone.
+    const SProcessResult result =
+        tool.Run("local dir = dom:Get('app.path.work') .. '/log/'\n"
+                 "for i = 1, 2000 do\n"
+                 "  dom:Log('info', 'record ' .. i)\n"
+                 "end\n"
+                 "os.remove(dir .. 'ballast')\n"
+                 "dom:Log('info', 'room again')\n"
+                 "for line in io.lines(dir .. 'tool.log') do print(line) end",
+                 {}, options);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+
+    Texts records;
+    std::string line;
+    for (std::istringstream lines(result.out); std::getline(lines, line);)
+        records.push_back(RecordText(line));
+    ASSERT_GT(records.size(), 100U);
+    EXPECT_EQ(records.back(), "INFO kza: room again");
+    // Behind the records that were written stands what the disk took of the
+    // first one that was not.
+    std::size_t written = records.size() - 2;
+    const Texts all = Numbered("record", 2000);
+    if (records[written - 1] != all[written - 1])
+        --written;
+    for (std::size_t i = 0; i < written; ++i)
+        EXPECT_EQ(records[i], all[i]);
+    EXPECT_EQ(records[records.size() - 2],
+              "WARNING kza: " + std::to_string(2000 - written) +
+                  " records lost: No space left on device");
+}
+
+TEST(Log, WatchdogAndWorkerShareTheFile)
+{
+    const CService service;
+    service.SetModule("return {\n"
+                      "main = function()\n"
+                      "  dom:Log('debug', 'a debug record')\n"
+                      "  dom:Log('verbose', 'worker ready')\n"
+                      "end,\n"
+                      "shutdown = function()\n"
+                      "  dom:Log('info', 'worker ends')\n"
+                      "end }\n");
+    ASSERT_TRUE(service.StartUntil("worker ready"));
+    const pid_t watchdog = service.PidFromFile();
+    const pid_t worker = service.Worker();
+    ASSERT_TRUE(service.Stop());
+
+    const auto lineWith = [&](const std::string& text)
+    {
+        for (const std::string& line :
+             ReadLines(service.Host().File("work/log/kz_agent.log")))
+            if (Contains(line, text))
+                return line;
+        return std::string();
+    };
+    const auto identity = [](pid_t pid)
+    { return " [" + std::to_string(pid) + ":"; };
+    EXPECT_TRUE(Contains(lineWith("worker ready"), identity(worker)));
+    EXPECT_TRUE(Contains(lineWith("worker ends"), identity(worker)));
+    EXPECT_TRUE(
+        Contains(lineWith("KZA 12.0.0.2932 exiting."), identity(watchdog)));
+    // In the background the framework's threshold is information.
+    EXPECT_EQ(lineWith("a debug record"), "");
+    for (const std::string& line :
+         ReadLines(service.Host().File("work/log/kz_agent.log")))
+        EXPECT_NE(RecordText(line), "") << line;
+}
