@@ -96,6 +96,11 @@ void RemoveLeftovers(const CrashPlan& plan)
     }
 }
 
+// For the life of the process: the main thread may crash while static objects
+// are destroyed. Volatile, so that the pointer is really kept: a leak checker
+// looks for it.
+const CCrashStack* volatile s_mainStack = nullptr;
+
 } // namespace
 
 void RefreshCrashVersion(const CDom& dom)
@@ -111,10 +116,8 @@ void InitCrashHandler(const wxString& dumpFile,
                       bool fullDump)
 {
     static int directory = -1;
-    // For the life of the process: the main thread may crash while static
-    // objects are destroyed.
-    static const auto* const mainStack = new CCrashStack;
-    wxUnusedVar(mainStack);
+    if (s_mainStack == nullptr)
+        s_mainStack = new CCrashStack;
 
     wxFileName dump(dumpFile);
     dump.MakeAbsolute();

@@ -37,17 +37,24 @@ void EnsureWakeUpHandler()
     sigaction(CRunnable::SigThreadDelete, &action, nullptr);
 }
 
-// The thread's own log target, for as long as it runs. Without one the
-// framework keeps the records until the main thread is idle, and loses them
-// when a thread ends the process.
-class CThreadLogTarget
+// The log target of every thread: the objects hold nothing, so one serves all.
+// Never deleted, since a thread that ends the process still has it.
+CLog2Disk* ThreadLogTarget()
+{
+    static auto* const s_target = new CLog2Disk;
+    return s_target;
+}
+
+// Without a target of its own, the framework keeps a thread's records until
+// the main thread is idle, and loses them when the thread ends the process.
+class CThreadLog
 {
 public:
-    CThreadLogTarget() { wxLog::SetThreadActiveTarget(new CLog2Disk); }
-    ~CThreadLogTarget() { delete wxLog::SetThreadActiveTarget(nullptr); }
+    CThreadLog() { wxLog::SetThreadActiveTarget(ThreadLogTarget()); }
+    ~CThreadLog() { wxLog::SetThreadActiveTarget(nullptr); }
 
-    CThreadLogTarget(const CThreadLogTarget&) = delete;
-    CThreadLogTarget& operator=(const CThreadLogTarget&) = delete;
+    CThreadLog(const CThreadLog&) = delete;
+    CThreadLog& operator=(const CThreadLog&) = delete;
 };
 
 } // namespace
@@ -167,7 +174,7 @@ bool CRunnable::SleepFor(std::chrono::milliseconds time)
 
 wxThread::ExitCode CRunnable::Entry()
 {
-    const CThreadLogTarget logTarget;
+    const CThreadLog log;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_thread = pthread_self();

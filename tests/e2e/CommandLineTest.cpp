@@ -274,6 +274,51 @@ TEST(CommandLine, AnyNumberOfWordsMayFollow)
     EXPECT_EQ(result.out, "10000\tword1\tword10000\n");
 }
 
+// Prints the bytes of the words as hexadecimal numbers.
+constexpr char kShowBytes[] =
+    "return {main = function() for i, word in ipairs(arg) do\n"
+    "  print(i, (word:gsub('.', function(c) "
+    "return ('%02x'):format(c:byte()) end))) end end}";
+
+TEST(CommandLine, WordsReachLuaAsUtf8)
+{
+    const CHost host(false);
+    const Words words = {"--", "d\u00fc", "", "a b"};
+    EXPECT_EQ(host.RunTool("bytes", kShowBytes, words).out,
+              "1\t64c3bc\n2\t\n3\t612062\n");
+}
+
+TEST(CommandLine, BytesThatAreNoUtf8EndInNoCrash)
+{
+    const CHost host(false);
+    const Words words = {"--", "x\xff\xfey", "after"};
+
+    // Without a locale every byte is a character of its own.
+    SProcessOptions plain;
+    plain.env = {{"LC_ALL", "C"}};
+    const SProcessResult latin =
+        host.RunTool("bytes", kShowBytes, words, plain);
+    EXPECT_EQ(latin.status, 0) << latin.err;
+    EXPECT_EQ(latin.out, "1\t78c3bfc3be79\n2\t6166746572\n");
+
+    // With one, the framework says that it leaves the word out.
+    const SProcessResult utf8 = host.RunTool("bytes", kShowBytes, words);
+    EXPECT_EQ(utf8.status, 0) << utf8.err;
+    EXPECT_EQ(utf8.out, "1\t6166746572\n");
+    EXPECT_NE(utf8.err, "");
+}
+
+TEST(CommandLine, ALongDomainVariableArrivesWhole)
+{
+    const CHost host(false);
+    // As long as the system lets a word be.
+    const std::string value(120000, 'v');
+    const SProcessResult result = host.RunTool(
+        "longvar", "return {main = function() print(#dom:Get('long')) end}",
+        {"--domain_var", "long=" + value});
+    EXPECT_EQ(result.out, "120000\n") << result.err;
+}
+
 // --- Configuration file ----------------------------------------------------
 
 void WriteIni(const CHost& host, const std::string& content)
@@ -367,6 +412,25 @@ TEST(Configuration, UnknownAndRefusedSqliteSettingsAreWarnings)
                        "'sqlite.config.memstatus'"),
               std::string::npos)
         << log;
+}
+
+TEST(Configuration, AFileThatMayNotBeReadIsSaidAndCountsAsEmpty)
+{
+    const CHost host(false);
+    WriteIni(host, "DumpLevel=1\n");
+    ASSERT_EQ(chmod(host.File("work/kz_agent.ini").c_str(), 0), 0);
+    ASSERT_EQ(chmod(host.Work().c_str(), 0777), 0);
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    SProcessOptions options;
+    options.inChild = []
+    {
+        // Root may read everything.
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(126);
+    };
+    EXPECT_EQ(Show(host, {}, {"app.fulldump"}, options),
+              "app.fulldump=false (boolean)\n");
+    EXPECT_NE(host.Log("showkeys").find("kz_agent.ini"), std::string::npos);
 }
 
 TEST(Configuration, ADirectoryInItsPlaceCountsAsEmpty)
