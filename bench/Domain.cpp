@@ -24,8 +24,8 @@ namespace
 
 constexpr unsigned kKeys = 200;
 // Of each thread; short turns, and many, find the machine at rest.
-constexpr unsigned kOperations = 300000;
-constexpr int kTurns = 40;
+constexpr unsigned kOperations = 100000;
+constexpr int kTurns = 150;
 
 const std::string& Key(unsigned i)
 {

