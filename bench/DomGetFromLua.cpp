@@ -13,7 +13,6 @@
 
 #include <lua.hpp>
 
-#include <ctime>
 #include <unordered_map>
 #include <variant>
 
@@ -54,14 +53,6 @@ void PushPeer(lua_State* L, Map& map)
     lua_setmetatable(L, -2);
 }
 
-double ProcessorSeconds()
-{
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) +
-           static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
 double LoopSeconds(lua_State* L, const char* body)
 {
     const std::string source =
@@ -69,9 +60,7 @@ double LoopSeconds(lua_State* L, const char* body)
     if (luaL_loadstring(L, source.c_str()) != LUA_OK)
         std::printf("%s\n", lua_tostring(L, -1));
     lua_pushvalue(L, 1);
-    const double start = ProcessorSeconds();
-    lua_call(L, 1, 0);
-    return ProcessorSeconds() - start;
+    return Bench::ProcessorSeconds([L] { lua_call(L, 1, 0); });
 }
 
 double Nanoseconds(lua_State* L, const char* body)

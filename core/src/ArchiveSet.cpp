@@ -5,6 +5,7 @@
 #include <wx/log.h>
 
 #include <algorithm>
+#include <functional>
 
 namespace KzaCore
 {
@@ -29,7 +30,31 @@ std::vector<std::string> Split(const std::string& list)
     return parts;
 }
 
+// A power of two, large enough for the few thousand names of many archives.
+constexpr std::size_t kHintWords = 16384;
+
+std::size_t HintWordOf(std::string_view name)
+{
+    return std::hash<std::string_view>()(name) & (kHintWords - 1);
+}
+
 } // namespace
+
+void CArchiveSet::CHints::Add(std::size_t member, const CZipArchive& archive)
+{
+    m_words.resize(kHintWords);
+    for (const SZipEntry& entry : archive.Entries())
+        m_words[HintWordOf(entry.name)] |= Bit(member);
+}
+
+std::uint64_t CArchiveSet::CHints::Of(
+    const std::vector<std::string>& names) const
+{
+    std::uint64_t bits = 0;
+    for (const std::string& name : names)
+        bits |= m_words.empty() ? 0 : m_words[HintWordOf(name)];
+    return bits;
+}
 
 void CArchiveSet::SetPaths(const std::string& list)
 {
@@ -38,19 +63,19 @@ void CArchiveSet::SetPaths(const std::string& list)
     m_list = list;
     auto old = std::move(m_members);
     m_members.clear();
+    m_hints.Clear();
     for (std::string& path : Split(list))
     {
-        const auto kept =
-            std::find_if(old.begin(), old.end(),
-                         [&path](const std::unique_ptr<SMember>& member)
-                         { return member && member->path == path; });
+        const auto kept = std::find_if(old.begin(), old.end(),
+                                       [&path](const SMember& member)
+                                       { return member.path == path; });
+        SMember member;
         if (kept != old.end())
-        {
-            m_members.push_back(std::move(*kept));
-            continue;
-        }
-        m_members.push_back(std::make_unique<SMember>());
-        m_members.back()->path = std::move(path);
+            member = std::move(*kept);
+        member.path = std::move(path);
+        if (member.archive != nullptr)
+            m_hints.Add(m_members.size(), *member.archive);
+        m_members.push_back(std::move(member));
     }
 }
 
@@ -60,39 +85,42 @@ CArchiveSet::EResult CArchiveSet::Read(const std::vector<std::string>& names,
                                        std::string& error)
 {
     const SZipEntry* entry = nullptr;
-    const SMember* const member = FindFresh(names, entry);
-    if (member == nullptr)
+    const std::size_t found = FindFresh(names, entry);
+    if (found == kNone)
         return EResult::Missing;
-    place = member->path + "/" + std::string(entry->name);
-    return member->archive->Read(*entry, bytes, error) ? EResult::Found
-                                                       : EResult::Broken;
+    const SMember& member = m_members[found];
+    place = member.path + "/" + std::string(entry->name);
+    return member.archive->Read(*entry, bytes, error) ? EResult::Found
+                                                      : EResult::Broken;
 }
 
 std::string CArchiveSet::DescribeMiss(
     const std::vector<std::string>& names) const
 {
     std::string text;
-    for (const auto& member : m_members)
+    for (const SMember& member : m_members)
     {
-        if (!member->problem.empty())
+        if (!member.problem.empty())
         {
-            text += "\n\tno usable archive '" + member->path +
-                    "': " + member->problem;
+            text += "\n\tno usable archive '" + member.path +
+                    "': " + member.problem;
             continue;
         }
         for (const std::string& name : names)
-            text += "\n\tno file '" + member->path + "/" + name + "'";
+            text += "\n\tno file '" + member.path + "/" + name + "'";
     }
     return text;
 }
 
-void CArchiveSet::Open(SMember& member)
+void CArchiveSet::Open(std::size_t at)
 {
+    SMember& member = m_members[at];
     member.problem.clear();
     member.archive = std::make_unique<CZipArchive>();
     if (member.archive->Open(member.path, member.problem))
     {
         member.warned = false;
+        m_hints.Add(at, *member.archive);
         return;
     }
     if (!member.warned)
@@ -103,50 +131,57 @@ void CArchiveSet::Open(SMember& member)
 }
 
 // True when the archive is another one than before.
-bool CArchiveSet::Refresh(SMember& member)
+bool CArchiveSet::Refresh(std::size_t at)
 {
+    const SMember& member = m_members[at];
     const bool wasUsable = member.IsUsable();
     if (wasUsable && !member.archive->IsStale())
         return false;
-    Open(member);
+    Open(at);
     return wasUsable || member.IsUsable();
 }
 
 bool CArchiveSet::RefreshAll()
 {
     bool changed = false;
-    for (const auto& member : m_members)
-        changed = Refresh(*member) || changed;
+    for (std::size_t at = 0; at < m_members.size(); ++at)
+        changed = Refresh(at) || changed;
     m_lastRefresh = std::chrono::steady_clock::now();
     return changed;
 }
 
-CArchiveSet::SMember* CArchiveSet::Find(const std::vector<std::string>& names,
-                                        const SZipEntry*& entry)
+// The first archive that holds one of the names, kNone without one.
+std::size_t CArchiveSet::Find(const std::vector<std::string>& names,
+                              const SZipEntry*& entry)
 {
-    for (const auto& member : m_members)
+    const std::uint64_t hints = m_hints.Of(names);
+    for (std::size_t at = 0; at < m_members.size(); ++at)
     {
-        if (member->archive == nullptr)
-            Open(*member);
-        if (!member->IsUsable())
+        const SMember& member = m_members[at];
+        const bool isNew = member.archive == nullptr;
+        if (isNew)
+            Open(at);
+        else if ((hints & CHints::Bit(at)) == 0)
+            continue;
+        if (!member.IsUsable())
             continue;
         for (const std::string& name : names)
         {
-            entry = member->archive->Find(name);
+            entry = member.archive->Find(name);
             if (entry != nullptr)
-                return member.get();
+                return at;
         }
     }
-    return nullptr;
+    return kNone;
 }
 
-CArchiveSet::SMember* CArchiveSet::FindFresh(
-    const std::vector<std::string>& names, const SZipEntry*& entry)
+std::size_t CArchiveSet::FindFresh(const std::vector<std::string>& names,
+                                   const SZipEntry*& entry)
 {
     if (std::chrono::steady_clock::now() - m_lastRefresh > kRefreshInterval)
         RefreshAll();
-    SMember* const found = Find(names, entry);
-    const bool changed = found == nullptr ? RefreshAll() : Refresh(*found);
+    const std::size_t found = Find(names, entry);
+    const bool changed = found == kNone ? RefreshAll() : Refresh(found);
     return changed ? Find(names, entry) : found;
 }
 

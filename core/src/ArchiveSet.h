@@ -15,6 +15,8 @@
 #include "ZipArchive.h"
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -67,16 +69,43 @@ private:
         }
     };
 
-    static void Open(SMember& member);
-    static bool Refresh(SMember& member);
+    // Tells without a look into them which archives cannot hold a name: each
+    // archive has a bit, set in the word that the name's hash chooses. Most of
+    // many archives are passed over for the price of one look into memory.
+    class CHints
+    {
+    public:
+        void Clear() { m_words.clear(); }
+        void Add(std::size_t member, const CZipArchive& archive);
+
+        /// The bits of the archives that may hold one of the names.
+        [[nodiscard]] std::uint64_t Of(
+            const std::vector<std::string>& names) const;
+
+        /// The bit of an archive; the first one beyond the word's bits shares
+        /// that of the first.
+        [[nodiscard]] static std::uint64_t Bit(std::size_t member)
+        {
+            return std::uint64_t(1) << (member % 64);
+        }
+
+    private:
+        std::vector<std::uint64_t> m_words; // empty before the first archive
+    };
+
+    void Open(std::size_t member);
+    bool Refresh(std::size_t member);
     bool RefreshAll();
-    SMember* Find(const std::vector<std::string>& names,
-                  const SZipEntry*& entry);
-    SMember* FindFresh(const std::vector<std::string>& names,
-                       const SZipEntry*& entry);
+    std::size_t Find(const std::vector<std::string>& names,
+                     const SZipEntry*& entry);
+    std::size_t FindFresh(const std::vector<std::string>& names,
+                          const SZipEntry*& entry);
+
+    static constexpr std::size_t kNone = ~std::size_t(0);
 
     std::string m_list;
-    std::vector<std::unique_ptr<SMember>> m_members;
+    std::vector<SMember> m_members;
+    CHints m_hints; // of the members that are open
     std::chrono::steady_clock::time_point m_lastRefresh{};
 };
 
