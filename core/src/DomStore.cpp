@@ -301,7 +301,8 @@ void CDomStore::Rebuild()
 
     for (const CNode* const node : removed)
         m_retired.Add(node, sizeof(*node) + node->key.capacity());
-    m_retired.Add(old, sizeof(*old) + old->slots.size() * sizeof(CNode*));
+    m_retired.Add(old,
+                  sizeof(*old) + old->slots.size() * sizeof(old->slots[0]));
 }
 
 } // namespace KzaCore
