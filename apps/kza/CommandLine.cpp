@@ -33,6 +33,54 @@ constexpr int kNormalize =
 constexpr char kDefaultTrace[] = "Appl,Cmd,Srvc,kza.Heartbeat,"
                                  "kza.ListenThread,kza.PluginUtils";
 
+// The order is that of the usage text.
+const wxCmdLineEntryDesc kOptions[] = {
+    {wxCMD_LINE_OPTION, "a", "appname",
+     "the name of this application (default is based on the name of the "
+     "executable file).",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_SWITCH, "b", "background",
+     "run as a Windows service or Unix daemon process.", wxCMD_LINE_VAL_NONE,
+     0},
+    {wxCMD_LINE_OPTION, "c", "lua_cpath",
+     "add the supplied value at the front of the search path for Lua C "
+     "libraries.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "d", "domain_var",
+     "sets domain variable; name=value format.", wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "e", "extdir",
+     "extension folder. All *.kze files from this folder are added to the Lua "
+     "search path.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_SWITCH, "i", "install_plugins",
+     "install all *.kzp files found in the same folder as the executable.",
+     wxCMD_LINE_VAL_NONE, 0},
+    {wxCMD_LINE_OPTION, "l", "lua_path",
+     "add the supplied value at the front of the search path for Lua "
+     "libraries.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "p", "plugins",
+     "comma delimited list of plugins to enable.", wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "t", "trace",
+     "enable tracing for the specified set of module names, separated by "
+     "commas.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "w", "workdir",
+     "working directory where this instance's data files are stored.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_OPTION, "u", "unittest",
+     "runs the Lua script (possibly wildcarded) under LuaUnit.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_SWITCH, "U", "test", "", wxCMD_LINE_VAL_NONE, 0},
+    {wxCMD_LINE_OPTION, "z", "zippath",
+     "list of ZIP archives of Lua code (possibly wildcarded), separated by "
+     "semi-colons.",
+     wxCMD_LINE_VAL_STRING, 0},
+    {wxCMD_LINE_PARAM, nullptr, nullptr, "-- script-param [script-param ...]",
+     wxCMD_LINE_VAL_STRING,
+     wxCMD_LINE_PARAM_OPTIONAL | wxCMD_LINE_PARAM_MULTIPLE},
+    wxCMD_LINE_DESC_END};
+
 wxFileName Executable(const wxAppConsole& app)
 {
     wxFileName file(app.argv[0]);
@@ -51,43 +99,7 @@ bool Given(const wxCmdLineParser& parser, const wxString& name, wxString& value)
 void CAgentApp::OnInitCmdLine(wxCmdLineParser& parser)
 {
     wxAppConsole::OnInitCmdLine(parser);
-
-    parser.AddOption("a", "appname",
-                     "the name of this application (default is based on the "
-                     "name of the executable file).");
-    parser.AddSwitch("b", "background",
-                     "run as a Windows service or Unix daemon process.");
-    parser.AddOption("c", "lua_cpath",
-                     "add the supplied value at the front of the search path "
-                     "for Lua C libraries.");
-    parser.AddOption("d", "domain_var",
-                     "sets domain variable; name=value format.");
-    parser.AddOption("e", "extdir",
-                     "extension folder. All *.kze files from this folder are "
-                     "added to the Lua search path.");
-    parser.AddSwitch("i", "install_plugins",
-                     "install all *.kzp files found in the same folder as the "
-                     "executable.");
-    parser.AddOption("l", "lua_path",
-                     "add the supplied value at the front of the search path "
-                     "for Lua libraries.");
-    parser.AddOption("p", "plugins",
-                     "comma delimited list of plugins to enable.");
-    parser.AddOption("t", "trace",
-                     "enable tracing for the specified set of module names, "
-                     "separated by commas.");
-    parser.AddOption("w", "workdir",
-                     "working directory where this instance's data files are "
-                     "stored.");
-    parser.AddOption("u", "unittest",
-                     "runs the Lua script (possibly wildcarded) under "
-                     "LuaUnit.");
-    parser.AddSwitch("U", "test", "");
-    parser.AddOption("z", "zippath",
-                     "list of ZIP archives of Lua code (possibly wildcarded), "
-                     "separated by semi-colons.");
-    parser.AddParam("-- script-param [script-param ...]", wxCMD_LINE_VAL_STRING,
-                    wxCMD_LINE_PARAM_OPTIONAL | wxCMD_LINE_PARAM_MULTIPLE);
+    parser.SetDesc(kOptions);
 }
 
 bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)

@@ -2,7 +2,7 @@
 //
 // Step: unit tests instead of the application's main, on the script thread.
 //
-// The driver is the Lua module tests.kzaunit; it gets the specification as it
+// The driver is the Lua module tests.kzaunit; it gets the pattern as it
 // was given and expands wildcards itself.
 
 #include "AgentApp.h"

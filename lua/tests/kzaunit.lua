@@ -26,7 +26,7 @@ local function say(text, ...)
     print("kzaunit: " .. text:format(...))
 end
 
--- Expanding the specification -----------------------------------------------
+-- Expanding the pattern -----------------------------------------------------
 
 local function add_script(scripts, path)
     if not scripts[path] then
@@ -51,7 +51,7 @@ local function add_directory(scripts, directory)
     return true
 end
 
--- Adds what one item of the specification names; false when there is nothing.
+-- Adds what one item of the pattern names; false when there is nothing.
 local function add_item(scripts, item)
     local found = files.glob(item)
     if #found == 0 then
@@ -69,11 +69,11 @@ local function add_item(scripts, item)
     return whole
 end
 
--- The scripts that a specification names, each once, and how many of its items
+-- The scripts that a pattern names, each once, and how many of its items
 -- name nothing.
-local function expand(specification)
+local function expand(pattern)
     local scripts, failures = {}, 0
-    for item in specification:gmatch("[^;]+") do
+    for item in pattern:gmatch("[^;]+") do
         if not add_item(scripts, item) then
             failures = failures + 1
         end
@@ -366,11 +366,11 @@ local function run_suite(suite)
     return failures + runner.failures_outside + runner.result.notSuccessCount
 end
 
-local function run(specification)
-    local scripts, failures = expand(specification)
+local function run(pattern)
+    local scripts, failures = expand(pattern)
     if #scripts == 0 then
         if failures == 0 then
-            say("no script matches '%s'", specification)
+            say("no script matches '%s'", pattern)
         end
         return math.max(failures, 1)
     end
@@ -387,6 +387,6 @@ local function run(specification)
     return failures + 1
 end
 
-return function(specification)
-    return math.min(run(specification), MAX_STATUS)
+return function(pattern)
+    return math.min(run(pattern), MAX_STATUS)
 end
