@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -149,6 +150,26 @@ TEST(CommandLine, TheExecutableIsFoundFromTheCurrentDirectory)
     };
     const SProcessResult result = host.Run({}, options);
     EXPECT_EQ(result.out, "app.path.bin=" + host.Bin() + " (string)\n");
+}
+
+TEST(CommandLine, AnInstallationMayLieAnywhere)
+{
+    const CHost host;
+    const CTempDir elsewhere;
+    const std::string bin = elsewhere.File("a b/d\u00fc");
+    std::filesystem::create_directories(elsewhere.File("a b"));
+    std::filesystem::copy(host.Bin(), bin,
+                          std::filesystem::copy_options::recursive);
+    WriteFile(elsewhere.File("mod/anywhere.lua"),
+              "return {main = function() print(dom:Get('app.path.bin'))\n"
+              "  require('tests.kzaunit') dom:Log('message', 'here') end}");
+    const SProcessResult result =
+        TestSupport::Run({bin + "/kz_agent", "-a", "anywhere", "-l",
+                          elsewhere.File("mod/?.lua")});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, bin + "\n");
+    EXPECT_NE(ReadFile(bin + "/work/log/anywhere.log").find("here"),
+              std::string::npos);
 }
 
 TEST(CommandLine, ValuesAreKeptAsGiven)
