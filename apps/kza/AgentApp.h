@@ -68,6 +68,10 @@ public:
     bool OnInit() override;
     int OnRun() override;
     int OnExit() override;
+
+    /// The run time as the exit report shows it: `1d 02:03:04.005`.
+    static wxString RunTimeText(const wxTimeSpan& runTime);
+
     void OnInitCmdLine(wxCmdLineParser& parser) override;
     bool OnCmdLineParsed(wxCmdLineParser& parser) override;
     void OnUnhandledException() override;

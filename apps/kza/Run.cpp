@@ -63,13 +63,15 @@ int CAgentApp::MainLoop()
     return m_loop->Run();
 }
 
+wxString CAgentApp::RunTimeText(const wxTimeSpan& runTime)
+{
+    return runTime.Format("%Dd %H:%M:%S.%l");
+}
+
 int CAgentApp::OnExit()
 {
     if (m_isDefaultApp)
-    {
-        const wxTimeSpan runTime = wxDateTime::UNow() - m_startTime;
         wxLogVerbose("KZA %s exiting. Run time was %s", Version::kText,
-                     runTime.Format("%Dd %H:%M:%S.%l"));
-    }
+                     RunTimeText(wxDateTime::UNow() - m_startTime));
     return wxAppConsole::OnExit();
 }

@@ -12,6 +12,7 @@
 #include "RestartPolicy.h"
 
 #include "kza_core/Execute.h"
+#include "kza_core/PidFile.h"
 
 #include <wx/filefn.h>
 #include <wx/log.h>
@@ -188,6 +189,16 @@ std::optional<int> DecideAfter(int status)
     return std::nullopt;
 }
 
+// After a stop request the file has gone and the next agent may have started
+// while the worker was still at its shutdown: that agent's file stays.
+void RemovePidFile(const wxString& pidFile)
+{
+    const int pid = KzaCore::ReadPidFile(pidFile);
+    const bool isOthers = pid != 0 && pid != getpid() && kill(pid, 0) == 0;
+    if (!isOthers && wxFileExists(pidFile))
+        wxRemoveFile(pidFile);
+}
+
 } // namespace
 
 pid_t CAgentApp::ForkWorker()
@@ -239,7 +250,6 @@ int CAgentApp::SuperviseWorkers()
 int CAgentApp::RunWatchdog()
 {
     const int result = SuperviseWorkers();
-    if (wxFileExists(m_pidFile))
-        wxRemoveFile(m_pidFile);
+    RemovePidFile(m_pidFile);
     return result;
 }

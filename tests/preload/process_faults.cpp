@@ -5,8 +5,12 @@
 //   KZA_FAIL_FORK=n       the nth fork of the family fails with EAGAIN
 //   KZA_WAIT_STATUS=n     children are reported with this wait status
 //   KZA_WAIT_THROW=type   waiting for a child throws a value of this type
+//   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted
 
 #include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -48,6 +52,28 @@ void Throw(const char* type)
     throw 1.5;
 }
 
+int CountOf(const sigset_t& set)
+{
+    int count = 0;
+    for (int number = 1; number <= SIGRTMAX; ++number)
+        count += sigismember(&set, number) == 1 ? 1 : 0;
+    return count;
+}
+
+// Adds a line to the file in KZA_SIGNAL_LOG.
+__attribute__((format(printf, 1, 2))) void Note(const char* format, ...)
+{
+    const char* const path = getenv("KZA_SIGNAL_LOG");
+    FILE* const file = path == nullptr ? nullptr : fopen(path, "a");
+    if (file == nullptr)
+        return;
+    va_list values;
+    va_start(values, format);
+    vfprintf(file, format, values);
+    va_end(values);
+    fclose(file);
+}
+
 } // namespace
 
 KZA_EXPORT pid_t fork() noexcept
@@ -72,4 +98,30 @@ KZA_EXPORT pid_t waitpid(pid_t pid, int* status, int options)
     if (ended > 0 && instead != nullptr)
         *status = atoi(instead);
     return ended;
+}
+
+KZA_EXPORT int sigaction(int number,
+                         const struct sigaction* action,
+                         struct sigaction* previous) noexcept
+{
+    if (action != nullptr)
+        Note("sigaction %d %s flags %x mask %d\n", number,
+             action->sa_handler == SIG_IGN   ? "ignore"
+             : action->sa_handler == SIG_DFL ? "default"
+                                             : "handler",
+             static_cast<unsigned>(action->sa_flags), CountOf(action->sa_mask));
+    return Next<int(int, const struct sigaction*, struct sigaction*)>(
+        "sigaction")(number, action, previous);
+}
+
+KZA_EXPORT int pthread_sigmask(int how,
+                               const sigset_t* set,
+                               sigset_t* previous) noexcept
+{
+    if (set != nullptr && how == SIG_BLOCK)
+        for (int number = 1; number < SIGRTMIN; ++number)
+            if (sigismember(set, number) == 1)
+                Note("block %d\n", number);
+    return Next<int(int, const sigset_t*, sigset_t*)>("pthread_sigmask")(
+        how, set, previous);
 }

@@ -10,6 +10,8 @@
 #include <set>
 #include <sstream>
 #include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -87,6 +89,7 @@ int CountOf(const std::string& text, const std::string& part)
 
 CService::CService(std::string name) : m_name(std::move(name)), m_host(false)
 {
+    prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
     fs::create_directories(RunDir());
     fs::create_directories(m_dir.File("opt/kz_agent"));
     fs::copy(std::string(KZA_SOURCE_DIR) + "/tests/support/lua/mainloop.lua",
@@ -226,6 +229,14 @@ bool CService::Stop() const
 {
     const pid_t pid = PidFromFile();
     return pid > 0 && kill(pid, SIGTERM) == 0 && WaitUntilGone();
+}
+
+int CService::StatusOf(pid_t pid)
+{
+    int status = 0;
+    if (!WaitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }))
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
 }
 
 } // namespace TestSupport

@@ -50,7 +50,8 @@ struct SServiceOptions
 /// An installation whose agent is started in the background. It sees a /run
 /// and an /opt of its own, so services of any name run side by side.
 ///
-/// Whatever is left of it is killed when the object goes.
+/// Whatever is left of it is killed when the object goes. Processes of it that
+/// lose their parent become children of the test.
 class CService
 {
 public:
@@ -115,6 +116,11 @@ public:
     /// Sends SIGTERM to the process that the pid file names and waits until
     /// nothing is left.
     [[nodiscard]] bool Stop() const;
+
+    /// Waits for the end of a process of the service that its parent has left,
+    /// the watchdog above all, and tells its exit status; 256 and the signal's
+    /// number when it was killed, -1 when it does not end.
+    static int StatusOf(pid_t pid);
 
 private:
     std::string m_name;

@@ -1,0 +1,535 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How the watchdog takes the end of its worker: what it says, whether and when
+// it starts another, and with which status the service ends.
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using namespace TestSupport;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr char kRuns[] = "worker runs";
+
+// A worker that says that it runs and then does what the Lua code says.
+std::string Worker(const std::string& code)
+{
+    return "local mainloop = require('mainloop')\n"
+           "return { main = function()\n"
+           "  dom:Log('message', 'worker runs')\n"
+           "  mainloop.wait()\n" +
+           code + "\nend }\n";
+}
+
+std::string Ends(int status)
+{
+    return Worker("return " + std::to_string(status));
+}
+
+// Ends with the status once it is told to.
+std::string EndsWhenTold(int status)
+{
+    return Worker("while not io.open('told') do dom:Sleep(1) end return " +
+                  std::to_string(status));
+}
+
+void Tell(const CService& service)
+{
+    WriteFile(service.Host().Work() + "/told", "");
+}
+
+// Ends with the status until the file `enough` is in the working directory.
+std::string EndsUntilEnough(int status)
+{
+    return Worker("if not io.open('enough') then return " +
+                  std::to_string(status) + " end");
+}
+
+// What the service said, without what the application traced and the run time.
+std::vector<std::string> Said(const CService& service)
+{
+    const std::string report = "exiting. Run time was ";
+    std::vector<std::string> said;
+    for (std::string record : service.Records())
+    {
+        const std::size_t at = record.find(report);
+        if (at != std::string::npos)
+            record.resize(at + report.size());
+        if (record.rfind("TRACE", 0) != 0)
+            said.push_back(record);
+    }
+    return said;
+}
+
+using Lines = std::vector<std::string>;
+
+const std::string kStarting = "INFO kza: KZA 12.0.0.2932 starting.";
+const std::string kWorkerRuns = "MESSAGE kza: worker runs";
+const std::string kExiting = "INFO kza: KZA 12.0.0.2932 exiting. Run time was ";
+
+std::string Delaying(int ms, int count)
+{
+    return "INFO kza: Delaying " + std::to_string(ms) + "ms before restart " +
+           std::to_string(count);
+}
+
+SServiceOptions NoCores()
+{
+    SServiceOptions options;
+    options.process.inChild = []
+    {
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+    };
+    return options;
+}
+
+TEST(Watchdog, WorkersStatusEndsTheService)
+{
+    for (const int status : {1, 2, 4, 7, 255})
+    {
+        SCOPED_TRACE(status);
+        const CService service;
+        service.SetModule(EndsWhenTold(status));
+        ASSERT_TRUE(service.StartUntil(kRuns));
+        const pid_t watchdog = service.PidFromFile();
+        Tell(service);
+        EXPECT_EQ(CService::StatusOf(watchdog), status);
+
+        const Lines expected = {kStarting, kWorkerRuns,
+                                "INFO kza: Child process exited with status " +
+                                    std::to_string(status << 8) + " (exit " +
+                                    std::to_string(status) + ")",
+                                kExiting};
+        EXPECT_EQ(Said(service), expected);
+        EXPECT_TRUE(fs::is_empty(service.RunDir()));
+    }
+}
+
+TEST(Watchdog, CleanShutdownIsNotRestarted)
+{
+    const CService service;
+    service.SetModule(Worker(""));
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    const pid_t watchdog = service.PidFromFile();
+    kill(service.Worker(), SIGTERM);
+    EXPECT_EQ(CService::StatusOf(watchdog), 0);
+    const Lines expected = {
+        kStarting, kWorkerRuns, "WARNING kza: sigwait(): caught signal 15",
+        "INFO kza: Child process exited with status 0 (exit 0)", kExiting};
+    EXPECT_EQ(Said(service), expected);
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+}
+
+TEST(Watchdog, NoRunTimeIsReportedUnderAnotherName)
+{
+    const CService service("other");
+    service.SetModule(Ends(7));
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.WaitUntilGone());
+    const Lines expected = {
+        kWorkerRuns,
+        "INFO kza: Child process exited with status 1792 (exit 7)"};
+    EXPECT_EQ(Said(service), expected);
+}
+
+TEST(Watchdog, SignalsOtherThanSigtermMeanARestart)
+{
+    const struct
+    {
+        int signal;
+        bool crash;
+        const char* description;
+    } table[] = {
+        {SIGILL, true, "Illegal instruction"},
+        {SIGTRAP, true, "Trace/breakpoint trap"},
+        {SIGABRT, true, "Aborted"},
+        {SIGSEGV, true, "Segmentation fault"},
+        {SIGKILL, false, "Killed"},
+        {SIGBUS, false, "Bus error"},
+        {SIGFPE, false, "Floating point exception"},
+        {SIGXCPU, false, "CPU time limit exceeded"},
+    };
+    for (const auto& row : table)
+    {
+        SCOPED_TRACE(row.description);
+        const CService service("signalled");
+        service.SetModule(Worker(""));
+        ASSERT_TRUE(service.StartUntil(kRuns, NoCores()));
+        const pid_t first = service.Worker();
+        kill(first, row.signal);
+        ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+        EXPECT_NE(service.Worker(), first);
+        EXPECT_TRUE(service.Stop());
+
+        const std::string number = std::to_string(row.signal);
+        const Lines said = Said(service);
+        const std::string expected =
+            (row.crash ? "ERROR kza: Child process crashed with status "
+                       : "INFO kza: Child process exited with status ") +
+            number + " (signal " + number + ": " + row.description + ")";
+        EXPECT_EQ(std::count(said.begin(), said.end(), expected), 1)
+            << service.Log();
+    }
+}
+
+// Ends of a worker that cannot be brought about at will.
+TEST(Watchdog, RareWaitStatuses)
+{
+    const struct
+    {
+        const char* status;
+        const char* said;
+        bool ends;
+    } table[] = {
+        {"15",
+         "INFO kza: Child process exited with status 15 (signal 15: "
+         "Terminated)",
+         true},
+        {"143",
+         "INFO kza: Child process exited with status 143 (signal 15: "
+         "Terminated)",
+         true},
+        {"139",
+         "ERROR kza: Child process crashed with status 139 (signal 11: "
+         "Segmentation fault)",
+         false},
+        {"137",
+         "INFO kza: Child process exited with status 137 (signal 9: "
+         "Killed)",
+         false},
+        {"4991", "INFO kza: Child process exited with status 4991", false},
+        {"100",
+         "INFO kza: Child process exited with status 100 (signal 100: "
+         "Unknown signal 100)",
+         false},
+    };
+    for (const auto& row : table)
+    {
+        SCOPED_TRACE(row.status);
+        const CService service("rare");
+        service.SetModule(Ends(1));
+        SServiceOptions options;
+        options.withFaults = true;
+        options.process.env = {{"KZA_WAIT_STATUS", row.status}};
+        ASSERT_TRUE(service.StartUntil("Child process", options));
+        if (row.ends)
+        {
+            EXPECT_TRUE(service.WaitUntilGone());
+            const Lines expected = {kWorkerRuns, row.said};
+            EXPECT_EQ(Said(service), expected);
+            EXPECT_TRUE(fs::is_empty(service.RunDir()));
+            continue;
+        }
+        EXPECT_TRUE(service.WaitForLog(kRuns, 2));
+        EXPECT_EQ(Said(service).at(1), row.said);
+        EXPECT_EQ(Said(service).at(2), Delaying(1000, 1));
+    }
+}
+
+TEST(Watchdog, KilledBySigtermIsSuccess)
+{
+    const CService service("terminated");
+    service.SetModule(EndsWhenTold(1));
+    SServiceOptions options;
+    options.withFaults = true;
+    options.process.env = {{"KZA_WAIT_STATUS", "143"}};
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    const pid_t watchdog = service.PidFromFile();
+    Tell(service);
+    EXPECT_EQ(CService::StatusOf(watchdog), 0);
+}
+
+struct SDriver
+{
+    const char* name;
+    const char* script; ///< null when there is none
+    mode_t mode;
+    const char* said;   ///< null for nothing
+    const char* called; ///< what the script left
+};
+
+class DriverStop : public testing::TestWithParam<SDriver>
+{
+};
+
+TEST_P(DriverStop, ExitCode3RestartsTheWorker)
+{
+    const SDriver& driver = GetParam();
+    const CService service;
+    service.SetModule(EndsUntilEnough(3));
+    if (driver.script != nullptr)
+    {
+        WriteFile(service.DriverScript(), driver.script);
+        chmod(service.DriverScript().c_str(), driver.mode);
+    }
+    ASSERT_TRUE(service.StartUntil("Delaying 1000ms"));
+    WriteFile(service.Host().Work() + "/enough", "");
+    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+    EXPECT_TRUE(service.Stop());
+
+    Lines expected = {
+        kStarting, kWorkerRuns,
+        "INFO kza: Child process exited with status 768 (exit 3)"};
+    if (driver.said != nullptr)
+        expected.emplace_back(driver.said);
+    expected.push_back(Delaying(1000, 1));
+    expected.push_back(kWorkerRuns);
+    Lines said = Said(service);
+    said.resize(expected.size());
+    EXPECT_EQ(said, expected);
+    EXPECT_EQ(ReadFile(service.Host().Work() + "/called"), driver.called);
+}
+
+const SDriver kDrivers[] = {
+    {"Absent", nullptr, 0, nullptr, ""},
+    {"NotExecutable", "#!/bin/sh\necho $# $* >>called\n", 0600, nullptr, ""},
+    {"Present", "#!/bin/sh\necho $# $* >>called\n", 0700,
+     "MESSAGE kza: Driver stopped using /opt/kz_agent/SunOS.init",
+     "1 stopmod\n"},
+    {"Failing", "#!/bin/sh\necho $# $* >>called\nexit 7\n", 0700,
+     "ERROR kza: Error stopping driver: exit status 7", "1 stopmod\n"},
+    {"Killed", "#!/bin/sh\necho $# $* >>called\nkill -9 $$\n", 0700,
+     "ERROR kza: Error stopping driver: killed by signal 9", "1 stopmod\n"},
+    {"Broken", "#!/no/such/interpreter\n", 0700,
+     "ERROR kza: Error stopping driver: No such file or directory", ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Watchdog,
+                         DriverStop,
+                         testing::ValuesIn(kDrivers),
+                         [](const auto& test)
+                         { return std::string(test.param.name); });
+
+TEST(Watchdog, DriverScriptHasACleanSignalState)
+{
+    const CService service;
+    service.SetModule(EndsUntilEnough(3));
+    WriteFile(service.DriverScript(),
+              "#!/bin/sh\ncat /proc/self/status >status; ls /proc/self/fd "
+              ">fds\n");
+    chmod(service.DriverScript().c_str(), 0700);
+    ASSERT_TRUE(service.StartUntil("Driver stopped"));
+    const std::string status = ReadFile(service.Host().Work() + "/status");
+    EXPECT_NE(status.find("SigBlk:\t0000000000000000\n"), std::string::npos);
+    // 3 is the directory that ls reads, and its own output is 1.
+    EXPECT_EQ(ReadFile(service.Host().Work() + "/fds"), "0\n1\n2\n3\n");
+}
+
+std::chrono::steady_clock::duration TimeUntil(const CService& service,
+                                              const std::string& text,
+                                              int times)
+{
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(service.WaitForLog(text, times));
+    return std::chrono::steady_clock::now() - start;
+}
+
+TEST(Watchdog, FirstDelaysInRealTime)
+{
+    using std::chrono::milliseconds;
+    const CService service("delays");
+    service.SetModule(EndsUntilEnough(3));
+    ASSERT_TRUE(service.StartUntil("Delaying 1000ms before restart 1"));
+    // What it takes to see the line is not part of the delay.
+    EXPECT_GT(TimeUntil(service, kRuns, 2), milliseconds(800));
+    ASSERT_TRUE(service.WaitForLog("Delaying 2000ms before restart 2"));
+    WriteFile(service.Host().Work() + "/enough", "");
+    EXPECT_GT(TimeUntil(service, kRuns, 3), milliseconds(1800));
+    EXPECT_TRUE(service.Stop());
+}
+
+// Seconds since midnight of a log line's time stamp.
+int SecondsIn(const std::string& line)
+{
+    int hours = 0;
+    int minutes = 0;
+    int seconds = 0;
+    sscanf(line.c_str(), "%*d-%*d-%*d %d:%d:%d", &hours, &minutes, &seconds);
+    return (hours * 60 + minutes) * 60 + seconds;
+}
+
+// The seconds, of the service's clock, between each line of one kind and the
+// first of the other kind after it.
+std::vector<int> SecondsBetween(const CService& service,
+                                const char* from,
+                                const char* to)
+{
+    std::vector<int> times;
+    int start = -1;
+    const std::string log =
+        service.Host().File("work/log/" + service.Name() + ".log");
+    for (const std::string& line : ReadLines(log))
+        if (line.find(from) != std::string::npos)
+            start = SecondsIn(line);
+        else if (start >= 0 && line.find(to) != std::string::npos)
+        {
+            times.push_back((SecondsIn(line) - start + 86400) % 86400);
+            start = -1;
+        }
+    return times;
+}
+
+TEST(Watchdog, NinthStartEndsTheService)
+{
+    const CService service;
+    service.SetModule(Ends(3));
+    SServiceOptions options;
+    options.speed = 50;
+    ASSERT_TRUE(service.StartUntil("Delaying 4000ms", options));
+    const pid_t watchdog = service.PidFromFile();
+    EXPECT_EQ(CService::StatusOf(watchdog), 255);
+
+    Lines expected = {kStarting};
+    const std::string exited =
+        "INFO kza: Child process exited with status 768 (exit 3)";
+    for (int start = 1; start <= 8; ++start)
+    {
+        if (start > 1)
+            expected.push_back(Delaying(1000 << (start - 2), start - 1));
+        expected.push_back(kWorkerRuns);
+        expected.push_back(exited);
+    }
+    expected.emplace_back(
+        "ERROR kza: Too many restarts in too short of a time, exiting (8 "
+        "restarts in less than 512 seconds)");
+    expected.push_back(kExiting);
+    EXPECT_EQ(Said(service), expected);
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+
+    // By the service's own clock, whose seconds are 20 ms long here; a worker
+    // takes some of them to reach its first line.
+    const std::vector<int> waited = SecondsBetween(service, "Delaying", kRuns);
+    ASSERT_EQ(waited.size(), 7U);
+    for (int i = 0; i < 7; ++i)
+        EXPECT_GE(waited[static_cast<size_t>(i)], (1 << i) - 1);
+}
+
+TEST(Watchdog, StartsOlderThanThePeriodDoNotCount)
+{
+    const CService service;
+    service.SetModule(Worker("os.execute('sleep 600') return 3"));
+    SServiceOptions options;
+    options.speed = 1000;
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.WaitForLog(kRuns, 12));
+    EXPECT_EQ(CountOf(service.Log(), "Delaying"), 0);
+}
+
+TEST(Watchdog, WorkerThatCannotBeForkedEndsTheService)
+{
+    const CService service;
+    service.SetModule(Ends(0));
+    SServiceOptions options;
+    options.withFaults = true;
+    options.process.env = {{"KZA_FAIL_FORK", "3"}};
+    ASSERT_TRUE(service.StartUntil(kExiting, options));
+    EXPECT_TRUE(service.WaitUntilGone());
+    const Lines expected = {kStarting,
+                            "ERROR kza: Unable to fork child (error 11: "
+                            "Resource temporarily unavailable)",
+                            kExiting};
+    EXPECT_EQ(Said(service), expected);
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+}
+
+TEST(Watchdog, FailedWaitEndsTheService)
+{
+    const CService service;
+    service.SetModule(EndsWhenTold(5));
+    SServiceOptions options;
+    // Children that nobody needs to wait for cannot be waited for.
+    options.process.inChild = [] { (void)signal(SIGCHLD, SIG_IGN); };
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    const pid_t watchdog = service.PidFromFile();
+    Tell(service);
+    EXPECT_EQ(CService::StatusOf(watchdog), 255);
+    const Lines expected = {
+        kStarting, kWorkerRuns,
+        "ERROR kza: Error waiting for child process (error 10: No child "
+        "processes)",
+        kExiting};
+    EXPECT_EQ(Said(service), expected);
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+}
+
+// The signal mask of a thread as /proc shows it.
+std::string Blocked(pid_t pid, pid_t thread)
+{
+    const std::string status =
+        ReadFile("/proc/" + std::to_string(pid) + "/task/" +
+                 std::to_string(thread) + "/status");
+    const std::size_t at = status.find("SigBlk:\t");
+    return at == std::string::npos ? "" : status.substr(at + 8, 16);
+}
+
+pid_t ScriptThread(pid_t worker)
+{
+    for (const fs::directory_entry& entry :
+         fs::directory_iterator("/proc/" + std::to_string(worker) + "/task"))
+        if (PidIn(entry.path().filename()) != worker)
+            return PidIn(entry.path().filename());
+    return 0;
+}
+
+// While the script is in its main: waiting for a signal unblocks it.
+TEST(Watchdog, MasksOfTheFirstWorkerAndOfLaterOnes)
+{
+    const CService service;
+    service.SetModule(EndsWhenTold(0));
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    const pid_t watchdog = service.PidFromFile();
+    const pid_t first = service.Worker();
+    EXPECT_EQ(Blocked(watchdog, watchdog), "0000000000010000"); // SIGCHLD
+    EXPECT_EQ(Blocked(first, first), "0000000000004000");       // SIGTERM
+    EXPECT_EQ(Blocked(first, ScriptThread(first)), "0000000000004002");
+
+    kill(first, SIGKILL);
+    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+    const pid_t second = service.Worker();
+    EXPECT_EQ(Blocked(second, second), "0000000000014000");
+    EXPECT_EQ(Blocked(second, ScriptThread(second)), "0000000000014002");
+}
+
+TEST(Watchdog, DispositionsAreInstalledInOrder)
+{
+    const CService service;
+    service.SetModule(Worker(""));
+    SServiceOptions options;
+    options.withFaults = true;
+    const std::string noted = service.Host().File("signals");
+    options.process.env = {{"KZA_SIGNAL_LOG", noted}};
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    EXPECT_TRUE(service.Stop());
+
+    const std::string wakeUp = std::to_string(SIGRTMIN + 5);
+    const std::string expected = "sigaction 2 handler flags 10000000 mask 0\n"
+                                 "sigaction 15 handler flags 10000000 mask 0\n"
+                                 "sigaction 10 handler flags 10000000 mask 0\n"
+                                 "sigaction 12 handler flags 10000000 mask 0\n"
+                                 "sigaction " +
+                                 wakeUp +
+                                 " handler flags 0 mask 0\n"
+                                 "sigaction 1 ignore flags 10000000 mask 0\n"
+                                 "block 2\nblock 15\n"
+                                 "sigaction 14 handler flags 0 mask 0\n"
+                                 "sigaction 13 ignore flags 10000000 mask 0\n";
+    EXPECT_NE(ReadFile(noted).find(expected), std::string::npos)
+        << ReadFile(noted);
+    EXPECT_NE(ReadFile(noted).find("sigaction 15 handler flags 4 mask 0\n"),
+              std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "AgentApp.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <functional>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+// Runs a step in a child and tells how the child ended.
+int WaitStatusOf(const std::function<void()>& step)
+{
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        step();
+        _exit(99);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+bool IsInstalled(int signal, void (*handler)(int), int flags)
+{
+    struct sigaction action
+    {
+    };
+    sigaction(signal, nullptr, &action);
+    bool maskIsEmpty = true;
+    for (int other = 1; other <= SIGRTMAX; ++other)
+        maskIsEmpty = maskIsEmpty && sigismember(&action.sa_mask, other) != 1;
+    // The C library adds a flag of its own.
+    constexpr int kOurs =
+        SA_RESTART | SA_SIGINFO | SA_NODEFER | SA_RESETHAND | SA_ONSTACK;
+    return action.sa_handler == handler && (action.sa_flags & kOurs) == flags &&
+           maskIsEmpty;
+}
+
+TEST(Signals, HandlerEndsTheProcessOnSigintAndSigtermOnly)
+{
+    for (const int signal : {SIGINT, SIGTERM})
+        EXPECT_EQ(WaitStatusOf([&] { KzaSignalHandler(signal); }), 0);
+    for (const int signal :
+         {SIGUSR1, SIGUSR2, SIGALRM, KzaCore::CRunnable::SigThreadDelete})
+        EXPECT_EQ(WaitStatusOf([&] { KzaSignalHandler(signal); }), 99 << 8);
+}
+
+TEST(Signals, HandlerRunsNoExitHandlers)
+{
+    EXPECT_EQ(WaitStatusOf(
+                  []
+                  {
+                      atexit([] { _exit(5); });
+                      KzaSignalHandler(SIGTERM);
+                  }),
+              0);
+}
+
+TEST(Signals, DispositionsAreThoseOfTheTable)
+{
+    const struct
+    {
+        int signal;
+        void (*handler)(int);
+        int flags;
+    } table[] = {
+        {SIGINT, KzaSignalHandler, SA_RESTART},
+        {SIGTERM, KzaSignalHandler, SA_RESTART},
+        {SIGUSR1, KzaSignalHandler, SA_RESTART},
+        {SIGUSR2, KzaSignalHandler, SA_RESTART},
+        {KzaCore::CRunnable::SigThreadDelete, KzaSignalHandler, 0},
+        {SIGHUP, SIG_IGN, SA_RESTART},
+        {SIGALRM, KzaSignalHandler, 0},
+        {SIGPIPE, SIG_IGN, SA_RESTART},
+    };
+    const int status = WaitStatusOf(
+        [&]
+        {
+            InstallSignalDispositions();
+            for (const auto& row : table)
+                if (!IsInstalled(row.signal, row.handler, row.flags))
+                    _exit(row.signal);
+            _exit(0);
+        });
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "number of the wrong signal";
+}
+
+TEST(Signals, OnlySigintAndSigtermAreBlocked)
+{
+    const int status = WaitStatusOf(
+        []
+        {
+            sigset_t mask;
+            sigemptyset(&mask);
+            sigprocmask(SIG_SETMASK, &mask, nullptr);
+            InstallSignalDispositions();
+            sigprocmask(SIG_SETMASK, nullptr, &mask);
+            for (int signal = 1; signal < SIGRTMIN; ++signal)
+                if ((sigismember(&mask, signal) == 1) !=
+                    (signal == SIGINT || signal == SIGTERM))
+                    _exit(signal);
+            _exit(0);
+        });
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "number of the wrong signal";
+}
+
+TEST(Signals, RelayIsInstalledWithItsOwnSignalBlockedAlone)
+{
+    const int status = WaitStatusOf(
+        []
+        {
+            InstallStopRelay("/no/such/file");
+            struct sigaction action
+            {
+            };
+            sigaction(SIGTERM, nullptr, &action);
+            const bool ok = action.sa_sigaction == pass_signal &&
+                            (action.sa_flags & SA_SIGINFO) != 0 &&
+                            (action.sa_flags & SA_RESTART) == 0 &&
+                            _my_pid == getpid() &&
+                            _the_pid_file == "/no/such/file";
+            _exit(ok ? 0 : 1);
+        });
+    EXPECT_EQ(status, 0);
+}
+
+TEST(Signals, RelayIgnoresItsOwnBroadcast)
+{
+    const int status = WaitStatusOf(
+        []
+        {
+            setpgid(0, 0);
+            InstallStopRelay("/no/such/file");
+            for (int i = 0; i < 5; ++i)
+                kill(getpid(), SIGTERM); // a second one from outside would end
+            _exit(7);
+        });
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST(ExitReport, RunTimeHasDaysHoursMinutesSecondsAndMilliseconds)
+{
+    const struct
+    {
+        long long milliseconds;
+        const char* text;
+    } cases[] = {
+        {0, "0d 00:00:00.000"},
+        {5, "0d 00:00:00.005"},
+        {59999, "0d 00:00:59.999"},
+        {90061500, "1d 01:01:01.500"},
+        {93784005, "1d 02:03:04.005"},
+        {1000LL * 86400 * 1000, "1000d 00:00:00.000"},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(CAgentApp::RunTimeText(
+                      wxTimeSpan(0, 0, 0, wxLongLong(test.milliseconds))),
+                  test.text);
+}
+
+} // namespace
