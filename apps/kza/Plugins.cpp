@@ -12,6 +12,7 @@
 
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
+#include "kza_core/SyncFileSystem.h"
 #include "kza_core/Time.h"
 #include "kza_core/Unzip.h"
 
@@ -209,6 +210,10 @@ bool CAgentApp::ApplyInstallation(const wxFileName& package,
     APPL_TRACE("Extracting files from %s", path);
     if (!KzaCore::Unzip(package, directory, InstallPluginZipCB, this))
         return false;
+
+    // A package that is marked done must not have lost its files in a power
+    // cut.
+    KzaCore::SyncFileSystem(directory);
 
     // "Deleting": the package is out of the way, as if deleted.
     APPL_TRACE("Successfully extracted files for plugin '%s'. Deleting '%s'",

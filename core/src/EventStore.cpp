@@ -2,6 +2,7 @@
 
 #include "EventStore.h"
 
+#include "Bytes.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 
@@ -90,18 +91,14 @@ CEventStore& Store()
     return *store;
 }
 
-wxString Wx(const std::string& text)
-{
-    return wxString::FromUTF8(text.data(), text.size());
-}
-
 void LogEvent(const CAgentEvent& event, const std::string& reason)
 {
     wxLogError("Agent event not stored in its database (%s): number %lu, "
                "severity %lu, time %lld, text '%s'",
-               Wx(reason), static_cast<unsigned long>(event.m_number),
+               TextOfBytes(reason), static_cast<unsigned long>(event.m_number),
                static_cast<unsigned long>(event.m_severity),
-               static_cast<long long>(event.m_timeMs), Wx(event.m_text));
+               static_cast<long long>(event.m_timeMs),
+               TextOfBytes(event.m_text));
 }
 
 } // namespace
@@ -214,13 +211,13 @@ bool CEventStore::SetAside()
     if (rename(m_path.c_str(), aside.c_str()) != 0)
     {
         wxLogSysError("Unable to set the event database '%s' aside",
-                      Wx(m_path));
+                      TextOfBytes(m_path));
         return false;
     }
     for (const char* suffix : {"-wal", "-shm"})
         rename((m_path + suffix).c_str(), (aside + suffix).c_str());
     wxLogError("Event database '%s' cannot be used (%s), set aside as '%s'",
-               Wx(m_path), Wx(m_reason), Wx(aside));
+               TextOfBytes(m_path), TextOfBytes(m_reason), TextOfBytes(aside));
     return true;
 }
 

@@ -2,7 +2,10 @@
 
 #include "kza_core/Unzip.h"
 
-#include "Descriptor.h"
+#include "Bytes.h"
+#include "EntryExtractor.h"
+#include "UnzipDestination.h"
+#include "UnzipPlan.h"
 #include "ZipArchive.h"
 
 #include <wx/filename.h>
@@ -12,30 +15,232 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <system_error>
+
 namespace KzaCore
 {
 
 namespace
 {
 
-bool IsSafe(std::string_view name)
+constexpr mode_t kFileMode = 0600;
+constexpr mode_t kPermissions = 0777; // without the set-id bits
+
+std::string SystemText(const char* what)
 {
-    return !name.empty() && name[0] != '/' &&
-           name.find('\\') == std::string_view::npos &&
-           name.find('\0') == std::string_view::npos &&
-           ("/" + std::string(name) + "/").find("/../") == std::string::npos;
+    return std::string(what) + ": " + std::generic_category().message(errno);
 }
 
-bool WriteFile(const std::string& path, const std::string& bytes, mode_t mode)
+// The entry as the framework has it. Made once and filled for each, which
+// saves most of its cost.
+class CShownEntry
 {
-    const std::string temp = path + ".new";
-    CDescriptor file(
-        open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    return file.IsOpen() &&
-           write(file.Get(), bytes.data(), bytes.size()) ==
-               static_cast<ssize_t>(bytes.size()) &&
-           fchmod(file.Get(), mode) == 0 && file.Close() &&
-           rename(temp.c_str(), path.c_str()) == 0;
+public:
+    const wxZipEntry* Show(const SZipEntry& entry)
+    {
+        m_entry.SetSystemMadeBy(entry.system);
+        m_entry.SetExternalAttributes(entry.attributes);
+        m_entry.SetName(TextOfBytes(entry.name), wxPATH_UNIX);
+        m_entry.SetSize(static_cast<wxFileOffset>(entry.size));
+        m_entry.SetMethod(entry.method);
+        // Many entries have the same time, and each conversion looks up the
+        // time zone on disk.
+        if (entry.dosDateTime != m_dosDateTime)
+        {
+            m_dosDateTime = entry.dosDateTime;
+            m_entry.SetDateTime(wxDateTime().SetFromDOS(m_dosDateTime));
+        }
+        return &m_entry;
+    }
+
+private:
+    wxZipEntry m_entry;
+    std::uint32_t m_dosDateTime = 0;
+};
+
+// One call of Unzip().
+class CUnzip
+{
+public:
+    CUnzip(UnzipCB callback, void* context)
+        : m_callback(callback),
+          m_context(context),
+          m_extractor(m_archive),
+          m_temporary(TemporaryName())
+    {
+    }
+
+    /// \param shownAs  The destination as the callback is to see it.
+    bool Run(const std::string& archive,
+             const std::string& destination,
+             const wxString& shownAs);
+
+    [[nodiscard]] const std::string& Error() const { return m_error; }
+
+private:
+    bool CheckDirectories();
+    bool WriteEntries(const wxString& base);
+    bool Write(std::size_t index);
+    bool WriteFile(const SZipEntry& entry,
+                   std::uint64_t data,
+                   int directory,
+                   const char* name);
+    bool SetDirectoryModes();
+    bool FailEntry(const SZipEntry& entry);
+
+    UnzipCB m_callback;
+    void* m_context;
+    CZipArchive m_archive;
+    CUnzipPlan m_plan;
+    CUnzipDestination m_destination;
+    CEntryExtractor m_extractor;
+    std::string m_temporary;
+    std::vector<std::uint32_t> m_directories; // entries whose mode is to be set
+    std::string m_error;
+};
+
+std::string_view ParentOf(std::string_view path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view()
+                                           : path.substr(0, slash);
+}
+
+bool CUnzip::FailEntry(const SZipEntry& entry)
+{
+    m_error = "entry " + ShowName(entry.name) + ": " + m_error;
+    return false;
+}
+
+bool CUnzip::Run(const std::string& archive,
+                 const std::string& destination,
+                 const wxString& shownAs)
+{
+    if (!m_archive.Open(archive, m_error) ||
+        !m_destination.Open(destination, m_error))
+        return false;
+    const std::size_t used = m_destination.Path().size() + 2;
+    const std::size_t room = used < PATH_MAX ? PATH_MAX - used : 0;
+    if (!m_plan.Make(m_archive, room, m_error) || !CheckDirectories())
+        return false;
+    m_destination.RemoveLeftovers();
+
+    // The modes last: one that forbids writing must not get in the way, and
+    // what was written before a failure gets the right ones too.
+    const bool isWritten = WriteEntries(shownAs + '/');
+    return SetDirectoryModes() && isWritten;
+}
+
+bool CUnzip::CheckDirectories()
+{
+    std::string_view last;
+    for (const std::uint32_t index : m_plan.ByPath())
+    {
+        const SZipEntry& entry = m_archive.Entries()[index];
+        const std::string_view path = m_plan.Entries()[index].path;
+        const std::string_view directory =
+            entry.IsDirectory() ? path : ParentOf(path);
+        if (directory == last)
+            continue;
+        if (!m_destination.Check(directory, m_error))
+            return FailEntry(entry);
+        last = directory;
+    }
+    return true;
+}
+
+bool CUnzip::WriteEntries(const wxString& base)
+{
+    CShownEntry shown;
+    wxString path;
+    for (std::size_t i = 0; i < m_plan.Entries().size(); ++i)
+    {
+        const SZipEntry& entry = m_archive.Entries()[i];
+        path = base;
+        path += TextOfBytes(m_plan.Entries()[i].path);
+        if (m_callback(m_context, shown.Show(entry), &path) && !Write(i))
+            return FailEntry(entry);
+    }
+    return true;
+}
+
+bool CUnzip::Write(std::size_t index)
+{
+    const SZipEntry& entry = m_archive.Entries()[index];
+    const SPlannedEntry& planned = m_plan.Entries()[index];
+    if (entry.IsDirectory())
+    {
+        if (m_destination.Enter(planned.path, m_error) < 0)
+            return false;
+        if (entry.UnixMode() != 0 && !planned.path.empty())
+            m_directories.push_back(static_cast<std::uint32_t>(index));
+        return true;
+    }
+    const std::string_view parent = ParentOf(planned.path);
+    const int directory = m_destination.Enter(parent, m_error);
+    if (directory < 0)
+        return false;
+    const std::string name(
+        planned.path.substr(parent.empty() ? 0 : parent.size() + 1));
+    if (WriteFile(entry, planned.data, directory, name.c_str()))
+        return true;
+    unlinkat(directory, m_temporary.c_str(), 0);
+    return false;
+}
+
+bool CUnzip::WriteFile(const SZipEntry& entry,
+                       std::uint64_t data,
+                       int directory,
+                       const char* name)
+{
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    CDescriptor file(openat(directory, m_temporary.c_str(), kFlags, kFileMode));
+    if (!file.IsOpen())
+    {
+        m_error = SystemText("it cannot be made");
+        return false;
+    }
+    if (!m_extractor.Extract(entry, data, file.Get(), m_error))
+        return false;
+    const mode_t mode = entry.UnixMode();
+    if ((mode != 0 && fchmod(file.Get(), mode & kPermissions) != 0) ||
+        !file.Close() ||
+        renameat(directory, m_temporary.c_str(), directory, name) != 0)
+    {
+        m_error = SystemText("it cannot be put into its place");
+        return false;
+    }
+    return true;
+}
+
+bool CUnzip::SetDirectoryModes()
+{
+    for (const std::uint32_t index : m_directories)
+    {
+        const SZipEntry& entry = m_archive.Entries()[index];
+        const mode_t mode = entry.UnixMode() & kPermissions;
+        std::string error;
+        const int directory =
+            m_destination.Enter(m_plan.Entries()[index].path, error);
+        struct stat status = {};
+        const bool isSet = directory >= 0 && fstat(directory, &status) == 0 &&
+                           ((status.st_mode & kPermissions) == mode ||
+                            fchmod(directory, mode) == 0);
+        if (isSet || !m_error.empty())
+            continue;
+        m_error = SystemText("its mode cannot be set");
+        return FailEntry(entry);
+    }
+    return true;
+}
+
+std::string BytesOfPath(const wxString& path)
+{
+    const wxCharBuffer bytes = path.fn_str();
+    return bytes.data() == nullptr ? std::string() : std::string(bytes.data());
 }
 
 } // namespace
@@ -45,44 +250,15 @@ bool Unzip(const wxFileName& archive,
            UnzipCB callback,
            void* context)
 {
-    const wxString package = archive.GetFullPath();
-    CZipArchive zip;
-    std::string error;
-    if (!zip.Open(std::string(package.fn_str()), error))
-    {
-        wxLogWarning("Unable to unpack '%s': %s", package, error);
-        return false;
-    }
-    for (const SZipEntry& entry : zip.Entries())
-        if (!IsSafe(entry.name) || S_ISLNK(entry.UnixMode()))
-        {
-            wxLogWarning("Unable to unpack '%s': bad entry", package);
-            return false;
-        }
-    const wxString base = destDir.GetPath(wxPATH_GET_VOLUME) + "/";
-    for (const SZipEntry& entry : zip.Entries())
-    {
-        const wxString name =
-            wxString::FromUTF8(entry.name.data(), entry.name.size());
-        wxZipEntry shown(name);
-        shown.SetSize(static_cast<wxFileOffset>(entry.size));
-        const wxString path = base + name;
-        if (!callback(context, &shown, &path))
-            continue;
-        wxFileName::Mkdir(path.BeforeLast('/'), 0700, wxPATH_MKDIR_FULL);
-        std::string bytes;
-        if (entry.IsDirectory())
-            continue;
-        const mode_t mode = entry.UnixMode() & 0777;
-        if (!zip.Read(entry, bytes, error) ||
-            !WriteFile(std::string(path.fn_str()), bytes,
-                       mode == 0 ? 0600 : mode))
-        {
-            wxLogWarning("Unable to unpack '%s': %s", package, error);
-            return false;
-        }
-    }
-    return true;
+    wxCHECK(callback != nullptr, false);
+    const wxString destination = destDir.GetPath(wxPATH_GET_VOLUME);
+    CUnzip unzip(callback, context);
+    if (unzip.Run(BytesOfPath(archive.GetFullPath()), BytesOfPath(destination),
+                  destination))
+        return true;
+    wxLogWarning("Unable to unpack '%s': %s", archive.GetFullPath(),
+                 TextOfBytes(unzip.Error()));
+    return false;
 }
 
 } // namespace KzaCore

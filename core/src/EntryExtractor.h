@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Unpacks the content of archive entries into open files.
+//
+// Memory: one buffer of 4 MiB for all entries, of which no more is touched
+// than an entry needs. What fits into it is unpacked at once, the rest in
+// pieces.
+//
+// Threads: one object belongs to one thread.
+
+#pragma once
+
+#include "Inflate.h"
+#include "ZipArchive.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace KzaCore
+{
+
+class CEntryExtractor
+{
+public:
+    /// \param archive  Open; outlives the object.
+    explicit CEntryExtractor(const CZipArchive& archive);
+
+    /// Writes the content of an entry, which must have the size and the CRC
+    /// that the archive gives.
+    ///
+    /// \param data   Offset of the first compressed byte.
+    /// \param file   Open for writing at its beginning.
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] bool Extract(const SZipEntry& entry,
+                               std::uint64_t data,
+                               int file,
+                               std::string& error);
+
+private:
+    bool ExtractWhole(const SZipEntry& entry,
+                      std::uint64_t data,
+                      int file,
+                      std::string& error);
+    bool CopyStored(const SZipEntry& entry,
+                    std::uint64_t data,
+                    int file,
+                    std::string& error);
+    bool InflateInPieces(const SZipEntry& entry,
+                         std::uint64_t data,
+                         int file,
+                         std::string& error);
+
+    const CZipArchive& m_archive;
+    CInflater m_inflater;
+    std::unique_ptr<unsigned char[]> m_buffer;
+};
+
+} // namespace KzaCore

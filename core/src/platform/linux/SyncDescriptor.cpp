@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "SyncDescriptor.h"
+
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+bool SyncDescriptor(int fd)
+{
+    return syncfs(fd) == 0;
+}
+
+} // namespace KzaCore
