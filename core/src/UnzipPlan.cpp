@@ -138,9 +138,17 @@ bool PlanPath(std::string_view name, std::string_view& path, std::string& error)
 
 std::string ShowName(std::string_view name)
 {
-    const bool isLong = name.size() > kMaxShown;
-    std::string shown = "'" + std::string(name.substr(0, kMaxShown));
-    return shown + (isLong ? "...'" : "'");
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string shown = "'";
+    for (const char c : name.substr(0, kMaxShown))
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F)
+            shown += c;
+        else
+            shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return shown + (name.size() > kMaxShown ? "...'" : "'");
 }
 
 bool CUnzipPlan::Make(const CZipArchive& archive,

@@ -41,7 +41,8 @@ struct SPlannedEntry
                             std::string_view& path,
                             std::string& error);
 
-/// A name as messages show it: quoted, cut when it is long.
+/// A name as messages show it: quoted, cut when it is long, control characters
+/// as their codes.
 [[nodiscard]] std::string ShowName(std::string_view name);
 
 class CUnzipPlan

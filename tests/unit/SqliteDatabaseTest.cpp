@@ -3,6 +3,7 @@
 #include "kza_core/SqliteDatabase.h"
 
 #include "kza_core/Dom.h"
+#include "support/CollectedLog.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -13,30 +14,10 @@
 
 using KzaCore::CDom;
 using KzaCore::CSqliteDatabase;
+using TestSupport::CCollectedLog;
 
 namespace
 {
-
-// Collects what is logged while it lives.
-class CCollectedLog : public wxLog
-{
-public:
-    CCollectedLog() : m_before(wxLog::SetActiveTarget(this)) {}
-    ~CCollectedLog() override { wxLog::SetActiveTarget(m_before); }
-
-    std::vector<wxString> m_texts;
-
-protected:
-    void DoLogRecord(wxLogLevel /*level*/,
-                     const wxString& text,
-                     const wxLogRecordInfo& /*info*/) override
-    {
-        m_texts.push_back(text);
-    }
-
-private:
-    wxLog* m_before;
-};
 
 class SqliteDatabase : public ::testing::Test
 {

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "UnzipPlan.h"
+
+#include "support/TempDir.h"
+#include "support/Zip.h"
+
+#include <gtest/gtest.h>
+
+using KzaCore::CUnzipPlan;
+using KzaCore::CZipArchive;
+using KzaCore::PlanPath;
+using namespace TestSupport;
+
+namespace
+{
+
+// The path of an entry name, or the reason against it.
+std::string PathOf(const std::string& name)
+{
+    std::string_view path;
+    std::string error;
+    return PlanPath(name, path, error) ? std::string(path) : "(" + error + ")";
+}
+
+// The reason why an archive of these entries is refused, empty when it is not.
+std::string Refusal(const std::vector<SZipFile>& files,
+                    std::size_t maxLength = 4000)
+{
+    const CTempDir dir;
+    WriteFile(dir.File("a.zip"), MakeZip(files));
+    CZipArchive archive;
+    std::string error;
+    CUnzipPlan plan;
+    if (archive.Open(dir.File("a.zip"), error) &&
+        plan.Make(archive, maxLength, error))
+        return {};
+    return error;
+}
+
+TEST(UnzipPlan, NamesBecomePlainPathsOrAreRefused)
+{
+    const std::string out = "(its name leads out of its directory)";
+    const std::string absolute = "(its name is an absolute path)";
+    const std::string plain = "(its name is not a plain path)";
+    const std::string notUtf8 = "(its name is not UTF-8)";
+    const std::string tooLong = "(its name is too long)";
+    const struct
+    {
+        std::string name;
+        std::string path;
+    } cases[] = {
+        {"a", "a"},
+        {"lib/a.so", "lib/a.so"},
+        {"lib/", "lib"},
+        {"./lib/a.so", "lib/a.so"},
+        {"././a", "a"},
+        {"./", ""},
+        {".hidden", ".hidden"},
+        {"..a/b..", "..a/b.."},
+        {"...", "..."},
+        {"a b\n", "a b\n"},
+        {"gr\xc3\xbc\xc3\x9f/\xf0\x9f\x98\x80",
+         "gr\xc3\xbc\xc3\x9f/\xf0\x9f\x98\x80"},
+        {std::string(255, 'x'), std::string(255, 'x')},
+
+        {"", "(it has no name)"},
+        {"..", out},
+        {"../a", out},
+        {"a/../../b", out},
+        {"a/..", out},
+        {"a/../", out},
+        {"./../a", out},
+        {"/", absolute},
+        {"/etc/passwd", absolute},
+        {"//etc/passwd", absolute},
+        {".//etc/passwd", absolute},
+        {".", plain},
+        {"a//b", plain},
+        {"a//", plain},
+        {"a/./b", plain},
+        {"a/.", plain},
+        {"..\\a", "(its name holds a backslash)"},
+        {"C:\\a", "(its name holds a backslash)"},
+        {std::string("a\0b", 3), "(its name holds a NUL)"},
+        {std::string("../a\0b", 6), "(its name holds a NUL)"},
+        {"\xff", notUtf8},
+        {"a\xc0\xaf", notUtf8},          // a slash in two bytes
+        {"\xc0\xae\xc0\xae/a", notUtf8}, // two dots likewise
+        {"\xe0\x80\xaf", notUtf8},
+        {"\xed\xa0\x80", notUtf8},
+        {"\xf4\x90\x80\x80", notUtf8},
+        {"\xc3", notUtf8},
+        {std::string(256, 'x'), tooLong},
+        {"a/" + std::string(256, 'x') + "/b", tooLong},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(PathOf(test.name), test.path) << test.name;
+}
+
+TEST(UnzipPlan, OnlyFilesAndDirectoriesPass)
+{
+    const auto withMode = [](mode_t mode, const std::string& name = "x")
+    {
+        SZipFile file{name, ""};
+        file.mode = mode;
+        return Refusal({file});
+    };
+    EXPECT_EQ(withMode(0100755), "");
+    EXPECT_EQ(withMode(0644), "") << "no kind given";
+    EXPECT_EQ(withMode(0), "");
+    EXPECT_EQ(withMode(040755, "x/"), "");
+    EXPECT_EQ(withMode(0120777), "entry 'x': it is a symbolic link");
+    EXPECT_EQ(withMode(0120777, "x/"), "entry 'x/': it is a symbolic link");
+    const std::string special =
+        "entry 'x': it is a device or another special file";
+    for (const mode_t kind : {0020000, 0060000, 0010000, 0140000})
+        EXPECT_EQ(withMode(kind | 0644), special);
+    EXPECT_EQ(withMode(040755),
+              "entry 'x': its name and its mode disagree on what it is");
+    EXPECT_EQ(withMode(0100755, "x/"),
+              "entry 'x/': its name and its mode disagree on what it is");
+
+    SZipFile full{"x/", "content"};
+    full.mode = 040755;
+    EXPECT_EQ(Refusal({full}), "entry 'x/': it is a directory with contents");
+
+    // On a system of another kind these bits mean something else.
+    SZipFile dos{"x", ""};
+    dos.mode = 0120777;
+    dos.system = 0;
+    EXPECT_EQ(Refusal({dos}), "");
+}
+
+TEST(UnzipPlan, EntriesThatExcludeEachOtherAreRefused)
+{
+    EXPECT_EQ(Refusal({{"a/b", "1"}, {"c", "2"}, {"a/b", "3"}}),
+              "entry 'a/b': it is there twice");
+    EXPECT_EQ(Refusal({{"a", "1"}, {"./a", "2"}}),
+              "entry 'a': it is there twice");
+    EXPECT_EQ(Refusal({{"a", "1"}, ZipDirectory("a/")}),
+              "entry 'a': it is there twice");
+    EXPECT_EQ(Refusal({{"a/b/c", "1"}, {"a-x", "2"}, {"a", "3"}}),
+              "entry 'a': it is a file and a directory");
+    EXPECT_EQ(Refusal({{"a", "1"}, {"a-x", "2"}, {"a.b/c", "3"}}), "");
+    EXPECT_EQ(Refusal({{"a/b", "1"}, ZipDirectory("a/"), {"a/c", "2"}}), "");
+    EXPECT_EQ(Refusal({{"A", "1"}, {"a", "2"}}), "");
+}
+
+TEST(UnzipPlan, EntriesThatShareTheirBytesAreRefused)
+{
+    // An entry hidden in the stored bytes of another.
+    SZipFile inner{"inner", "text"};
+    SZipFile outer{"outer", MakeZip({inner})};
+    outer.deflate = false;
+    inner.offset = 30 + 5;
+    EXPECT_EQ(Refusal({outer, inner}),
+              "entry 'inner': it shares its bytes with another entry");
+}
+
+TEST(UnzipPlan, OverlongPathsAreRefused)
+{
+    std::string name;
+    while (name.size() < 5000)
+        name += "directory/";
+    EXPECT_EQ(Refusal({{name + "x", ""}}),
+              "entry '" + name.substr(0, 200) + "...': its name is too long");
+    EXPECT_EQ(Refusal({{"abcd", ""}}, 4), "");
+    EXPECT_EQ(Refusal({{"abcde", ""}}, 4),
+              "entry 'abcde': its name is too long");
+}
+
+TEST(UnzipPlan, WhatCannotBeReadIsRefusedBeforehand)
+{
+    SZipFile file{"x", "text"};
+    file.flags = 1;
+    EXPECT_EQ(Refusal({{"good", ""}, file}), "entry 'x': encrypted");
+    file.flags = 0;
+    file.method = 14;
+    EXPECT_EQ(Refusal({{"good", ""}, file}),
+              "entry 'x': unknown compression method 14");
+    file.method.reset();
+    file.localName = "y";
+    EXPECT_EQ(Refusal({{"good", ""}, file}),
+              "entry 'x': the zip directory disagrees with its header");
+}
+
+TEST(UnzipPlan, ADirectoryIsFollowedByAllThatIsInIt)
+{
+    const CTempDir dir;
+    WriteFile(dir.File("a.zip"), MakeZip({{"b", ""},
+                                          {"a-c", ""},
+                                          {"a/z", ""},
+                                          {"a/b/c", ""},
+                                          ZipDirectory("a/"),
+                                          {"a.c", ""}}));
+    CZipArchive archive;
+    CUnzipPlan plan;
+    std::string error;
+    ASSERT_TRUE(archive.Open(dir.File("a.zip"), error)) << error;
+    ASSERT_TRUE(plan.Make(archive, 4000, error)) << error;
+    std::vector<std::string> paths;
+    for (const std::uint32_t index : plan.ByPath())
+        paths.emplace_back(plan.Entries()[index].path);
+    const std::vector<std::string> expected = {"a",   "a/b/c", "a/z",
+                                               "a-c", "a.c",   "b"};
+    EXPECT_EQ(paths, expected);
+}
+
+} // namespace

@@ -1,0 +1,520 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/Unzip.h"
+
+#include "support/CollectedLog.h"
+#include "support/Process.h"
+#include "support/TempDir.h"
+#include "support/Zip.h"
+
+#include <gtest/gtest.h>
+#include <wx/filename.h>
+#include <wx/zipstrm.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+
+using namespace TestSupport;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct SCall
+{
+    wxString name;
+    wxString path;
+    long long size;
+    bool isDirectory;
+};
+
+// What the callback was told and what it answers.
+struct SWitness
+{
+    std::vector<SCall> calls;
+    std::function<bool(const wxString& name)> answer;
+};
+
+bool WitnessCB(void* context, const wxZipEntry* entry, const wxString* path)
+{
+    auto& witness = *static_cast<SWitness*>(context);
+    witness.calls.push_back(
+        {entry->GetInternalName(), *path, entry->GetSize(), entry->IsDir()});
+    return !witness.answer || witness.answer(entry->GetInternalName());
+}
+
+mode_t ModeOf(const std::string& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+ino_t InodeOf(const std::string& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+class Unzip : public ::testing::Test
+{
+protected:
+    Unzip()
+    {
+        fs::create_directory(m_dest);
+        WriteFile(m_outside + "/secret", "untouched");
+    }
+
+    bool Run(const std::string& bytes)
+    {
+        WriteFile(m_archive, bytes);
+        return KzaCore::Unzip(wxFileName(m_archive),
+                              wxFileName(m_dest, wxEmptyString), WitnessCB,
+                              &m_witness);
+    }
+
+    bool Run(const std::vector<SZipFile>& files) { return Run(MakeZip(files)); }
+
+    // Names under the destination, sorted, directories with a slash.
+    [[nodiscard]] std::vector<std::string> Tree() const
+    {
+        std::vector<std::string> names;
+        for (const auto& item : fs::recursive_directory_iterator(m_dest))
+            names.push_back(
+                item.path().lexically_relative(m_dest).string() +
+                (fs::is_directory(item.symlink_status()) ? "/" : ""));
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    void ExpectWarning(const std::string& reason)
+    {
+        ASSERT_EQ(m_log.m_texts.size(), 1U);
+        EXPECT_EQ(m_log.m_levels[0], wxLOG_Warning);
+        EXPECT_EQ(m_log.m_texts[0],
+                  "Unable to unpack '" + m_archive + "': " + reason);
+        m_log.m_texts.clear();
+        m_log.m_levels.clear();
+    }
+
+    // A refused archive has touched nothing.
+    void ExpectRefused(const std::vector<SZipFile>& files,
+                       const std::string& reason)
+    {
+        const auto before = Tree();
+        m_witness.calls.clear();
+        EXPECT_FALSE(Run(files));
+        EXPECT_TRUE(m_witness.calls.empty());
+        EXPECT_EQ(Tree(), before);
+        EXPECT_EQ(ReadFile(m_outside + "/secret"), "untouched");
+        ExpectWarning(reason);
+    }
+
+    CTempDir m_dir;
+    std::string m_archive = m_dir.File("package.kzp");
+    std::string m_dest = m_dir.File("bin");
+    std::string m_outside = m_dir.File("outside");
+    SWitness m_witness;
+    CCollectedLog m_log;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(Unzip, WritesWhatTheArchiveHolds)
+{
+    SZipFile stored{"stored", Noise(700000)};
+    stored.deflate = false;
+    const std::string large = Prose(9000000);
+    const std::string noise = Noise(5000000);
+    ASSERT_TRUE(
+        Run(std::vector<SZipFile>{stored,
+                                  {"lib/a/deflated", Prose(70000)},
+                                  ZipDirectory("empty/"),
+                                  {"nothing", ""},
+                                  {"large", large},
+                                  {"noise", noise},
+                                  {"gr\xc3\xbc\xc3\x9f", "Gru\xc3\x9f"}}));
+    EXPECT_EQ(Tree(),
+              (Names{"empty/", "gr\xc3\xbc\xc3\x9f", "large", "lib/", "lib/a/",
+                     "lib/a/deflated", "noise", "nothing", "stored"}));
+    EXPECT_EQ(ReadFile(m_dest + "/stored"), stored.content);
+    EXPECT_EQ(ReadFile(m_dest + "/lib/a/deflated"), Prose(70000));
+    EXPECT_EQ(ReadFile(m_dest + "/nothing"), "");
+    EXPECT_TRUE(ReadFile(m_dest + "/large") == large);
+    EXPECT_TRUE(ReadFile(m_dest + "/noise") == noise);
+    EXPECT_TRUE(m_log.m_texts.empty());
+}
+
+TEST_F(Unzip, ReadsEveryFormOfSizes)
+{
+    SZipFile follow{"follow", Prose(6000000)};
+    follow.sizesFollow = true;
+    SZipFile wide{"wide", Prose(5000, 2)};
+    wide.zip64 = true;
+    SZipOptions options;
+    options.zip64End = true;
+    ASSERT_TRUE(Run(MakeZip({follow, wide}, options)));
+    EXPECT_TRUE(ReadFile(m_dest + "/follow") == follow.content);
+    EXPECT_EQ(ReadFile(m_dest + "/wide"), wide.content);
+}
+
+TEST_F(Unzip, AsksForEveryEntryInTheArchivesOrder)
+{
+    m_witness.answer = [](const wxString& name) { return name != "b/two"; };
+    ASSERT_TRUE(Run(std::vector<SZipFile>{
+        {"z", "12345"}, ZipDirectory("b/"), {"./b/two", "22"}, {"a", ""}}));
+    ASSERT_EQ(m_witness.calls.size(), 4U);
+    const struct
+    {
+        const char* name;
+        const char* path;
+        long long size;
+        bool isDirectory;
+    } expected[] = {
+        {"z", "/z", 5, false},
+        {"b", "/b", 0, true},
+        {"b/two", "/b/two", 2, false},
+        {"a", "/a", 0, false},
+    };
+    for (int i = 0; i < 4; ++i)
+    {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(m_witness.calls[i].name, expected[i].name);
+        EXPECT_EQ(m_witness.calls[i].path, m_dest + expected[i].path);
+        EXPECT_EQ(m_witness.calls[i].size, expected[i].size);
+        EXPECT_EQ(m_witness.calls[i].isDirectory, expected[i].isDirectory);
+    }
+    EXPECT_EQ(Tree(), (Names{"a", "b/", "z"}));
+}
+
+TEST_F(Unzip, WhatTheCallbackLeavesOutIsNotTouched)
+{
+    WriteFile(m_dest + "/old", "old");
+    m_witness.answer = [](const wxString&) { return false; };
+    ASSERT_TRUE(Run(std::vector<SZipFile>{
+        {"old", "new"}, {"dir/x", "y"}, ZipDirectory("other/", 040777)}));
+    EXPECT_EQ(Tree(), (Names{"old"}));
+    EXPECT_EQ(ReadFile(m_dest + "/old"), "old");
+}
+
+TEST_F(Unzip, KeepsPermissionsButNotSetIdBits)
+{
+    const mode_t before = umask(077);
+    SZipFile program{"program", "x"};
+    program.mode = 0106755;
+    SZipFile shared{"shared", "x"};
+    shared.mode = 0100666;
+    SZipFile unknown{"unknown", "x"};
+    unknown.mode = 0;
+    SZipFile dos{"dos", "x"};
+    dos.mode = 0100777;
+    dos.system = 0;
+    const bool isUnpacked =
+        Run(std::vector<SZipFile>{program,
+                                  shared,
+                                  unknown,
+                                  dos,
+                                  ZipDirectory("open/", 043777),
+                                  {"made/x", ""}});
+    umask(before);
+    ASSERT_TRUE(isUnpacked);
+    EXPECT_EQ(ModeOf(m_dest + "/program"), 0755U);
+    EXPECT_EQ(ModeOf(m_dest + "/shared"), 0666U);
+    EXPECT_EQ(ModeOf(m_dest + "/unknown"), 0600U);
+    EXPECT_EQ(ModeOf(m_dest + "/dos"), 0600U);
+    EXPECT_EQ(ModeOf(m_dest + "/open"), 0777U);
+    EXPECT_EQ(ModeOf(m_dest + "/made"), 0700U);
+}
+
+TEST_F(Unzip, ADirectoryThatForbidsWritingIsFilledFirst)
+{
+    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("locked/", 040555),
+                                          {"locked/x", "y"}}));
+    EXPECT_EQ(ModeOf(m_dest + "/locked"), 0555U);
+    EXPECT_EQ(ReadFile(m_dest + "/locked/x"), "y");
+    chmod((m_dest + "/locked").c_str(), 0755);
+}
+
+TEST_F(Unzip, TheDestinationItselfKeepsItsMode)
+{
+    chmod(m_dest.c_str(), 0750);
+    ASSERT_TRUE(
+        Run(std::vector<SZipFile>{ZipDirectory("./", 040777), {"./x", ""}}));
+    EXPECT_EQ(ModeOf(m_dest), 0750U);
+    EXPECT_EQ(m_witness.calls.size(), 2U);
+}
+
+TEST_F(Unzip, AReplacedFileIsAnotherFile)
+{
+    WriteFile(m_dest + "/running", "old");
+    fs::create_hard_link(m_dest + "/running", m_dest + "/kept");
+    const ino_t before = InodeOf(m_dest + "/running");
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"running", "new"}}));
+    EXPECT_NE(InodeOf(m_dest + "/running"), before);
+    EXPECT_EQ(ReadFile(m_dest + "/running"), "new");
+    EXPECT_EQ(ReadFile(m_dest + "/kept"), "old") << "what a process maps";
+    EXPECT_EQ(Tree(), (Names{"kept", "running"}));
+}
+
+TEST_F(Unzip, ARunningProgramCanBeReplaced)
+{
+    const std::string shell = m_dest + "/shell";
+    fs::copy_file("/bin/sh", shell);
+    CProcess running({shell, "-c", "echo ready; kill -STOP $$"});
+    ASSERT_TRUE(WaitUntil([&] { return running.Out() == "ready\n"; }));
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"shell", "new"}}));
+    EXPECT_EQ(ReadFile(shell), "new");
+    EXPECT_FALSE(running.HasEnded());
+}
+
+TEST_F(Unzip, MakesAMissingDestination)
+{
+    m_dest = m_dir.File("new/bin");
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    EXPECT_EQ(ReadFile(m_dest + "/x"), "y");
+    EXPECT_EQ(ModeOf(m_dir.File("new")), 0700U);
+}
+
+TEST_F(Unzip, ArchivesThatAimElsewhereAreRefused)
+{
+    const auto after = [](const std::string& name) {
+        return std::vector<SZipFile>{{"good", "x"}, {name, "evil"}};
+    };
+    ExpectRefused(after("../outside/secret"),
+                  "entry '../outside/secret': its name leads out of its "
+                  "directory");
+    ExpectRefused(after("a/../../outside/secret"),
+                  "entry 'a/../../outside/secret': its name leads out of its "
+                  "directory");
+    ExpectRefused(after(m_outside + "/secret"),
+                  "entry '" + m_outside +
+                      "/secret': its name is an absolute path");
+    ExpectRefused(after("..\\outside\\secret"),
+                  "entry '..\\outside\\secret': its name holds a backslash");
+    ExpectRefused(after(std::string("../outside/secret\0", 18)),
+                  "entry '../outside/secret\\x00': its name holds a NUL");
+    SZipFile link{"link", "../outside"};
+    link.mode = 0120777;
+    ExpectRefused({{"good", "x"}, link, {"link/secret", "evil"}},
+                  "entry 'link': it is a symbolic link");
+    SZipFile device{"null", ""};
+    device.mode = 0020666;
+    ExpectRefused({{"good", "x"}, device},
+                  "entry 'null': it is a device or another special file");
+}
+
+TEST_F(Unzip, ExistingLinksThatLeadOutsideAreRefused)
+{
+    fs::create_directory_symlink(m_outside, m_dest + "/out");
+    fs::create_directory_symlink("../outside", m_dest + "/relative");
+    fs::create_directory_symlink("..", m_dest + "/up");
+    fs::create_symlink("nowhere", m_dest + "/dangling");
+    fs::create_symlink("loop", m_dest + "/loop");
+    fs::create_directory_symlink("out", m_dest + "/second");
+    fs::create_directory_symlink(m_dest + "-other", m_dest + "/sibling");
+    fs::create_directory(m_dest + "-other");
+    for (const char* name : {"out", "relative", "up", "second", "sibling"})
+    {
+        SCOPED_TRACE(name);
+        const std::string link(name);
+        const std::string reason =
+            "the symbolic link '" + link + "' leads outside of the destination";
+        ExpectRefused({{"good", "x"}, {link + "/secret", "evil"}},
+                      "entry '" + link + "/secret': " + reason);
+        ExpectRefused({{"good", "x"}, ZipDirectory(link + "/")},
+                      "entry '" + link + "/': " + reason);
+    }
+    ExpectRefused({{"dangling/x", "evil"}},
+                  "entry 'dangling/x': the symbolic link 'dangling' cannot be "
+                  "followed: No such file or directory");
+    ExpectRefused({{"loop/x", "evil"}},
+                  "entry 'loop/x': the symbolic link 'loop' cannot be "
+                  "followed: Too many levels of symbolic links");
+}
+
+TEST_F(Unzip, LinksInsideAreFollowed)
+{
+    fs::create_directories(m_dest + "/lib64/deep");
+    fs::create_directory_symlink("lib64", m_dest + "/lib");
+    fs::create_directory_symlink("../lib/deep", m_dest + "/lib64/again");
+    fs::create_directory_symlink(".", m_dest + "/self");
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"lib/a", "1"},
+                                          {"lib/again/b", "2"},
+                                          {"self/self/c", "3"},
+                                          ZipDirectory("lib/", 040700)}));
+    EXPECT_EQ(ReadFile(m_dest + "/lib64/a"), "1");
+    EXPECT_EQ(ReadFile(m_dest + "/lib64/deep/b"), "2");
+    EXPECT_EQ(ReadFile(m_dest + "/c"), "3");
+    EXPECT_TRUE(fs::is_symlink(m_dest + "/lib"));
+}
+
+TEST_F(Unzip, ALinkInAFilesPlaceIsReplacedItself)
+{
+    fs::create_symlink(m_outside + "/secret", m_dest + "/x");
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", "new"}}));
+    EXPECT_FALSE(fs::is_symlink(m_dest + "/x"));
+    EXPECT_EQ(ReadFile(m_dest + "/x"), "new");
+    EXPECT_EQ(ReadFile(m_outside + "/secret"), "untouched");
+}
+
+TEST_F(Unzip, ADirectoryInAFilesPlaceIsAnError)
+{
+    WriteFile(m_dest + "/x/inside", "kept");
+    EXPECT_FALSE(
+        Run(std::vector<SZipFile>{{"first", "1"}, {"x", "2"}, {"y", "3"}}));
+    ExpectWarning("entry 'x': it cannot be put into its place: Is a directory");
+    EXPECT_EQ(Tree(), (Names{"first", "x/", "x/inside"}));
+}
+
+TEST_F(Unzip, AFileInADirectorysPlaceIsAnError)
+{
+    WriteFile(m_dest + "/x", "kept");
+    EXPECT_FALSE(
+        Run(std::vector<SZipFile>{{"first", "1"}, {"x/y", "2"}, {"z", "3"}}));
+    ExpectWarning("entry 'x/y': the directory 'x' cannot be entered: Not a "
+                  "directory");
+    EXPECT_FALSE(Run(std::vector<SZipFile>{ZipDirectory("x/")}));
+    ExpectWarning(
+        "entry 'x/': the directory 'x' cannot be entered: Not a directory");
+    EXPECT_EQ(Tree(), (Names{"first", "x"}));
+    EXPECT_EQ(ReadFile(m_dest + "/x"), "kept");
+}
+
+// Entries before the damage stay; the damaged one leaves what was there.
+TEST_F(Unzip, ADamagedEntryLeavesTheOldFile)
+{
+    const struct
+    {
+        const char* what;
+        std::function<void(SZipFile&)> damage;
+        const char* reason;
+    } cases[] = {
+        {"checksum", [](SZipFile& f) { f.crc = 1; }, "its checksum is wrong"},
+        {"stored checksum",
+         [](SZipFile& f)
+         {
+             f.deflate = false;
+             f.crc = 1;
+         },
+         "its checksum is wrong"},
+        {"longer", [](SZipFile& f) { f.size = f.content.size() - 1; },
+         "its compressed data are damaged"},
+        {"shorter", [](SZipFile& f) { f.size = f.content.size() + 1; },
+         "its compressed data are damaged"},
+        {"garbage", [](SZipFile& f) { f.packed = Noise(90000); },
+         "its compressed data are damaged"},
+        {"cut", [](SZipFile& f) { f.packed->resize(f.packed->size() / 2); },
+         "its compressed data are damaged"},
+        {"followed", [](SZipFile& f) { *f.packed += "x"; },
+         "its compressed data are damaged"},
+    };
+    for (const std::size_t size : {100000, 6000000})
+        for (const auto& test : cases)
+        {
+            SCOPED_TRACE(testing::Message() << test.what << ", " << size);
+            SZipFile bad{"x", Prose(size)};
+            const std::string whole = MakeZip({bad});
+            // What Deflate made of it, cut out of a good archive.
+            const std::size_t packed =
+                whole.find(std::string("PK\1\2", 4)) - 31;
+            bad.packed = whole.substr(31, packed);
+            test.damage(bad);
+            if (!bad.deflate)
+                bad.packed.reset();
+            WriteFile(m_dest + "/x", "old");
+            fs::remove(m_dest + "/first");
+            EXPECT_FALSE(
+                Run(std::vector<SZipFile>{{"first", "1"}, bad, {"last", "3"}}));
+            ExpectWarning(std::string("entry 'x': ") + test.reason);
+            EXPECT_EQ(Tree(), (Names{"first", "x"}));
+            EXPECT_TRUE(ReadFile(m_dest + "/x") == "old");
+        }
+}
+
+TEST_F(Unzip, ATornArchiveTouchesNothing)
+{
+    const std::string whole =
+        MakeZip({{"a", Noise(3000)}, {"b", Prose(3000)}, {"c", "x"}});
+    for (int i = 0; i < 50; ++i)
+    {
+        EXPECT_FALSE(Run(whole.substr(0, whole.size() * i / 50))) << i;
+        EXPECT_EQ(m_log.m_texts.size(), 1U);
+        m_log.m_texts.clear();
+    }
+    EXPECT_TRUE(Tree().empty());
+    EXPECT_TRUE(m_witness.calls.empty());
+}
+
+TEST_F(Unzip, WhatIsNoArchiveIsRefused)
+{
+    EXPECT_FALSE(Run(std::string()));
+    ExpectWarning("the file is empty");
+    EXPECT_FALSE(Run(std::string(3000, 'x')));
+    ExpectWarning(
+        "no zip directory at its end: truncated or not a zip archive");
+    fs::remove(m_archive);
+    EXPECT_FALSE(KzaCore::Unzip(wxFileName(m_archive),
+                                wxFileName(m_dest, wxEmptyString), WitnessCB,
+                                &m_witness));
+    ExpectWarning("cannot be opened: No such file or directory");
+}
+
+TEST_F(Unzip, LeftoversOfADeadProcessAreRemoved)
+{
+    const pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+    const std::string gone = "/.kza_unzip." + std::to_string(dead) + ".7";
+    const std::string alive = "/.kza_unzip." + std::to_string(getppid()) + ".7";
+    for (const std::string& directory : {std::string(), std::string("/lib")})
+    {
+        WriteFile(m_dest + directory + gone, "half");
+        WriteFile(m_dest + directory + alive, "half");
+    }
+    WriteFile(m_dest + "/.kza_unzip.x", "not ours");
+
+    // Nothing is touched for the sake of a bad archive.
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{"lib/x", ""}, {"../y", ""}}));
+    EXPECT_TRUE(FileExists(m_dest + gone));
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"lib/x", ""}, {"y", ""}}));
+    EXPECT_EQ(Tree(), (Names{alive.substr(1), ".kza_unzip.x", "lib/",
+                             "lib" + alive, "lib/x", "y"}));
+}
+
+TEST_F(Unzip, AnUnwritableDestinationIsAnError)
+{
+    if (geteuid() == 0)
+    {
+        // The superuser is stopped by nothing but a directory that is gone.
+        fs::create_directory(m_dir.File("gone"));
+        m_dest = "/proc/self/fdinfo";
+    }
+    else
+    {
+        chmod(m_dest.c_str(), 0500);
+    }
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    ASSERT_EQ(m_log.m_texts.size(), 1U);
+    EXPECT_TRUE(m_log.m_texts[0].Contains("entry 'x': it cannot be made: "))
+        << m_log.m_texts[0];
+    if (geteuid() != 0)
+        chmod(m_dest.c_str(), 0700);
+}
+
+TEST_F(Unzip, TooDeepATreeIsAnError)
+{
+    std::string name;
+    for (int i = 0; i < 101; ++i)
+        name += "d/";
+    EXPECT_TRUE(Run(std::vector<SZipFile>{{name.substr(2) + "x", "y"}}));
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{name + "x", "y"}}));
+    ExpectWarning("entry '" + name.substr(0, 200) +
+                  "...': too many directories deep");
+}
+
+} // namespace
