@@ -15,7 +15,6 @@
 
 #include <lua.hpp>
 #include <wx/init.h>
-#include <wx/sstream.h>
 #include <wx/wfstream.h>
 #include <wx/zipstrm.h>
 
@@ -23,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 using namespace KzaCore;
 
@@ -63,17 +63,15 @@ private:
 // About 2 KB of ordinary Lua.
 std::string ModuleSource(int number)
 {
-    std::string source =
-        "local M = { number = " + std::to_string(number) + " }\n";
-    for (int i = 0; source.size() < 2048; ++i)
-    {
-        const std::string n = std::to_string(i);
-        source += "function M.step" + n + "(state, value)\n" +
-                  "    if value > " + n + " then\n" +
-                  "        state.total = (state.total or 0) + value\n" +
-                  "    end\n    return state, \"step " + n + "\"\nend\n";
-    }
-    return source + "return M\n";
+    std::ostringstream source;
+    source << "local M = { number = " << number << " }\n";
+    for (int i = 0; source.tellp() < 2048; ++i)
+        source << "function M.step" << i << "(state, value)\n"
+               << "    if value > " << i << " then\n"
+               << "        state.total = (state.total or 0) + value\n"
+               << "    end\n    return state, \"step " << i << "\"\nend\n";
+    source << "return M\n";
+    return source.str();
 }
 
 std::string ModuleFile(int number)

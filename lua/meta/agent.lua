@@ -23,7 +23,7 @@ function Dom:Get(key) end
 --- Sets a key, for everybody; nil removes it.
 ---
 --- A number must be integral. Whoever waits for the key is woken, also when the
---- value is the same as before.
+--- value is the same as before. Removing a key that is not set changes nothing.
 ---@param key kza.Key
 ---@param value string|boolean|integer|nil
 function Dom:Set(key, value) end
@@ -37,8 +37,13 @@ function Dom:Keys(prefix) end
 ---
 --- A change between two waits for the same key is not missed: the second one
 --- returns at once. The first wait for a key sees changes made from then on.
+--- What the script itself sets counts too: whoever resets a key after a wait
+--- ends the next wait.
+---
+--- The agent remembers each key that was ever waited for; wait for a few fixed
+--- keys, not for one made up for each question.
 ---@param key kza.Key      Need not be set.
----@param ms number        Longest wait in milliseconds.
+---@param ms number        Longest wait in milliseconds; `math.huge` for ever.
 ---@return boolean changed
 --- False after the time, and when this thread was asked to exit: `dom:Sleep(0)`
 --- tells one from the other.

@@ -58,6 +58,20 @@ void WriteAll(CDom& dom, unsigned rounds)
     }
 }
 
+template <typename TWork>
+void RunThreads(unsigned count, TWork work, std::vector<std::thread>& threads)
+{
+    threads.reserve(threads.size() + count);
+    for (unsigned i = 0; i < count; ++i)
+        threads.emplace_back(work, i);
+}
+
+void JoinAll(std::vector<std::thread>& threads)
+{
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 // Reads until told to stop; returns how often something was wrong.
 unsigned ReadAll(const CDom& dom, const std::atomic<bool>& stop)
 {
@@ -85,16 +99,14 @@ TEST(DomStore, ReadersSeeWholeValuesAndMissNoKey)
     std::atomic<bool> stop{false};
     std::atomic<unsigned> wrong{0};
     std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i)
-        readers.emplace_back([&] { wrong += ReadAll(*dom, stop); });
+    RunThreads(
+        3, [&](unsigned) { wrong += ReadAll(*dom, stop); }, readers);
     std::vector<std::thread> writers;
-    for (int i = 0; i < 2; ++i)
-        writers.emplace_back([&] { WriteAll(*dom, 20000); });
-    for (std::thread& writer : writers)
-        writer.join();
+    RunThreads(
+        2, [&](unsigned) { WriteAll(*dom, 20000); }, writers);
+    JoinAll(writers);
     stop = true;
-    for (std::thread& reader : readers)
-        reader.join();
+    JoinAll(readers);
     EXPECT_EQ(wrong, 0U);
     EXPECT_TRUE(dom->Keys("passing.").empty());
 }
@@ -104,25 +116,25 @@ TEST(DomStore, WriterIsSeenByItsOwnThread)
     const DomPtr dom = NewDom();
     std::vector<std::thread> threads;
     std::atomic<unsigned> wrong{0};
-    for (int t = 0; t < 3; ++t)
-        threads.emplace_back(
-            [&, t]
+    RunThreads(
+        3,
+        [&](unsigned t)
+        {
+            const std::string prefix = std::to_string(t) + ".";
+            for (long long n = 0; n < 5000; ++n)
             {
-                const std::string prefix = std::to_string(t) + ".";
-                for (long long n = 0; n < 5000; ++n)
-                {
-                    const std::string key = prefix + std::to_string(n % 300);
-                    long long out = -1;
-                    dom->Set(key, n);
-                    if (!dom->Get(key, out) || out != n)
-                        ++wrong;
-                    dom->Remove(key);
-                    if (dom->Get(key, out))
-                        ++wrong;
-                }
-            });
-    for (std::thread& thread : threads)
-        thread.join();
+                const std::string key = prefix + std::to_string(n % 300);
+                long long out = -1;
+                dom->Set(key, n);
+                if (!dom->Get(key, out) || out != n)
+                    ++wrong;
+                dom->Remove(key);
+                if (dom->Get(key, out))
+                    ++wrong;
+            }
+        },
+        threads);
+    JoinAll(threads);
     EXPECT_EQ(wrong, 0U);
 }
 
