@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Which of many archives a name is found in.
+
+#include "ArchiveSet.h"
+
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+#include <wx/wfstream.h>
+#include <wx/zipstrm.h>
+
+#include <utility>
+
+using namespace KzaCore;
+using TestSupport::CTempDir;
+
+namespace
+{
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+// Replaces or makes an archive; a new file, as an installation would.
+std::string Make(const CTempDir& place,
+                 const std::string& name,
+                 const Entries& entries)
+{
+    const std::string path = place.File(name);
+    {
+        wxFileOutputStream file(path + ".new");
+        wxZipOutputStream zip(file);
+        for (const auto& [entry, content] : entries)
+        {
+            zip.PutNextEntry(entry);
+            zip.Write(content.data(), content.size());
+        }
+    }
+    EXPECT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
+    return path;
+}
+
+// The content under the first of the names, "missing" or "broken".
+std::string Read(CArchiveSet& set, const std::vector<std::string>& names)
+{
+    std::string bytes;
+    std::string place;
+    std::string error;
+    switch (set.Read(names, bytes, place, error))
+    {
+    case CArchiveSet::EResult::Found:
+        return bytes;
+    case CArchiveSet::EResult::Missing:
+        return "missing";
+    case CArchiveSet::EResult::Broken:
+        break;
+    }
+    return "broken";
+}
+
+} // namespace
+
+TEST(ArchiveSet, FirstArchiveWins)
+{
+    const CTempDir place;
+    const std::string one = Make(place, "one", {{"a", "1"}});
+    const std::string two = Make(place, "two", {{"a", "2"}, {"b", "2"}});
+    CArchiveSet set;
+    EXPECT_EQ(Read(set, {"a"}), "missing");
+    set.SetPaths(one + ";" + two);
+    EXPECT_EQ(Read(set, {"a"}), "1");
+    EXPECT_EQ(Read(set, {"b"}), "2");
+    EXPECT_EQ(Read(set, {"c"}), "missing");
+    set.SetPaths(two + ";" + one);
+    EXPECT_EQ(Read(set, {"a"}), "2");
+    set.SetPaths("");
+    EXPECT_EQ(Read(set, {"a"}), "missing");
+}
+
+TEST(ArchiveSet, AllNamesAreTriedInOneArchiveFirst)
+{
+    const CTempDir place;
+    const std::string one = Make(place, "one", {{"a/init.lua", "1"}});
+    const std::string two =
+        Make(place, "two", {{"a.lua", "2"}, {"a/init.lua", "2"}});
+    CArchiveSet set;
+    set.SetPaths(one + ";" + two);
+    EXPECT_EQ(Read(set, {"a.lua", "a/init.lua"}), "1");
+    set.SetPaths(two);
+    EXPECT_EQ(Read(set, {"a.lua", "a/init.lua"}), "2");
+}
+
+TEST(ArchiveSet, EveryOneOfManyArchivesIsLookedInto)
+{
+    // More than there are bits to tell them apart.
+    constexpr int kCount = 150;
+    const CTempDir place;
+    std::string list;
+    for (int i = 0; i < kCount; ++i)
+    {
+        const std::string n = std::to_string(i);
+        list += Make(place, n, {{"own" + n, n}, {"common", n}}) + ";";
+    }
+    CArchiveSet set;
+    set.SetPaths(list);
+    for (int round = 0; round < 2; ++round)
+    {
+        EXPECT_EQ(Read(set, {"common"}), "0");
+        for (int i = 0; i < kCount; ++i)
+            EXPECT_EQ(Read(set, {"own" + std::to_string(i)}),
+                      std::to_string(i));
+        EXPECT_EQ(Read(set, {"none"}), "missing");
+    }
+}
+
+TEST(ArchiveSet, ReplacedArchiveIsNoticed)
+{
+    const CTempDir place;
+    const std::string list = Make(place, "one", {{"a", "old"}}) + ";" +
+                             Make(place, "two", {{"b", "old"}});
+    CArchiveSet set;
+    set.SetPaths(list);
+    EXPECT_EQ(Read(set, {"a"}), "old");
+    EXPECT_EQ(Read(set, {"b"}), "old");
+    Make(place, "two", {{"b", "newer"}, {"c", "newer"}});
+    EXPECT_EQ(Read(set, {"b"}), "newer");
+    EXPECT_EQ(Read(set, {"c"}), "newer");
+    Make(place, "one", {{"d", "newest"}});
+    EXPECT_EQ(Read(set, {"a"}), "missing");
+    EXPECT_EQ(Read(set, {"d"}), "newest");
+}
+
+TEST(ArchiveSet, ArchiveThatAppearsLaterIsUsed)
+{
+    const CTempDir place;
+    CArchiveSet set;
+    set.SetPaths(place.File("one"));
+    EXPECT_EQ(Read(set, {"a"}), "missing");
+    Make(place, "one", {{"a", "1"}});
+    EXPECT_EQ(Read(set, {"a"}), "1");
+}
+
+TEST(ArchiveSet, MissNamesEveryPlace)
+{
+    const CTempDir place;
+    const std::string one = Make(place, "one", {{"a", "1"}});
+    const std::string none = place.File("none");
+    CArchiveSet set;
+    set.SetPaths(one + ";" + none);
+    EXPECT_EQ(Read(set, {"x.lua", "x/init.lua"}), "missing");
+    EXPECT_EQ(set.DescribeMiss({"x.lua", "x/init.lua"}),
+              "\n\tno file '" + one + "/x.lua'" + "\n\tno file '" + one +
+                  "/x/init.lua'" + "\n\tno usable archive '" + none +
+                  "': cannot be opened: No such file or directory");
+}
