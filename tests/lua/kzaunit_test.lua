@@ -120,6 +120,36 @@ function TestOutcome.test_a_separator_alone_names_no_script()
     lu.assertStrContains(result.out, "kzaunit: no script matches '?'\n")
 end
 
+function TestOutcome.test_a_failing_init_keeps_tests_from_running()
+    local place = support.directory()
+    support.write(place .. "/app.lua", "return { init = function() "
+        .. "return 9 end, shutdown = function() print('shutdown') end }")
+    support.write(place .. "/a.lua", PASSING)
+    local result = support.run_agent({ "--appname", "app", "--lua_path",
+        place .. "/?.lua", "--unittest", place .. "/a.lua" })
+    lu.assertEquals(result.status, 9)
+    lu.assertEquals(result.out, "")
+end
+
+function TestOutcome.test_a_failing_shutdown_shows_in_the_status()
+    local place = support.directory()
+    support.write(place .. "/app.lua",
+        "return { shutdown = function() return 8 end }")
+    support.write(place .. "/a.lua", PASSING)
+    local result = support.run_agent({ "--appname", "app", "--lua_path",
+        place .. "/?.lua", "--unittest", place .. "/a.lua" })
+    lu.assertEquals(result.status, 8)
+    lu.assertStrContains(result.out, "OK\n")
+end
+
+-- Without a wildcard the agent itself looks whether there is such a file.
+function TestOutcome.test_a_directory_alone_is_no_script()
+    local result = run_scripts({ ["x/a.lua"] = PASSING }, "x")
+    lu.assertEquals(result.err, "x: not found")
+    lu.assertEquals(result.out, "init\nmain\nshutdown\n")
+    assert_status(result, 0)
+end
+
 function TestOutcome.test_a_double_quote_is_a_syntax_error()
     local result = run_scripts({ ["a.lua"] = PASSING }, 'a*".lua')
     assert_status(result, 3)
