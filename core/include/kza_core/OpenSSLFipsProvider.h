@@ -114,8 +114,8 @@ inline std::string Escaped(const std::string& path)
 // is the frame that a whole configuration has around it.
 inline bool LoadModuleConfiguration(const std::string& path)
 {
-    const std::string text = ".include = " + Escaped(path) +
-                             "\n[kza]\nproviders = kza_providers\n"
+    const std::string text = "kza = kza_start\n.include = " + Escaped(path) +
+                             "\n[kza_start]\nproviders = kza_providers\n"
                              "[kza_providers]\nfips = fips_sect\n";
     const std::unique_ptr<BIO, decltype(&BIO_free)> source(
         BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);

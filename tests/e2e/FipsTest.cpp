@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// FIPS mode on request, with the real library and providers of the tests.
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+
+using namespace TestSupport;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+// The agent's installation in a directory of its own, so that what lies beside
+// its libraries is the test's.
+class CFipsHost
+{
+public:
+    CFipsHost() { fs::copy(KZA_BINARY_DIR "/tests/ossl_probe.so", Probe()); }
+
+    [[nodiscard]] const CHost& Host() const { return m_service.Host(); }
+    [[nodiscard]] const CService& Service() const { return m_service; }
+
+    // Places a provider of that role as fips.so.
+    void Place(const std::string& role, const std::string& directory) const
+    {
+        const std::string to = Host().File(directory);
+        fs::create_directories(to);
+        fs::copy(KZA_BINARY_DIR "/tests/fips/" + role + "/fips.so",
+                 to + "/fips.so");
+    }
+
+    // Runs a tool that says what OpenSSL does; `mode` is app.fipsmode.
+    [[nodiscard]] SProcessResult Run(const std::string& mode,
+                                     const SProcessOptions& options = {}) const
+    {
+        return Host().RunTool(
+            "probe", kProbe,
+            {"--domain_var", "app.fipsmode=" + mode, "--trace", "Appl"},
+            options);
+    }
+
+    // What the FIPS step said, traces by their text alone.
+    [[nodiscard]] std::vector<std::string> Said() const
+    {
+        std::vector<std::string> said;
+        for (const std::string& line :
+             ReadLines(Host().File("work/log/probe.log")))
+        {
+            const std::string record = RecordText(line);
+            if (record.find("FIPS") == std::string::npos &&
+                record.find("OPENSSL") == std::string::npos)
+                continue;
+            const std::size_t at = record.find("EnterFipsMode ");
+            said.push_back(at == std::string::npos ? record
+                                                   : record.substr(at + 14));
+        }
+        return said;
+    }
+
+    // The line about the variable.
+    [[nodiscard]] std::string Engines() const
+    {
+        return "INFO kza: OPENSSL_ENGINES = " + Host().Bin() + "/engines";
+    }
+
+    static constexpr char kProbe[] = R"lua(
+local probe = require("ossl_probe")
+local text = string.format("fips %s, SHA256 from %s, MD5 from %s, engines %s",
+  probe.fips(), probe.digest("SHA256"), probe.digest("MD5"),
+  os.getenv("OPENSSL_ENGINES"))
+return { main = function() print(text) dom:Log("message", text) end }
+)lua";
+
+private:
+    [[nodiscard]] std::string Probe() const
+    {
+        fs::create_directories(Host().File("lib/lua"));
+        return Host().File("lib/lua/ossl_probe.so");
+    }
+
+    CService m_service{"probe"};
+};
+
+using Lines = std::vector<std::string>;
+
+const std::string kNotSupported =
+    "WARNING kza: Tried to enter FIPS mode but failed: "
+    "error:0F06D065:common libcrypto routines:FIPS_mode_set:fips mode not "
+    "supported";
+const std::string kRefused = "ERROR kza: Failed to enter FIPS mode. Exiting.";
+
+TEST(Fips, IsOffUnlessRequested)
+{
+    for (const char* const mode : {"", "0"})
+    {
+        SCOPED_TRACE(mode);
+        const CFipsHost host;
+        host.Place("refuses", "ossl-modules");
+        const SProcessResult result = host.Run(mode);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, "fips false, SHA256 from default, MD5 from "
+                              "default, engines nil\n");
+        EXPECT_EQ(host.Said(), Lines{"FIPS mode is OFF"});
+    }
+}
+
+TEST(Fips, AnyOtherTextRequestsIt)
+{
+    for (const char* const mode :
+         {"1", "yes", "no", "off", "false", "00", " 0"})
+    {
+        SCOPED_TRACE(mode);
+        const CFipsHost host;
+        host.Place("usable", "ossl-modules");
+        const SProcessResult result = host.Run(mode);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, "fips true, SHA256 from fips, MD5 from nil, "
+                              "engines " +
+                                  host.Host().Bin() + "/engines\n");
+        const Lines expected = {host.Engines(), "FIPS mode is ON"};
+        EXPECT_EQ(host.Said(), expected);
+    }
+}
+
+TEST(Fips, ConfigurationFileRequestsIt)
+{
+    const CFipsHost host;
+    host.Place("usable", "ossl-modules");
+    WriteFile(host.Host().File("work/kz_agent.ini"), "FIPSMode=1\n");
+    const SProcessResult result =
+        host.Host().RunTool("probe", CFipsHost::kProbe);
+    EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U);
+}
+
+TEST(Fips, MissingModuleIsAWarning)
+{
+    const CFipsHost host;
+    SProcessOptions options;
+    // Whatever the host has installed: here it has nothing.
+    options.env = {{"OPENSSL_MODULES", host.Host().File("none")},
+                   {"OPENSSL_ENGINES", "/inherited"}};
+    const SProcessResult result = host.Run("1", options);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "fips false, SHA256 from default, MD5 from default, "
+                          "engines " +
+                              host.Host().Bin() + "/engines\n");
+    const Lines expected = {host.Engines(), kNotSupported};
+    EXPECT_EQ(host.Said(), expected);
+}
+
+struct SRefusal
+{
+    const char* name;
+    const char* role; ///< null for a file that is no library
+    const char* file; ///< null, or the module's configuration
+    const char* content;
+    const char* error;
+};
+
+class FipsRefusal : public testing::TestWithParam<SRefusal>
+{
+};
+
+TEST_P(FipsRefusal, EndsTheRunWithZero)
+{
+    const SRefusal& refusal = GetParam();
+    const CFipsHost host;
+    if (refusal.role != nullptr)
+        host.Place(refusal.role, "ossl-modules");
+    else
+        WriteFile(host.Host().File("ossl-modules/fips.so"), "no library\n");
+    if (refusal.file != nullptr)
+        WriteFile(host.Host().File(refusal.file), refusal.content);
+
+    const SProcessResult result = host.Run("1");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "") << "the script ran";
+    const Lines expected = {host.Engines(),
+                            "WARNING kza: Tried to enter FIPS mode but "
+                            "failed: error:" +
+                                std::string(refusal.error),
+                            kRefused};
+    EXPECT_EQ(host.Said(), expected);
+}
+
+const SRefusal kRefusals[] = {
+    {"NoLibrary", nullptr, nullptr, nullptr,
+     "12800067:DSO support routines::could not load the shared library"},
+    {"RefusesToLoad", "refuses", nullptr, nullptr,
+     "078C0105:common libcrypto routines::init fail"},
+    {"SelfTest", "self_test", nullptr, nullptr,
+     "1C8000D8:Provider routines::self test post failure"},
+    {"NoConfiguration", "configured", nullptr, nullptr,
+     "1C8000D5:Provider routines::missing config data"},
+    {"Integrity", "configured", "ossl-modules/fipsmodule.cnf",
+     "[fips_sect]\nmodule-mac = 00:00\n",
+     "1C8000D6:Provider routines::module integrity failure"},
+    {"BrokenConfiguration", "usable", "ossl-modules/fipsmodule.cnf",
+     "[fips_sect\n",
+     "07000064:configuration file routines::missing close square bracket"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Fips,
+                         FipsRefusal,
+                         testing::ValuesIn(kRefusals),
+                         [](const auto& test)
+                         { return std::string(test.param.name); });
+
+// Where an operator may place the module and its configuration.
+struct SPlace
+{
+    const char* module;
+    const char* file;
+    const char* content;
+};
+
+constexpr char kModuleFile[] = "[fips_sect]\n"
+                               "activate = 1\n"
+                               "module-mac = CA:FE\n";
+constexpr char kWholeFile[] = "openssl_conf = start\n"
+                              "[start]\nproviders = all\n"
+                              "[all]\nfips = it\ndefault = other\n"
+                              "[it]\nmodule-mac = CA:FE\n"
+                              "[other]\nactivate = 1\n";
+
+TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
+{
+    const SPlace places[] = {
+        {"ossl-modules", "ossl-modules/fipsmodule.cnf", kModuleFile},
+        {"ossl-modules", "fipsmodule.cnf", kModuleFile},
+        {"ossl-modules", "ossl-modules/openssl.cnf", kWholeFile},
+        {"ossl-modules", "openssl.cnf", kWholeFile},
+        {"engines", "engines/fipsmodule.cnf", kModuleFile},
+    };
+    for (const SPlace& place : places)
+    {
+        SCOPED_TRACE(place.file);
+        const CFipsHost host;
+        host.Place("configured", place.module);
+        WriteFile(host.Host().File(place.file), place.content);
+        EXPECT_EQ(host.Run("1").out.find("fips true, SHA256 from fips"), 0U);
+        EXPECT_EQ(host.Said().back(), "FIPS mode is ON");
+    }
+}
+
+TEST(Fips, EnvironmentGoesBeforeWhatLiesBesideTheLibraries)
+{
+    const CFipsHost host;
+    host.Place("refuses", "ossl-modules");
+    host.Place("configured", "elsewhere");
+    WriteFile(host.Host().File("elsewhere/my.cnf"), kWholeFile);
+    SProcessOptions options;
+    options.env = {{"OPENSSL_MODULES", host.Host().File("elsewhere")},
+                   {"OPENSSL_CONF", host.Host().File("elsewhere/my.cnf")}};
+    EXPECT_EQ(host.Run("1", options).out.find("fips true"), 0U);
+}
+
+TEST(Fips, OddCharactersInThePathAreNoSyntax)
+{
+    const CTempDir dir;
+    const CFipsHost host;
+    const std::string odd = dir.File("a b#$x'\"\\ü");
+    fs::create_directories(odd);
+    fs::copy(host.Host().Bin(), odd + "/root", fs::copy_options::recursive);
+    fs::create_directories(odd + "/root/ossl-modules");
+    fs::copy(KZA_BINARY_DIR "/tests/fips/configured/fips.so",
+             odd + "/root/ossl-modules/fips.so");
+    WriteFile(odd + "/root/ossl-modules/fipsmodule.cnf", kModuleFile);
+    WriteFile(odd + "/root/lua/probe.lua", CFipsHost::kProbe);
+    const SProcessResult result =
+        TestSupport::Run({odd + "/root/kz_agent", "--appname", "probe",
+                          "--domain_var", "app.fipsmode=1"});
+    EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U)
+        << result.out << result.err;
+}
+
+TEST(Fips, WorkersInheritIt)
+{
+    const CFipsHost host;
+    const CService& service = host.Service();
+    host.Place("configured", "ossl-modules");
+    WriteFile(host.Host().File("ossl-modules/fipsmodule.cnf"), kModuleFile);
+    service.SetModule(CFipsHost::kProbe);
+    SServiceOptions options;
+    options.arguments = {"--domain_var", "app.fipsmode=1"};
+    ASSERT_TRUE(service.StartUntil("fips true, SHA256 from fips", options));
+    kill(service.Worker(), SIGKILL);
+    EXPECT_TRUE(service.WaitForLog("fips true, SHA256 from fips", 2));
+    EXPECT_TRUE(service.Stop());
+}
+
+TEST(Fips, RefusalStartsNoDaemonAndReportsTheRunTime)
+{
+    const CService service;
+    service.SetModule("return {}");
+    fs::create_directories(service.Host().File("ossl-modules"));
+    WriteFile(service.Host().File("ossl-modules/fips.so"), "no library\n");
+    SServiceOptions options;
+    options.arguments = {"--domain_var", "app.fipsmode=1"};
+    EXPECT_EQ(service.Start(options).status, 0);
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+    EXPECT_TRUE(service.Processes().empty());
+    Lines said = service.Records();
+    EXPECT_EQ(said.at(said.size() - 2), kRefused);
+    EXPECT_EQ(said.back().find(
+                  "INFO kza: KZA 12.0.0.2932 exiting. Run time was 0d 00:00:0"),
+              0U);
+}
+
+} // namespace
