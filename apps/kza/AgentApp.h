@@ -188,9 +188,9 @@ private:
     std::unique_ptr<CStopWatch> m_stopWatch;
 
     // Outlives the script thread's use of it: freed with this object, after
-    // the join. The second member is null until the loop has been entered.
+    // the join.
+    CMainLoopProgress m_loopProgress;
     std::unique_ptr<CMainLoop> m_loop;
-    std::atomic<CMainLoop*> m_enteredLoop{nullptr};
 };
 
 /// The thread on which the application script lives.

@@ -7,24 +7,58 @@
 // keeps this one until that thread has been joined.
 //
 // Threads: made, run and deleted on the main thread; Exit() may be called from
-// the thread that found it in `entered`.
+// the thread that found it through the progress.
 
 #pragma once
 
 #include <wx/evtloop.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+class CMainLoop;
+
+/// How far the main thread has come with its loop. Threads: any.
+class CMainLoopProgress
+{
+public:
+    /// The loop once it has been entered and can be asked to exit, else null.
+    [[nodiscard]] CMainLoop* Entered() const
+    {
+        return m_entered.load(std::memory_order_acquire);
+    }
+
+    /// Waits until the loop waits for events.
+    ///
+    /// \return false when it does not within the limit.
+    bool AwaitIdle(std::chrono::milliseconds limit);
+
+private:
+    friend class CMainLoop;
+
+    void NoteEntered(CMainLoop* loop);
+    void NoteIdle();
+
+    std::atomic<CMainLoop*> m_entered{nullptr};
+
+    std::mutex m_mutex; // guards what follows
+    std::condition_variable m_condition;
+    bool m_idle = false;
+};
 
 class CMainLoop : public wxConsoleEventLoop
 {
 public:
-    /// \param entered  Set to this loop once it has been entered and can be
-    ///                 asked to exit; outlives the loop.
-    explicit CMainLoop(std::atomic<CMainLoop*>& entered);
+    /// \param progress  Told how far the loop has come; outlives it.
+    explicit CMainLoop(CMainLoopProgress& progress);
+
+    bool Dispatch() override;
 
 protected:
     void OnNextIteration() override;
 
 private:
-    std::atomic<CMainLoop*>& m_entered;
+    CMainLoopProgress& m_progress;
 };

@@ -56,7 +56,7 @@ void CAgentApp::RunScriptApp()
 
 int CAgentApp::MainLoop()
 {
-    m_loop = std::make_unique<CMainLoop>(m_enteredLoop);
+    m_loop = std::make_unique<CMainLoop>(m_loopProgress);
     if (m_stopWatch)
         m_stopWatch->Start(*m_loop);
     OnLaunched();

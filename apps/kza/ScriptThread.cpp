@@ -71,12 +71,16 @@ void CAgentApp::EndRun(int status)
 {
     if (!m_isDefaultApp && !m_background)
     {
+        // exit() destroys the framework's static objects. The main thread must
+        // not be on its way through them; asleep in its loop it does no harm.
+        constexpr std::chrono::seconds kLongest{1};
+        m_loopProgress.AwaitIdle(kLongest);
         TerminationCleanup();
         exit(status);
     }
     // The loop as it was before the idle event wakes it. A script that ends
     // before the main thread has entered its loop leaves the run going.
-    CMainLoop* const loop = m_enteredLoop.load(std::memory_order_acquire);
+    CMainLoop* const loop = m_loopProgress.Entered();
     QueueEvent(new wxIdleEvent);
     if (loop != nullptr)
         loop->Exit(status);

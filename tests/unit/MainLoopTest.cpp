@@ -30,10 +30,10 @@ public:
     int m_wakeUps = 0;
 };
 
-CMainLoop* AwaitEntered(const std::atomic<CMainLoop*>& entered)
+CMainLoop* AwaitEntered(const CMainLoopProgress& progress)
 {
     CMainLoop* loop = nullptr;
-    while ((loop = entered.load()) == nullptr)
+    while ((loop = progress.Entered()) == nullptr)
         std::this_thread::yield();
     return loop;
 }
@@ -41,12 +41,30 @@ CMainLoop* AwaitEntered(const std::atomic<CMainLoop*>& entered)
 TEST(MainLoop, IsThereOnlyOnceEntered)
 {
     const wxInitializer framework;
-    std::atomic<CMainLoop*> entered{nullptr};
-    CMainLoop loop(entered);
-    EXPECT_EQ(entered.load(), nullptr);
-    std::thread script([&entered] { AwaitEntered(entered)->Exit(7); });
+    CMainLoopProgress progress;
+    CMainLoop loop(progress);
+    EXPECT_EQ(progress.Entered(), nullptr);
+    std::thread script([&progress] { AwaitEntered(progress)->Exit(7); });
     EXPECT_EQ(loop.Run(), 7);
     script.join();
+}
+
+TEST(MainLoop, IsIdleOnceItWaitsForEvents)
+{
+    const wxInitializer framework;
+    CMainLoopProgress progress;
+    CMainLoop loop(progress);
+    EXPECT_FALSE(progress.AwaitIdle(std::chrono::milliseconds(0)));
+    bool wasIdle = false;
+    std::thread script(
+        [&]
+        {
+            wasIdle = progress.AwaitIdle(std::chrono::minutes(1));
+            progress.Entered()->Exit(0);
+        });
+    EXPECT_EQ(loop.Run(), 0);
+    script.join();
+    EXPECT_TRUE(wasIdle);
 }
 
 TEST(MainLoop, OutlivesTheThreadThatEndsIt)
@@ -54,12 +72,12 @@ TEST(MainLoop, OutlivesTheThreadThatEndsIt)
     const wxInitializer framework;
     for (int round = 0; round < 20; ++round)
     {
-        std::atomic<CMainLoop*> entered{nullptr};
-        auto loop = std::make_unique<CSlowLoop>(entered);
+        CMainLoopProgress progress;
+        auto loop = std::make_unique<CSlowLoop>(progress);
         std::thread script(
-            [&entered, round]
+            [&progress, round]
             {
-                CMainLoop* const main = AwaitEntered(entered);
+                CMainLoop* const main = AwaitEntered(progress);
                 wxTheApp->QueueEvent(new wxIdleEvent);
                 main->Exit(round);
             });
