@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the tests of packages share.
+
+#pragma once
+
+#include "support/Host.h"
+#include "support/Zip.h"
+
+#include <string>
+#include <vector>
+
+namespace TestSupport
+{
+
+/// A host whose application prints the events and asks for the heartbeat.
+class CPackageHost
+{
+public:
+    CPackageHost();
+
+    [[nodiscard]] std::string File(const std::string& name) const
+    {
+        return m_host.File(name);
+    }
+    [[nodiscard]] const std::string& Bin() const { return m_host.Bin(); }
+
+    /// Puts a package beside the executable.
+    void Add(const std::string& name, const std::vector<SZipFile>& files) const;
+    void Add(const std::string& name, const std::string& bytes) const;
+
+    /// The words of a start that applies packages, reports the events from now
+    /// on and runs a shell command.
+    [[nodiscard]] std::vector<std::string> Words(
+        const std::string& probe = "true") const;
+
+    /// Starts the agent with the packages applied; it must end in order.
+    ///
+    /// \param probe  A shell command that the agent runs afterwards, for what
+    ///               only its process sees.
+    void Run(const SProcessOptions& options = {},
+             const std::string& probe = "true");
+
+    /// The lines that the probe of the last run wrote.
+    [[nodiscard]] const std::vector<std::string>& Probe() const
+    {
+        return m_probe;
+    }
+
+    /// The events that the last run added, each as
+    /// "<number> <severity> <text>", the directory shown as "@".
+    [[nodiscard]] const std::vector<std::string>& Events() const
+    {
+        return m_events;
+    }
+
+    /// "true" when the last run asked for a heartbeat, else "nil".
+    [[nodiscard]] const std::string& Heartbeat() const { return m_heartbeat; }
+
+    /// What the last run wrote into the log about packages, each as
+    /// "<LEVEL> <text>", the directory shown as "@".
+    [[nodiscard]] const std::vector<std::string>& Log() const { return m_log; }
+
+    /// Names beside the executable, sorted, directories with a slash; without
+    /// what an installation has anyway.
+    [[nodiscard]] std::vector<std::string> Tree() const;
+
+private:
+    void ReadLog();
+
+    CHost m_host{false};
+    std::size_t m_logLines = 0; // those of earlier runs
+    std::vector<std::string> m_events;
+    std::vector<std::string> m_log;
+    std::vector<std::string> m_probe;
+    std::string m_heartbeat;
+};
+
+} // namespace TestSupport
