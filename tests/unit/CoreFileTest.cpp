@@ -13,7 +13,7 @@
 
 #include <sys/resource.h>
 
-TEST(CrashFallback, LetsTheSystemWriteItsCoreFileAndSaysSo)
+TEST(CoreFile, StandsInForTheDumpAndTheLogSaysSo)
 {
     wxLogBuffer* records = new wxLogBuffer;
     wxLog* before = wxLog::SetActiveTarget(records);

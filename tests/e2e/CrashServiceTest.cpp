@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A worker of the service dies of a fault: dump, report and restart.
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+using namespace TestSupport;
+
+namespace
+{
+
+// Crashes in its first two lives.
+constexpr char kModule[] = R"lua(
+local crash = require('crash')
+local path = dom:Get('app.path.work') .. '/lives'
+local function live()
+  local file = io.open(path, 'a')
+  file:write('x')
+  file:close()
+  return #io.open(path):read('*a')
+end
+return { main = function()
+  local lives = live()
+  dom:Log('message', 'life ' .. lives)
+  if lives < 3 then crash.now('segv') end
+end }
+)lua";
+
+std::string NotedProcess(const std::string& dump)
+{
+    const std::string text = ReadFile(dump);
+    const std::string mark = "\nprocess: ";
+    const std::size_t at = text.find(mark);
+    return at == std::string::npos
+               ? std::string()
+               : std::to_string(PidIn(text.substr(at + mark.size(), 20)));
+}
+
+} // namespace
+
+TEST(CrashService, WorkerIsRestartedAndItsDumpsAreKept)
+{
+    const CService service;
+    service.SetModule(kModule);
+    SServiceOptions options;
+    options.arguments = {"--lua_cpath", KZA_BINARY_DIR "/tests/modules/?.so"};
+    ASSERT_TRUE(service.StartUntil("life 1", options));
+    const pid_t watchdog = service.PidFromFile();
+    ASSERT_TRUE(service.WaitForLog("life 3"));
+
+    EXPECT_EQ(CountOf(service.Log(), "Child process crashed with status "), 2);
+    EXPECT_EQ(CountOf(service.Log(), " (signal 11: Segmentation fault)"), 2);
+    const std::string dump = service.Host().File("work/diag/kz_agent.mdmp");
+    const std::string last = NotedProcess(dump);
+    const std::string first = NotedProcess(dump + ".1");
+    EXPECT_NE(last, "");
+    EXPECT_NE(first, "");
+    EXPECT_NE(first, last);
+    // Each names the worker that crashed: neither the watchdog that armed the
+    // handler nor the worker that lives.
+    for (const std::string& process : {first, last})
+    {
+        EXPECT_NE(process, std::to_string(watchdog));
+        EXPECT_NE(process, std::to_string(service.Worker()));
+        EXPECT_NE(service.Log().find("[" + process + ":"), std::string::npos);
+    }
+    EXPECT_EQ(service.PidFromFile(), watchdog);
+    EXPECT_TRUE(service.Stop());
+}
