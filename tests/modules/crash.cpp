@@ -62,6 +62,11 @@ void (*g_onMain)() = nullptr;
 
 extern "C" void CrashOnMainCB(int /*signal*/)
 {
+    // A sanitizer runs handlers with everything blocked; a fault would then
+    // end the process before it reached the agent's handler.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_UNBLOCK, &all, nullptr);
     g_onMain();
 }
 

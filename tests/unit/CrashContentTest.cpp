@@ -21,20 +21,21 @@ class CrashContent : public CCrashTest
 {
 };
 
-// A text that is nowhere in the program until it is made.
-std::string Marker()
-{
-    std::string text = "uif!nbslfs!jo!nfnpsz";
-    for (char& c : text)
-        c = static_cast<char>(c - 1);
-    return text;
-}
+// A text that is nowhere in a process until that writes it.
+constexpr char kCodedMarker[] = "uif!nbslfs!jo!nfnpsz";
 
 void WriteMarker(char* to)
 {
-    const std::string text = Marker();
-    std::memcpy(to, text.c_str(), text.size());
+    for (const char* c = kCodedMarker; *c != '\0'; c++)
+        *to++ = static_cast<char>(*c - 1);
     asm volatile("" : : "r"(to) : "memory"); // somebody might read it
+}
+
+std::string Marker()
+{
+    char text[sizeof(kCodedMarker)] = {};
+    WriteMarker(text);
+    return text;
 }
 
 } // namespace

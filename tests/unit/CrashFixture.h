@@ -19,10 +19,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <iterator>
+#include <new>
 #include <set>
 #include <string>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +34,38 @@ namespace TestSupport
 {
 
 inline constexpr char kCrashVersion[] = "12.0.0.2932";
+
+/// A value that a test and its children share.
+template <typename T>
+class CShared
+{
+public:
+    CShared()
+        : m_value(new (mmap(nullptr,
+                            sizeof(T),
+                            PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS,
+                            -1,
+                            0)) T())
+    {
+    }
+    ~CShared() { munmap(m_value, sizeof(T)); }
+
+    CShared(const CShared&) = delete;
+    CShared& operator=(const CShared&) = delete;
+
+    T& operator*() const { return *m_value; }
+
+private:
+    T* m_value;
+};
+
+/// The threads of the calling process, those of a sanitizer included.
+inline std::size_t CountThreads()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
 
 class CCrashTest : public testing::Test
 {
