@@ -9,7 +9,6 @@
 
 using namespace KzaCore;
 using namespace TestSupport;
-using Minidump::EStream;
 
 namespace
 {

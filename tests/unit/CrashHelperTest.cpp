@@ -18,7 +18,6 @@
 
 using namespace KzaCore;
 using namespace TestSupport;
-using Minidump::EStream;
 
 namespace
 {
