@@ -17,6 +17,8 @@
 #include <variant>
 #include <vector>
 
+#include <pthread.h>
+
 using namespace KzaCore;
 
 namespace

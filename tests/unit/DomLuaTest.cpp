@@ -3,6 +3,7 @@
 // The class "SLB.Dom" as the host sees it: pushed objects, the registry, and
 // failures that a script cannot cause by itself.
 
+#include "LuaGuard.h"
 #include "kza_core/Dom.h"
 
 #include "support/DomPtr.h"
@@ -12,6 +13,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <stdexcept>
 #include <thread>
 
 using namespace KzaCore;
@@ -74,6 +76,11 @@ private:
 
     lua_State* const m_state;
 };
+
+int Throw(lua_State* /*L*/)
+{
+    throw std::length_error("longer than memory");
+}
 
 void SetGlobal(const CState& state, const char* name, CDom* dom)
 {
@@ -220,6 +227,15 @@ TEST(DomLua, ClassIsWholeOrAbsentWhenMemoryIsShort)
                   "");
     }
     EXPECT_GT(failures, 5);
+}
+
+TEST(DomLua, ExceptionsOfTheLibraryBecomeLuaErrors)
+{
+    const CState state;
+    lua_State* const L = state.L();
+    lua_pushcfunction(L, Guarded<Throw>);
+    EXPECT_EQ(lua_pcall(L, 0, 0, 0), LUA_ERRRUN);
+    EXPECT_STREQ(lua_tostring(L, -1), "longer than memory");
 }
 
 TEST(DomLua, IntegersComeAsNumbers)

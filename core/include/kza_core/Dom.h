@@ -102,7 +102,8 @@ public:
     void SetWx(const wxString& key, const wxString& value);
     void SetWx(const wxString& key, long long value);
 
-    /// Makes the key unset again; waiters wake as for a new value.
+    /// Makes the key unset again; waiters wake as for a new value. Does
+    /// nothing to an unset key.
     void Remove(const std::string& key);
 
     // Reading. A read of another type than the stored one behaves as for an
@@ -127,14 +128,15 @@ public:
     /// The present generation of a key, for the first Wait() on it.
     [[nodiscard]] std::uint64_t Generation(const std::string& key);
 
-    /// Waits until another thread sets or removes a key.
+    /// Waits until a key is set or removed.
     ///
     /// Returns at once when the key changed since `seen` was taken, so a
     /// change between two waits is never missed. Setting the same value again
-    /// is a change.
+    /// is a change, removing an unset key is none.
     ///
-    /// \param key      Need not be set.
-    /// \param timeout  Longest wait; zero only looks.
+    /// \param key      Need not be set. It keeps its place in memory for the
+    ///                 life of the domain once it was waited for.
+    /// \param timeout  Longest wait; zero and less only look.
     /// \param seen     In: the generation last looked at. Out: the present
     ///                 one, also after a time-out.
     ///
@@ -150,8 +152,9 @@ public:
 
     /// The working directory reserved for a plugin: the directory of that
     /// name under `app.path.work`, made with mode 0700 when missing. A name
-    /// that is empty, `.`, `..` or holds a `/` or a NUL gives an empty path;
-    /// a directory that cannot be made is a warning in the log.
+    /// that is empty, `.`, `..` or holds a `/` or a NUL gives an empty path,
+    /// and so does every name while `app.path.work` is unset. Those, and a
+    /// directory that cannot be made, are a warning in the log.
     [[nodiscard]] wxString GetPluginWorkdirWx(const wxString& plugin) const;
 
     /// Installs the searcher for modules in the archives of `app.lua.zippath`
