@@ -141,9 +141,10 @@ end
 -- A directory that looks like the clone after `./dev build`.
 local function make_clone(home)
     local clone = home .. "/clone"
-    support.shell(("mkdir -p %s/build && cp -r %s %s/build/stage")
+    -- Not what earlier runs left in the stage's working directory.
+    support.shell(("mkdir -p %s/build/stage && cd %s && for item in *; do "
+        .. "[ $item = work ] || cp -r $item %s/build/stage/ || exit 1; done")
         :format(quote(clone), quote(support.stage), quote(clone)))
-    support.shell(("rm -rf %s/build/stage/work"):format(quote(clone)))
     support.shell(("cp %s/.luacheckrc %s/"):format(
         quote(support.source), quote(clone)))
     support.shell(("ln -s %s/examples %s/docs %s/"):format(
