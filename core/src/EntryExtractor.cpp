@@ -77,7 +77,7 @@ private:
 } // namespace
 
 CEntryExtractor::CEntryExtractor(const CZipArchive& archive)
-    : m_archive(archive), m_buffer(new unsigned char[kBufferSize])
+    : m_archive(archive)
 {
 }
 
@@ -88,6 +88,8 @@ bool CEntryExtractor::Extract(const SZipEntry& entry,
 {
     if (entry.size >= kLarge && !HasRoom(file, entry.size, error))
         return false;
+    if (!m_buffer)
+        m_buffer.reset(new unsigned char[kBufferSize]);
     if (entry.method == SZipEntry::kStored)
         return CopyStored(entry, data, file, error);
     if (entry.size <= kBufferSize &&

@@ -364,7 +364,10 @@ bool CZipArchive::ReadDirectory(const SDirectory& directory, std::string& error)
             return Fail(error, "the zip directory is damaged");
         const std::size_t length = kCentralSize + Get16(record + 28) +
                                    Get16(record + 30) + Get16(record + 32);
-        if (left < length)
+        // What is left must do for the entries to come: m_names has no room
+        // for names that are longer than that.
+        const std::uint64_t rest = (directory.count - i - 1) * kCentralSize;
+        if (left < length || left - length + (end - next) < rest)
             return Fail(error, "the zip directory is damaged");
         if (!AddEntry(record, error))
             return false;

@@ -285,6 +285,16 @@ TEST_F(ZipArchive, DamageAnywhereIsAnError)
         }
 }
 
+// The first name takes the bytes in which later entries should be told.
+TEST_F(ZipArchive, ANameThatLeavesNoRoomForTheOthersIsDamage)
+{
+    std::string bytes = MakeZip({{"a", ""}, {"b", ""}, {"c", ""}});
+    const std::size_t record = bytes.find(std::string("PK\1\2", 4));
+    bytes[record + 28] = 1 + 2 * 47; // the length of the first name
+    CZipArchive archive;
+    EXPECT_EQ(Open(archive, bytes), "the zip directory is damaged");
+}
+
 TEST_F(ZipArchive, TruncationUnderAnOpenArchiveIsAnError)
 {
     SZipFile file{"name", Noise(100000)};
