@@ -103,6 +103,7 @@ private:
 
     struct CIndex;
     class CWaiting;
+    class CWriting;
 
     // A value that is thrown away, unless it is one of the two booleans.
     struct CFree

@@ -100,7 +100,7 @@ CEpochSlot& EpochDetail::TakeSlot()
     return *slot;
 }
 
-CRetired::~CRetired()
+CGarbage::~CGarbage()
 {
     while (m_first != nullptr)
     {
@@ -110,20 +110,26 @@ CRetired::~CRetired()
     }
 }
 
-void CRetired::Add(const CRetirable* object, std::size_t bytes)
+CRetired::~CRetired()
 {
-    if (object == nullptr)
-        return;
-    object->m_epoch = EpochDetail::g_epoch.load(std::memory_order_seq_cst);
-    (m_last == nullptr ? m_first : m_last->m_next) = object;
-    m_last = object;
-    m_bytes += bytes;
-    if (++m_count >= kBatchCount || m_bytes >= kBatchBytes)
-        Collect();
+    const CGarbage rest(m_newest);
 }
 
-void CRetired::Collect()
+// The newest comes first: the one before it is not touched, as its memory may
+// be in the cache of another core.
+void CRetired::Add(const CRetirable* object, std::size_t bytes)
 {
+    object->m_epoch = EpochDetail::g_epoch.load(std::memory_order_seq_cst);
+    object->m_next = m_newest;
+    m_newest = object;
+    m_bytes += bytes;
+    ++m_count;
+}
+
+CGarbage CRetired::Collect()
+{
+    if (m_count < kBatchCount && m_bytes < kBatchBytes)
+        return CGarbage();
     m_count = 0;
     m_bytes = 0;
 
@@ -131,14 +137,12 @@ void CRetired::Collect()
     // out of reach.
     EpochDetail::g_epoch.fetch_add(1, std::memory_order_seq_cst);
     const std::uint64_t oldest = OldestReader();
-    while (m_first != nullptr && m_first->m_epoch < oldest)
-    {
-        const CRetirable* const object = m_first;
-        m_first = m_first->m_next;
-        delete object;
-    }
-    if (m_first == nullptr)
-        m_last = nullptr;
+    const CRetirable** link = &m_newest;
+    while (*link != nullptr && (*link)->m_epoch >= oldest)
+        link = &(*link)->m_next;
+    const CRetirable* const unseen = *link;
+    *link = nullptr;
+    return CGarbage(unseen);
 }
 
 } // namespace KzaCore

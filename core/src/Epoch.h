@@ -88,6 +88,7 @@ protected:
     CRetirable() = default;
 
 private:
+    friend class CGarbage;
     friend class CRetired;
 
     // Where it waits to be freed; what it holds is constant by then.
@@ -95,7 +96,22 @@ private:
     mutable std::uint64_t m_epoch = 0;
 };
 
-/// Objects out of reach that wait for their last reader, oldest first.
+/// Objects that nobody sees any longer; freed with it.
+class CGarbage
+{
+public:
+    CGarbage() = default;
+    explicit CGarbage(const CRetirable* first) : m_first(first) {}
+    ~CGarbage();
+
+    CGarbage(const CGarbage&) = delete;
+    CGarbage& operator=(const CGarbage&) = delete;
+
+private:
+    const CRetirable* m_first = nullptr; // linked as they were retired
+};
+
+/// Objects out of reach that wait for their last reader.
 class CRetired
 {
 public:
@@ -107,18 +123,18 @@ public:
     CRetired(const CRetired&) = delete;
     CRetired& operator=(const CRetired&) = delete;
 
-    /// Takes an object that no pointer leads to any longer; null does nothing.
-    /// Frees, in batches, those that no reader can see.
+    /// Takes an object that no pointer leads to any longer.
     ///
     /// \param bytes  Roughly what the object holds.
     void Add(const CRetirable* object, std::size_t bytes);
 
-private:
-    void Collect();
+    /// Hands out, in batches, what no reader can see: to be freed without the
+    /// owner's lock.
+    [[nodiscard]] CGarbage Collect();
 
-    const CRetirable* m_first = nullptr;
-    const CRetirable* m_last = nullptr;
-    std::size_t m_count = 0; // since the last Collect()
+private:
+    const CRetirable* m_newest = nullptr;
+    std::size_t m_count = 0; // since the last batch
     std::size_t m_bytes = 0; // likewise
 };
 

@@ -30,7 +30,10 @@ constexpr int kManyBatches = 1000;
 void RetireMany(CRetired& retired, int& living)
 {
     for (int i = 0; i < kManyBatches; ++i)
+    {
         retired.Add(new CCounted(living), 1);
+        const CGarbage garbage = retired.Collect();
+    }
 }
 
 } // namespace
@@ -48,7 +51,10 @@ TEST(Epoch, LargeObjectsDoNotWaitForABatch)
     int living = 0;
     CRetired retired;
     for (int i = 0; i < 10; ++i)
+    {
         retired.Add(new CCounted(living), 10 * 1024 * 1024);
+        const CGarbage garbage = retired.Collect();
+    }
     EXPECT_LE(living, 1);
 }
 
@@ -100,6 +106,18 @@ TEST(Epoch, ReaderOnAnotherThreadHoldsMemory)
     EXPECT_LT(living, kManyBatches / 4);
 }
 
+TEST(Epoch, GarbageLivesAsLongAsItsObject)
+{
+    int living = 0;
+    CRetired retired;
+    retired.Add(new CCounted(living), 10 * 1024 * 1024);
+    {
+        const CGarbage garbage = retired.Collect();
+        EXPECT_EQ(living, 1);
+    }
+    EXPECT_EQ(living, 0);
+}
+
 TEST(Epoch, EndOfTheOwnerFreesTheRest)
 {
     int living = 0;
@@ -107,7 +125,6 @@ TEST(Epoch, EndOfTheOwnerFreesTheRest)
         CRetired retired;
         const CEpochGuard guard;
         RetireMany(retired, living);
-        retired.Add(nullptr, 0);
     }
     EXPECT_EQ(living, 0);
 }
