@@ -200,15 +200,13 @@ pid_t CService::Worker() const
 {
     const std::vector<pid_t> all = Processes();
     const std::set<pid_t> known(all.begin(), all.end());
-    std::set<pid_t> parents;
     for (const pid_t pid : all)
-        parents.insert(ProcessInfo(pid).parent);
-    // The last of the family: above the watchdog there may still be the
-    // session leader.
-    for (const pid_t pid : all)
-        if (known.count(ProcessInfo(pid).parent) != 0 &&
-            parents.count(pid) == 0)
+    {
+        // The child of the session leader is the watchdog.
+        const SProcessInfo info = ProcessInfo(pid);
+        if (known.count(info.parent) != 0 && info.parent != info.session)
             return pid;
+    }
     return 0;
 }
 

@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The watchdog under stress: many deaths, what dying workers leave behind, no
+// room for the log, stop requests at bad moments.
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <thread>
+
+using namespace TestSupport;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr char kWaits[] = "return { main = function()"
+                          "  dom:Log('message', 'main runs')"
+                          " end }";
+constexpr char kRuns[] = "main runs";
+
+// The first worker other than `previous`, 0 when none comes.
+pid_t NextWorker(const CService& service, pid_t previous)
+{
+    pid_t worker = 0;
+    const bool came = WaitUntil(
+        [&]
+        {
+            worker = service.Worker();
+            return worker != 0 && worker != previous;
+        });
+    return came ? worker : 0;
+}
+
+std::set<std::string> Descriptors(pid_t pid)
+{
+    std::set<std::string> found;
+    for (const fs::directory_entry& entry :
+         fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+        found.insert(entry.path().filename().string() + " " +
+                     fs::read_symlink(entry).string());
+    return found;
+}
+
+// Memory that the process alone has and has written to.
+long PrivateDirtyKiB(pid_t pid)
+{
+    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    for (std::string word; rollup >> word;)
+        if (word == "Private_Dirty:")
+        {
+            long size = 0;
+            rollup >> size;
+            return size;
+        }
+    return -1;
+}
+
+// The children of a process, zombies too.
+int ChildrenOf(pid_t parent)
+{
+    int count = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
+        if (const pid_t pid = PidIn(entry.path().filename()))
+            count += ProcessInfo(pid).parent == parent ? 1 : 0;
+    return count;
+}
+
+// Kills the worker at any moment of its life, not more often than the policy
+// allows: a second of the service's clock is a millisecond here, and 70 of
+// them between two deaths keep eight starts out of any 512.
+void KillWorkers(const CService& service, int times, std::mt19937& random)
+{
+    std::uniform_int_distribution<int> pause(70, 130);
+    pid_t worker = 0;
+    for (int i = 0; i < times; ++i)
+    {
+        std::this_thread::sleep_for(milliseconds(pause(random)));
+        worker = NextWorker(service, worker);
+        ASSERT_NE(worker, 0) << "after " << i << " deaths";
+        kill(worker, SIGKILL);
+    }
+}
+
+TEST(SupervisionStress, HundredDeathsLeaveNothingBehind)
+{
+    const CService service("mortal");
+    service.SetModule(kWaits);
+    SServiceOptions options;
+    options.speed = 1000;
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    const pid_t watchdog = service.PidFromFile();
+
+    std::mt19937 random(20260101);
+    KillWorkers(service, 20, random);
+    const std::set<std::string> descriptors = Descriptors(watchdog);
+    const long memory = PrivateDirtyKiB(watchdog);
+    KillWorkers(service, 80, random);
+
+    EXPECT_TRUE(service.WaitForLog("(signal 9: Killed)", 100));
+    EXPECT_EQ(Descriptors(watchdog), descriptors);
+    // A sanitizer keeps freed memory.
+    const bool exact = std::string(KZA_SANITIZE).empty();
+    EXPECT_LE(PrivateDirtyKiB(watchdog), memory + (exact ? 16 : 4096));
+    ASSERT_TRUE(WaitUntil([&] { return service.Worker() != 0; }));
+    EXPECT_EQ(ChildrenOf(watchdog), 1);
+    EXPECT_EQ(service.Processes().size(), 2U);
+    EXPECT_EQ(CountOf(service.Log(), "Too many restarts"), 0);
+
+    // It may be in its back-off, where the first request does not end it.
+    kill(watchdog, SIGTERM);
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            if (CountOf(service.Log(), "interrupted") == 0)
+                kill(watchdog, SIGTERM);
+            return service.Processes().empty();
+        }));
+}
+
+TEST(SupervisionStress, ChildrenOfADeadWorkerAreToldAtTheStop)
+{
+    const CService service("parents");
+    service.SetModule("return { main = function()\n"
+                      "  for i = 1, 3 do\n"
+                      "    os.execute('sleep 1000 & echo $! >>children')\n"
+                      "  end\n"
+                      "  dom:Log('message', 'main runs')\n"
+                      "end }");
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    const pid_t watchdog = service.PidFromFile();
+    kill(service.Worker(), SIGKILL);
+    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+
+    const std::vector<std::string> children =
+        ReadLines(service.Host().Work() + "/children");
+    ASSERT_EQ(children.size(), 6U);
+    EXPECT_EQ(ChildrenOf(watchdog), 1);
+    for (const std::string& child : children)
+        EXPECT_TRUE(IsRunning(PidIn(child)));
+    EXPECT_TRUE(service.Stop());
+    for (const std::string& child : children)
+        EXPECT_TRUE(WaitUntil([&] { return !IsRunning(PidIn(child)); }));
+}
+
+TEST(SupervisionStress, FullLogDiskStopsNothing)
+{
+    const CService service("full");
+    service.SetModule(kWaits);
+    const std::string log = service.LogDir();
+    SServiceOptions options;
+    options.process.inChild = [log]
+    {
+        MountTmpfs(log, "16k");
+        const std::string filler(16384, 'x');
+        std::ofstream(log + "/filler") << filler;
+    };
+    EXPECT_EQ(service.Start(options).status, 0);
+    const pid_t first = NextWorker(service, 0);
+    ASSERT_NE(first, 0);
+    const pid_t watchdog = ProcessInfo(first).parent;
+    EXPECT_EQ(service.PidFromFile(), watchdog);
+
+    kill(first, SIGSEGV);
+    const pid_t second = NextWorker(service, first);
+    ASSERT_NE(second, 0);
+    EXPECT_EQ(ProcessInfo(second).parent, watchdog);
+
+    // Once there is room, the next record is written.
+    const std::string seen =
+        "/proc/" + std::to_string(watchdog) + "/root" + log;
+    fs::remove(seen + "/filler");
+    kill(second, SIGSEGV);
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            return CountOf(ReadFile(seen + "/full.log"),
+                           "Child process crashed with status") == 1;
+        }));
+    EXPECT_TRUE(NextWorker(service, second) != 0);
+    EXPECT_TRUE(service.Stop());
+    EXPECT_TRUE(fs::is_empty(service.RunDir()));
+}
+
+// From the first moment that the pid file can be read: whatever the family is
+// at, nobody stays behind.
+TEST(SupervisionStress, StopRightAfterTheStart)
+{
+    std::mt19937 random(20260102);
+    std::uniform_int_distribution<int> pause(0, 5000);
+    const CService service("hasty");
+    service.SetModule(kWaits);
+    for (int i = 0; i < 60; ++i)
+    {
+        SCOPED_TRACE(i);
+        ASSERT_EQ(service.Start().status, 0);
+        ASSERT_TRUE(WaitUntil([&] { return service.PidFromFile() != 0; }));
+        const pid_t watchdog = service.PidFromFile();
+        std::this_thread::sleep_for(std::chrono::microseconds(pause(random)));
+        kill(watchdog, SIGTERM);
+        ASSERT_TRUE(service.WaitUntilGone());
+        // Before there is a worker nobody minds the file; it is stale then.
+        fs::remove(service.PidFile());
+    }
+}
+
+} // namespace
