@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 // A service that runs until it is told to stop.
 constexpr char kWaits[] = "return { main = function()"
+                          "  require('mainloop').wait()"
                           "  dom:Log('message', 'main runs')"
                           " end }";
 

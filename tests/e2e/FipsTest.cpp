@@ -74,7 +74,11 @@ local probe = require("ossl_probe")
 local text = string.format("fips %s, SHA256 from %s, MD5 from %s, engines %s",
   probe.fips(), probe.digest("SHA256"), probe.digest("MD5"),
   os.getenv("OPENSSL_ENGINES"))
-return { main = function() print(text) dom:Log("message", text) end }
+return { main = function()
+  require("mainloop").wait()
+  print(text)
+  dom:Log("message", text)
+end }
 )lua";
 
 private:

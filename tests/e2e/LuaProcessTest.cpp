@@ -118,6 +118,7 @@ TEST(LuaProcessChild, DiesOfSigtermInTheService)
         "  local _, how, what = os.execute('kill -TERM $$; sleep 1000')\n"
         "  dom:Log('message', 'execute: ' .. how .. what)\n"
         "  _, how, what = io.popen('kill -TERM $$; sleep 1000'):close()\n"
+        "  require('mainloop').wait()\n"
         "  dom:Log('message', 'popen: ' .. how .. what)\n"
         "end }");
     ASSERT_TRUE(service.StartUntil("popen: "));

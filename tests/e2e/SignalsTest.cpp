@@ -31,6 +31,7 @@ local function exists(name)
 end
 local function phase(name)
   return function()
+    require("mainloop").wait()
     dom:Log("message", name .. " runs")
     if exists(name .. "_waits") then
       while not exists(name .. "_may_end") do
@@ -233,6 +234,7 @@ TEST(Stop, WhatTheWorkerStartedIsToldToo)
     const CService service("family");
     service.SetModule("return { main = function()\n"
                       "  os.execute('sleep 1000 & echo $! >child')\n"
+                      "  require('mainloop').wait()\n"
                       "  dom:Log('message', 'main ends')\n"
                       "end }");
     ASSERT_TRUE(service.StartUntil("main ends"));

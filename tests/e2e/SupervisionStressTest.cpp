@@ -24,6 +24,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr char kWaits[] = "return { main = function()"
+                          "  require('mainloop').wait()"
                           "  dom:Log('message', 'main runs')"
                           " end }";
 constexpr char kRuns[] = "main runs";
@@ -134,6 +135,7 @@ TEST(SupervisionStress, ChildrenOfADeadWorkerAreToldAtTheStop)
                       "  for i = 1, 3 do\n"
                       "    os.execute('sleep 1000 & echo $! >>children')\n"
                       "  end\n"
+                      "  require('mainloop').wait()\n"
                       "  dom:Log('message', 'main runs')\n"
                       "end }");
     ASSERT_TRUE(service.StartUntil(kRuns));
