@@ -16,14 +16,15 @@
 
 #include <wx/filefn.h>
 #include <wx/log.h>
-#include <wx/thread.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <optional>
 
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,20 +53,41 @@ int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
     return kFailed;
 }
 
+timespec After(std::chrono::milliseconds delay)
+{
+    constexpr long kNanosecondsPerSecond = 1000000000;
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    time.tv_sec += static_cast<time_t>(delay.count() / 1000);
+    time.tv_nsec += static_cast<long>(delay.count() % 1000) * 1000000;
+    if (time.tv_nsec >= kNanosecondsPerSecond)
+    {
+        ++time.tv_sec;
+        time.tv_nsec -= kNanosecondsPerSecond;
+    }
+    return time;
+}
+
 // Nothing signals the condition, and a signal to the process does not cut the
-// wait short: a back-off lasts as long as the log says.
+// wait short: a back-off lasts as long as the log says. The clock is the one
+// that nobody sets, since the host's may be set while it starts.
 void WaitFully(std::chrono::milliseconds delay)
 {
-    using Clock = std::chrono::steady_clock;
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_t never;
+    pthread_cond_init(&never, &attributes);
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 
-    wxMutex mutex;
-    wxCondition never(mutex);
-    const wxMutexLocker lock(mutex);
-    const Clock::time_point end = Clock::now() + delay;
-    for (auto left = delay; left.count() > 0;
-         left =
-             std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()))
-        never.WaitTimeout(static_cast<unsigned long>(left.count()));
+    const timespec end = After(delay);
+    pthread_mutex_lock(&mutex);
+    while (pthread_cond_timedwait(&never, &mutex, &end) == 0)
+        continue;
+    pthread_mutex_unlock(&mutex);
+
+    pthread_cond_destroy(&never);
+    pthread_condattr_destroy(&attributes);
 }
 
 void DelayRestart(const CRestartPolicy::Decision& next)

@@ -52,12 +52,12 @@ std::set<std::string> Descriptors(pid_t pid)
     return found;
 }
 
-// Memory that the process alone has and has written to.
-long PrivateDirtyKiB(pid_t pid)
+// Memory that the process has written to, shared with its worker or not.
+long WrittenKiB(pid_t pid)
 {
     std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
     for (std::string word; rollup >> word;)
-        if (word == "Private_Dirty:")
+        if (word == "Anonymous:")
         {
             long size = 0;
             rollup >> size;
@@ -104,14 +104,14 @@ TEST(SupervisionStress, HundredDeathsLeaveNothingBehind)
     std::mt19937 random(20260101);
     KillWorkers(service, 20, random);
     const std::set<std::string> descriptors = Descriptors(watchdog);
-    const long memory = PrivateDirtyKiB(watchdog);
+    const long memory = WrittenKiB(watchdog);
     KillWorkers(service, 80, random);
 
     EXPECT_TRUE(service.WaitForLog("(signal 9: Killed)", 100));
     EXPECT_EQ(Descriptors(watchdog), descriptors);
     // A sanitizer keeps freed memory.
     const bool exact = std::string(KZA_SANITIZE).empty();
-    EXPECT_LE(PrivateDirtyKiB(watchdog), memory + (exact ? 16 : 4096));
+    EXPECT_LE(WrittenKiB(watchdog), memory + (exact ? 16 : 4096));
     ASSERT_TRUE(WaitUntil([&] { return service.Worker() != 0; }));
     EXPECT_EQ(ChildrenOf(watchdog), 1);
     EXPECT_EQ(service.Processes().size(), 2U);
