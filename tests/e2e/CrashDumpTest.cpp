@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
+constexpr char kModules[] = KZA_BINARY_DIR "/tests/modules/?.so";
 constexpr std::string_view kSanitizer = KZA_SANITIZE;
 
 // A sanitizer that finds a fault itself ends the process in its own way unless
@@ -39,9 +40,8 @@ protected:
     SProcessResult RunTool(const std::string& code,
                            const SProcessOptions& options = Options()) const
     {
-        return m_host.RunTool(
-            "tool", Source(code),
-            {"--lua_cpath", KZA_BINARY_DIR "/tests/modules/?.so"}, options);
+        return m_host.RunTool("tool", Source(code), {"--lua_cpath", kModules},
+                              options);
     }
 
     static std::string Source(const std::string& code)
@@ -344,10 +344,8 @@ TEST_F(CrashDump, FullDiskLeavesNothingAndKeepsTheOneBefore)
     constexpr char kShell[] =
         "\"$0\" --appname tool --lua_cpath \"$1\"; echo status $?; "
         "ls \"$2\"; cat \"$2\"/tool.mdmp";
-    const SProcessResult result =
-        TestSupport::Run({"/bin/sh", "-c", kShell, m_host.Agent(),
-                          KZA_BINARY_DIR "/tests/modules/?.so", Diag()},
-                         options);
+    const SProcessResult result = TestSupport::Run(
+        {"/bin/sh", "-c", kShell, m_host.Agent(), kModules, Diag()}, options);
     EXPECT_EQ(result.out, "status 139\ntool.mdmp\nthe one before")
         << result.err;
     EXPECT_NE(result.err.find("no dump in " + Dump() + " (error 28)"),
@@ -384,8 +382,7 @@ TEST_F(CrashDump, HelperThatIsHeldUpDoesNotKeepTheProcess)
 {
     WriteFile(m_host.File("work/kz_agent.ini"), "DumpLevel=1\n");
     m_host.AddModule("tool", Source("crash.fill(300) crash.now('segv')"));
-    CProcess agent(m_host.Words({"--appname", "tool", "--lua_cpath",
-                                 KZA_BINARY_DIR "/tests/modules/?.so"}),
+    CProcess agent(m_host.Words({"--appname", "tool", "--lua_cpath", kModules}),
                    Options());
     const std::string tasks = "/proc/" + std::to_string(agent.Pid()) + "/task";
     pid_t helper = 0;
