@@ -17,13 +17,15 @@ namespace Bench
 {
 
 /// Keeps the compiler from dropping a value that nobody uses.
-template <typename T> inline void Keep(const T& value)
+template <typename T>
+inline void Keep(const T& value)
 {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
 /// Seconds that a call takes.
-template <typename F> double Seconds(F&& work)
+template <typename F>
+double Seconds(F&& work)
 {
     const auto start = std::chrono::steady_clock::now();
     work();
@@ -34,7 +36,8 @@ template <typename F> double Seconds(F&& work)
 
 /// Seconds of processor time that a call takes on this thread. For work that
 /// waits for nothing: what else the machine does counts less.
-template <typename F> double ProcessorSeconds(F&& work)
+template <typename F>
+double ProcessorSeconds(F&& work)
 {
     const auto now = []
     {
@@ -87,11 +90,8 @@ inline void Row(const std::string& question,
                 const char* unit,
                 const char* bound)
 {
-    std::printf("ROW\t%s\t%s\t%s\t%.3f\t%s\n",
-                question.c_str(),
-                Text(ours, unit).c_str(),
-                Text(peer, unit).c_str(),
-                ours / peer,
+    std::printf("ROW\t%s\t%s\t%s\t%.3f\t%s\n", question.c_str(),
+                Text(ours, unit).c_str(), Text(peer, unit).c_str(), ours / peer,
                 bound);
     std::fflush(stdout);
 }

@@ -3,8 +3,8 @@
  * A Lua module of the tests: what the process's OpenSSL does by default.
  */
 
-#include <lua.h>
 #include <lauxlib.h>
+#include <lua.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
 

@@ -26,7 +26,10 @@ static void* new_context(void* provider)
     return malloc(1);
 }
 
-static void free_context(void* context) { free(context); }
+static void free_context(void* context)
+{
+    free(context);
+}
 
 static int start(void* context, const OSSL_PARAM params[])
 {
@@ -43,8 +46,10 @@ static int update(void* context, const unsigned char* data, size_t length)
     return 1;
 }
 
-static int
-finish(void* context, unsigned char* out, size_t* length, size_t size)
+static int finish(void* context,
+                  unsigned char* out,
+                  size_t* length,
+                  size_t size)
 {
     (void)context;
     if (size < 32)
@@ -146,11 +151,11 @@ static int is_configured(const OSSL_CORE_HANDLE* handle)
 
 #endif
 
-__attribute__((visibility("default"))) int
-OSSL_provider_init(const OSSL_CORE_HANDLE* handle,
-                   const OSSL_DISPATCH* in,
-                   const OSSL_DISPATCH** out,
-                   void** provider)
+__attribute__((visibility("default"))) int OSSL_provider_init(
+    const OSSL_CORE_HANDLE* handle,
+    const OSSL_DISPATCH* in,
+    const OSSL_DISPATCH** out,
+    void** provider)
 {
     *out = provider_functions;
     *provider = (void*)handle;

@@ -24,7 +24,10 @@ static int is_fault(const char* name)
     return fault != NULL && strcmp(fault, name) == 0;
 }
 
-static void* next(const char* name) { return dlsym(RTLD_NEXT, name); }
+static void* next(const char* name)
+{
+    return dlsym(RTLD_NEXT, name);
+}
 
 void luaL_checkstack(struct lua_State* L, int space, const char* message)
 {
