@@ -13,7 +13,16 @@ class wxString;
 namespace KzaCore
 {
 
-/// Arms the writing of a dump when the process dies of a fault.
+/// Arms the writing of a dump when the process, or a process forked from it,
+/// dies of SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP or SIGABRT, on any thread.
+///
+/// The dump is in the minidump format, readable by its owner alone, and
+/// appears under its name when it is complete; the one before is kept with
+/// `.1` after its name. The process then dies of the signal as it would have.
+/// Where dumps cannot be made, the system's own core file is let through.
+///
+/// What cannot be done is logged. A second call replaces what the first one
+/// said.
 ///
 /// \param dumpFile  Path of the dump; its directory exists.
 /// \param appName   The application's name, recorded in the dump.
