@@ -140,7 +140,7 @@ bool CUnzip::CheckDirectories()
     for (const std::uint32_t index : m_plan.ByPath())
     {
         const SZipEntry& entry = m_archive.Entries()[index];
-        const std::string_view path = m_plan.Entries()[index].path;
+        const std::string_view path = m_plan.PathOf(index);
         const std::string_view directory =
             entry.IsDirectory() ? path : ParentOf(path);
         if (directory == last)
@@ -156,11 +156,11 @@ bool CUnzip::WriteEntries(const wxString& base)
 {
     CShownEntry shown;
     wxString path;
-    for (std::size_t i = 0; i < m_plan.Entries().size(); ++i)
+    for (std::size_t i = 0; i < m_archive.Entries().size(); ++i)
     {
         const SZipEntry& entry = m_archive.Entries()[i];
         path = base;
-        path += TextOfBytes(m_plan.Entries()[i].path);
+        path += TextOfBytes(m_plan.PathOf(i));
         if (m_callback(m_context, shown.Show(entry), &path) && !Write(i))
             return FailEntry(entry);
     }
@@ -170,22 +170,21 @@ bool CUnzip::WriteEntries(const wxString& base)
 bool CUnzip::Write(std::size_t index)
 {
     const SZipEntry& entry = m_archive.Entries()[index];
-    const SPlannedEntry& planned = m_plan.Entries()[index];
+    const std::string_view path = m_plan.PathOf(index);
     if (entry.IsDirectory())
     {
-        if (m_destination.Enter(planned.path, m_error) < 0)
+        if (m_destination.Enter(path, m_error) < 0)
             return false;
-        if (entry.UnixMode() != 0 && !planned.path.empty())
+        if (entry.UnixMode() != 0 && !path.empty())
             m_directories.push_back(static_cast<std::uint32_t>(index));
         return true;
     }
-    const std::string_view parent = ParentOf(planned.path);
+    const std::string_view parent = ParentOf(path);
     const int directory = m_destination.Enter(parent, m_error);
     if (directory < 0)
         return false;
-    const std::string name(
-        planned.path.substr(parent.empty() ? 0 : parent.size() + 1));
-    if (WriteFile(entry, planned.data, directory, name.c_str()))
+    const std::string name(path.substr(parent.empty() ? 0 : parent.size() + 1));
+    if (WriteFile(entry, m_plan.DataOf(index), directory, name.c_str()))
         return true;
     unlinkat(directory, m_temporary.c_str(), 0);
     return false;
@@ -223,8 +222,7 @@ bool CUnzip::SetDirectoryModes()
         const SZipEntry& entry = m_archive.Entries()[index];
         const mode_t mode = entry.UnixMode() & kPermissions;
         std::string error;
-        const int directory =
-            m_destination.Enter(m_plan.Entries()[index].path, error);
+        const int directory = m_destination.Enter(m_plan.PathOf(index), error);
         struct stat status = {};
         const bool isSet = directory >= 0 && fstat(directory, &status) == 0 &&
                            ((status.st_mode & kPermissions) == mode ||

@@ -172,16 +172,20 @@ bool CUnzipPlan::Add(const SZipEntry& entry,
                      std::size_t maxLength,
                      std::string& error)
 {
-    SPlannedEntry planned;
-    if (!PlanPath(entry.name, planned.path, error) || !CheckKind(entry, error))
+    std::string_view path;
+    std::uint64_t data = 0;
+    if (!PlanPath(entry.name, path, error) || !CheckKind(entry, error))
         return false;
-    if (planned.path.size() > maxLength)
+    if (path.size() > maxLength)
         return Fail(error, "its name is too long");
-    if (planned.path.empty() && !entry.IsDirectory())
+    if (path.empty() && !entry.IsDirectory())
         return Fail(error, "its name is not a plain path");
-    if (!m_archive->Locate(entry, planned.data, error))
+    if (!m_archive->Locate(entry, data, error))
         return false;
-    m_entries.push_back(planned);
+    m_entries.push_back(
+        {static_cast<std::uint32_t>(data - entry.offset),
+         static_cast<std::uint16_t>(path.data() - entry.name.data()),
+         static_cast<std::uint16_t>(path.size())});
     return true;
 }
 
@@ -190,14 +194,14 @@ bool CUnzipPlan::CheckPaths(std::string& error)
     m_byPath.resize(m_entries.size());
     std::iota(m_byPath.begin(), m_byPath.end(), 0U);
     const auto before = [this](std::uint32_t a, std::uint32_t b)
-    { return ComesBefore(m_entries[a].path, m_entries[b].path); };
+    { return ComesBefore(PathOf(a), PathOf(b)); };
     if (!std::is_sorted(m_byPath.begin(), m_byPath.end(), before))
         std::sort(m_byPath.begin(), m_byPath.end(), before);
 
     for (std::size_t i = 1; i < m_byPath.size(); ++i)
     {
-        const std::string_view first = m_entries[m_byPath[i - 1]].path;
-        const std::string_view second = m_entries[m_byPath[i]].path;
+        const std::string_view first = PathOf(m_byPath[i - 1]);
+        const std::string_view second = PathOf(m_byPath[i]);
         const bool isTwice = first == second;
         const bool isUnderFile =
             !m_archive->Entries()[m_byPath[i - 1]].IsDirectory() &&
@@ -227,7 +231,7 @@ bool CUnzipPlan::CheckOverlaps(std::string& error) const
     for (std::size_t i = 1; i < order.size(); ++i)
     {
         const std::uint32_t first = order[i - 1];
-        if (m_entries[first].data + entries[first].compressedSize >
+        if (DataOf(first) + entries[first].compressedSize >
             entries[order[i]].offset)
         {
             error = "entry " + ShowName(entries[order[i]].name) +

@@ -17,17 +17,6 @@
 namespace KzaCore
 {
 
-/// One entry of the archive, at the same position as in the archive.
-struct SPlannedEntry
-{
-    /// Path under the destination, components joined by "/", without a slash
-    /// at its end; empty for the destination itself.
-    std::string_view path;
-
-    /// Offset of the first compressed byte.
-    std::uint64_t data = 0;
-};
-
 /// The path that an entry name stands for.
 ///
 /// Only plain relative paths pass, with "./" before them and a slash at the
@@ -58,9 +47,20 @@ public:
                             std::size_t maxLength,
                             std::string& error);
 
-    [[nodiscard]] const std::vector<SPlannedEntry>& Entries() const
+    /// The path of an entry under the destination: components joined by "/",
+    /// without a slash at its end; empty for the destination itself.
+    [[nodiscard]] std::string_view PathOf(std::size_t index) const
     {
-        return m_entries;
+        const SPlanned& planned = m_entries[index];
+        return m_archive->Entries()[index].name.substr(planned.pathBegin,
+                                                       planned.pathLength);
+    }
+
+    /// Where the first compressed byte of an entry stands in the file.
+    [[nodiscard]] std::uint64_t DataOf(std::size_t index) const
+    {
+        return m_archive->Entries()[index].offset +
+               m_entries[index].headerLength;
     }
 
     /// Positions of the entries sorted by path, so that a directory is
@@ -71,12 +71,20 @@ public:
     }
 
 private:
+    // Small, since an archive may have very many.
+    struct SPlanned
+    {
+        std::uint32_t headerLength;
+        std::uint16_t pathBegin; // in the name
+        std::uint16_t pathLength;
+    };
+
     bool Add(const SZipEntry& entry, std::size_t maxLength, std::string& error);
     bool CheckPaths(std::string& error);
     bool CheckOverlaps(std::string& error) const;
 
     const CZipArchive* m_archive = nullptr;
-    std::vector<SPlannedEntry> m_entries;
+    std::vector<SPlanned> m_entries; // as in the archive
     std::vector<std::uint32_t> m_byPath;
 };
 

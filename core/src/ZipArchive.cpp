@@ -147,11 +147,11 @@ private:
     std::size_t m_left = 0;
 };
 
-// True when a local header, read with the name behind it, says what the
+// True when a local header, read with what belongs to it, says what the
 // directory says. Where the sizes follow the data, zeros may stand for them.
 bool AgreesWithLocal(const SZipEntry& entry,
                      const unsigned char* header,
-                     const unsigned char* extra)
+                     std::size_t extraSize)
 {
     if (Get32(header) != kLocalSignature ||
         Get16(header + 26) != entry.name.size() ||
@@ -162,7 +162,7 @@ bool AgreesWithLocal(const SZipEntry& entry,
     const std::uint16_t flags = Get16(header + 6);
     std::uint64_t size = Get32(header + 22);
     std::uint64_t compressedSize = Get32(header + 18);
-    CZip64Extra zip64(extra, Get16(header + 28));
+    CZip64Extra zip64(header + kLocalSize + entry.name.size(), extraSize);
     if (!zip64.Take(Get32(header + 22), size) ||
         !zip64.Take(Get32(header + 18), compressedSize))
         return false;
@@ -468,16 +468,25 @@ bool CZipArchive::Locate(const SZipEntry& entry,
     if (entry.size / kMaxDeflateRatio > entry.compressedSize)
         return Fail(error, "larger than its compressed bytes can give");
 
-    std::vector<unsigned char> header(kLocalSize + entry.name.size());
-    if (!ReadAt(entry.offset, header.data(), header.size(), error))
+    // One read does for nearly every header.
+    unsigned char near[512];
+    const std::uint64_t room = m_limit - entry.offset;
+    const auto got =
+        static_cast<std::size_t>(std::min<std::uint64_t>(room, sizeof near));
+    if (!ReadAt(entry.offset, near, got, error))
         return false;
-    const std::size_t extraSize = Get16(&header[28]);
-    std::vector<unsigned char> extra(extraSize);
-    data = entry.offset + header.size() + extraSize;
-    if (!ReadAt(data - extraSize, extra.data(), extraSize, error))
-        return false;
-    if (!AgreesWithLocal(entry, header.data(), extra.data()) ||
-        data > m_limit || entry.compressedSize > m_limit - data)
+    const std::size_t extraSize = Get16(near + 28);
+    const std::size_t size = kLocalSize + entry.name.size() + extraSize;
+    std::vector<unsigned char> far;
+    if (size > got && size <= room)
+    {
+        far.resize(size);
+        if (!ReadAt(entry.offset, far.data(), size, error))
+            return false;
+    }
+    data = entry.offset + size;
+    if (size > room || entry.compressedSize > room - size ||
+        !AgreesWithLocal(entry, far.empty() ? near : far.data(), extraSize))
         return Fail(error, "the zip directory disagrees with its header");
     return true;
 }

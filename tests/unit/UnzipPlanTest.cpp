@@ -201,7 +201,7 @@ TEST(UnzipPlan, ADirectoryIsFollowedByAllThatIsInIt)
     ASSERT_TRUE(plan.Make(archive, 4000, error)) << error;
     std::vector<std::string> paths;
     for (const std::uint32_t index : plan.ByPath())
-        paths.emplace_back(plan.Entries()[index].path);
+        paths.emplace_back(plan.PathOf(index));
     const std::vector<std::string> expected = {"a",   "a/b/c", "a/z",
                                                "a-c", "a.c",   "b"};
     EXPECT_EQ(paths, expected);
