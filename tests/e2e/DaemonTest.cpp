@@ -83,7 +83,7 @@ TEST(Daemon, WatchdogIsDetachedAndItsOnlyChildIsTheWorker)
     EXPECT_EQ(child.parent, watchdog);
     EXPECT_EQ(child.group, parent.group);
     EXPECT_EQ(child.session, parent.session);
-    EXPECT_TRUE(WaitUntil([&] { return service.Processes().size() == 2; }));
+    EXPECT_TRUE(service.WaitUntilDetached());
     EXPECT_TRUE(service.Stop());
 }
 
@@ -92,6 +92,7 @@ TEST(Daemon, WorkingDirectoryAndDescriptors)
     const CService service;
     service.SetModule(kWaits);
     ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.WaitUntilDetached());
     for (const pid_t pid : service.Processes())
     {
         EXPECT_EQ(ProcLink(pid, "cwd"), service.Host().Work());
@@ -195,7 +196,7 @@ TEST(Daemon, SecondStartIsRefused)
         "ERROR kza: /var/run/kz_agent.pid present, exiting"};
     EXPECT_EQ(Records(service, "present"), expected);
     EXPECT_EQ(ReadFile(service.PidFile()), before);
-    EXPECT_TRUE(WaitUntil([&] { return service.Processes().size() == 2; }));
+    EXPECT_TRUE(service.WaitUntilDetached());
     EXPECT_TRUE(service.Stop());
 }
 
@@ -375,8 +376,7 @@ TEST_P(TwoStartsAtOnce, OneSurvivesAndTheOtherSaysWhy)
         ASSERT_EQ(pair.refused, 1);
         ASSERT_TRUE(service.WaitForLog(kRuns, i));
         ASSERT_EQ(CountOf(service.Log(), "pair.pid present, exiting"), i);
-        // Until the session leader has gone there are three.
-        ASSERT_TRUE(WaitUntil([&] { return service.Processes().size() == 2; }));
+        ASSERT_TRUE(service.WaitUntilDetached());
         ASSERT_TRUE(service.Stop());
         ASSERT_TRUE(fs::is_empty(service.RunDir()));
     }

@@ -146,7 +146,11 @@ SProcessOptions CService::Process(const SServiceOptions& options) const
     SProcessOptions process = options.process;
     const std::string preload = Preloaded(options);
     if (!preload.empty())
+    {
         process.env.emplace_back("LD_PRELOAD", preload);
+        // The sanitizer would insist on being first.
+        process.env.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
+    }
     if (options.speed != 1)
         process.env.emplace_back("FAKETIME",
                                  "+0 x" + std::to_string(options.speed));
@@ -222,6 +226,11 @@ std::vector<std::string> CService::Records() const
 bool CService::WaitForLog(const std::string& text, int times) const
 {
     return WaitUntil([&] { return CountOf(Log(), text) >= times; });
+}
+
+bool CService::WaitUntilDetached() const
+{
+    return WaitUntil([this] { return Processes().size() == 2; });
 }
 
 bool CService::WaitUntilGone() const

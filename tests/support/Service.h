@@ -110,6 +110,10 @@ public:
     /// Waits until the log shows the text at least so many times.
     [[nodiscard]] bool WaitForLog(const std::string& text, int times = 1) const;
 
+    /// Waits until watchdog and worker are all there is: the session leader
+    /// may end after the worker runs.
+    [[nodiscard]] bool WaitUntilDetached() const;
+
     /// Waits until no process of the service is left.
     [[nodiscard]] bool WaitUntilGone() const;
 
