@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The supervisors beside which the agent stands, and how a benchmark notices
+// that a worker runs.
+
+#pragma once
+
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Bench
+{
+
+using Clock = std::chrono::steady_clock;
+using TestSupport::CProcess;
+using TestSupport::CTempDir;
+
+[[noreturn]] inline void GiveUp(const std::string& what)
+{
+    fprintf(stderr, "%s\n", what.c_str());
+    exit(1);
+}
+
+inline double Milliseconds(Clock::duration time)
+{
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+/// A pipe with a name, into which a worker's first line of Lua writes.
+class CFirstLine
+{
+public:
+    CFirstLine() : m_path(m_dir.File("pipe"))
+    {
+        mkfifo(m_path.c_str(), 0600);
+        m_fd = open(m_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    }
+    ~CFirstLine() { close(m_fd); }
+
+    CFirstLine(const CFirstLine&) = delete;
+    CFirstLine& operator=(const CFirstLine&) = delete;
+
+    /// The line of Lua.
+    [[nodiscard]] std::string Code() const
+    {
+        return "local pipe = io.open('" + m_path +
+               "', 'w') pipe:write('x') pipe:close()\n";
+    }
+
+    /// A script of that line that then stays.
+    [[nodiscard]] std::string Script() const
+    {
+        const std::string other = m_dir.File("nobody-writes");
+        mkfifo(other.c_str(), 0600);
+        std::string path = m_dir.File("script.lua");
+        TestSupport::WriteFile(path, "#!/usr/bin/lua5.2\n" + Code() +
+                                         "io.open('" + other +
+                                         "'):read('*a')\n");
+        chmod(path.c_str(), 0700);
+        return path;
+    }
+
+    /// When the line has run.
+    [[nodiscard]] Clock::time_point Wait() const
+    {
+        pollfd look{m_fd, POLLIN, 0};
+        char byte = 0;
+        if (poll(&look, 1, 60000) != 1)
+            GiveUp("no worker came");
+        const Clock::time_point now = Clock::now();
+        if (read(m_fd, &byte, 1) != 1)
+            GiveUp("cannot read the pipe");
+        return now;
+    }
+
+private:
+    CTempDir m_dir;
+    std::string m_path;
+    int m_fd = -1;
+};
+
+/// The first child of a process, waited for.
+inline pid_t ChildOf(pid_t parent)
+{
+    const std::string path = "/proc/" + std::to_string(parent) + "/task/" +
+                             std::to_string(parent) + "/children";
+    pid_t child = 0;
+    TestSupport::WaitUntil(
+        [&]
+        {
+            child = static_cast<pid_t>(
+                strtol(TestSupport::ReadFile(path).c_str(), nullptr, 10));
+            return child != 0;
+        });
+    return child;
+}
+
+// How the peers are started, all in the foreground. What they read is written
+// into the directory.
+
+using Words = std::vector<std::string>;
+
+/// runsv or s6-supervise over a script.
+inline Words OverScript(const CTempDir& dir,
+                        const std::string& program,
+                        const std::string& script)
+{
+    TestSupport::WriteFile(dir.File("run"), TestSupport::ReadFile(script));
+    chmod(dir.File("run").c_str(), 0700);
+    return {program, dir.Path()};
+}
+
+inline Words Supervisord(const CTempDir& dir, const std::string& script)
+{
+    TestSupport::WriteFile(
+        dir.File("supervisord.conf"),
+        "[supervisord]\nnodaemon=true\nuser=root\nlogfile=" + dir.File("log") +
+            "\npidfile=" + dir.File("pid") + "\n[program:worker]\ncommand=" +
+            script + "\nautorestart=true\nstartsecs=0\n");
+    return {"/usr/bin/supervisord", "-c", dir.File("supervisord.conf")};
+}
+
+inline Words Nginx(const CTempDir& dir, int port)
+{
+    std::string paths;
+    for (const char* const kind :
+         {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+        paths += std::string(kind) + "_temp_path " + dir.File(kind) + ";\n";
+    TestSupport::WriteFile(
+        dir.File("nginx.conf"),
+        "daemon off;\nworker_processes 1;\nuser root;\npid " + dir.File("pid") +
+            ";\nerror_log " + dir.File("log") +
+            ";\nevents {}\nhttp {\naccess_log off;\n" + paths +
+            "server { listen 127.0.0.1:" + std::to_string(port) +
+            "; location / { return 204; } }\n}\n");
+    return {"/usr/sbin/nginx", "-e", dir.File("log"), "-c",
+            dir.File("nginx.conf")};
+}
+
+/// monit, which looks after one process twice a minute.
+inline Words Monit(const CTempDir& dir, pid_t process)
+{
+    TestSupport::WriteFile(dir.File("looked-after.pid"),
+                           std::to_string(process) + "\n");
+    TestSupport::WriteFile(dir.File("monitrc"),
+                           "set daemon 30\nset log " + dir.File("log") +
+                               "\nset pidfile " + dir.File("pid") +
+                               "\nset idfile " + dir.File("id") +
+                               "\nset statefile " + dir.File("state") +
+                               "\ncheck process worker with pidfile " +
+                               dir.File("looked-after.pid") + "\n");
+    chmod(dir.File("monitrc").c_str(), 0600);
+    return {"/usr/bin/monit", "-I", "-c", dir.File("monitrc")};
+}
+
+inline sockaddr_in Loopback(int port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+inline int FreePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = Loopback(0);
+    socklen_t size = sizeof address;
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    bind(fd, plain, size);
+    getsockname(fd, plain, &size);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+/// Sends a request and waits for the answer's first byte.
+///
+/// \return false when the other side refuses or goes away.
+inline bool Fetch(int port)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = Loopback(port);
+    const char request[] = "GET / HTTP/1.0\r\n\r\n";
+    char byte = 0;
+    const bool answered =
+        connect(fd, reinterpret_cast<const sockaddr*>(&address),
+                sizeof address) == 0 &&
+        send(fd, request, sizeof request - 1, MSG_NOSIGNAL) > 0 &&
+        recv(fd, &byte, 1, 0) == 1;
+    close(fd);
+    return answered;
+}
+
+} // namespace Bench
