@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 
@@ -24,6 +25,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
+
+using Names = std::vector<std::string>;
 
 struct SCall
 {
@@ -122,8 +125,6 @@ protected:
     CCollectedLog m_log;
 };
 
-using Names = std::vector<std::string>;
-
 TEST_F(Unzip, WritesWhatTheArchiveHolds)
 {
     SZipFile stored{"stored", Noise(700000)};
@@ -160,6 +161,41 @@ TEST_F(Unzip, ReadsEveryFormOfSizes)
     ASSERT_TRUE(Run(MakeZip({follow, wide}, options)));
     EXPECT_TRUE(ReadFile(m_dest + "/follow") == follow.content);
     EXPECT_EQ(ReadFile(m_dest + "/wide"), wide.content);
+}
+
+TEST_F(Unzip, ReadsWhatArchiversWrite)
+{
+    const std::string tree = m_dir.File("tree");
+    WriteFile(tree + "/lib/gr\xc3\xbcn", Prose(100000));
+    WriteFile(tree + "/program", Noise(50000));
+    WriteFile(tree + "/empty/.keep", "");
+    fs::remove(tree + "/empty/.keep");
+    chmod((tree + "/program").c_str(), 0750);
+    const Names expected = {"empty/", "lib/", "lib/gr\xc3\xbcn", "program"};
+    const std::string here = "cd '" + tree + "' && ";
+    for (const std::string& command :
+         {here + "zip -qr '" + m_archive + "' .",
+          here + "zip -qr - . | cat > '" + m_archive + "'", // sizes behind
+          here + "zip -qr -fz '" + m_archive + "' .",       // zip64
+          here + "zip -q0r '" + m_archive + "' .",
+          here + "LC_ALL=C zip -qr '" + m_archive + "' .",
+          here + "bsdtar --format zip -cf '" + m_archive + "' .",
+          here + "LC_ALL=C.UTF-8 bsdtar --format zip -cf '" + m_archive +
+              "' *"})
+    {
+        SCOPED_TRACE(command);
+        fs::remove(m_archive);
+        fs::remove_all(m_dest);
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        ASSERT_TRUE(KzaCore::Unzip(wxFileName(m_archive),
+                                   wxFileName(m_dest, wxEmptyString), WitnessCB,
+                                   &m_witness))
+            << m_log.m_texts.back();
+        EXPECT_EQ(Tree(), expected);
+        EXPECT_EQ(ReadFile(m_dest + "/lib/gr\xc3\xbcn"), Prose(100000));
+        EXPECT_TRUE(ReadFile(m_dest + "/program") == Noise(50000));
+        EXPECT_EQ(ModeOf(m_dest + "/program"), 0750U);
+    }
 }
 
 TEST_F(Unzip, AsksForEveryEntryInTheArchivesOrder)
