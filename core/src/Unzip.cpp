@@ -237,8 +237,7 @@ bool CUnzip::SetDirectoryModes()
 
 std::string BytesOfPath(const wxString& path)
 {
-    const wxCharBuffer bytes = path.fn_str();
-    return bytes.data() == nullptr ? std::string() : std::string(bytes.data());
+    return std::string(path.fn_str());
 }
 
 } // namespace

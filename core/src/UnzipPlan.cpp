@@ -208,9 +208,9 @@ bool CUnzipPlan::CheckPaths(std::string& error)
             IsInside(second, first);
         if (isTwice || isUnderFile)
         {
-            error = "entry " + ShowName(first) +
-                    (isTwice ? ": it is there twice"
-                             : ": it is a file and a directory");
+            error = "entry " + ShowName(first);
+            error += isTwice ? ": it is there twice"
+                             : ": it is a file and a directory";
             return false;
         }
     }

@@ -20,6 +20,18 @@ namespace
 
 using Lines = std::vector<std::string>;
 
+std::string Refusal(const std::string& package, const std::string& reason)
+{
+    return "WARNING Unable to unpack '@/" + package + "': " + reason;
+}
+
+std::string Success(const std::string& verb, const std::string& package)
+{
+    return "TRACE Successfully " + verb + " files for plugin '" +
+           package.substr(0, package.find('.')) + "'. Deleting '@/" + package +
+           "'";
+}
+
 TEST(Packages, AHostDirectoryEndsAsPromisedTwiceInARow)
 {
     CPackageHost host;
@@ -109,6 +121,12 @@ TEST(Packages, AHostDirectoryEndsAsPromisedTwiceInARow)
     EXPECT_EQ(ReadFile(host.File(good + ".kzp.done")).substr(0, 2), "PK");
 
     // What was refused is tried again; what was done is left alone.
+    const std::string escapes =
+        "entry '../escaped': its name leads out of its directory";
+    const std::string mismatch =
+        ".kzp' does not match KZA core version, not installing";
+    const std::string noDirectory = "no zip directory at its end: truncated or "
+                                    "not a zip archive";
     host.Run();
     EXPECT_EQ(
         host.Events(),
@@ -123,27 +141,21 @@ TEST(Packages, AHostDirectoryEndsAsPromisedTwiceInARow)
     EXPECT_EQ(host.Tree(), tree);
     EXPECT_EQ(host.Log(),
               (Lines{"TRACE Removing files from @/evil.kzu",
-                     "WARNING Unable to unpack '@/evil.kzu': entry "
-                     "'../escaped': its name leads out of its directory",
+                     Refusal("evil.kzu", escapes),
                      "WARNING Plugin file '@/unreadable.kzu' isn't readable",
                      "TRACE Extracting files from @/Plugin--x.kzp",
-                     "WARNING Unable to unpack '@/Plugin--x.kzp': entry "
-                     "'../escaped': its name leads out of its directory",
-                     "WARNING Plugin file '@/" + old +
-                         ".kzp' does not match KZA core version, not "
-                         "installing",
+                     Refusal("Plugin--x.kzp", escapes),
+                     "WARNING Plugin file '@/" + old + mismatch,
                      "TRACE Extracting files from @/empty.kzp",
-                     "WARNING Unable to unpack '@/empty.kzp': the file is "
-                     "empty",
+                     Refusal("empty.kzp", "the file is empty"),
                      "TRACE Extracting files from @/torn.kzp",
-                     "WARNING Unable to unpack '@/torn.kzp': no zip directory "
-                     "at its end: truncated or not a zip archive",
+                     Refusal("torn.kzp", noDirectory),
                      "WARNING Plugin file '@/unreadable.kzp' isn't readable",
                      "TRACE Extracting files from @/wrong.kzp",
                      "TRACE   extracting: before (5 bytes)",
                      "TRACE   extracting: lib/wrong.so (3 bytes)",
-                     "WARNING Unable to unpack '@/wrong.kzp': entry "
-                     "'lib/wrong.so': its checksum is wrong"}));
+                     Refusal("wrong.kzp",
+                             "entry 'lib/wrong.so': its checksum is wrong")}));
 }
 
 TEST(Packages, TheTraceFollowsEveryStep)
@@ -156,13 +168,11 @@ TEST(Packages, TheTraceFollowsEveryStep)
               (Lines{"TRACE Removing files from @/Plugin-One-1.kzu",
                      "TRACE   removing: x (5 bytes)",
                      "TRACE   removing: lib/y (1 bytes)",
-                     "TRACE Successfully removed files for plugin "
-                     "'Plugin-One-1'. Deleting '@/Plugin-One-1.kzu'",
+                     Success("removed", "Plugin-One-1.kzu"),
                      "TRACE Extracting files from @/Plugin-Two-2.kzp",
                      "TRACE   extracting: lib (0 bytes)",
                      "TRACE   extracting: lib/y (2 bytes)",
-                     "TRACE Successfully extracted files for plugin "
-                     "'Plugin-Two-2'. Deleting '@/Plugin-Two-2.kzp'"}));
+                     Success("extracted", "Plugin-Two-2.kzp")}));
     EXPECT_EQ(host.Tree(), Lines{"Plugin-Two-2.kzp.done"});
 }
 

@@ -391,6 +391,7 @@ TEST_F(EventStore, ProcessesThatStartTogetherShareOneDatabase)
     constexpr int kProcesses = 8;
     constexpr int kEvents = 10;
     std::vector<pid_t> children;
+    children.reserve(kProcesses);
     for (int i = 0; i < kProcesses; ++i)
         children.push_back(Fork(
             [&]
@@ -408,6 +409,7 @@ TEST_F(EventStore, ProcessesThatStartTogetherShareOneDatabase)
 TEST_F(EventStore, ThreadsShareOneConnection)
 {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back(
             [&]

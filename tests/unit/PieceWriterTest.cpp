@@ -11,7 +11,7 @@
 
 #include <fcntl.h>
 
-#include <cstring>
+#include <algorithm>
 #include <vector>
 
 using KzaCore::CDescriptor;
@@ -41,7 +41,8 @@ TEST_F(PieceWriter, WritesThePiecesInOrder)
         ASSERT_NE(piece, nullptr);
         const std::size_t size =
             std::min(content.size() - at, CPieceWriter::kPieceSize);
-        std::memcpy(piece, content.data() + at, size);
+        std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(at), size,
+                    piece);
         writer.Write(size);
         at += size;
     }

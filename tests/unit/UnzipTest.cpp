@@ -359,10 +359,13 @@ TEST_F(Unzip, ExistingLinksThatLeadOutsideAreRefused)
         const std::string link(name);
         const std::string reason =
             "the symbolic link '" + link + "' leads outside of the destination";
-        ExpectRefused({{"good", "x"}, {link + "/secret", "evil"}},
-                      "entry '" + link + "/secret': " + reason);
-        ExpectRefused({{"good", "x"}, ZipDirectory(link + "/")},
-                      "entry '" + link + "/': " + reason);
+        for (const SZipFile& entry :
+             {SZipFile(link + "/secret", "evil"), ZipDirectory(link + "/")})
+        {
+            std::string whole = "entry '" + entry.name;
+            whole += "': " + reason;
+            ExpectRefused({{"good", "x"}, entry}, whole);
+        }
     }
     ExpectRefused({{"dangling/x", "evil"}},
                   "entry 'dangling/x': the symbolic link 'dangling' cannot be "
@@ -507,10 +510,10 @@ TEST_F(Unzip, LeftoversOfADeadProcessAreRemoved)
     ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
     const std::string gone = "/.kza_unzip." + std::to_string(dead) + ".7";
     const std::string alive = "/.kza_unzip." + std::to_string(getppid()) + ".7";
-    for (const std::string& directory : {std::string(), std::string("/lib")})
+    for (const std::string& directory : {m_dest, m_dest + "/lib"})
     {
-        WriteFile(m_dest + directory + gone, "half");
-        WriteFile(m_dest + directory + alive, "half");
+        WriteFile(directory + gone, "half");
+        WriteFile(directory + alive, "half");
     }
     WriteFile(m_dest + "/.kza_unzip.x", "not ours");
 
