@@ -57,7 +57,7 @@ CAgentApp::CAgentApp()
     wxLog::SetLogLevel(wxLOG_Info);
     wxLog::SetTimestamp("%Y-%m-%d %H:%M:%S");
 
-    m_locale.Init(wxLANGUAGE_DEFAULT, wxLOCALE_LOAD_DEFAULT);
+    m_locale.Adopt();
 
     StartupInit();
     m_dom = KzaCore::CDom::New(nullptr, nullptr, nullptr, false);

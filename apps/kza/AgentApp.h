@@ -10,6 +10,7 @@
 #pragma once
 
 #include "MainLoop.h"
+#include "ProcessLocale.h"
 #include "StopWatch.h"
 
 #include "kza_core/Runnable.h"
@@ -17,7 +18,6 @@
 #include <wx/app.h>
 #include <wx/apptrait.h>
 #include <wx/datetime.h>
-#include <wx/intl.h>
 
 #include <csignal>
 #include <memory>
@@ -176,7 +176,7 @@ private:
     bool m_isDefaultApp = false;
     bool m_background = false;
     wxString m_extDir;
-    wxLocale m_locale;
+    CProcessLocale m_locale;
     KzaCore::CDom* m_dom = nullptr;            // owned, given back by Release()
     KzaCore::CLuaInterpreter* m_lua = nullptr; // owned
     wxDateTime m_startTime;
