@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <new>
 
 namespace KzaCore
 {
@@ -42,7 +43,11 @@ std::size_t HintWordOf(std::string_view name)
 
 void CArchiveSet::CHints::Add(std::size_t member, const CZipArchive& archive)
 {
-    m_words.resize(kHintWords);
+    if (m_words == nullptr)
+        m_words.reset(static_cast<std::uint64_t*>(
+            std::calloc(kHintWords, sizeof(std::uint64_t))));
+    if (m_words == nullptr)
+        throw std::bad_alloc();
     for (const SZipEntry& entry : archive.Entries())
         m_words[HintWordOf(entry.name)] |= Bit(member);
 }
@@ -52,7 +57,7 @@ std::uint64_t CArchiveSet::CHints::Of(
 {
     std::uint64_t bits = 0;
     for (const std::string& name : names)
-        bits |= m_words.empty() ? 0 : m_words[HintWordOf(name)];
+        bits |= m_words == nullptr ? 0 : m_words[HintWordOf(name)];
     return bits;
 }
 
@@ -145,7 +150,8 @@ bool CArchiveSet::RefreshAll()
 {
     bool changed = false;
     for (std::size_t at = 0; at < m_members.size(); ++at)
-        changed = Refresh(at) || changed;
+        if (m_members[at].archive != nullptr) // else opened when it is needed
+            changed = Refresh(at) || changed;
     m_lastRefresh = std::chrono::steady_clock::now();
     return changed;
 }

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -75,7 +76,7 @@ private:
     class CHints
     {
     public:
-        void Clear() { m_words.clear(); }
+        void Clear() { m_words.reset(); }
         void Add(std::size_t member, const CZipArchive& archive);
 
         /// The bits of the archives that may hold one of the names.
@@ -90,7 +91,14 @@ private:
         }
 
     private:
-        std::vector<std::uint64_t> m_words; // empty before the first archive
+        struct Free
+        {
+            void operator()(std::uint64_t* words) const { std::free(words); }
+        };
+
+        // Null before the first archive. From calloc(), which leaves the words
+        // that no name chooses untouched and so without memory.
+        std::unique_ptr<std::uint64_t[], Free> m_words;
     };
 
     void Open(std::size_t member);
