@@ -7,9 +7,19 @@
 
 local probe = {}
 
--- A module that may be there or not: ask for it once, when this file loads.
--- pcall catches the error that require raises for a missing module.
-local has_statvfs, statvfs = pcall(require, "posix.sys.statvfs")
+-- A module that may be there or not; false once it is known to be missing. It is
+-- asked for with the first sample: looking for it in all its places takes a
+-- while, which the start of the agent should not have to wait for.
+local statvfs
+
+local function has_statvfs()
+    if statvfs == nil then
+        -- pcall catches the error that require raises for a missing module.
+        local found, module = pcall(require, "posix.sys.statvfs")
+        statvfs = found and module
+    end
+    return statvfs
+end
 
 local function read_all(path)
     local file = io.open(path, "r")
@@ -101,7 +111,7 @@ end
 
 --- Disks in bytes, as an array of {mount=, total=, free=}, "/" first.
 function probe.disks()
-    local space = has_statvfs and space_by_call or space_by_program
+    local space = has_statvfs() and space_by_call or space_by_program
     local disks = {}
     for _, point in ipairs(mount_points()) do
         local total, free = space(point)
