@@ -1,0 +1,117 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# How long from exec to the first line that an application's main prints?
+#
+# The application is the example, which first prints a line here. Peers: a
+# floor program with the agent's libraries that starts framework, OpenSSL,
+# SQLite and a Lua state and prints a line from Lua; nginx with Lua, python3 and
+# tarantool, each with a script of one line. All run by turns; the shortest time
+# of each counts.
+set -u
+
+readonly runs=60
+tools=$KZA_BUILD_DIR/bench/tools
+source_dir=$(cd "$(dirname "$0")/.." && pwd)
+work=$(mktemp -d) || exit 1
+trap 'rm -rf "$work"' EXIT
+
+# As a service finds it on a host that sets no locale.
+clean() { env -i PATH="$PATH" LC_CTYPE=C.UTF-8 "$@"; }
+
+# An installation of its own, whose example prints at once.
+make_host()
+{
+    mkdir -p "$work/host" "$work/app" &&
+        cp -r "$KZA_STAGE_DIR"/{kz_agent,lib,lua,kza_core} "$work/host" &&
+        cp -r "$source_dir"/examples/. "$work/app" &&
+        cat >>"$work/app/first.lua" <<'LUA' &&
+return function()
+    print("first line")
+    io.stdout:flush()
+end
+LUA
+        sed -i 's/^return agent$/agent.main = require("first")\nreturn agent/' \
+            "$work/app/kz_agent.lua" &&
+        (cd "$work/app" &&
+            find . -name '*.lua' -printf '%P\0' |
+            xargs -0 cmake -E tar cf "$work/host/kza_core/kz_agent.kze" \
+                --format=zip --)
+}
+
+# Peers that Debian packages as services are unpacked, not installed: no bench
+# starts a service on anybody's machine.
+peers=$KZA_BUILD_DIR/bench/peers
+unpack_peers()
+{
+    [[ -e $peers/done ]] && return
+    mkdir -p "$peers/debs" && cd "$peers/debs" &&
+        apt-get download -q nginx libnginx-mod-http-lua libnginx-mod-http-ndk \
+            libluajit2-5.1-2 lua-resty-core lua-resty-lrucache tarantool \
+            >/dev/null 2>&1 &&
+        for deb in *.deb; do dpkg-deb -x "$deb" "$peers" || return; done &&
+        touch "$peers/done"
+}
+
+make_nginx()
+{
+    mkdir -p "$work/nginx/logs"
+    local module temp=""
+    for module in client_body proxy fastcgi uwsgi scgi; do
+        temp+="${module}_temp_path $work/nginx/$module;"
+    done
+    cat >"$work/nginx/nginx.conf" <<CONF
+load_module $peers/usr/lib/nginx/modules/ndk_http_module.so;
+load_module $peers/usr/lib/nginx/modules/ngx_http_lua_module.so;
+daemon off; master_process off;
+pid $work/nginx/pid; error_log $work/nginx/error.log;
+events {}
+http {
+    access_log off; $temp
+    lua_package_path "$peers/usr/share/lua/5.1/?.lua;;";
+    init_worker_by_lua_block { io.stdout:write("nginx\n") io.stdout:flush() }
+}
+CONF
+}
+
+row() # question, ours, peer, bound
+{
+    awk -v q="$1" -v a="$2" -v b="$3" -v c="$4" 'BEGIN {
+        printf "ROW\t%s\t%.2f ms\t%.2f ms\t%.3f\t%s\n", q, a, b, a / b, c }'
+}
+
+make_host || exit 1
+agent=("$work/host/kz_agent" --workdir "$work/work")
+names=("floor program" python3)
+bounds=("<=1.15" "<=1")
+commands=(-- "${agent[@]}" -- "$tools/Floor"
+    -- /usr/bin/python3 -c 'print("python", flush=True)')
+if (unpack_peers); then
+    make_nginx
+    libraries="LD_LIBRARY_PATH=$peers/usr/lib/x86_64-linux-gnu"
+    names+=("nginx with Lua" tarantool)
+    bounds+=("<=1" "<=1")
+    commands+=(-- "$peers/usr/sbin/nginx" -p "$work/nginx"
+        -c "$work/nginx/nginx.conf"
+        -- "$peers/usr/bin/tarantool" -e 'print("tarantool") io.stdout:flush()')
+else
+    echo "nginx and tarantool could not be had"
+    libraries=UNUSED=
+fi
+
+# The first run makes the working directory, which later ones find.
+clean "$tools/StartTimer" 1 -- "${agent[@]}" >/dev/null || exit 1
+mapfile -t times < <(clean "$libraries" "$tools/StartTimer" $runs \
+    "${commands[@]}" | cut -d ' ' -f 1)
+((${#times[@]} == ${#names[@]} + 1)) || exit 1
+for i in "${!names[@]}"; do
+    row "cold start, ${names[i]}" "${times[0]}" "${times[i + 1]}" "${bounds[i]}"
+done
+
+echo "Where the agent's time goes, milliseconds from exec to each record:"
+clean timeout -s KILL 10 "$tools/StartTimer" steps -- "${agent[@]}" \
+    --domain_var log.console=true |
+    sed -E 's/\t[0-9-]+ [0-9:]+ \[[0-9]+:[0-9]+\] /\t/' | cut -c 1-100 |
+    sed '/first line/q'
+echo "What the floor program's steps take, in milliseconds:"
+{ clean "$tools/Floor" steps >/dev/null; } 2>&1
