@@ -76,8 +76,7 @@ private:
 
 } // namespace
 
-CEntryExtractor::CEntryExtractor(const CZipArchive& archive)
-    : m_archive(archive)
+CEntryExtractor::CEntryExtractor(const CZipFile& archive) : m_archive(archive)
 {
 }
 

@@ -11,7 +11,7 @@
 #pragma once
 
 #include "Inflate.h"
-#include "ZipArchive.h"
+#include "ZipFile.h"
 
 #include <cstdint>
 #include <memory>
@@ -24,7 +24,7 @@ class CEntryExtractor
 {
 public:
     /// \param archive  Open; outlives the object.
-    explicit CEntryExtractor(const CZipArchive& archive);
+    explicit CEntryExtractor(const CZipFile& archive);
 
     /// Writes the content of an entry, which must have the size and the CRC
     /// that the archive gives.
@@ -51,7 +51,7 @@ private:
                          int file,
                          std::string& error);
 
-    const CZipArchive& m_archive;
+    const CZipFile& m_archive;
     CInflater m_inflater;
     std::unique_ptr<unsigned char[]> m_buffer;
 };

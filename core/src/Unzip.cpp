@@ -6,7 +6,7 @@
 #include "EntryExtractor.h"
 #include "UnzipDestination.h"
 #include "UnzipPlan.h"
-#include "ZipArchive.h"
+#include "ZipFile.h"
 
 #include <wx/filename.h>
 #include <wx/log.h>
@@ -83,31 +83,25 @@ public:
 private:
     bool CheckDirectories();
     bool WriteEntries(const wxString& base);
-    bool Write(std::size_t index);
+    bool Write(const SZipEntry& entry, const SPlannedEntry& planned);
     bool WriteFile(const SZipEntry& entry,
                    std::uint64_t data,
                    int directory,
                    const char* name);
     bool SetDirectoryModes();
+    bool SetDirectoryMode(const SZipEntry& entry, std::string& error);
     bool FailEntry(const SZipEntry& entry);
 
     UnzipCB m_callback;
     void* m_context;
-    CZipArchive m_archive;
-    CUnzipPlan m_plan;
+    CZipFile m_archive;
+    std::size_t m_maxLength = 0; // of a path under the destination
     CUnzipDestination m_destination;
     CEntryExtractor m_extractor;
     std::string m_temporary;
-    std::vector<std::uint32_t> m_directories; // entries whose mode is to be set
+    std::vector<bool> m_isToSetMode; // for the entries up to the last of them
     std::string m_error;
 };
-
-std::string_view ParentOf(std::string_view path)
-{
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? std::string_view()
-                                           : path.substr(0, slash);
-}
 
 bool CUnzip::FailEntry(const SZipEntry& entry)
 {
@@ -123,8 +117,8 @@ bool CUnzip::Run(const std::string& archive,
         !m_destination.Open(destination, m_error))
         return false;
     const std::size_t used = m_destination.Path().size() + 2;
-    const std::size_t room = used < PATH_MAX ? PATH_MAX - used : 0;
-    if (!m_plan.Make(m_archive, room, m_error) || !CheckDirectories())
+    m_maxLength = used < PATH_MAX ? PATH_MAX - used : 0;
+    if (!CheckArchive(m_archive, m_maxLength, m_error) || !CheckDirectories())
         return false;
     m_destination.RemoveLeftovers();
 
@@ -136,55 +130,62 @@ bool CUnzip::Run(const std::string& archive,
 
 bool CUnzip::CheckDirectories()
 {
-    std::string_view last;
-    for (const std::uint32_t index : m_plan.ByPath())
+    CZipWalk walk(m_archive);
+    std::string last;
+    while (const SZipEntry* const entry = walk.Next(m_error))
     {
-        const SZipEntry& entry = m_archive.Entries()[index];
-        const std::string_view path = m_plan.PathOf(index);
+        std::string_view path;
+        if (!PlanPath(entry->name, path, m_error))
+            return FailEntry(*entry);
         const std::string_view directory =
-            entry.IsDirectory() ? path : ParentOf(path);
+            entry->IsDirectory() ? path : ParentOf(path);
         if (directory == last)
             continue;
         if (!m_destination.Check(directory, m_error))
-            return FailEntry(entry);
+            return FailEntry(*entry);
         last = directory;
     }
-    return true;
+    return walk.IsWhole();
 }
 
 bool CUnzip::WriteEntries(const wxString& base)
 {
     CShownEntry shown;
     wxString path;
-    for (std::size_t i = 0; i < m_archive.Entries().size(); ++i)
+    SPlannedEntry planned;
+    CZipWalk walk(m_archive);
+    for (std::size_t i = 0; const SZipEntry* const entry = walk.Next(m_error);
+         ++i)
     {
-        const SZipEntry& entry = m_archive.Entries()[i];
+        if (!PlanEntry(m_archive, *entry, m_maxLength, planned, m_error))
+            return false;
         path = base;
-        path += TextOfBytes(m_plan.PathOf(i));
-        if (m_callback(m_context, shown.Show(entry), &path) && !Write(i))
-            return FailEntry(entry);
+        path += TextOfBytes(planned.path);
+        if (!m_callback(m_context, shown.Show(*entry), &path))
+            continue;
+        if (!Write(*entry, planned))
+            return FailEntry(*entry);
+        if (entry->IsDirectory() && entry->UnixMode() != 0 &&
+            !planned.path.empty())
+        {
+            m_isToSetMode.resize(i + 1);
+            m_isToSetMode[i] = true;
+        }
     }
-    return true;
+    return walk.IsWhole();
 }
 
-bool CUnzip::Write(std::size_t index)
+bool CUnzip::Write(const SZipEntry& entry, const SPlannedEntry& planned)
 {
-    const SZipEntry& entry = m_archive.Entries()[index];
-    const std::string_view path = m_plan.PathOf(index);
     if (entry.IsDirectory())
-    {
-        if (m_destination.Enter(path, m_error) < 0)
-            return false;
-        if (entry.UnixMode() != 0 && !path.empty())
-            m_directories.push_back(static_cast<std::uint32_t>(index));
-        return true;
-    }
-    const std::string_view parent = ParentOf(path);
+        return m_destination.Enter(planned.path, m_error) >= 0;
+    const std::string_view parent = ParentOf(planned.path);
     const int directory = m_destination.Enter(parent, m_error);
     if (directory < 0)
         return false;
-    const std::string name(path.substr(parent.empty() ? 0 : parent.size() + 1));
-    if (WriteFile(entry, m_plan.DataOf(index), directory, name.c_str()))
+    const std::string name(
+        planned.path.substr(parent.empty() ? 0 : parent.size() + 1));
+    if (WriteFile(entry, planned.data, directory, name.c_str()))
         return true;
     unlinkat(directory, m_temporary.c_str(), 0);
     return false;
@@ -217,22 +218,37 @@ bool CUnzip::WriteFile(const SZipEntry& entry,
 
 bool CUnzip::SetDirectoryModes()
 {
-    for (const std::uint32_t index : m_directories)
+    std::string error;
+    CZipWalk walk(m_archive);
+    for (std::size_t i = 0; i < m_isToSetMode.size(); ++i)
     {
-        const SZipEntry& entry = m_archive.Entries()[index];
-        const mode_t mode = entry.UnixMode() & kPermissions;
-        std::string error;
-        const int directory = m_destination.Enter(m_plan.PathOf(index), error);
-        struct stat status = {};
-        const bool isSet = directory >= 0 && fstat(directory, &status) == 0 &&
-                           ((status.st_mode & kPermissions) == mode ||
-                            fchmod(directory, mode) == 0);
-        if (isSet || !m_error.empty())
-            continue;
-        m_error = SystemText("its mode cannot be set");
-        return FailEntry(entry);
+        const SZipEntry* const entry = walk.Next(error);
+        if (entry == nullptr)
+            break;
+        if (m_isToSetMode[i] && !SetDirectoryMode(*entry, error))
+            break;
     }
-    return true;
+    if (m_error.empty())
+        m_error = error;
+    return error.empty();
+}
+
+bool CUnzip::SetDirectoryMode(const SZipEntry& entry, std::string& error)
+{
+    const mode_t mode = entry.UnixMode() & kPermissions;
+    std::string_view path;
+    const int directory = PlanPath(entry.name, path, error)
+                              ? m_destination.Enter(path, error)
+                              : -1;
+    struct stat status = {};
+    const bool isSet = directory >= 0 && fstat(directory, &status) == 0 &&
+                       ((status.st_mode & kPermissions) == mode ||
+                        fchmod(directory, mode) == 0);
+    if (!isSet && error.empty())
+        error = SystemText("its mode cannot be set");
+    if (!isSet)
+        error = "entry " + ShowName(entry.name) + ": " + error;
+    return isSet;
 }
 
 std::string BytesOfPath(const wxString& path)

@@ -13,8 +13,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 namespace KzaCore
 {
@@ -131,12 +133,24 @@ int CUnzipDestination::Enter(std::string_view directory, std::string& error)
     return Walk(directory, true, error) == EStep::Done ? Top() : -1;
 }
 
+// False for a directory that was searched lately. An archive whose entries
+// come in no order must not have each directory searched once for every entry.
+bool CUnzipDestination::IsNew(std::string_view directory)
+{
+    constexpr std::size_t kSlots = 4096;
+    m_searched.resize(kSlots);
+    const std::size_t hash = std::hash<std::string_view>()(directory);
+    std::size_t& slot = m_searched[hash % kSlots];
+    return std::exchange(slot, hash) != hash;
+}
+
 // Makes the levels those of the directory, keeping what they have in common
 // with where the last walk ended.
 CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
                                                  bool make,
                                                  std::string& error)
 {
+    const std::string_view whole = directory;
     std::size_t kept = 0;
     while (kept < m_levels.size() && !directory.empty() &&
            m_levels[kept].name == FirstComponent(directory))
@@ -158,7 +172,9 @@ CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
         if (step != EStep::Done)
             return step;
         m_levels.push_back({std::string(name), std::move(next)});
-        if (!make)
+        const auto entered =
+            static_cast<std::size_t>(name.data() + name.size() - whole.data());
+        if (!make && IsNew(whole.substr(0, entered)))
             NoteLeftovers();
         DropFirstComponent(directory);
     }

@@ -29,8 +29,8 @@ public:
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
     /// Checks that a directory, as far as it exists, lies inside, and notes
-    /// what an interrupted earlier run has left in it. Cheapest when called in
-    /// the order of CUnzipPlan::ByPath().
+    /// what an interrupted earlier run has left in it. Cheapest when what lies
+    /// in one directory comes together.
     ///
     /// \param directory  Plain relative path, empty for the destination.
     /// \param error      Set to the reason after a failure.
@@ -69,12 +69,16 @@ private:
                           std::string& error);
     [[nodiscard]] int Top() const;
     [[nodiscard]] std::string TopPath() const;
+    [[nodiscard]] bool IsNew(std::string_view directory);
     void NoteLeftovers();
 
     std::string m_path;
     CDescriptor m_root;
     std::vector<SLevel> m_levels; // the directories from m_root to the last one
     std::vector<std::string> m_leftovers; // full paths
+
+    // Hashes of the directories that were searched last, each in its slot.
+    std::vector<std::size_t> m_searched;
 };
 
 /// The name under which a file of this process is written beside its place.

@@ -2,11 +2,13 @@
 
 #include "UnzipPlan.h"
 
+#include "NameHash.h"
+
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
-#include <numeric>
+#include <vector>
 
 #ifndef NAME_MAX
 #define NAME_MAX 255
@@ -17,8 +19,6 @@ namespace KzaCore
 
 namespace
 {
-
-constexpr std::size_t kMaxShown = 200;
 
 bool Fail(std::string& error, const char* reason)
 {
@@ -85,21 +85,145 @@ bool CheckKind(const SZipEntry& entry, std::string& error)
     return true;
 }
 
-// Orders paths so that a directory is followed by all that is in it: the
-// separator comes before every other byte.
-bool ComesBefore(std::string_view a, std::string_view b)
+// Refuses an entry by its name.
+bool Refuse(std::string& error, std::string_view name, const std::string& why)
 {
-    const auto rank = [](char c)
-    { return c == '/' ? 0 : static_cast<unsigned char>(c) + 1; };
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                        [rank](char x, char y)
-                                        { return rank(x) < rank(y); });
+    error = "entry " + ShowName(name) + ": " + why;
+    return false;
 }
 
-bool IsInside(std::string_view path, std::string_view directory)
+// What makes one entry impossible beside another.
+class CConflicts
 {
-    return path.size() > directory.size() && path[directory.size()] == '/' &&
-           path.compare(0, directory.size(), directory) == 0;
+public:
+    CConflicts(const CZipFile& archive, std::size_t maxLength)
+        : m_archive(archive), m_maxLength(maxLength), m_seed(NewHashSeed(this))
+    {
+    }
+
+    bool CheckEntries(std::string& error);
+    bool CheckPaths(std::string& error);
+    bool CheckOverlaps(std::string& error);
+
+private:
+    // A path as a number, the kind of its entry in the lowest bit. That two
+    // paths have the same one happens in one of ten million of the largest
+    // archives, and not again with the next seed.
+    [[nodiscard]] std::uint64_t KeyOf(std::string_view path,
+                                      bool isDirectory) const
+    {
+        return (HashName(path, m_seed) & ~std::uint64_t(1)) |
+               (isDirectory ? 1 : 0);
+    }
+
+    bool RefuseTwice(std::uint64_t key, std::string& error) const;
+    bool CheckParents(std::string_view path, std::string& error) const;
+
+    const CZipFile& m_archive;
+    std::size_t m_maxLength;
+    std::uint64_t m_seed;
+    std::vector<std::uint64_t> m_keys; // of all paths, sorted
+    bool m_isInOrder = true; // the entries stand as the directory has them
+};
+
+bool CConflicts::CheckEntries(std::string& error)
+{
+    m_keys.reserve(m_archive.Count());
+    std::uint64_t end = 0;
+    CZipWalk walk(m_archive);
+    SPlannedEntry planned;
+    while (const SZipEntry* const entry = walk.Next(error))
+    {
+        if (!PlanEntry(m_archive, *entry, m_maxLength, planned, error))
+            return false;
+        m_keys.push_back(KeyOf(planned.path, entry->IsDirectory()));
+        m_isInOrder = m_isInOrder && entry->offset >= end;
+        end = planned.data + entry->compressedSize;
+    }
+    std::sort(m_keys.begin(), m_keys.end());
+    return walk.IsWhole();
+}
+
+bool CConflicts::CheckPaths(std::string& error)
+{
+    const auto twice = std::adjacent_find(m_keys.begin(), m_keys.end(),
+                                          [](std::uint64_t a, std::uint64_t b)
+                                          { return (a ^ b) <= 1; });
+    if (twice != m_keys.end())
+        return RefuseTwice(*twice, error);
+
+    std::string last;
+    CZipWalk walk(m_archive);
+    while (const SZipEntry* const entry = walk.Next(error))
+    {
+        std::string_view path;
+        if (!PlanPath(entry->name, path, error))
+            return Refuse(error, entry->name, error);
+        const std::string_view parent = ParentOf(path);
+        if (parent == last)
+            continue;
+        last = parent;
+        if (!CheckParents(path, error))
+            return false;
+    }
+    m_keys = {};
+    return walk.IsWhole();
+}
+
+bool CConflicts::RefuseTwice(std::uint64_t key, std::string& error) const
+{
+    CZipWalk walk(m_archive);
+    while (const SZipEntry* const entry = walk.Next(error))
+    {
+        std::string_view path;
+        if (PlanPath(entry->name, path, error) &&
+            (KeyOf(path, false) ^ key) <= 1)
+            return Refuse(error, path, "it is there twice");
+    }
+    if (walk.IsWhole())
+        error = "the file has changed meanwhile";
+    return false;
+}
+
+// No directory that a path is in may be a file of the archive.
+bool CConflicts::CheckParents(std::string_view path, std::string& error) const
+{
+    while (!(path = ParentOf(path)).empty())
+        if (std::binary_search(m_keys.begin(), m_keys.end(),
+                               KeyOf(path, false)))
+            return Refuse(error, path, "it is a file and a directory");
+    return true;
+}
+
+// Entries that share their bytes make an archive of a few kilobytes unpack to
+// petabytes.
+bool CConflicts::CheckOverlaps(std::string& error)
+{
+    if (m_isInOrder)
+        return true; // seen in passing
+    std::vector<std::uint64_t> begins;
+    begins.reserve(m_archive.Count());
+    CZipWalk walk(m_archive);
+    while (const SZipEntry* const entry = walk.Next(error))
+        begins.push_back(entry->offset);
+    if (!walk.IsWhole())
+        return false;
+    std::sort(begins.begin(), begins.end());
+
+    CZipWalk again(m_archive);
+    SPlannedEntry planned;
+    while (const SZipEntry* const entry = again.Next(error))
+    {
+        if (!PlanEntry(m_archive, *entry, m_maxLength, planned, error))
+            return false;
+        auto next =
+            std::lower_bound(begins.begin(), begins.end(), entry->offset);
+        if (next != begins.end() && ++next != begins.end() &&
+            planned.data + entry->compressedSize > *next)
+            return Refuse(error, entry->name,
+                          "it shares its bytes with another entry");
+    }
+    return again.IsWhole();
 }
 
 } // namespace
@@ -136,110 +260,36 @@ bool PlanPath(std::string_view name, std::string_view& path, std::string& error)
     return true;
 }
 
-std::string ShowName(std::string_view name)
+std::string_view ParentOf(std::string_view path)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string shown = "'";
-    for (const char c : name.substr(0, kMaxShown))
-    {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F)
-            shown += c;
-        else
-            shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-    return shown + (name.size() > kMaxShown ? "...'" : "'");
+    const std::size_t slash = path.rfind('/');
+    return path.substr(0, slash == std::string_view::npos ? 0 : slash);
 }
 
-bool CUnzipPlan::Make(const CZipArchive& archive,
-                      std::size_t maxLength,
-                      std::string& error)
+bool PlanEntry(const CZipFile& archive,
+               const SZipEntry& entry,
+               std::size_t maxLength,
+               SPlannedEntry& planned,
+               std::string& error)
 {
-    m_archive = &archive;
-    m_entries.reserve(archive.Entries().size());
-    for (const SZipEntry& entry : archive.Entries())
-    {
-        if (!Add(entry, maxLength, error))
-        {
-            error = "entry " + ShowName(entry.name) + ": " + error;
-            return false;
-        }
-    }
-    return CheckPaths(error) && CheckOverlaps(error);
+    std::string why;
+    if (!PlanPath(entry.name, planned.path, why) || !CheckKind(entry, why))
+        return Refuse(error, entry.name, why);
+    if (planned.path.size() > maxLength)
+        return Refuse(error, entry.name, "its name is too long");
+    if (planned.path.empty() && !entry.IsDirectory())
+        return Refuse(error, entry.name, "its name is not a plain path");
+    return archive.Locate(entry, planned.data, why) ||
+           Refuse(error, entry.name, why);
 }
 
-bool CUnzipPlan::Add(const SZipEntry& entry,
-                     std::size_t maxLength,
-                     std::string& error)
+bool CheckArchive(const CZipFile& archive,
+                  std::size_t maxLength,
+                  std::string& error)
 {
-    std::string_view path;
-    std::uint64_t data = 0;
-    if (!PlanPath(entry.name, path, error) || !CheckKind(entry, error))
-        return false;
-    if (path.size() > maxLength)
-        return Fail(error, "its name is too long");
-    if (path.empty() && !entry.IsDirectory())
-        return Fail(error, "its name is not a plain path");
-    if (!m_archive->Locate(entry, data, error))
-        return false;
-    m_entries.push_back(
-        {static_cast<std::uint32_t>(data - entry.offset),
-         static_cast<std::uint16_t>(path.data() - entry.name.data()),
-         static_cast<std::uint16_t>(path.size())});
-    return true;
-}
-
-bool CUnzipPlan::CheckPaths(std::string& error)
-{
-    m_byPath.resize(m_entries.size());
-    std::iota(m_byPath.begin(), m_byPath.end(), 0U);
-    const auto before = [this](std::uint32_t a, std::uint32_t b)
-    { return ComesBefore(PathOf(a), PathOf(b)); };
-    if (!std::is_sorted(m_byPath.begin(), m_byPath.end(), before))
-        std::sort(m_byPath.begin(), m_byPath.end(), before);
-
-    for (std::size_t i = 1; i < m_byPath.size(); ++i)
-    {
-        const std::string_view first = PathOf(m_byPath[i - 1]);
-        const std::string_view second = PathOf(m_byPath[i]);
-        const bool isTwice = first == second;
-        const bool isUnderFile =
-            !m_archive->Entries()[m_byPath[i - 1]].IsDirectory() &&
-            IsInside(second, first);
-        if (isTwice || isUnderFile)
-        {
-            error = "entry " + ShowName(first);
-            error += isTwice ? ": it is there twice"
-                             : ": it is a file and a directory";
-            return false;
-        }
-    }
-    return true;
-}
-
-// Entries that share their bytes make an archive of a few kilobytes unpack to
-// petabytes.
-bool CUnzipPlan::CheckOverlaps(std::string& error) const
-{
-    const std::vector<SZipEntry>& entries = m_archive->Entries();
-    std::vector<std::uint32_t> order(entries.size());
-    std::iota(order.begin(), order.end(), 0U);
-    const auto before = [&entries](std::uint32_t a, std::uint32_t b)
-    { return entries[a].offset < entries[b].offset; };
-    if (!std::is_sorted(order.begin(), order.end(), before))
-        std::sort(order.begin(), order.end(), before);
-    for (std::size_t i = 1; i < order.size(); ++i)
-    {
-        const std::uint32_t first = order[i - 1];
-        if (DataOf(first) + entries[first].compressedSize >
-            entries[order[i]].offset)
-        {
-            error = "entry " + ShowName(entries[order[i]].name) +
-                    ": it shares its bytes with another entry";
-            return false;
-        }
-    }
-    return true;
+    CConflicts conflicts(archive, maxLength);
+    return conflicts.CheckEntries(error) && conflicts.CheckPaths(error) &&
+           conflicts.CheckOverlaps(error);
 }
 
 } // namespace KzaCore

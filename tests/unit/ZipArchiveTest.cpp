@@ -186,17 +186,17 @@ TEST_F(ZipArchive, EntriesOutsideOfTheFileAreRefused)
     CZipArchive far;
     file.offset = 1U << 30;
     EXPECT_EQ(Open(far, MakeZip({file})),
-              "entry 'name' lies outside of the archive");
+              "entry 'name': it lies outside of the archive");
     CZipArchive large;
     file.offset.reset();
     file.packedSize = 1U << 30;
     EXPECT_EQ(Open(large, MakeZip({file})),
-              "entry 'name' lies outside of the archive");
+              "entry 'name': it lies outside of the archive");
     CZipArchive huge;
     file.packedSize = ~std::uint64_t(0);
     file.zip64 = true;
     EXPECT_EQ(Open(huge, MakeZip({file})),
-              "entry 'name' lies outside of the archive");
+              "entry 'name': it lies outside of the archive");
     CZipArchive divided;
     EXPECT_EQ(Open(divided,
                    [&]
@@ -205,7 +205,7 @@ TEST_F(ZipArchive, EntriesOutsideOfTheFileAreRefused)
                        other.diskNumber = 1;
                        return MakeZip({other});
                    }()),
-              "entry 'name' lies outside of the archive");
+              "entry 'name': it lies outside of the archive");
 }
 
 TEST_F(ZipArchive, UnreadableEntriesGiveTheirReason)

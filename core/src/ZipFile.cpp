@@ -1,0 +1,464 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "ZipFile.h"
+
+#include "Inflate.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxShown = 200;
+
+constexpr std::size_t kEndSize = 22;
+constexpr std::size_t kZip64EndSize = 56;
+constexpr std::size_t kZip64LocatorSize = 20;
+constexpr std::size_t kCentralSize = 46;
+constexpr std::size_t kLocalSize = 30;
+constexpr std::size_t kMaxComment = 0xFFFF;
+
+// A directory this large describes half a million to a million files. More is
+// taken for an attempt to use up the memory of the process.
+constexpr std::uint64_t kMaxDirectory = 64ULL << 20;
+
+// The directory is read in pieces of this size; one record fits in any case.
+constexpr std::size_t kPiece = 256 * 1024;
+constexpr std::size_t kMaxRecord = kCentralSize + 3 * 0xFFFF;
+
+constexpr std::uint32_t kEndSignature = 0x06054b50;
+constexpr std::uint32_t kZip64EndSignature = 0x06064b50;
+constexpr std::uint32_t kZip64LocatorSignature = 0x07064b50;
+constexpr std::uint32_t kCentralSignature = 0x02014b50;
+constexpr std::uint32_t kLocalSignature = 0x04034b50;
+
+constexpr std::uint32_t kFull32 = 0xFFFFFFFF;
+constexpr std::uint16_t kFull16 = 0xFFFF;
+constexpr std::uint16_t kZip64Extra = 0x0001;
+
+std::uint16_t Get16(const unsigned char* p)
+{
+    return static_cast<std::uint16_t>(p[0] | p[1] << 8);
+}
+
+std::uint32_t Get32(const unsigned char* p)
+{
+    return Get16(p) | static_cast<std::uint32_t>(Get16(p + 2)) << 16;
+}
+
+std::uint64_t Get64(const unsigned char* p)
+{
+    return Get32(p) | static_cast<std::uint64_t>(Get32(p + 4)) << 32;
+}
+
+std::string SystemText(const char* what)
+{
+    return std::string(what) + ": " + std::generic_category().message(errno);
+}
+
+bool Fail(std::string& error, const char* reason)
+{
+    error = reason;
+    return false;
+}
+
+// The values of a zip64 extra field, in the order the format gives them; only
+// those stand there whose short form is full.
+class CZip64Extra
+{
+public:
+    CZip64Extra(const unsigned char* extra, std::size_t size)
+    {
+        while (size >= 4)
+        {
+            const std::size_t length = Get16(extra + 2);
+            if (length > size - 4)
+                return;
+            if (Get16(extra) == kZip64Extra)
+            {
+                m_next = extra + 4;
+                m_left = length;
+                return;
+            }
+            extra += 4 + length;
+            size -= 4 + length;
+        }
+    }
+
+    // Replaces a full short form; false when the field does not hold it.
+    bool Take(std::uint32_t shortForm, std::uint64_t& value)
+    {
+        if (shortForm != kFull32)
+            return true;
+        if (m_left < 8)
+            return false;
+        value = Get64(m_next);
+        m_next += 8;
+        m_left -= 8;
+        return true;
+    }
+
+private:
+    const unsigned char* m_next = nullptr;
+    std::size_t m_left = 0;
+};
+
+// True when a local header, read with what belongs to it, says what the
+// directory says. Where the sizes follow the data, zeros may stand for them.
+bool AgreesWithLocal(const SZipEntry& entry,
+                     const unsigned char* header,
+                     std::size_t extraSize)
+{
+    if (Get32(header) != kLocalSignature ||
+        Get16(header + 26) != entry.name.size() ||
+        std::memcmp(header + kLocalSize, entry.name.data(),
+                    entry.name.size()) != 0)
+        return false;
+
+    const std::uint16_t flags = Get16(header + 6);
+    std::uint64_t size = Get32(header + 22);
+    std::uint64_t compressedSize = Get32(header + 18);
+    CZip64Extra zip64(header + kLocalSize + entry.name.size(), extraSize);
+    if (!zip64.Take(Get32(header + 22), size) ||
+        !zip64.Take(Get32(header + 18), compressedSize))
+        return false;
+
+    const bool mayBeZero = (flags & SZipEntry::kSizesFollow) != 0;
+    const auto agrees = [mayBeZero](std::uint64_t local, std::uint64_t central)
+    { return local == central || (mayBeZero && local == 0); };
+    return (flags & SZipEntry::kEncrypted) == 0 &&
+           Get16(header + 8) == entry.method &&
+           agrees(Get32(header + 14), entry.crc) && agrees(size, entry.size) &&
+           agrees(compressedSize, entry.compressedSize);
+}
+
+} // namespace
+
+std::string ShowName(std::string_view name)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string shown = "'";
+    for (const char c : name.substr(0, kMaxShown))
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F)
+            shown += c;
+        else
+            shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return shown + (name.size() > kMaxShown ? "...'" : "'");
+}
+
+// --- The file --------------------------------------------------------------
+
+bool CZipFile::Open(const std::string& path, std::string& error)
+{
+    return OpenFile(path, error) && FindDirectory(error);
+}
+
+bool CZipFile::OpenFile(const std::string& path, std::string& error)
+{
+    m_path = path;
+
+    // A pipe of that name must not hold the process up.
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    m_file = CDescriptor(open(path.c_str(), kFlags));
+    struct stat status = {};
+    if (!m_file.IsOpen() || fstat(m_file.Get(), &status) != 0)
+    {
+        error = SystemText("cannot be opened");
+        return false;
+    }
+    if (!S_ISREG(status.st_mode))
+        return Fail(error, "not a regular file");
+    m_stamp = {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+    return true;
+}
+
+bool CZipFile::ReadAt(std::uint64_t offset,
+                      void* buffer,
+                      std::size_t size,
+                      std::string& error) const
+{
+    char* next = static_cast<char*>(buffer);
+    while (size > 0)
+    {
+        const ssize_t got =
+            pread(m_file.Get(), next, size, static_cast<off_t>(offset));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+        {
+            error = SystemText("cannot be read");
+            return false;
+        }
+        if (got == 0)
+            return Fail(error, "the file ends too early");
+        next += got;
+        offset += static_cast<std::uint64_t>(got);
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+// Finds the end record, whose comment must reach exactly to the end of the
+// file, and through it the directory, which must reach exactly to the end
+// record. Whatever else stands there was cut off, glued on or made up.
+bool CZipFile::FindDirectory(std::string& error)
+{
+    SDirectory& directory = m_directory;
+    const auto fileSize = static_cast<std::uint64_t>(m_stamp.size);
+    if (fileSize < kEndSize)
+    {
+        return Fail(error, fileSize == 0 ? "the file is empty"
+                                         : "too short for a zip archive");
+    }
+    const auto tailSize = static_cast<std::size_t>(
+        std::min<std::uint64_t>(fileSize, kEndSize + kMaxComment));
+    std::vector<unsigned char> tail(tailSize);
+    if (!ReadAt(fileSize - tailSize, tail.data(), tailSize, error))
+        return false;
+
+    std::size_t at = tailSize - kEndSize;
+    const auto isEnd = [&]
+    {
+        return Get32(&tail[at]) == kEndSignature &&
+               at + kEndSize + Get16(&tail[at + 20]) == tailSize;
+    };
+    while (!isEnd())
+    {
+        if (at == 0)
+        {
+            return Fail(error, "no zip directory at its end: truncated or "
+                               "not a zip archive");
+        }
+        --at;
+    }
+
+    const unsigned char* const end = &tail[at];
+    if (Get16(end + 4) != 0 || Get16(end + 6) != 0 ||
+        Get16(end + 8) != Get16(end + 10))
+        return Fail(error, "one part of a divided archive");
+    directory.count = Get16(end + 10);
+    directory.size = Get32(end + 12);
+    directory.offset = Get32(end + 16);
+
+    std::uint64_t directoryEnd = fileSize - tailSize + at;
+    if (!ReadZip64End(directoryEnd, directory, directoryEnd, error))
+        return false;
+    if (directory.offset > directoryEnd ||
+        directory.size != directoryEnd - directory.offset)
+        return Fail(error,
+                    "the zip directory is not where its end record says");
+    if (directory.size > kMaxDirectory)
+        return Fail(error, "the zip directory is too large");
+    if (directory.count > directory.size / kCentralSize)
+        return Fail(error, "the zip directory is too short for its entries");
+    return true;
+}
+
+// Looks for the zip64 end record that may stand before the end record at
+// `end`. What the short form could hold must agree with it.
+bool CZipFile::ReadZip64End(std::uint64_t end,
+                            SDirectory& directory,
+                            std::uint64_t& directoryEnd,
+                            std::string& error) const
+{
+    if (end < kZip64LocatorSize)
+        return true;
+    unsigned char locator[kZip64LocatorSize];
+    if (!ReadAt(end - sizeof locator, locator, sizeof locator, error))
+        return false;
+    if (Get32(locator) != kZip64LocatorSignature)
+        return true;
+
+    const std::uint64_t at = Get64(locator + 8);
+    unsigned char record[kZip64EndSize];
+    if (at > end - sizeof locator || end - sizeof locator - at < sizeof record)
+        return Fail(error, "the zip64 end record is not where it should be");
+    if (!ReadAt(at, record, sizeof record, error))
+        return false;
+    const std::uint64_t count = Get64(record + 32);
+    const std::uint64_t size = Get64(record + 40);
+    const std::uint64_t offset = Get64(record + 48);
+    const bool agrees =
+        Get32(record) == kZip64EndSignature && Get64(record + 24) == count &&
+        Get64(record + 4) == end - sizeof locator - at - 12 &&
+        (directory.count == kFull16 || directory.count == count) &&
+        (directory.size == kFull32 || directory.size == size) &&
+        (directory.offset == kFull32 || directory.offset == offset);
+    if (!agrees)
+        return Fail(error,
+                    "the zip64 end record disagrees with the end record");
+    directory = {offset, size, count};
+    directoryEnd = at;
+    return true;
+}
+
+std::size_t CZipFile::MaxNames() const
+{
+    return static_cast<std::size_t>(m_directory.size -
+                                    m_directory.count * kCentralSize);
+}
+
+bool CZipFile::Locate(const SZipEntry& entry,
+                      std::uint64_t& data,
+                      std::string& error) const
+{
+    if ((entry.flags & SZipEntry::kEncrypted) != 0)
+        return Fail(error, "encrypted");
+    if (entry.method != SZipEntry::kStored &&
+        entry.method != SZipEntry::kDeflated)
+    {
+        error = "unknown compression method " + std::to_string(entry.method);
+        return false;
+    }
+    if (entry.method == SZipEntry::kStored &&
+        entry.compressedSize != entry.size)
+        return Fail(error, "stored in another size than its own");
+    if (entry.size / kMaxDeflateRatio > entry.compressedSize)
+        return Fail(error, "larger than its compressed bytes can give");
+
+    // One read does for nearly every header.
+    unsigned char near[512];
+    const std::uint64_t room = m_directory.offset - entry.offset;
+    const auto got =
+        static_cast<std::size_t>(std::min<std::uint64_t>(room, sizeof near));
+    if (!ReadAt(entry.offset, near, got, error))
+        return false;
+    const std::size_t extraSize = Get16(near + 28);
+    const std::size_t size = kLocalSize + entry.name.size() + extraSize;
+    std::vector<unsigned char> far;
+    if (size > got && size <= room)
+    {
+        far.resize(size);
+        if (!ReadAt(entry.offset, far.data(), size, error))
+            return false;
+    }
+    data = entry.offset + size;
+    if (size > room || entry.compressedSize > room - size ||
+        !AgreesWithLocal(entry, far.empty() ? near : far.data(), extraSize))
+        return Fail(error, "the zip directory disagrees with its header");
+    return true;
+}
+
+bool CZipFile::IsStale() const
+{
+    struct stat now = {};
+    return stat(m_path.c_str(), &now) != 0 || now.st_dev != m_stamp.device ||
+           now.st_ino != m_stamp.inode || now.st_size != m_stamp.size ||
+           now.st_mtim.tv_sec != m_stamp.changed.tv_sec ||
+           now.st_mtim.tv_nsec != m_stamp.changed.tv_nsec;
+}
+
+// --- The walk --------------------------------------------------------------
+
+CZipWalk::CZipWalk(const CZipFile& file)
+    : m_file(file),
+      m_piece(std::min<std::uint64_t>(file.m_directory.size, kPiece)),
+      m_next(file.m_directory.offset),
+      m_end(file.m_directory.offset + file.m_directory.size),
+      m_left(file.m_directory.count)
+{
+}
+
+// Reads on when the next record may not be whole.
+bool CZipWalk::Fill(std::string& error)
+{
+    if (m_filled - m_at >= kMaxRecord || m_next == m_end)
+        return true;
+    std::memmove(m_piece.data(), m_piece.data() + m_at, m_filled - m_at);
+    m_filled -= m_at;
+    m_at = 0;
+    const auto more = static_cast<std::size_t>(
+        std::min<std::uint64_t>(m_piece.size() - m_filled, m_end - m_next));
+    if (!m_file.ReadAt(m_next, m_piece.data() + m_filled, more, error))
+        return false;
+    m_filled += more;
+    m_next += more;
+    return true;
+}
+
+const SZipEntry* CZipWalk::Next(std::string& error)
+{
+    if (m_left == 0)
+    {
+        m_isWhole = m_next == m_end && m_at == m_filled;
+        if (!m_isWhole)
+            error = "the zip directory holds more than its entries";
+        return nullptr;
+    }
+    if (!Fill(error))
+        return nullptr;
+    const unsigned char* const record = m_piece.data() + m_at;
+    const std::size_t left = m_filled - m_at;
+    const bool isRecord =
+        left >= kCentralSize && Get32(record) == kCentralSignature;
+    const std::size_t length = isRecord
+                                   ? kCentralSize + Get16(record + 28) +
+                                         Get16(record + 30) + Get16(record + 32)
+                                   : 0;
+    // What is left must do for the entries to come: nobody has room for names
+    // that are longer than that.
+    const std::uint64_t rest = (m_left - 1) * kCentralSize;
+    if (!isRecord || left < length || left - length + (m_end - m_next) < rest)
+    {
+        error = "the zip directory is damaged";
+        return nullptr;
+    }
+    if (!Take(record, error))
+        return nullptr;
+    m_at += length;
+    --m_left;
+    return &m_entry;
+}
+
+// Takes one record, whose name and fields are known to be there.
+bool CZipWalk::Take(const unsigned char* record, std::string& error)
+{
+    const std::size_t nameSize = Get16(record + 28);
+    const auto* const name =
+        reinterpret_cast<const char*>(record + kCentralSize);
+    const std::uint64_t limit = m_file.m_directory.offset;
+
+    SZipEntry& entry = m_entry;
+    entry.name = std::string_view(name, nameSize);
+    entry.system = record[5];
+    entry.flags = Get16(record + 8);
+    entry.method = Get16(record + 10);
+    entry.dosDateTime = Get32(record + 12);
+    entry.crc = Get32(record + 16);
+    entry.compressedSize = Get32(record + 20);
+    entry.size = Get32(record + 24);
+    entry.attributes = Get32(record + 38);
+    entry.offset = Get32(record + 42);
+
+    CZip64Extra extra(record + kCentralSize + nameSize, Get16(record + 30));
+    const bool whole = extra.Take(Get32(record + 24), entry.size) &&
+                       extra.Take(Get32(record + 20), entry.compressedSize) &&
+                       extra.Take(Get32(record + 42), entry.offset) &&
+                       Get16(record + 34) == 0;
+    // The local header repeats the name, so this much stands there at least.
+    const std::uint64_t headers = kLocalSize + nameSize;
+    const bool fits = whole && entry.offset <= limit &&
+                      headers <= limit - entry.offset &&
+                      entry.compressedSize <= limit - entry.offset - headers;
+    if (!fits)
+    {
+        error = "entry " + ShowName(entry.name) +
+                ": it lies outside of the archive";
+        return false;
+    }
+    return true;
+}
+
+} // namespace KzaCore

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Zip archives that may be hostile, torn or changing on disk, walked entry by
+// entry.
+//
+// Every figure is checked against the file. Contents are read with pread(2)
+// and never mapped, so that a file truncated by somebody else is an error and
+// not a SIGBUS. The memory in use does not depend on the archive.
+//
+// Threads: an open archive may be read by several threads at once; Open() and
+// the destructor belong to one. One walk belongs to one thread.
+
+#pragma once
+
+#include "Descriptor.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KzaCore
+{
+
+/// One entry of the archive's directory.
+struct SZipEntry
+{
+    std::string_view name; ///< as stored; see who hands it out
+    std::uint64_t compressedSize = 0;
+    std::uint64_t size = 0;       ///< bytes once unpacked
+    std::uint64_t offset = 0;     ///< of the local header in the file
+    std::uint32_t crc = 0;        ///< CRC-32 of the unpacked bytes
+    std::uint32_t attributes = 0; ///< external attributes
+    std::uint32_t dosDateTime =
+        0;                    ///< date in the upper half, time in the lower
+    std::uint16_t method = 0; ///< see kStored, kDeflated
+    std::uint16_t flags = 0;  ///< general purpose bits
+    std::uint8_t system = 0;  ///< on which the entry was made; see kUnix
+
+    static constexpr std::uint16_t kStored = 0;
+    static constexpr std::uint16_t kDeflated = 8;
+    static constexpr std::uint16_t kEncrypted = 0x0001;
+    static constexpr std::uint16_t kSizesFollow = 0x0008;
+    static constexpr std::uint16_t kUtf8 = 0x0800;
+    static constexpr std::uint8_t kUnix = 3;
+
+    /// True when the name says directory, by its trailing slash.
+    [[nodiscard]] bool IsDirectory() const
+    {
+        return !name.empty() && name.back() == '/';
+    }
+
+    /// The Unix file mode in the entry, 0 when it has none.
+    [[nodiscard]] mode_t UnixMode() const
+    {
+        return system == kUnix ? static_cast<mode_t>(attributes >> 16) : 0;
+    }
+};
+
+/// An entry's name as messages show it: quoted, cut when it is long, control
+/// characters as their codes.
+[[nodiscard]] std::string ShowName(std::string_view name);
+
+class CZipFile
+{
+public:
+    CZipFile() = default;
+
+    CZipFile(const CZipFile&) = delete;
+    CZipFile& operator=(const CZipFile&) = delete;
+
+    /// Opens an archive and finds its directory. Once per object.
+    ///
+    /// \param error  Set to the reason after a failure; names no file.
+    ///
+    /// \return false for anything that is not a zip archive.
+    [[nodiscard]] bool Open(const std::string& path, std::string& error);
+
+    /// How many entries the directory has to have.
+    [[nodiscard]] std::size_t Count() const
+    {
+        return static_cast<std::size_t>(m_directory.count);
+    }
+
+    /// Room that the names of all entries need together, at most.
+    [[nodiscard]] std::size_t MaxNames() const;
+
+    /// Finds where the content of an entry begins, and checks that its local
+    /// header agrees with the directory and that the method can be read.
+    ///
+    /// \param data   Set to the offset of the first compressed byte.
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] bool Locate(const SZipEntry& entry,
+                              std::uint64_t& data,
+                              std::string& error) const;
+
+    /// Reads exactly `size` bytes of the file.
+    [[nodiscard]] bool ReadAt(std::uint64_t offset,
+                              void* buffer,
+                              std::size_t size,
+                              std::string& error) const;
+
+    /// True when the path no longer leads to the file that was opened, or that
+    /// file has changed since.
+    [[nodiscard]] bool IsStale() const;
+
+private:
+    friend class CZipWalk;
+
+    // Identity of a file and of its content.
+    struct SStamp
+    {
+        dev_t device = 0;
+        ino_t inode = 0;
+        off_t size = 0;
+        timespec changed = {};
+    };
+
+    // Where the directory lies.
+    struct SDirectory
+    {
+        std::uint64_t offset = 0;
+        std::uint64_t size = 0;
+        std::uint64_t count = 0;
+    };
+
+    bool OpenFile(const std::string& path, std::string& error);
+    bool FindDirectory(std::string& error);
+    bool ReadZip64End(std::uint64_t end,
+                      SDirectory& directory,
+                      std::uint64_t& directoryEnd,
+                      std::string& error) const;
+
+    std::string m_path;
+    CDescriptor m_file;
+    SStamp m_stamp;
+    SDirectory m_directory; // also where the entries end
+};
+
+/// One pass over the entries, in the directory's order.
+///
+///     CZipWalk walk(file);
+///     while (const SZipEntry* entry = walk.Next(error))
+///         ...
+///     return walk.IsWhole();
+class CZipWalk
+{
+public:
+    /// \param file  Open; outlives the walk.
+    explicit CZipWalk(const CZipFile& file);
+
+    /// The next entry, good until the next call; null after the last and after
+    /// a failure.
+    ///
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] const SZipEntry* Next(std::string& error);
+
+    /// True when the directory held what it should, down to its last byte.
+    [[nodiscard]] bool IsWhole() const { return m_isWhole; }
+
+private:
+    bool Fill(std::string& error);
+    bool Take(const unsigned char* record, std::string& error);
+
+    const CZipFile& m_file;
+    std::vector<unsigned char> m_piece;
+    std::size_t m_at = 0;     // in m_piece
+    std::size_t m_filled = 0; // of m_piece
+    std::uint64_t m_next;     // of the file, to be read
+    std::uint64_t m_end;      // of the directory
+    std::uint64_t m_left;     // entries to come
+    bool m_isWhole = false;
+    SZipEntry m_entry;
+};
+
+} // namespace KzaCore
