@@ -103,6 +103,12 @@ private:
     std::string m_error;
 };
 
+// The directory that must be there for an entry.
+std::string_view DirectoryOf(const SZipEntry& entry, std::string_view path)
+{
+    return entry.IsDirectory() ? path : ParentOf(path);
+}
+
 bool CUnzip::FailEntry(const SZipEntry& entry)
 {
     m_error = "entry " + ShowName(entry.name) + ": " + m_error;
@@ -137,8 +143,7 @@ bool CUnzip::CheckDirectories()
         std::string_view path;
         if (!PlanPath(entry->name, path, m_error))
             return FailEntry(*entry);
-        const std::string_view directory =
-            entry->IsDirectory() ? path : ParentOf(path);
+        const std::string_view directory = DirectoryOf(*entry, path);
         if (directory == last)
             continue;
         if (!m_destination.Check(directory, m_error))
@@ -159,6 +164,9 @@ bool CUnzip::WriteEntries(const wxString& base)
     {
         if (!PlanEntry(m_archive, *entry, m_maxLength, planned, m_error))
             return false;
+        // Again: the callback may delete what the path leads to.
+        if (!m_destination.Check(DirectoryOf(*entry, planned.path), m_error))
+            return FailEntry(*entry);
         path = base;
         path += TextOfBytes(planned.path);
         if (!m_callback(m_context, shown.Show(*entry), &path))

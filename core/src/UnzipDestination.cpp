@@ -174,7 +174,7 @@ CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
         m_levels.push_back({std::string(name), std::move(next)});
         const auto entered =
             static_cast<std::size_t>(name.data() + name.size() - whole.data());
-        if (!make && IsNew(whole.substr(0, entered)))
+        if (!make && m_isSearching && IsNew(whole.substr(0, entered)))
             NoteLeftovers();
         DropFirstComponent(directory);
     }
@@ -263,7 +263,9 @@ void CUnzipDestination::RemoveLeftovers()
 {
     for (const std::string& leftover : m_leftovers)
         unlink(leftover.c_str());
-    m_leftovers.clear();
+    m_leftovers = {};
+    m_searched = {};
+    m_isSearching = false;
 }
 
 } // namespace KzaCore

@@ -28,15 +28,15 @@ public:
     /// The destination without links in its path.
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
-    /// Checks that a directory, as far as it exists, lies inside, and notes
-    /// what an interrupted earlier run has left in it. Cheapest when what lies
-    /// in one directory comes together.
+    /// Checks that a directory, as far as it exists, lies inside, and, before
+    /// RemoveLeftovers(), notes what an interrupted earlier run has left in it.
+    /// Cheapest when what lies in one directory comes together.
     ///
     /// \param directory  Plain relative path, empty for the destination.
     /// \param error      Set to the reason after a failure.
     [[nodiscard]] bool Check(std::string_view directory, std::string& error);
 
-    /// Removes what Check() has noted.
+    /// Removes what Check() has noted. Once per object.
     void RemoveLeftovers();
 
     /// Opens a directory, made with all above it when missing.
@@ -79,6 +79,7 @@ private:
 
     // Hashes of the directories that were searched last, each in its slot.
     std::vector<std::size_t> m_searched;
+    bool m_isSearching = true; // until RemoveLeftovers()
 };
 
 /// The name under which a file of this process is written beside its place.

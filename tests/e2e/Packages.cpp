@@ -22,7 +22,8 @@ constexpr char kReport[] = R"(
 return {
   init = function()
     for _, event in ipairs(dom:AgentEvents()) do
-      if event.time_ms >= tonumber(arg[1]) then
+      local second = math.floor(event.time_ms / 1000)
+      if event.time_ms >= tonumber(arg[1]) and event.time == second then
         print(event.number .. " " .. event.severity .. " " .. event.text)
       end
     end

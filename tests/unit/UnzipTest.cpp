@@ -493,30 +493,47 @@ TEST_F(Unzip, ATornArchiveTouchesNothing)
 TEST_F(Unzip, AnArchiveThatChangesMeanwhileDoesNotEscape)
 {
     constexpr int kFiles = 8000; // more than is read at once
-    std::vector<SZipFile> files;
-    for (int i = 0; i < kFiles; ++i)
-        files.emplace_back("file" + std::to_string(i), "");
-    files.emplace_back("aa/outside/secret", "evil");
-    std::string changed = MakeZip(files);
-    for (std::size_t at = 0;
-         (at = changed.find("aa/outside/secret", at)) != std::string::npos;)
-        changed.replace(at, 2, "..");
-    m_witness.answer = [&](const wxString& name)
+    fs::create_directory_symlink("../outside", m_dest + "/ln");
+    const struct
     {
-        if (name == "file0")
-        {
-            const int file = open(m_archive.c_str(), O_WRONLY);
-            EXPECT_EQ(write(file, changed.data(), changed.size()),
-                      static_cast<ssize_t>(changed.size()));
-            close(file);
-        }
-        return name.find("secret") != wxString::npos;
+        std::string before;
+        std::string after;
+        const char* reason;
+    } cases[] = {
+        {"aa/outside/secret", "../outside/secret",
+         "its name leads out of its directory"},
+        {"aa/secret", "ln/secret",
+         "the symbolic link 'ln' leads outside of the destination"},
     };
-    EXPECT_FALSE(Run(files));
-    ExpectWarning("entry '../outside/secret': its name leads out of its "
-                  "directory");
-    EXPECT_EQ(ReadFile(m_outside + "/secret"), "untouched");
-    EXPECT_EQ(m_witness.calls.size(), static_cast<std::size_t>(kFiles));
+    for (const auto& test : cases)
+    {
+        SCOPED_TRACE(test.after);
+        std::vector<SZipFile> files;
+        files.reserve(kFiles + 1);
+        for (int i = 0; i < kFiles; ++i)
+            files.emplace_back("file" + std::to_string(i), "");
+        files.emplace_back(test.before, "evil");
+        std::string changed = MakeZip(files);
+        for (std::size_t at = 0;
+             (at = changed.find(test.before, at)) != std::string::npos;)
+            changed.replace(at, test.before.size(), test.after);
+        m_witness.calls.clear();
+        m_witness.answer = [&](const wxString& name)
+        {
+            if (name == "file0")
+            {
+                const int file = open(m_archive.c_str(), O_WRONLY);
+                EXPECT_EQ(write(file, changed.data(), changed.size()),
+                          static_cast<ssize_t>(changed.size()));
+                close(file);
+            }
+            return name.find("secret") != wxString::npos;
+        };
+        EXPECT_FALSE(Run(files));
+        ExpectWarning("entry '" + test.after + "': " + test.reason);
+        EXPECT_EQ(ReadFile(m_outside + "/secret"), "untouched");
+        EXPECT_EQ(m_witness.calls.size(), static_cast<std::size_t>(kFiles));
+    }
 }
 
 TEST_F(Unzip, WhatIsNoArchiveIsRefused)
