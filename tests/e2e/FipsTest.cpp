@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <ostream>
 
 using namespace TestSupport;
 
@@ -166,6 +167,11 @@ struct SRefusal
     const char* content;
     const char* error;
 };
+
+void PrintTo(const SRefusal& refusal, std::ostream* out)
+{
+    *out << refusal.name;
+}
 
 class FipsRefusal : public testing::TestWithParam<SRefusal>
 {

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <ostream>
+#include <string>
 
 using namespace TestSupport;
 
@@ -32,9 +34,15 @@ std::string Output(const std::string& code, const CHost& host = CHost(false))
 
 struct SCase
 {
+    const char* name;
     const char* code;
     const char* output;
 };
+
+void PrintTo(const SCase& test, std::ostream* out)
+{
+    *out << test.name;
+}
 
 class LuaProcess : public testing::TestWithParam<SCase>
 {
@@ -46,39 +54,55 @@ TEST_P(LuaProcess, AnswersAsLuasOwn)
 }
 
 const SCase kCases[] = {
-    {"show(os.execute())", "true\n"},
-    {"show(os.execute('true'))", "true exit 0\n"},
-    {"show(os.execute('exit 7'))", "nil exit 7\n"},
-    {"show(os.execute('kill -9 $$'))", "nil signal 9\n"},
-    {"show(os.execute('/no/such/program 2>&-'))", "nil exit 127\n"},
-    {"show(pcall(os.execute, {}))",
+    {"ExecuteTellsThatThereIsAShell", "show(os.execute())", "true\n"},
+    {"ExecuteSucceeds", "show(os.execute('true'))", "true exit 0\n"},
+    {"ExecuteTellsTheStatus", "show(os.execute('exit 7'))", "nil exit 7\n"},
+    {"ExecuteTellsTheSignal", "show(os.execute('kill -9 $$'))",
+     "nil signal 9\n"},
+    {"ExecuteOfNoProgram", "show(os.execute('/no/such/program 2>&-'))",
+     "nil exit 127\n"},
+    {"ExecuteOfATable", "show(pcall(os.execute, {}))",
      "false bad argument #1 to 'os.execute' (string expected, got table)\n"},
-    {"io.write('first ') io.flush() os.execute('printf second')",
+    {"ExecuteWritesAfterTheScript",
+     "io.write('first ') io.flush() os.execute('printf second')",
      "first second"},
-    {"local p = io.popen('printf \"a\\nb\\n\"; exit 3')\n"
+    {"PopenReadsLinesAndTellsTheStatus",
+     "local p = io.popen('printf \"a\\nb\\n\"; exit 3')\n"
      "show(io.type(p), p:read('*l'), p:read('*l'), p:read('*l'))\n"
      "show(p:close()) show(io.type(p))",
      "file a b nil\nnil exit 3\nclosed file\n"},
-    {"for line in io.popen('printf \"1\\n2\\n\"'):lines() do show(line) end",
+    {"PopenGivesLines",
+     "for line in io.popen('printf \"1\\n2\\n\"'):lines() do show(line) end",
      "1\n2\n"},
-    {"local p = io.popen('cat', 'w')\n"
+    {"PopenWrites",
+     "local p = io.popen('cat', 'w')\n"
      "p:write('to the child\\n') show(p:close())",
      "to the child\ntrue exit 0\n"},
-    {"show(io.popen('true', 're'):close())", "true exit 0\n"},
-    {"show(io.popen('kill -TERM $$'):close())", "nil signal 15\n"},
-    {"show(io.popen('true', 'rw'))", "nil true: Invalid argument 22\n"},
-    {"show(io.popen('true', ''))", "nil true: Invalid argument 22\n"},
-    {"show(pcall(io.popen))",
+    {"PopenTakesTheModeOfTheSystem", "show(io.popen('true', 're'):close())",
+     "true exit 0\n"},
+    {"PopenTellsTheSignal", "show(io.popen('kill -TERM $$'):close())",
+     "nil signal 15\n"},
+    {"PopenWithTwoDirections", "show(io.popen('true', 'rw'))",
+     "nil true: Invalid argument 22\n"},
+    {"PopenWithNoDirection", "show(io.popen('true', ''))",
+     "nil true: Invalid argument 22\n"},
+    {"PopenOfNothing", "show(pcall(io.popen))",
      "false bad argument #1 to 'io.popen' (string expected, got no value)\n"},
-    {"local p = io.popen('true') p:close()\n"
+    {"PopenClosedTwice",
+     "local p = io.popen('true') p:close()\n"
      "show(pcall(p.close, p))",
      "false attempt to use a closed file\n"},
-    {"io.popen('sleep 0.05; echo waited for >&1', 'w')\n"
+    {"PopenIsWaitedForWhenCollected",
+     "io.popen('sleep 0.05; echo waited for >&1', 'w')\n"
      "collectgarbage() show('collected')",
      "waited for\ncollected\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(LuaProcess, LuaProcess, testing::ValuesIn(kCases));
+INSTANTIATE_TEST_SUITE_P(LuaProcess,
+                         LuaProcess,
+                         testing::ValuesIn(kCases),
+                         [](const auto& test)
+                         { return std::string(test.param.name); });
 
 TEST(LuaProcessChild, DoesNotHoldTheOtherEndOfAnEarlierPipe)
 {
