@@ -3,21 +3,47 @@
 #include "ExtensionVersion.h"
 
 #include "AgentApp.h"
+#include "Tokenize.h"
 #include "Version.h"
 
 #include <wx/crt.h>
 #include <wx/filename.h>
 #include <wx/log.h>
-#include <wx/txtstrm.h>
 #include <wx/wfstream.h>
+
+#include <algorithm>
+#include <list>
+#include <string>
+
+namespace
+{
+
+// The framework's reader of lines loses what follows a NUL, so the text is
+// taken as a whole.
+wxString TextOf(wxInputStream& in)
+{
+    std::string bytes;
+    char part[4096];
+    do
+    {
+        in.Read(part, sizeof(part));
+        bytes.append(part, in.LastRead());
+    } while (in.IsOk() && in.LastRead() > 0);
+    wxString text(bytes.data(), wxConvAuto(), bytes.size());
+    if (text.empty()) // neither: the line that counts is in ASCII
+        text = wxString(bytes.data(), wxConvISO8859_1, bytes.size());
+    return text;
+}
+
+} // namespace
 
 bool FindVersionLine(wxInputStream& text, wxString& rest)
 {
-    wxTextInputStream lines(text, " \t", wxConvAuto());
-    while (text.IsOk() && !text.Eof())
-        if (lines.ReadLine().StartsWith("version:", &rest))
-            return true;
-    return false;
+    std::list<wxString> lines;
+    Tokenize(lines, TextOf(text), L"\r\n");
+    return std::any_of(lines.begin(), lines.end(),
+                       [&rest](const wxString& line)
+                       { return line.StartsWith("version:", &rest); });
 }
 
 bool ParseExtensionVersion(const wxString& rest, SExtensionVersion& version)

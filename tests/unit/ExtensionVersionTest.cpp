@@ -90,6 +90,24 @@ TEST(ExtensionVersion, AByteOrderMarkNamesTheEncoding)
     EXPECT_EQ(rest, " 2");
 }
 
+TEST(ExtensionVersion, LinesBeforeMayHoldAnything)
+{
+    using namespace std::string_literals;
+    std::string bytes;
+    for (int c = 0; c < 256; ++c)
+        bytes += static_cast<char>(c);
+    for (const std::string& before :
+         {"caf\xe9\n"s, "\xff\xff\xff\n"s, "x\xe2\x82\n"s, "a\0b\n"s,
+          "d\xc3\xbc\ncaf\xe9\n"s, "x" + bytes + "\n",
+          std::string(100000, 'x') + "\n"})
+    {
+        SCOPED_TRACE(before.substr(0, 20));
+        wxString rest;
+        EXPECT_TRUE(Find(before + "version: 12.0.0-1\n", rest));
+        EXPECT_EQ(rest, " 12.0.0-1");
+    }
+}
+
 TEST(ExtensionVersion, WithoutAVersionLineThereIsNone)
 {
     wxString rest;
