@@ -64,13 +64,16 @@ wxString CoreArchives(const wxString& bin, const wxString& application)
     return list;
 }
 
-// Full paths of the files that match a file name with wildcards, sorted by
-// character code whatever order the directory returns.
+// Full paths of the regular files that match a file name with wildcards, sorted
+// by character code whatever order the directory returns.
 wxArrayString Matches(const wxFileName& pattern)
 {
     wxArrayString found;
     const wxString directory =
         pattern.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR);
+    // The framework takes an empty pattern for any name.
+    if (!pattern.HasName() && !pattern.HasExt())
+        return found;
     if (!wxFileName::IsDirReadable(directory))
         return found;
     const wxDir dir(directory);
@@ -82,7 +85,9 @@ wxArrayString Matches(const wxFileName& pattern)
         wxFileName match(directory, name);
         match.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
                         wxPATH_NORM_ABSOLUTE);
-        found.Add(match.GetFullPath());
+        // The framework counts pipes and devices as files.
+        if (match.FileExists())
+            found.Add(match.GetFullPath());
     }
     found.Sort();
     return found;

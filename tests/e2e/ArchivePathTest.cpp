@@ -55,6 +55,18 @@ SShown Show(const CHost& host,
     return shown;
 }
 
+// Root may read everything.
+SProcessOptions AsNobody()
+{
+    SProcessOptions options;
+    options.inChild = []
+    {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(126);
+    };
+    return options;
+}
+
 bool HasRecord(const std::string& log, const std::string& text)
 {
     return log.find(text + "\n") != std::string::npos;
@@ -67,6 +79,8 @@ TEST(ArchivePath, WithoutArchivesTheKeyStaysUnset)
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_TRUE(HasRecord(shown.log, "zipFilespec: ")) << shown.log;
     EXPECT_TRUE(HasRecord(shown.log, "app.lua.zippath empty ")) << shown.log;
+    EXPECT_EQ(Show(host, "kept", {"-d", "app.lua.zippath=/as/it/was"}).path,
+              "/as/it/was\n");
 }
 
 TEST(ArchivePath, TheApplicationsArchiveComesBeforeTheCores)
@@ -195,6 +209,41 @@ TEST(ArchivePath, ADirectoryNamedLikeTheSideFileCountsAsMissing)
               std::string::npos);
 }
 
+TEST(ArchivePath, AnUnreadableSideFileHoldsNoVersion)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze", kOurs);
+    ASSERT_EQ(chmod(host.File("x/a.kze.version").c_str(), 0), 0);
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    const SShown shown =
+        Show(host, "sidelocked", {"-z", "x/*.kze"}, AsNobody());
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_TRUE(HasRecord(
+        shown.log, Fill("WARNING kza: File '%s' does not contain a 'version:' "
+                        "line. Extension '%e' will not be enabled.",
+                        host)))
+        << shown.log;
+}
+
+TEST(ArchivePath, WhatIsNoRegularFileIsNoMatch)
+{
+    const CHost host(false);
+    WriteFile(host.File("x/dir.kze/file"), "");
+    ASSERT_EQ(mkfifo(host.File("x/pipe.kze").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("gone", host.File("x/dead.kze").c_str()), 0);
+    AddArchive(host, "y/a.kze");
+    ASSERT_EQ(symlink("../y/a.kze", host.File("x/link.kze").c_str()), 0);
+    const SShown shown =
+        Show(host, "irregular",
+             {"-z", "x/dir.kze;x/pipe.kze;x/dead.kze;x/;x/link.kze;x/?i*"});
+    EXPECT_EQ(shown.path, "x/link.kze\n");
+    for (const char* item : {"x/dir.kze", "x/pipe.kze", "x/dead.kze", "x/"})
+        EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: " + std::string(item) +
+                                             ": no matches"))
+            << item << "\nin\n"
+            << shown.log;
+}
+
 TEST(ArchivePath, AnItemThatMatchesNothingIsNamedAsWritten)
 {
     const CHost host(false);
@@ -217,6 +266,18 @@ TEST(ArchivePath, EnvironmentVariablesAreExpanded)
     options.env = {{"KZA_TEST_DIR", host.File("x")}};
     EXPECT_EQ(Show(host, "env", {"-z", "$KZA_TEST_DIR/a.kze"}, options).path,
               "x/a.kze\n");
+}
+
+TEST(ArchivePath, AWildcardOutOfAVariableNeedsNoVersionAndIsSilent)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze");
+    SProcessOptions options;
+    options.env = {{"KZA_TEST_NAME", "*.kze"}};
+    const SShown shown = Show(
+        host, "envwild", {"-z", "x/$KZA_TEST_NAME;no/$KZA_TEST_NAME"}, options);
+    EXPECT_EQ(shown.path, "x/a.kze\n");
+    EXPECT_EQ(shown.log.find("no matches"), std::string::npos) << shown.log;
 }
 
 TEST(ArchivePath, RelativeItemsStartAtTheExecutable)
@@ -260,14 +321,8 @@ TEST(ArchivePath, AnUnreadableFileIsSkippedWithAWarning)
     AddArchive(host, "x/a.kze");
     ASSERT_EQ(chmod(host.File("x/a.kze").c_str(), 0), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    SProcessOptions options;
-    options.inChild = []
-    {
-        // Root may read everything.
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(126);
-    };
-    const SShown shown = Show(host, "unreadable", {"-z", "x/a.kze"}, options);
+    const SShown shown =
+        Show(host, "unreadable", {"-z", "x/a.kze"}, AsNobody());
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: Extension file '" +
                                          host.File("x/a.kze") +
