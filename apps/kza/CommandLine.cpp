@@ -167,11 +167,14 @@ void CAgentApp::ApplyWorkingDirectory(wxCmdLineParser& parser)
     dir.Normalize(kNormalize);
     const wxString path = dir.GetPath();
 
-    // The framework says why when it cannot make it. The missing parents keep
-    // these rights too; the last level gets what a directory needs.
-    if (!wxFileName::DirExists(path) &&
-        wxFileName::Mkdir(path, 0600, wxPATH_MKDIR_FULL))
+    // The missing parents keep these rights too; the last level gets what a
+    // directory needs, also when another process made it just now. Whether it
+    // is there shows when files are written.
+    if (!wxFileName::DirExists(path))
+    {
+        wxFileName::Mkdir(path, 0600, wxPATH_MKDIR_FULL);
         KzaCore::SecureFileOrDirectory(path, false);
+    }
     m_dom->SetWx(DomKey::kPathWork, path);
 
     // One configuration file for every name under which this runs.
