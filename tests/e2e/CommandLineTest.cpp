@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the command line and the configuration file put into the domain.
+// What the command line puts into the domain.
 
 #include "support/Host.h"
+#include "support/ShowKeys.h"
 
 #include <gtest/gtest.h>
 
@@ -17,31 +18,6 @@ namespace
 {
 
 using Words = std::vector<std::string>;
-
-// A tool that prints the keys named after "--", one `key=value (type)` a line.
-constexpr char kShowKeys[] = R"lua(
-local tool = {}
-function tool.main()
-  for _, key in ipairs(arg) do
-    local value = dom:Get(key)
-    print(key .. "=" .. tostring(value) .. " (" .. type(value) .. ")")
-  end
-end
-return tool
-)lua";
-
-std::string Show(const CHost& host,
-                 Words options,
-                 const Words& keys,
-                 const SProcessOptions& process = {})
-{
-    options.emplace_back("--");
-    options.insert(options.end(), keys.begin(), keys.end());
-    const SProcessResult result =
-        host.RunTool("showkeys", kShowKeys, options, process);
-    EXPECT_EQ(result.status, 0) << result.err;
-    return result.out;
-}
 
 constexpr char kUsage[] =
     R"(Usage: kz_agent [-h] [--verbose] [-a <str>] [-b] [-c <str>] [-d <str>] [-e <str>] [-i] [-l <str>] [-p <str>] [-t <str>] [-w <str>] [-u <str>] [-U] [-z <str>] [-- script-param [script-param ...]...]
@@ -172,6 +148,44 @@ TEST(CommandLine, AnInstallationMayLieAnywhere)
               std::string::npos);
 }
 
+TEST(CommandLine, TheExecutablesNameIsTheApplicationsWithoutExtension)
+{
+    const CHost host(false);
+    host.AddModule("renamed",
+                   "return {main = function() print(dom:Get('app.name'), "
+                   "dom:Get('app.path.exe'), arg[0]) end}");
+    std::filesystem::rename(host.Agent(), host.File("renamed.bin"));
+    const SProcessResult result =
+        TestSupport::Run({host.File("renamed.bin"), "--", "word"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out,
+              "renamed\t" + host.File("renamed.bin") + "\trenamed\n");
+}
+
+TEST(CommandLine, OnlyTheAgentsNameToTheLetterIsTheAgents)
+{
+    const CHost host(false);
+    for (const std::string name : {"KZ_AGENT", "kz_agent2", "kz_agent "})
+    {
+        SCOPED_TRACE(name);
+        // A tool ends from its own thread, whatever the main thread does.
+        EXPECT_EQ(host.RunTool(name, "return {main = function() return 4 end}")
+                      .status,
+                  4);
+        EXPECT_EQ(host.Log(name), "") << "it announced its start";
+    }
+}
+
+TEST(CommandLine, TheUserDirectoryIsExpanded)
+{
+    const CHost host(false);
+    const CTempDir home;
+    SProcessOptions options;
+    options.env = {{"HOME", home.Path()}};
+    EXPECT_EQ(Show(host, {"-w", "~/work"}, {"app.path.work"}, options),
+              "app.path.work=" + home.File("work") + " (string)\n");
+}
+
 TEST(CommandLine, ValuesAreKeptAsGiven)
 {
     const CHost host(false);
@@ -199,6 +213,20 @@ TEST(CommandLine, DomainVariablesAreTakenApartAtTheFirstEqualsSign)
     EXPECT_EQ(Show(host, {"-d", "a="}, {"a"}), "a= (string)\n");
     EXPECT_EQ(Show(host, {"-d", "a=1", "-d", "b=2"}, {"a", "b"}),
               "a=nil (nil)\nb=2 (string)\n");
+}
+
+TEST(CommandLine, ADomainVariableIsInTheLocalesEncoding)
+{
+    const CHost host(false);
+    const std::string given = "d\u00fc=\u00fcx";
+    EXPECT_EQ(Show(host, {"-d", given}, {"d\u00fc"}),
+              "d\u00fc=\u00fcx (string)\n");
+
+    // What it cannot say becomes empty.
+    SProcessOptions plain;
+    plain.env = {{"LC_ALL", "C"}};
+    EXPECT_EQ(Show(host, {"-d", "a=\u00fcx"}, {"a"}, plain), "a= (string)\n");
+    EXPECT_EQ(Show(host, {"-d", given}, {""}, plain), "= (string)\n");
 }
 
 TEST(CommandLine, AnInvalidDomainVariableIsReportedAndIgnored)
@@ -244,6 +272,36 @@ TEST(CommandLine, TheWorkingDirectoryIsMadeForTheOwnerAlone)
     EXPECT_EQ(info.st_mode & 07777, 0700U);
 }
 
+TEST(CommandLine, ARelativeWorkingDirectoryStartsAtTheCurrentOne)
+{
+    const CHost host(false);
+    const CTempDir current;
+    SProcessOptions options;
+    options.cwd = current.Path();
+    EXPECT_EQ(Show(host, {"-w", "./x/../data"}, {"app.path.work"}, options),
+              "app.path.work=" + current.File("data") + " (string)\n");
+    EXPECT_TRUE(FileExists(current.File("data")));
+}
+
+TEST(CommandLine, MissingParentsOfTheWorkingDirectoryAreMadeWithoutExecute)
+{
+    const CHost host(false);
+    const CTempDir dir;
+    Show(host, {"-w", dir.File("a/b/c")}, {});
+    std::vector<std::pair<const char*, unsigned>> levels = {{"a", 0600U}};
+    // Only root can make a directory in such a parent.
+    if (geteuid() == 0)
+        levels.insert(levels.end(), {{"a/b", 0600U}, {"a/b/c", 0700U}});
+    for (const auto& [level, mode] : levels)
+    {
+        struct stat info
+        {
+        };
+        ASSERT_EQ(stat(dir.File(level).c_str(), &info), 0) << level;
+        EXPECT_EQ(info.st_mode & 07777, mode) << level;
+    }
+}
+
 TEST(CommandLine, AnExistingWorkingDirectoryKeepsItsRights)
 {
     const CHost host(false);
@@ -273,13 +331,38 @@ TEST(CommandLine, AWorkingDirectoryThatCannotBeMadeIsSaidAndTheRunGoesOn)
 TEST(CommandLine, AMissingTestScriptIsReportedAndTheRunIsNormal)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
-        "missingtest",
-        "return {main = function() print(dom:Get('app.mode.unittest')) end}",
-        {"--unittest", "missing.lua"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "missing.lua: not found");
-    EXPECT_EQ(result.out, "nil\n");
+    WriteFile(host.File("dir/x"), "");
+    WriteFile(host.File("locked.lua"), "");
+    ASSERT_EQ(chmod(host.File("locked.lua").c_str(), 0), 0);
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    SProcessOptions options;
+    options.inChild = []
+    {
+        // Root may read everything.
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(126);
+    };
+    for (const std::string& script :
+         {std::string("missing.lua"), std::string(), host.File("dir"),
+          host.File("locked.lua")})
+    {
+        SCOPED_TRACE(script);
+        const SProcessResult result = host.RunTool(
+            "missingtest",
+            "return {main = function() print(dom:Get('app.mode.unittest')) "
+            "end}",
+            {"--unittest=" + script}, options);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, script + ": not found");
+        EXPECT_EQ(result.out, "nil\n");
+    }
+}
+
+TEST(CommandLine, TheTestSwitchCountsBesideAMissingTestScript)
+{
+    const CHost host(false);
+    EXPECT_EQ(Show(host, {"-u", "missing.lua", "-U"}, {"app.mode.unittest"}),
+              "app.mode.unittest=true (boolean)\n");
 }
 
 TEST(CommandLine, AnyNumberOfWordsMayFollow)
@@ -338,128 +421,6 @@ TEST(CommandLine, ALongDomainVariableArrivesWhole)
         "longvar", "return {main = function() print(#dom:Get('long')) end}",
         {"--domain_var", "long=" + value});
     EXPECT_EQ(result.out, "120000\n") << result.err;
-}
-
-// --- Configuration file ----------------------------------------------------
-
-void WriteIni(const CHost& host, const std::string& content)
-{
-    WriteFile(host.File("work/kz_agent.ini"), content);
-}
-
-TEST(Configuration, DefaultsApplyWithoutAFile)
-{
-    const CHost host(false);
-    EXPECT_EQ(Show(host, {}, {"app.trace+", "app.fipsmode", "app.fulldump"}),
-              "app.trace+= (string)\n"
-              "app.fipsmode=nil (nil)\n"
-              "app.fulldump=false (boolean)\n");
-}
-
-TEST(Configuration, ATracesEntryIsPerApplication)
-{
-    const CHost host(false);
-    WriteIni(host, "Trace=Agent\nshowkeys.Trace=Tool,Other\n");
-    EXPECT_EQ(Show(host, {}, {"app.trace+"}),
-              "app.trace+=Tool,Other (string)\n");
-}
-
-TEST(Configuration, EveryEntryReachesTheDomain)
-{
-    const CHost host(false);
-    WriteIni(host, "FIPSMode=0\n"
-                   "DumpLevel=2\n"
-                   "sqlite.config.memstatus=1\n"
-                   "sqlite.config.pmasz=12x\n"
-                   "sqlite.configuration=7\n"
-                   "other=1\n");
-    EXPECT_EQ(Show(host, {},
-                   {"app.fipsmode", "app.fulldump", "sqlite.config.memstatus",
-                    "sqlite.config.pmasz", "sqlite.configuration", "other"}),
-              "app.fipsmode=0 (string)\n"
-              "app.fulldump=true (boolean)\n"
-              "sqlite.config.memstatus=1 (number)\n"
-              "sqlite.config.pmasz=nil (nil)\n"
-              "sqlite.configuration=7 (number)\n"
-              "other=nil (nil)\n");
-}
-
-TEST(Configuration, ADumpLevelThatIsZeroOrNoNumberIsFalse)
-{
-    const CHost host(false);
-    for (const char* line : {"DumpLevel=0", "DumpLevel=12abc", "DumpLevel="})
-    {
-        SCOPED_TRACE(line);
-        WriteIni(host, line);
-        EXPECT_EQ(Show(host, {}, {"app.fulldump"}),
-                  "app.fulldump=false (boolean)\n");
-    }
-}
-
-std::string Utf16(const std::string& ascii)
-{
-    std::string text = "\xFF\xFE";
-    for (const char c : ascii)
-        text += {c, '\0'};
-    return text;
-}
-
-TEST(Configuration, AnyCommonEncodingIsRead)
-{
-    const CHost host(false);
-    for (const std::string& content :
-         {std::string("\xEF\xBB\xBFshowkeys.Trace=A\nFIPSMode=0\n"),
-          std::string("showkeys.Trace=A\r\nFIPSMode=0\r\n"),
-          Utf16("showkeys.Trace=A\nFIPSMode=0\n")})
-    {
-        WriteIni(host, content);
-        EXPECT_EQ(Show(host, {}, {"app.trace+", "app.fipsmode"}),
-                  "app.trace+=A (string)\napp.fipsmode=0 (string)\n");
-    }
-}
-
-TEST(Configuration, UnknownAndRefusedSqliteSettingsAreWarnings)
-{
-    const CHost host(false);
-    WriteIni(host,
-             "sqlite.config.nosuch=1\nsqlite.config.memstatus=99999999999\n");
-    const SProcessResult result = host.RunTool("badsqlite", "return {}");
-    EXPECT_EQ(result.status, 0) << result.err;
-    const std::string log = host.Log("badsqlite");
-    EXPECT_NE(log.find("SQLite setting 'sqlite.config.nosuch' is not known"),
-              std::string::npos)
-        << log;
-    EXPECT_NE(log.find("SQLite refuses 99999999999 for "
-                       "'sqlite.config.memstatus'"),
-              std::string::npos)
-        << log;
-}
-
-TEST(Configuration, AFileThatMayNotBeReadIsSaidAndCountsAsEmpty)
-{
-    const CHost host(false);
-    WriteIni(host, "DumpLevel=1\n");
-    ASSERT_EQ(chmod(host.File("work/kz_agent.ini").c_str(), 0), 0);
-    ASSERT_EQ(chmod(host.Work().c_str(), 0777), 0);
-    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    SProcessOptions options;
-    options.inChild = []
-    {
-        // Root may read everything.
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(126);
-    };
-    EXPECT_EQ(Show(host, {}, {"app.fulldump"}, options),
-              "app.fulldump=false (boolean)\n");
-    EXPECT_NE(host.Log("showkeys").find("kz_agent.ini"), std::string::npos);
-}
-
-TEST(Configuration, ADirectoryInItsPlaceCountsAsEmpty)
-{
-    const CHost host(false);
-    WriteFile(host.File("work/kz_agent.ini/x"), "");
-    EXPECT_EQ(Show(host, {}, {"app.fulldump"}),
-              "app.fulldump=false (boolean)\n");
 }
 
 } // namespace

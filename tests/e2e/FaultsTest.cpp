@@ -3,6 +3,7 @@
 // Faults that no input reaches, brought about by a preloaded library.
 
 #include "support/Host.h"
+#include "support/Service.h"
 
 #include <gtest/gtest.h>
 
@@ -47,6 +48,24 @@ TEST(Faults, AnExceptionThatEscapesTheScriptThreadEndsWith255)
                        "\"std::bad_alloc\", terminating app."),
               std::string::npos)
         << log;
+}
+
+TEST(Faults, AServiceThatCannotWaitForItsEndShutsDown)
+{
+    const CService service("nowait");
+    service.SetModule("return {\n"
+                      "  main = function() require('mainloop').wait() end,\n"
+                      "  shutdown = function()\n"
+                      "    dom:Log('message', 'shutdown') return 7 end }");
+    SServiceOptions options;
+    options.process = WithFault("sigwait");
+    ASSERT_TRUE(service.StartUntil("exited with status", options));
+    EXPECT_TRUE(service.WaitUntilGone());
+    const std::vector<std::string> expected = {
+        "ERROR kza: sigwait (error 22: Invalid argument)",
+        "MESSAGE kza: shutdown",
+        "INFO kza: Child process exited with status 1792 (exit 7)"};
+    EXPECT_EQ(service.Records(), expected);
 }
 
 TEST(Faults, StartUpGivesUpOnEntropyAfterAHundredPolls)

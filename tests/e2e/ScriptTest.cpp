@@ -57,6 +57,13 @@ constexpr SSequence kSequences[] = {
     {"true is success", "", "return true", "", 0, "init\nmain\nshutdown\n"},
     {"a table is success", "", "return {}", "", 0, "init\nmain\nshutdown\n"},
     {"negative", "", "return -1", "", 255, "init\nmain\n"},
+    {"a negative fraction is cut", "", "return -0.9", "", 0,
+     "init\nmain\nshutdown\n"},
+    {"a text is success", "return 'x7'", "", "", 0, "init\nmain\nshutdown\n"},
+    {"only the first result counts", "", "return nil, 7", "", 0,
+     "init\nmain\nshutdown\n"},
+    {"32 bits count", "", "return 2^32 + 7", "", 7, "init\nmain\n"},
+    {"32 bits that are 0", "", "return 2^32", "", 0, "init\nmain\nshutdown\n"},
 };
 
 TEST(Script, AStatusOtherThanZeroStopsTheSequence)
@@ -200,6 +207,7 @@ struct SErrorValue
 constexpr SErrorValue kErrorValues[] = {
     {"error({})", "(error object is a table value)\n"},
     {"error(nil)", "(error object is a nil value)\n"},
+    {"error(dom)", "(error object is a userdata value)\n"},
     {"error(true)", "(error object is a boolean value)\n"},
     {"error(io.stdout)", "file ("}, // a userdata with its own __tostring
     {"error(setmetatable({}, {__tostring = function() return 'mine' end}))",

@@ -6,6 +6,8 @@
 
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,6 +18,7 @@ int luaL_error(struct lua_State* L, const char* format, ...);
 void luaL_checkstack(struct lua_State* L, int space, const char* message);
 struct lua_State* luaL_newstate(void);
 int RAND_status(void);
+int sigwait(const sigset_t* set, int* signal);
 int RAND_poll(void);
 
 static int is_fault(const char* name)
@@ -54,6 +57,15 @@ int RAND_status(void)
     int (*real)(void);
     *(void**)&real = next("RAND_status");
     return real();
+}
+
+int sigwait(const sigset_t* set, int* signal)
+{
+    if (is_fault("sigwait"))
+        return EINVAL;
+    int (*real)(const sigset_t*, int*);
+    *(void**)&real = next("sigwait");
+    return real(set, signal);
 }
 
 /* Writes how often it was called to the file in KZA_FAULT_REPORT. */
