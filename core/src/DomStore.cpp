@@ -6,7 +6,6 @@
 #include "WakeUp.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace KzaCore
 {
@@ -44,48 +43,37 @@ std::size_t SizeOf(const CDomValue& value)
 // is replaced by another.
 struct CDomStore::CIndex final : CRetirable
 {
-    explicit CIndex(std::size_t size) : slots(size), mask(size - 1) {}
+    explicit CIndex(std::size_t size)
+        : slots(size), mask(size - 1), shift(ShiftFor(size))
+    {
+    }
 
     void Add(CNode& node)
     {
-        std::size_t at = node.hash & mask;
+        std::size_t at = First(node.hash);
         while (slots[at].load(std::memory_order_relaxed) != nullptr)
             at = (at + 1) & mask;
         slots[at].store(&node, std::memory_order_seq_cst);
     }
 
+    // Where to look first: of a product, the highest bits depend on all bits
+    // of the factors.
+    [[nodiscard]] std::size_t First(std::uint64_t hash) const
+    {
+        return hash >> shift;
+    }
+
+    static unsigned ShiftFor(std::size_t size)
+    {
+        unsigned shift = 64;
+        for (; size > 1; size /= 2)
+            --shift;
+        return shift;
+    }
+
     std::vector<std::atomic<CNode*>> slots; // a power of two of them
     const std::size_t mask;
-};
-
-// The turn of one writer. Others are through in some tens of nanoseconds, and a
-// thread that slept meanwhile would need a hundred times as long to wake.
-class CDomStore::CWriting
-{
-public:
-    explicit CWriting(CDomStore& store) : m_store(store)
-    {
-        constexpr int kTries = 200;
-        for (int i = 0; i < kTries; ++i)
-        {
-            if (m_store.m_mutex.try_lock())
-                return;
-        }
-        m_store.m_mutex.lock();
-    }
-
-    ~CWriting()
-    {
-        // Freed when the next writer has its turn.
-        const CGarbage garbage = m_store.m_retired.Collect();
-        m_store.m_mutex.unlock();
-    }
-
-    CWriting(const CWriting&) = delete;
-    CWriting& operator=(const CWriting&) = delete;
-
-private:
-    CDomStore& m_store;
+    const unsigned shift;
 };
 
 // Has the calling thread woken by changes of a node.
@@ -97,6 +85,7 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_node.waiters.push_back(&m_thread);
+        m_node.waiting.store(m_node.waiters.size(), std::memory_order_seq_cst);
     }
 
     ~CWaiting()
@@ -104,6 +93,7 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         auto& waiters = m_node.waiters;
         waiters.erase(std::find(waiters.begin(), waiters.end(), &m_thread));
+        m_node.waiting.store(waiters.size(), std::memory_order_seq_cst);
     }
 
     CWaiting(const CWaiting&) = delete;
@@ -154,17 +144,9 @@ void CDomStore::SetInteger(std::string_view key, long long value)
 
 void CDomStore::Remove(std::string_view key)
 {
-    {
-        const CWriting turn(*this);
-        CNode* const node = Find(Load(m_index), key, Hash(key));
-        if (node == nullptr || Load(node->value) == nullptr)
-            return;
-        Replace(*node, nullptr);
-        if (!node->pinned)
-            ++m_removed;
-        if (m_removed > kFewRemoved && m_removed > m_nodes / 2)
-            Rebuild();
-    }
+    if (!Unset(key))
+        return;
+    FreeRetired();
     if (m_root != nullptr)
         NotifyKeyObservers(*m_root, key);
 }
@@ -198,7 +180,7 @@ bool CDomStore::Wait(std::string_view key,
 {
     CNode& node = Pin(key);
     const auto generation = [&node]
-    { return node.generation.load(std::memory_order_acquire); };
+    { return node.generation.load(std::memory_order_seq_cst); };
 
     if (timeout.count() > 0 && generation() == seen)
     {
@@ -211,73 +193,101 @@ bool CDomStore::Wait(std::string_view key,
     return seen != before;
 }
 
-// Eight bytes at a time: the standard library's hash is called out of line and
-// takes the rest byte by byte, a quarter of the time of a read.
-std::size_t CDomStore::Hash(std::string_view key)
-{
-    std::uint64_t hash = key.size();
-    const auto add = [&hash](std::uint64_t word)
-    {
-        hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
-        hash ^= hash >> 32;
-    };
-    std::uint64_t word = 0;
-    while (key.size() >= sizeof(word))
-    {
-        std::memcpy(&word, key.data(), sizeof(word));
-        add(word);
-        key.remove_prefix(sizeof(word));
-    }
-    word = 0;
-    for (const char c : key)
-        word = word << 8 | static_cast<unsigned char>(c);
-    add(word);
-    return hash;
-}
-
 CDomStore::CNode* CDomStore::Find(const CIndex* index,
                                   std::string_view key,
-                                  std::size_t hash)
+                                  std::uint64_t hash)
 {
-    for (std::size_t at = hash & index->mask;; at = (at + 1) & index->mask)
+    for (std::size_t at = index->First(hash);; at = (at + 1) & index->mask)
     {
         CNode* const node = Load(index->slots[at]);
-        if (node == nullptr || (node->hash == hash && node->key == key))
+        if (node == nullptr ||
+            (node->hash == hash && IsSameKey(node->key, key)))
             return node;
     }
 }
 
 void CDomStore::Store(std::string_view key, ValuePtr value)
 {
+    const std::uint64_t hash = HashOfKey(key);
     {
-        const CWriting turn(*this);
-        CNode& node = FindOrAdd(key);
-        if (Load(node.value) == nullptr && !node.pinned)
-            --m_removed;
-        Replace(node, std::move(value));
+        const CEpochGuard guard;
+        if (!Replace(key, hash, value))
+            Insert(key, hash, std::move(value));
     }
+    FreeRetired();
     if (m_root != nullptr)
         NotifyKeyObservers(*m_root, key);
 }
 
-// Under the lock.
-void CDomStore::Replace(CNode& node, ValuePtr value)
+// Takes the value and returns true when the key is set. Under a guard.
+bool CDomStore::Replace(std::string_view key,
+                        std::uint64_t hash,
+                        ValuePtr& value)
 {
+    CNode* const node = Find(Load(m_index), key, hash);
+    const CDomValue* old = node ? Load(node->value) : nullptr;
+    do
+    {
+        if (old == nullptr)
+            return false;
+    } while (!node->value.compare_exchange_weak(old, value.get(),
+                                                std::memory_order_seq_cst));
+    (void)value.release();
+    Announce(*node, old);
+    return true;
+}
+
+// Under a guard.
+void CDomStore::Insert(std::string_view key, std::uint64_t hash, ValuePtr value)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    CNode& node = FindOrAdd(key, hash);
     const CDomValue* const old =
         node.value.exchange(value.release(), std::memory_order_seq_cst);
-    // After the value: who sees the generation sees the value too.
-    node.generation.store(node.generation.load(std::memory_order_relaxed) + 1,
-                          std::memory_order_release);
+    if (old == nullptr && !node.pinned)
+        --m_removed;
+    lock.unlock();
+    Announce(node, old);
+}
+
+// Returns whether the key was set.
+bool CDomStore::Unset(std::string_view key)
+{
+    const CEpochGuard guard;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    CNode* const node = Find(Load(m_index), key, HashOfKey(key));
+    if (node == nullptr || Load(node->value) == nullptr)
+        return false;
+    const CDomValue* const old =
+        node->value.exchange(nullptr, std::memory_order_seq_cst);
+    if (!node->pinned)
+        ++m_removed;
+    if (m_removed > kFewRemoved && m_removed > m_nodes / 2)
+        Rebuild();
+    lock.unlock();
+    Announce(*node, old);
+    return true;
+}
+
+// The last of a change: wakes who waits for it and throws the old value away.
+// Under a guard, and without the lock.
+void CDomStore::Announce(CNode& node, const CDomValue* old)
+{
+    if (old != nullptr && !IsShared(old))
+        Retire(old, SizeOf(*old));
+    // After the value: who sees the generation sees the value too. And before
+    // the look at the waiters, who look at it once they are counted.
+    node.generation.fetch_add(1, std::memory_order_seq_cst);
+    if (node.waiting.load(std::memory_order_seq_cst) == 0)
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
     for (CWakeUp* const thread : node.waiters)
         thread->Notify();
-    if (old != nullptr && !IsShared(old))
-        m_retired.Add(old, SizeOf(*old));
 }
 
 // Under the lock. A new node counts as removed until it gets its value.
-CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key)
+CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
 {
-    const std::size_t hash = Hash(key);
     CNode* const found = Find(Load(m_index), key, hash);
     if (found != nullptr)
         return *found;
@@ -294,8 +304,8 @@ CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key)
 // Keeps the key's node from now on.
 CDomStore::CNode& CDomStore::Pin(std::string_view key)
 {
-    const CWriting turn(*this);
-    CNode& node = FindOrAdd(key);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    CNode& node = FindOrAdd(key, HashOfKey(key));
     if (!node.pinned && Load(node.value) == nullptr)
         --m_removed;
     node.pinned = true;
@@ -330,9 +340,8 @@ void CDomStore::Rebuild()
     m_removed = 0;
 
     for (const CNode* const node : removed)
-        m_retired.Add(node, sizeof(*node) + node->key.capacity());
-    m_retired.Add(old,
-                  sizeof(*old) + old->slots.size() * sizeof(old->slots[0]));
+        Retire(node, sizeof(*node) + node->key.capacity());
+    Retire(old, sizeof(*old) + old->slots.size() * sizeof(old->slots[0]));
 }
 
 } // namespace KzaCore

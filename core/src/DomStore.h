@@ -4,14 +4,17 @@
 //
 // Readers follow two atomic pointers, from the store to its index and from a
 // node of the index to its value; they take no lock and write to no memory
-// that others read. Writers take turns under one mutex. What they replace is
-// immutable and is freed by epochs.
+// that others read. Who replaces the value of a key that is set takes no lock
+// either, so that no writer keeps others waiting when the system takes its core
+// away. Whoever sets, removes or adds a key takes turns under one mutex. What
+// is replaced is immutable and is freed by epochs.
 //
 // Threads: any. After a fork the child goes on if its parent had one thread.
 
 #pragma once
 
 #include "Epoch.h"
+#include "KeyHash.h"
 
 #include <atomic>
 #include <chrono>
@@ -65,7 +68,7 @@ public:
     template <typename TUse>
     bool Read(std::string_view key, TUse use) const
     {
-        const std::size_t hash = Hash(key);
+        const std::uint64_t hash = HashOfKey(key);
         const CEpochGuard guard;
         const CNode* const node = Find(Load(m_index), key, hash);
         const CDomValue* const value = node ? Load(node->value) : nullptr;
@@ -85,25 +88,27 @@ public:
                             std::uint64_t& seen);
 
 private:
-    // One key. Lives as long as an index shows it.
-    struct CNode final : CRetirable
+    // One key. Lives as long as an index shows it, and while it is unset only
+    // under the mutex may it get a value. What never changes is on a cache line
+    // of its own, so that readers of the key keep it.
+    struct alignas(64) CNode final : CRetirable
     {
-        CNode(std::string_view nodeKey, std::size_t nodeHash)
+        CNode(std::string_view nodeKey, std::uint64_t nodeHash)
             : key(nodeKey), hash(nodeHash)
         {
         }
 
         const std::string key;
-        const std::size_t hash;
-        std::atomic<const CDomValue*> value{nullptr}; // null while unset
-        std::atomic<std::uint64_t> generation{0};     // counts changes
-        bool pinned = false;                          // guarded by m_mutex
-        std::vector<CWakeUp*> waiters;                // guarded by m_mutex
+        const std::uint64_t hash;
+        alignas(64) std::atomic<const CDomValue*> value{nullptr}; // null: unset
+        std::atomic<std::uint64_t> generation{0}; // counts changes
+        std::atomic<std::size_t> waiting{0};      // how many waiters
+        std::vector<CWakeUp*> waiters;            // guarded by m_mutex
+        bool pinned = false;                      // guarded by m_mutex
     };
 
     struct CIndex;
     class CWaiting;
-    class CWriting;
 
     // A value that is thrown away, unless it is one of the two booleans.
     struct CFree
@@ -118,25 +123,27 @@ private:
         return pointer.load(std::memory_order_seq_cst);
     }
 
-    static std::size_t Hash(std::string_view key);
     static CNode* Find(const CIndex* index,
                        std::string_view key,
-                       std::size_t hash);
+                       std::uint64_t hash);
 
     void Store(std::string_view key, ValuePtr value);
-    void Replace(CNode& node, ValuePtr value);
-    CNode& FindOrAdd(std::string_view key);
+    bool Replace(std::string_view key, std::uint64_t hash, ValuePtr& value);
+    void Insert(std::string_view key, std::uint64_t hash, ValuePtr value);
+    bool Unset(std::string_view key);
+    void Announce(CNode& node, const CDomValue* old);
+    CNode& FindOrAdd(std::string_view key, std::uint64_t hash);
     CNode& Pin(std::string_view key);
     void Rebuild();
 
     const CDom* const m_root;
     std::atomic<CIndex*> m_index;
 
-    // One writer at a time; guards what follows. Away from what readers read.
+    // Guards what follows, which keys are set, and who waits. Away from what
+    // readers read.
     alignas(64) mutable std::mutex m_mutex;
     std::size_t m_nodes = 0;   // in the index
     std::size_t m_removed = 0; // of these, unset and not pinned
-    CRetired m_retired;
 };
 
 } // namespace KzaCore

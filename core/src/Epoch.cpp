@@ -112,15 +112,16 @@ CGarbage::~CGarbage()
 
 CRetired::~CRetired()
 {
-    const CGarbage rest(m_newest);
+    const CGarbage rest(m_oldest);
 }
 
-// The newest comes first: the one before it is not touched, as its memory may
-// be in the cache of another core.
 void CRetired::Add(const CRetirable* object, std::size_t bytes)
 {
     object->m_epoch = EpochDetail::g_epoch.load(std::memory_order_seq_cst);
-    object->m_next = m_newest;
+    if (m_oldest == nullptr)
+        m_oldest = object;
+    else
+        m_newest->m_next = object;
     m_newest = object;
     m_bytes += bytes;
     ++m_count;
@@ -136,13 +137,18 @@ CGarbage CRetired::Collect()
     // A reader that tells the new epoch began after everything here had gone
     // out of reach.
     EpochDetail::g_epoch.fetch_add(1, std::memory_order_seq_cst);
-    const std::uint64_t oldest = OldestReader();
-    const CRetirable** link = &m_newest;
-    while (*link != nullptr && (*link)->m_epoch >= oldest)
-        link = &(*link)->m_next;
-    const CRetirable* const unseen = *link;
-    *link = nullptr;
-    return CGarbage(unseen);
+    const std::uint64_t oldestReader = OldestReader();
+    const CRetirable* const first = m_oldest;
+    const CRetirable* last = nullptr;
+    while (m_oldest != nullptr && m_oldest->m_epoch < oldestReader)
+    {
+        last = m_oldest;
+        m_oldest = m_oldest->m_next;
+    }
+    if (last == nullptr)
+        return CGarbage();
+    last->m_next = nullptr;
+    return CGarbage(first);
 }
 
 } // namespace KzaCore

@@ -3,16 +3,16 @@
 // Memory that readers without locks may still be looking at.
 //
 // A reader holds a CEpochGuard while it follows pointers; what a writer took
-// out of reach goes to a CRetired, which frees it once every reader that could
-// have seen it has left. A reader writes to a cache line of its own thread and
-// to nothing else.
+// out of reach it retires, and it is freed once every reader that could have
+// seen it has left. Readers and writers write to memory of their own thread
+// and to nothing else.
 //
 // The order that makes it safe is that of sequentially consistent operations:
 // readers load the guarded pointers, and writers replace them, with
 // std::memory_order_seq_cst.
 //
-// Threads: guards any, also nested; a CRetired is used under its owner's lock.
-// After a fork the child goes on if its parent had one thread.
+// Threads: any; guards may be nested. After a fork the child goes on if its
+// parent had one thread.
 
 #pragma once
 
@@ -22,58 +22,6 @@
 
 namespace KzaCore
 {
-
-/// Where one thread tells the epoch in which it began to read; 0 while it does
-/// not read. Threads that ended leave theirs to others.
-struct alignas(64) CEpochSlot
-{
-    std::atomic<std::uint64_t> epoch{0};
-    std::atomic<bool> used{true};
-    CEpochSlot* next = nullptr;
-};
-
-namespace EpochDetail
-{
-
-extern std::atomic<std::uint64_t> g_epoch; // counts from 1
-
-// Every read of the domain looks here. The plain form of thread-local data, in
-// the part of it that is there from the start, spares two calls.
-extern __thread CEpochSlot* t_slot __attribute__((tls_model("initial-exec")));
-
-/// Gives the calling thread its slot.
-CEpochSlot& TakeSlot();
-
-} // namespace EpochDetail
-
-/// Keeps alive whatever guarded pointers show, as long as it exists.
-class CEpochGuard
-{
-public:
-    CEpochGuard()
-        : m_slot(EpochDetail::t_slot != nullptr ? *EpochDetail::t_slot
-                                                : EpochDetail::TakeSlot()),
-          m_isOutermost(m_slot.epoch.load(std::memory_order_relaxed) == 0)
-    {
-        if (m_isOutermost)
-            m_slot.epoch.store(
-                EpochDetail::g_epoch.load(std::memory_order_seq_cst),
-                std::memory_order_seq_cst);
-    }
-
-    ~CEpochGuard()
-    {
-        if (m_isOutermost)
-            m_slot.epoch.store(0, std::memory_order_release);
-    }
-
-    CEpochGuard(const CEpochGuard&) = delete;
-    CEpochGuard& operator=(const CEpochGuard&) = delete;
-
-private:
-    CEpochSlot& m_slot;
-    const bool m_isOutermost;
-};
 
 /// Base of what is freed by epochs.
 class CRetirable
@@ -108,10 +56,13 @@ public:
     CGarbage& operator=(const CGarbage&) = delete;
 
 private:
-    const CRetirable* m_first = nullptr; // linked as they were retired
+    const CRetirable* m_first = nullptr; // oldest first
 };
 
-/// Objects out of reach that wait for their last reader.
+/// Objects out of reach that wait for their last reader, oldest first: a reader
+/// that stays long costs memory, and no look at what it holds up.
+///
+/// Threads: one at a time.
 class CRetired
 {
 public:
@@ -128,14 +79,89 @@ public:
     /// \param bytes  Roughly what the object holds.
     void Add(const CRetirable* object, std::size_t bytes);
 
-    /// Hands out, in batches, what no reader can see: to be freed without the
-    /// owner's lock.
+    /// Hands out, in batches, what no reader can see.
     [[nodiscard]] CGarbage Collect();
 
 private:
-    const CRetirable* m_newest = nullptr;
-    std::size_t m_count = 0; // since the last batch
-    std::size_t m_bytes = 0; // likewise
+    const CRetirable* m_oldest = nullptr;
+    const CRetirable* m_newest = nullptr; // valid while there is an oldest
+    std::size_t m_count = 0;              // since the last batch
+    std::size_t m_bytes = 0;              // likewise
 };
+
+/// What one thread has here. Threads that ended leave theirs to others.
+struct alignas(64) CEpochSlot
+{
+    // The epoch in which the thread began to read; 0 while it does not read.
+    std::atomic<std::uint64_t> epoch{0};
+    std::atomic<bool> used{true};
+    CEpochSlot* next = nullptr;
+
+    // The thread's own; away from what the others look at.
+    alignas(64) CRetired retired;
+};
+
+namespace EpochDetail
+{
+
+extern std::atomic<std::uint64_t> g_epoch; // counts from 1
+
+// Every read of the domain looks here. The plain form of thread-local data, in
+// the part of it that is there from the start, spares two calls.
+extern __thread CEpochSlot* t_slot __attribute__((tls_model("initial-exec")));
+
+/// Gives the calling thread its slot.
+CEpochSlot& TakeSlot();
+
+inline CEpochSlot& Slot()
+{
+    return t_slot != nullptr ? *t_slot : TakeSlot();
+}
+
+} // namespace EpochDetail
+
+/// Keeps alive whatever guarded pointers show, as long as it exists.
+class CEpochGuard
+{
+public:
+    CEpochGuard()
+        : m_slot(EpochDetail::Slot()),
+          m_isOutermost(m_slot.epoch.load(std::memory_order_relaxed) == 0)
+    {
+        if (m_isOutermost)
+            m_slot.epoch.store(
+                EpochDetail::g_epoch.load(std::memory_order_seq_cst),
+                std::memory_order_seq_cst);
+    }
+
+    ~CEpochGuard()
+    {
+        if (m_isOutermost)
+            m_slot.epoch.store(0, std::memory_order_release);
+    }
+
+    CEpochGuard(const CEpochGuard&) = delete;
+    CEpochGuard& operator=(const CEpochGuard&) = delete;
+
+private:
+    CEpochSlot& m_slot;
+    const bool m_isOutermost;
+};
+
+/// Takes an object that no pointer leads to any longer, to be freed later by
+/// this thread.
+///
+/// \param bytes  Roughly what the object holds.
+inline void Retire(const CRetirable* object, std::size_t bytes)
+{
+    EpochDetail::Slot().retired.Add(object, bytes);
+}
+
+/// Frees, in batches, what this thread retired and nobody sees any longer. To
+/// be called outside of guards and locks.
+inline void FreeRetired()
+{
+    const CGarbage garbage = EpochDetail::Slot().retired.Collect();
+}
 
 } // namespace KzaCore

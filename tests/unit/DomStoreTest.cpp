@@ -138,6 +138,53 @@ TEST(DomStore, WriterIsSeenByItsOwnThread)
     EXPECT_EQ(wrong, 0U);
 }
 
+TEST(DomStore, EveryReplacementByAnyThreadIsCounted)
+{
+    const DomPtr dom = NewDom();
+    dom->Set("k", true);
+    const std::uint64_t before = dom->Generation("k");
+    constexpr unsigned kThreads = 3;
+    constexpr unsigned kRounds = 20000;
+    std::vector<std::thread> writers;
+    RunThreads(
+        kThreads,
+        [&](unsigned t)
+        {
+            for (unsigned n = 0; n < kRounds; ++n)
+                dom->Set("k", WholeText(n + t));
+        },
+        writers);
+    JoinAll(writers);
+    EXPECT_EQ(dom->Generation("k"), before + std::uint64_t{kThreads} * kRounds);
+    EXPECT_TRUE(IsWhole(dom->Get("k")));
+}
+
+TEST(DomStore, OneKeyIsSetAndRemovedByAllAtOnce)
+{
+    const DomPtr dom = NewDom();
+    std::vector<std::thread> writers;
+    RunThreads(
+        3,
+        [&](unsigned t)
+        {
+            for (unsigned n = 0; n < 20000; ++n)
+            {
+                if ((n + t) % 3 == 0)
+                    dom->Remove("k");
+                else
+                    dom->Set("k", WholeText(n));
+                // So that the index is made anew while the key is unset.
+                dom->Set(std::to_string(t) + "." + std::to_string(n), true);
+                dom->Remove(std::to_string(t) + "." + std::to_string(n));
+            }
+        },
+        writers);
+    JoinAll(writers);
+    dom->Set("k", "last");
+    EXPECT_EQ(dom->Keys(), std::vector<std::string>({"k"}));
+    EXPECT_EQ(dom->Get("k"), "last");
+}
+
 TEST(DomStore, ValueInUseMayBeReplacedByItsReader)
 {
     CDomStore store(nullptr);

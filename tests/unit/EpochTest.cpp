@@ -25,6 +25,10 @@ struct CCounted final : CRetirable
     int& count;
 };
 
+struct CLarge final : CRetirable
+{
+};
+
 constexpr int kManyBatches = 1000;
 
 void RetireMany(CRetired& retired, int& living)
@@ -106,6 +110,24 @@ TEST(Epoch, ReaderOnAnotherThreadHoldsMemory)
     EXPECT_LT(living, kManyBatches / 4);
 }
 
+TEST(Epoch, WhatIsSeenHoldsUpNothingOlder)
+{
+    int living = 0;
+    CRetired retired;
+    // One short of what makes a batch: nothing is freed yet.
+    for (int i = 0; i < 63; ++i)
+        retired.Add(new CCounted(living), 1);
+    const CGarbage before = retired.Collect();
+    EXPECT_EQ(living, 63);
+    EpochDetail::g_epoch.fetch_add(1);
+    const CEpochGuard guard;
+    {
+        retired.Add(new CCounted(living), 1);
+        const CGarbage older = retired.Collect();
+    }
+    EXPECT_EQ(living, 1) << "what went before the reader came";
+}
+
 TEST(Epoch, GarbageLivesAsLongAsItsObject)
 {
     int living = 0;
@@ -126,6 +148,31 @@ TEST(Epoch, EndOfTheOwnerFreesTheRest)
         const CEpochGuard guard;
         RetireMany(retired, living);
     }
+    EXPECT_EQ(living, 0);
+}
+
+TEST(Epoch, WhatAThreadRetiredIsFreedByItOrByTheNextInItsPlace)
+{
+    int living = 0;
+    const auto retire = [&living](int count)
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            Retire(new CCounted(living), 1);
+            FreeRetired();
+        }
+    };
+    std::thread([&] { retire(10); }).join();
+    std::thread([&] { retire(kManyBatches); }).join();
+    EXPECT_LT(living, kManyBatches / 4);
+    // What is left refers to this function.
+    std::thread(
+        []
+        {
+            Retire(new CLarge, 10 * 1024 * 1024);
+            FreeRetired();
+        })
+        .join();
     EXPECT_EQ(living, 0);
 }
 
