@@ -3,6 +3,7 @@
 // What the command line puts into the domain.
 
 #include "support/Host.h"
+#include "support/Service.h"
 #include "support/ShowKeys.h"
 
 #include <gtest/gtest.h>
@@ -174,6 +175,20 @@ TEST(CommandLine, OnlyTheAgentsNameToTheLetterIsTheAgents)
                   4);
         EXPECT_EQ(host.Log(name), "") << "it announced its start";
     }
+}
+
+TEST(CommandLine, BackgroundModeIsInTheDomain)
+{
+    const CService service("inback");
+    service.SetModule("return {main = function() dom:Log('message',\n"
+                      "  'background ' .. tostring(dom:Get('app.background')) "
+                      "..\n"
+                      "  ', plugins ' .. tostring(dom:Get('app.plugins'))) "
+                      "end}");
+    ASSERT_TRUE(service.StartUntil("background "));
+    EXPECT_EQ(service.Records(), Words{"MESSAGE kza: background true, plugins "
+                                       "nil"});
+    EXPECT_TRUE(service.Stop());
 }
 
 TEST(CommandLine, TheUserDirectoryIsExpanded)

@@ -3,6 +3,7 @@
 // The application script's life in the foreground, as an author sees it.
 
 #include "support/Host.h"
+#include "support/Service.h"
 
 #include <gtest/gtest.h>
 
@@ -129,6 +130,34 @@ TEST(Script, ANameThatClosesTheBracketIsASyntaxError)
     const SProcessResult result = host.Run({"--appname", "a]]b"});
     EXPECT_EQ(result.status, 3);
     EXPECT_TRUE(Contains(result.err, "a]]b:1:")) << result.err;
+}
+
+TEST(Script, AServiceStopsTheSequenceLikewise)
+{
+    for (const SSequence& s : kSequences)
+    {
+        // These wait for the service's end, and 3 restarts the worker.
+        if (s.status == 0 || s.status == 3 ||
+            std::string(s.name) == "shutdown fails")
+            continue;
+        SCOPED_TRACE(s.name);
+        const CService service("backsequence");
+        service.SetModule("local print = function(text)\n"
+                          "  dom:Log('message', text)\n"
+                          "  require('mainloop').wait() end\n" +
+                          Steps(s.init, s.main, s.shutdown));
+        ASSERT_TRUE(service.StartUntil("exited with status"));
+        EXPECT_TRUE(service.WaitUntilGone());
+        std::string said;
+        for (const std::string& record : service.Records())
+            if (record.rfind("MESSAGE kza: ", 0) == 0)
+                said += record.substr(13) + "\n";
+        EXPECT_EQ(said, s.out);
+        EXPECT_EQ(
+            CountOf(service.Log(), "(exit " + std::to_string(s.status) + ")"),
+            1)
+            << service.Log();
+    }
 }
 
 // --- Errors ----------------------------------------------------------------
