@@ -47,6 +47,10 @@ CreateThread NextCreateThread()
     return next;
 }
 
+// Looked for as the library is loaded: the search reads the tables of every
+// library, and each forked worker would have to fetch them anew.
+[[maybe_unused]] const CreateThread s_next = NextCreateThread();
+
 } // namespace
 
 // As the system's, of the same contract.
