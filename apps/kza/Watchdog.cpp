@@ -244,6 +244,10 @@ pid_t CAgentApp::ForkWorker()
 
 int CAgentApp::SuperviseWorkers()
 {
+    // The first description makes the C library look for its translations in
+    // a few files. A worker that has died is not the time for that.
+    (void)strsignal(SIGKILL);
+
     CRestartPolicy policy;
     for (;;)
     {
