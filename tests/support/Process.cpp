@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sched.h>
 #include <stdexcept>
 #include <sys/mount.h>
@@ -95,6 +96,21 @@ void WriteProcFile(const char* path, const std::string& text)
     argv.push_back(nullptr);
     execv(argv[0], argv.data());
     Die(argv[0]);
+}
+
+bool MakeMountsPrivate()
+{
+    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// The root of a chroot need not be a mount, and only mounts can be made
+// private. The way from the old root to what is mounted over it is "/..".
+void MountRootOverItself()
+{
+    const std::string cwd = std::filesystem::current_path();
+    if (mount("/", "/", nullptr, MS_BIND | MS_REC, nullptr) != 0 ||
+        chdir("/..") != 0 || chroot(".") != 0 || chdir(cwd.c_str()) != 0)
+        Die("mount --rbind / /");
 }
 
 } // namespace
@@ -210,8 +226,12 @@ void EnterMountNamespace()
         WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
     }
     // What is mounted from here on stays in here.
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        Die("mount --make-private");
+    if (!MakeMountsPrivate())
+    {
+        MountRootOverItself();
+        if (!MakeMountsPrivate())
+            Die("mount --make-private");
+    }
 }
 
 void MountTmpfs(const std::string& directory, const std::string& size)

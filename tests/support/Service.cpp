@@ -11,6 +11,7 @@
 #include <sstream>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,6 +41,15 @@ void BindOver(const std::string& from, const char* to)
         return;
     perror(to);
     _exit(126);
+}
+
+// Which file it is. A name says less: from within a chroot the files of
+// processes in another mount namespace have other names.
+std::pair<dev_t, ino_t> FileId(const std::string& path)
+{
+    struct stat status = {};
+    (void)stat(path.c_str(), &status);
+    return {status.st_dev, status.st_ino};
 }
 
 std::string Preloaded(const SServiceOptions& options)
@@ -87,7 +97,8 @@ int CountOf(const std::string& text, const std::string& part)
     return count;
 }
 
-CService::CService(std::string name) : m_name(std::move(name)), m_host(false)
+CService::CService(std::string name)
+    : m_name(std::move(name)), m_host(false), m_agent(FileId(m_host.Agent()))
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
     fs::create_directories(RunDir());
@@ -190,13 +201,8 @@ std::vector<pid_t> CService::Processes() const
 {
     std::vector<pid_t> found;
     for (const pid_t pid : AllProcesses())
-    {
-        std::error_code error;
-        const fs::path exe =
-            fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", error);
-        if (!error && exe == m_host.Agent())
+        if (FileId("/proc/" + std::to_string(pid) + "/exe") == m_agent)
             found.push_back(pid);
-    }
     return found;
 }
 

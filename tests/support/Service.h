@@ -10,6 +10,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace TestSupport
@@ -129,6 +130,7 @@ public:
 private:
     std::string m_name;
     CHost m_host;
+    std::pair<dev_t, ino_t> m_agent; // the executable
     CTempDir m_dir;
 };
 
