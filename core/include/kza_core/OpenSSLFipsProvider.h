@@ -89,6 +89,8 @@ inline std::string PlacedFile(const std::string& root,
 {
     for (const std::string& directory : {modules, root})
     {
+        if (directory.empty())
+            continue; // the environment names it
         std::string path = directory + "/" + name;
         if (Exists(path))
             return path;
