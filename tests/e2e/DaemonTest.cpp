@@ -31,10 +31,13 @@ constexpr char kWaits[] = "return { main = function()"
 
 constexpr char kRuns[] = "main runs";
 
-std::string ProcLink(pid_t pid, const std::string& name)
+// True when an entry of a process in /proc leads to the file. The link's text
+// is another one when the test runs in a chroot.
+bool LeadsTo(pid_t pid, const std::string& name, const std::string& file)
 {
     std::error_code error;
-    return fs::read_symlink("/proc/" + std::to_string(pid) + "/" + name, error);
+    return fs::equivalent("/proc/" + std::to_string(pid) + "/" + name, file,
+                          error);
 }
 
 // The lines of the log without those of the application.
@@ -95,9 +98,9 @@ TEST(Daemon, WorkingDirectoryAndDescriptors)
     ASSERT_TRUE(service.WaitUntilDetached());
     for (const pid_t pid : service.Processes())
     {
-        EXPECT_EQ(ProcLink(pid, "cwd"), service.Host().Work());
+        EXPECT_TRUE(LeadsTo(pid, "cwd", service.Host().Work()));
         for (const char* const fd : {"fd/0", "fd/1", "fd/2"})
-            EXPECT_EQ(ProcLink(pid, fd), "/dev/null");
+            EXPECT_TRUE(LeadsTo(pid, fd, "/dev/null"));
         for (const fs::directory_entry& entry :
              fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
             EXPECT_EQ(fs::read_symlink(entry).string().find(".pid"),
@@ -147,8 +150,7 @@ TEST(Daemon, WorkingDirectoryThatIsGoneIsIgnored)
     options.arguments = {"--domain_var", "app.path.work=/no/such/place"};
     EXPECT_EQ(service.Start(options).status, 0);
     ASSERT_TRUE(WaitUntil([&] { return service.Worker() != 0; }));
-    EXPECT_EQ(ProcLink(service.PidFromFile(), "cwd"),
-              fs::current_path().string());
+    EXPECT_TRUE(LeadsTo(service.PidFromFile(), "cwd", fs::current_path()));
     EXPECT_TRUE(service.Stop());
 }
 
