@@ -120,7 +120,9 @@ public:
 
     void KillWorker()
     {
-        const pid_t worker = m_service.Worker();
+        // Found as the bare parent's child is: a look into the worker's own
+        // entry in /proc would be something for the system to clean up.
+        const pid_t worker = ChildOf(m_service.PidFromFile());
         m_death = Clock::now();
         kill(worker, SIGKILL);
     }
