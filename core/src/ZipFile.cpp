@@ -141,6 +141,19 @@ bool AgreesWithLocal(const SZipEntry& entry,
            agrees(compressedSize, entry.compressedSize);
 }
 
+// Finds the end record whose comment reaches exactly to the end of the tail.
+bool FindEnd(const std::vector<unsigned char>& tail, std::size_t& at)
+{
+    for (at = tail.size() - kEndSize;; --at)
+    {
+        if (Get32(&tail[at]) == kEndSignature &&
+            at + kEndSize + Get16(&tail[at + 20]) == tail.size())
+            return true;
+        if (at == 0)
+            return false;
+    }
+}
+
 } // namespace
 
 std::string ShowName(std::string_view name)
@@ -210,6 +223,17 @@ bool CZipFile::ReadAt(std::uint64_t offset,
     return true;
 }
 
+// Reads as much of the file's end as there is, up to a size.
+bool CZipFile::ReadTail(std::size_t most,
+                        std::vector<unsigned char>& tail,
+                        std::string& error) const
+{
+    const auto fileSize = static_cast<std::uint64_t>(m_stamp.size);
+    tail.resize(
+        static_cast<std::size_t>(std::min<std::uint64_t>(fileSize, most)));
+    return ReadAt(fileSize - tail.size(), tail.data(), tail.size(), error);
+}
+
 // Finds the end record, whose comment must reach exactly to the end of the
 // file, and through it the directory, which must reach exactly to the end
 // record. Whatever else stands there was cut off, glued on or made up.
@@ -222,26 +246,18 @@ bool CZipFile::FindDirectory(std::string& error)
         return Fail(error, fileSize == 0 ? "the file is empty"
                                          : "too short for a zip archive");
     }
-    const auto tailSize = static_cast<std::size_t>(
-        std::min<std::uint64_t>(fileSize, kEndSize + kMaxComment));
-    std::vector<unsigned char> tail(tailSize);
-    if (!ReadAt(fileSize - tailSize, tail.data(), tailSize, error))
+    // Without a comment, as nearly every archive is, the end is all it takes.
+    std::vector<unsigned char> tail;
+    std::size_t at = 0;
+    if (!ReadTail(kEndSize, tail, error))
         return false;
-
-    std::size_t at = tailSize - kEndSize;
-    const auto isEnd = [&]
+    if (!FindEnd(tail, at))
     {
-        return Get32(&tail[at]) == kEndSignature &&
-               at + kEndSize + Get16(&tail[at + 20]) == tailSize;
-    };
-    while (!isEnd())
-    {
-        if (at == 0)
-        {
+        if (!ReadTail(kEndSize + kMaxComment, tail, error))
+            return false;
+        if (!FindEnd(tail, at))
             return Fail(error, "no zip directory at its end: truncated or "
                                "not a zip archive");
-        }
-        --at;
     }
 
     const unsigned char* const end = &tail[at];
@@ -252,7 +268,7 @@ bool CZipFile::FindDirectory(std::string& error)
     directory.size = Get32(end + 12);
     directory.offset = Get32(end + 16);
 
-    std::uint64_t directoryEnd = fileSize - tailSize + at;
+    std::uint64_t directoryEnd = fileSize - tail.size() + at;
     if (!ReadZip64End(directoryEnd, directory, directoryEnd, error))
         return false;
     if (directory.offset > directoryEnd ||

@@ -129,6 +129,9 @@ private:
     };
 
     bool OpenFile(const std::string& path, std::string& error);
+    bool ReadTail(std::size_t most,
+                  std::vector<unsigned char>& tail,
+                  std::string& error) const;
     bool FindDirectory(std::string& error);
     bool ReadZip64End(std::uint64_t end,
                       SDirectory& directory,
