@@ -418,8 +418,13 @@ TEST(DiskLog, ForkWhileOtherThreadsLogLeavesAWorkingChild)
         threads.emplace_back(
             [&]
             {
+                // The lock is not fair: who takes it again at once may keep
+                // the forking thread from it for seconds.
                 while (!done)
+                {
                     LogToDisk(ELogLevel::Message, "Test", "busy");
+                    std::this_thread::yield();
+                }
             });
     for (int i = 0; i < 50; ++i)
     {
