@@ -168,7 +168,7 @@ double TimeUnder(const Words& words,
                  const CFirstLine& firstLine,
                  milliseconds ownWait)
 {
-    constexpr int kFewer = 7;
+    constexpr int kFewer = 5;
     const CProcess peer(words);
     std::vector<double> times;
     (void)firstLine.Wait();
@@ -188,7 +188,7 @@ double TimeUnder(const Words& words,
 
 double TimeUnderNginx()
 {
-    constexpr int kFewer = 7;
+    constexpr int kFewer = 5;
     const CTempDir dir;
     const int port = FreePort();
     const CProcess nginx(Nginx(dir, port));
