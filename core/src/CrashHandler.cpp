@@ -17,11 +17,11 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <filesystem>
 #include <mutex>
 #include <string>
 #include <string_view>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -82,18 +82,24 @@ pid_t OwnerOfUnfinished(std::string_view name, std::string_view dumpName)
 }
 
 // A helper that was killed together with its process, or with the power, has
-// left what it had written.
-void RemoveLeftovers(const CrashPlan& plan)
+// left what it had written. A directory that cannot be read has none to remove.
+void RemoveLeftovers(int directory, const char* dumpName)
 {
-    std::error_code ignored;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(plan.directory, ignored))
+    const int duplicate = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+    DIR* const listing = duplicate < 0 ? nullptr : fdopendir(duplicate);
+    if (listing == nullptr)
     {
-        const pid_t owner =
-            OwnerOfUnfinished(entry.path().filename().native(), plan.fileName);
-        if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH)
-            unlink(entry.path().c_str());
+        if (duplicate >= 0)
+            close(duplicate);
+        return;
     }
+    while (const dirent* const entry = readdir(listing))
+    {
+        const pid_t owner = OwnerOfUnfinished(entry->d_name, dumpName);
+        if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH)
+            unlinkat(directory, entry->d_name, 0);
+    }
+    closedir(listing);
 }
 
 // For the life of the process: the main thread may crash while static objects
@@ -122,8 +128,8 @@ void InitCrashHandler(const wxString& dumpFile,
     wxFileName dump(dumpFile);
     dump.MakeAbsolute();
     CrashPlan plan = MakePlan(dump, appName, fullDump);
-    RemoveLeftovers(plan);
     plan.directoryFd = OpenDirectory(plan);
+    RemoveLeftovers(plan.directoryFd, plan.fileName);
     ArmCrashDumps(plan);
     if (directory >= 0)
         close(directory);
