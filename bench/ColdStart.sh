@@ -16,8 +16,8 @@ source_dir=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work"' EXIT
 
-# As a service finds it on a host that sets no locale.
-clean() { env -i PATH="$PATH" LC_CTYPE=C.UTF-8 "$@"; }
+# As a login finds it on a host that sets no locale.
+clean() { env -i PATH="$PATH" HOME="${HOME-/}" LC_CTYPE=C.UTF-8 "$@"; }
 
 # An installation of its own, whose example prints at once.
 make_host()

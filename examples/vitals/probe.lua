@@ -7,8 +7,8 @@
 
 local probe = {}
 
--- A module that may be there or not; false once it is known to be missing. It is
--- asked for with the first sample: looking for it in all its places takes a
+-- A module that may be there or not; false once it is known to be missing. It
+-- is asked for with the first sample: looking for it in all its places takes a
 -- while, which the start of the agent should not have to wait for.
 local statvfs
 
