@@ -20,7 +20,6 @@
 #include <wx/fileconf.h>
 #include <wx/filename.h>
 
-using KzaCore::CDom;
 namespace DomKey = KzaCore::DomKey;
 
 namespace
@@ -233,6 +232,8 @@ void CAgentApp::ApplyUnitTest(wxCmdLineParser& parser)
 
 void CAgentApp::OpenConfiguration()
 {
+    // The framework keeps the new one.
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     delete wxConfigBase::Set(new wxFileConfig(
         GetAppName(), GetVendorName(), m_dom->GetWxString(DomKey::kPathIni),
         m_dom->GetWxString(DomKey::kPathIniGlobal),

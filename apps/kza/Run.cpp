@@ -71,7 +71,8 @@ wxString CAgentApp::RunTimeText(const wxTimeSpan& runTime)
 int CAgentApp::OnExit()
 {
     if (m_isDefaultApp)
-        wxLogVerbose("KZA %s exiting. Run time was %s", Version::kText,
+        wxLogVerbose("KZA %s exiting. Run time was %s",
+                     wxString(Version::kText),
                      RunTimeText(wxDateTime::UNow() - m_startTime));
     return wxAppConsole::OnExit();
 }

@@ -160,9 +160,8 @@ std::optional<int> WaitForWorker(pid_t worker)
 void ReportSignalled(int status)
 {
     const int signal = WTERMSIG(status);
-    const char* description = strsignal(signal);
-    if (description == nullptr)
-        description = "Unknown Signal";
+    const char* const known = strsignal(signal);
+    const wxString description = known != nullptr ? known : "Unknown Signal";
     if (IsCrashSignal(signal))
         wxLogError("Child process crashed with status %d (signal %d: %s)",
                    status, signal, description);
@@ -191,7 +190,7 @@ void StopDriver()
     unsigned long result = 0;
     if (KzaCore::Execute(kDriverScript, kDriverScriptArguments, output, result,
                          error))
-        wxLogMessage("Driver stopped using %s", kDriverScript);
+        wxLogMessage("Driver stopped using %s", wxString(kDriverScript));
     else
         wxLogError("Error stopping driver: %s", error);
 }

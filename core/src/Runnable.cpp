@@ -77,7 +77,7 @@ CRunnable::~CRunnable() = default;
 wxThreadError CRunnable::Delete(void** exitCode)
 {
     requestExit();
-    const ExitCode code = JoinOnce();
+    void* const code = JoinOnce();
     if (exitCode != nullptr)
         *exitCode = code;
     return wxTHREAD_NO_ERROR;

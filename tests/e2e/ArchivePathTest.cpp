@@ -42,7 +42,7 @@ struct SShown
 SShown Show(const CHost& host,
             const std::string& name,
             Words options,
-            SProcessOptions process = {})
+            const SProcessOptions& process = {})
 {
     options.insert(options.end(), {"--trace", "Appl"});
     const SProcessResult result = host.RunTool(name, kShow, options, process);

@@ -29,13 +29,20 @@ Function* Next(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+int Number(const char* text)
+{
+    return static_cast<int>(strtol(text, nullptr, 10));
+}
+
 void Throw(const char* type)
 {
     if (strcmp(type, "runtime_error") == 0)
         throw std::runtime_error("what it was");
     if (strcmp(type, "text") == 0)
+        // NOLINTNEXTLINE(cert-err09-cpp,cert-err61-cpp): what it is here for
         throw static_cast<const char*>("a text");
     if (strcmp(type, "wide text") == 0)
+        // NOLINTNEXTLINE(cert-err09-cpp,cert-err61-cpp): what it is here for
         throw static_cast<const wchar_t*>(L"a wide text");
     if (strcmp(type, "int") == 0)
         throw -1;
@@ -80,7 +87,7 @@ KZA_EXPORT pid_t fork() noexcept
 {
     static int count = 0;
     const char* const failing = getenv("KZA_FAIL_FORK");
-    if (failing != nullptr && ++count == atoi(failing))
+    if (failing != nullptr && ++count == Number(failing))
     {
         errno = EAGAIN;
         return -1;
@@ -96,7 +103,7 @@ KZA_EXPORT pid_t waitpid(pid_t pid, int* status, int options)
         Next<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
     const char* const instead = getenv("KZA_WAIT_STATUS");
     if (ended > 0 && instead != nullptr)
-        *status = atoi(instead);
+        *status = Number(instead);
     return ended;
 }
 

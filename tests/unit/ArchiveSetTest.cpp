@@ -25,7 +25,7 @@ std::string Make(const CTempDir& place,
                  const std::string& name,
                  const Entries& entries)
 {
-    const std::string path = place.File(name);
+    std::string path = place.File(name);
     {
         wxFileOutputStream file(path + ".new");
         wxZipOutputStream zip(file);

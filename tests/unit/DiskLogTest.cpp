@@ -106,6 +106,7 @@ std::string NumberedText(int writer, int thread, int number)
 void WriteFromThreads(CDiskLog& log, int writer, int count)
 {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread)
         threads.emplace_back(
             [&log, writer, thread, count]
@@ -414,6 +415,7 @@ TEST(DiskLog, ForkWhileOtherThreadsLogLeavesAWorkingChild)
     ProcessLog().Configure(settings);
     std::atomic<bool> done = false;
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int i = 0; i < 3; ++i)
         threads.emplace_back(
             [&]

@@ -67,18 +67,18 @@ TEST(Signals, DispositionsAreThoseOfTheTable)
 {
     const struct
     {
-        int signal;
         void (*handler)(int);
+        int signal;
         int flags;
     } table[] = {
-        {SIGINT, KzaSignalHandler, SA_RESTART},
-        {SIGTERM, KzaSignalHandler, SA_RESTART},
-        {SIGUSR1, KzaSignalHandler, SA_RESTART},
-        {SIGUSR2, KzaSignalHandler, SA_RESTART},
-        {KzaCore::CRunnable::SigThreadDelete, KzaSignalHandler, 0},
-        {SIGHUP, SIG_IGN, SA_RESTART},
-        {SIGALRM, KzaSignalHandler, 0},
-        {SIGPIPE, SIG_IGN, SA_RESTART},
+        {KzaSignalHandler, SIGINT, SA_RESTART},
+        {KzaSignalHandler, SIGTERM, SA_RESTART},
+        {KzaSignalHandler, SIGUSR1, SA_RESTART},
+        {KzaSignalHandler, SIGUSR2, SA_RESTART},
+        {KzaSignalHandler, KzaCore::CRunnable::SigThreadDelete, 0},
+        {SIG_IGN, SIGHUP, SA_RESTART},
+        {KzaSignalHandler, SIGALRM, 0},
+        {SIG_IGN, SIGPIPE, SA_RESTART},
     };
     const int status = WaitStatusOf(
         [&]

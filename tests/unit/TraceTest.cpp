@@ -148,6 +148,7 @@ TEST(Trace, ChangesWhileThreadsAsk)
             ++(LogTraceIsEnabled(sometimes) ? seenOn : seenOff);
         }
     };
+    readers.reserve(3);
     for (int i = 0; i < 3; ++i)
         readers.emplace_back(read);
     bool on = false;
