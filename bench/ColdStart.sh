@@ -11,6 +11,7 @@
 set -u
 
 readonly runs=60
+readonly peers=$KZA_BUILD_DIR/bench/peers
 tools=$KZA_BUILD_DIR/bench/tools
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d) || exit 1
@@ -37,20 +38,6 @@ LUA
             find . -name '*.lua' -printf '%P\0' |
             xargs -0 cmake -E tar cf "$work/host/kza_core/kz_agent.kze" \
                 --format=zip --)
-}
-
-# Peers that Debian packages as services are unpacked, not installed: no bench
-# starts a service on anybody's machine.
-peers=$KZA_BUILD_DIR/bench/peers
-unpack_peers()
-{
-    [[ -e $peers/done ]] && return
-    mkdir -p "$peers/debs" && cd "$peers/debs" &&
-        apt-get download -q nginx libnginx-mod-http-lua libnginx-mod-http-ndk \
-            libluajit2-5.1-2 lua-resty-core lua-resty-lrucache tarantool \
-            >/dev/null 2>&1 &&
-        for deb in *.deb; do dpkg-deb -x "$deb" "$peers" || return; done &&
-        touch "$peers/done"
 }
 
 make_nginx()
@@ -86,9 +73,9 @@ names=("floor program" python3)
 bounds=("<=1.15" "<=1")
 commands=(-- "${agent[@]}" -- "$tools/Floor"
     -- /usr/bin/python3 -c 'print("python", flush=True)')
-if (unpack_peers); then
+if [[ -e $peers/done ]]; then
     make_nginx
-    libraries="LD_LIBRARY_PATH=$peers/usr/lib/x86_64-linux-gnu"
+    libraries="LD_LIBRARY_PATH=$peers/libraries"
     names+=("nginx with Lua" tarantool)
     bounds+=("<=1" "<=1")
     commands+=(-- "$peers/usr/sbin/nginx" -p "$work/nginx"

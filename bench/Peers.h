@@ -8,15 +8,12 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -113,6 +110,26 @@ inline pid_t ChildOf(pid_t parent)
 
 using Words = std::vector<std::string>;
 
+/// Where the peers are unpacked; the runner of the benchmarks says so.
+inline std::string PeerDirectory()
+{
+    const char* const build = getenv("KZA_BUILD_DIR");
+    if (build == nullptr)
+        GiveUp("KZA_BUILD_DIR is not set: start benchmarks by bench/run");
+    return std::string(build) + "/bench/peers";
+}
+
+/// The command of a peer, which finds its libraries where it was unpacked.
+inline Words PeerCommand(const std::string& program, const Words& arguments)
+{
+    const std::string peers = PeerDirectory();
+    Words words = {"/usr/bin/env", "LD_LIBRARY_PATH=" + peers + "/libraries",
+                   "PYTHONPATH=" + peers + "/usr/lib/python3/dist-packages"};
+    words.push_back(peers + program);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
 /// runsv or s6-supervise over a script.
 inline Words OverScript(const CTempDir& dir,
                         const std::string& program,
@@ -120,7 +137,7 @@ inline Words OverScript(const CTempDir& dir,
 {
     TestSupport::WriteFile(dir.File("run"), TestSupport::ReadFile(script));
     chmod(dir.File("run").c_str(), 0700);
-    return {program, dir.Path()};
+    return PeerCommand(program, {dir.Path()});
 }
 
 inline Words Supervisord(const CTempDir& dir, const std::string& script)
@@ -130,24 +147,30 @@ inline Words Supervisord(const CTempDir& dir, const std::string& script)
         "[supervisord]\nnodaemon=true\nuser=root\nlogfile=" + dir.File("log") +
             "\npidfile=" + dir.File("pid") + "\n[program:worker]\ncommand=" +
             script + "\nautorestart=true\nstartsecs=0\n");
-    return {"/usr/bin/supervisord", "-c", dir.File("supervisord.conf")};
+    return PeerCommand("/usr/bin/supervisord",
+                       {"-c", dir.File("supervisord.conf")});
 }
 
-inline Words Nginx(const CTempDir& dir, int port)
+/// nginx with one worker, which runs the line of Lua when it starts.
+inline Words Nginx(const CTempDir& dir, const std::string& code)
 {
+    const std::string modules = PeerDirectory() + "/usr/lib/nginx/modules/";
     std::string paths;
     for (const char* const kind :
          {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
         paths += std::string(kind) + "_temp_path " + dir.File(kind) + ";\n";
     TestSupport::WriteFile(
         dir.File("nginx.conf"),
-        "daemon off;\nworker_processes 1;\nuser root;\npid " + dir.File("pid") +
-            ";\nerror_log " + dir.File("log") +
+        "load_module " + modules + "ndk_http_module.so;\nload_module " +
+            modules + "ngx_http_lua_module.so;\n" +
+            "daemon off;\nworker_processes 1;\nuser root;\npid " +
+            dir.File("pid") + ";\nerror_log " + dir.File("log") +
             ";\nevents {}\nhttp {\naccess_log off;\n" + paths +
-            "server { listen 127.0.0.1:" + std::to_string(port) +
-            "; location / { return 204; } }\n}\n");
-    return {"/usr/sbin/nginx", "-e", dir.File("log"), "-c",
-            dir.File("nginx.conf")};
+            "lua_package_path '" + PeerDirectory() +
+            "/usr/share/lua/5.1/?.lua;;';\ninit_worker_by_lua_block { " + code +
+            " }\n}\n");
+    return PeerCommand("/usr/sbin/nginx",
+                       {"-e", dir.File("log"), "-c", dir.File("nginx.conf")});
 }
 
 /// monit, which looks after one process twice a minute.
@@ -163,46 +186,7 @@ inline Words Monit(const CTempDir& dir, pid_t process)
                                "\ncheck process worker with pidfile " +
                                dir.File("looked-after.pid") + "\n");
     chmod(dir.File("monitrc").c_str(), 0600);
-    return {"/usr/bin/monit", "-I", "-c", dir.File("monitrc")};
-}
-
-inline sockaddr_in Loopback(int port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-inline int FreePort()
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = Loopback(0);
-    socklen_t size = sizeof address;
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    bind(fd, plain, size);
-    getsockname(fd, plain, &size);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-/// Sends a request and waits for the answer's first byte.
-///
-/// \return false when the other side refuses or goes away.
-inline bool Fetch(int port)
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = Loopback(port);
-    const char request[] = "GET / HTTP/1.0\r\n\r\n";
-    char byte = 0;
-    const bool answered =
-        connect(fd, reinterpret_cast<const sockaddr*>(&address),
-                sizeof address) == 0 &&
-        send(fd, request, sizeof request - 1, MSG_NOSIGNAL) > 0 &&
-        recv(fd, &byte, 1, 0) == 1;
-    close(fd);
-    return answered;
+    return PeerCommand("/usr/bin/monit", {"-I", "-c", dir.File("monitrc")});
 }
 
 } // namespace Bench

@@ -186,30 +186,6 @@ double TimeUnder(const Words& words,
     return Median(times);
 }
 
-double TimeUnderNginx()
-{
-    constexpr int kFewer = 5;
-    const CTempDir dir;
-    const int port = FreePort();
-    const CProcess nginx(Nginx(dir, port));
-    TestSupport::WaitUntil([port] { return Fetch(port); });
-    std::vector<double> times;
-    for (int i = 0; i < kFewer; ++i)
-    {
-        std::this_thread::sleep_for(kLongLife);
-        const pid_t child = ChildOf(nginx.Pid());
-        const Clock::time_point death = Clock::now();
-        kill(child, SIGKILL);
-        while (!Fetch(port))
-            continue;
-        times.push_back(Milliseconds(Clock::now() - death));
-    }
-    const pid_t last = ChildOf(nginx.Pid());
-    nginx.Signal(SIGKILL);
-    kill(last, SIGKILL);
-    return Median(times);
-}
-
 void Report(const char* peer, double ours, double theirs, const char* bound)
 {
     Row(std::string("worker's death to its Lua, beside ") + peer, ours, theirs,
@@ -223,7 +199,6 @@ int main()
     const SMedians medians = CompareWithABareParent();
     const double own = medians.ours;
     Report("a bare fork", own, medians.bare, "<=1.5");
-    Report("nginx", own, TimeUnderNginx(), "<=1");
 
     const CFirstLine firstLine;
     const std::string script = firstLine.Script();
@@ -236,6 +211,9 @@ int main()
         // one when its loop comes round, once a second.
         milliseconds ownWait;
     } peers[] = {
+        {"nginx with Lua",
+         [&](const CTempDir& dir) { return Nginx(dir, firstLine.Code()); },
+         milliseconds(0)},
         {"runsv",
          [&](const CTempDir& dir)
          { return OverScript(dir, "/usr/bin/runsv", script); },

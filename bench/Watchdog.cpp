@@ -101,9 +101,9 @@ void CompareStops()
         ours.push_back(StopTime(service.PidFromFile()));
 
         const CTempDir dir;
-        const int port = FreePort();
-        const CProcess nginx(Nginx(dir, port));
-        TestSupport::WaitUntil([port] { return Fetch(port); });
+        const CFirstLine firstLine;
+        const CProcess nginx(Nginx(dir, firstLine.Code()));
+        (void)firstLine.Wait();
         theirs.push_back(StopTime(nginx.Pid()));
     }
     std::sort(ours.begin(), ours.end());
@@ -123,9 +123,10 @@ int main()
     const pid_t watchdog = service.PidFromFile();
 
     const CTempDir nginxDir;
-    const CProcess nginx(Nginx(nginxDir, FreePort()));
-    const CTempDir supervisorDir;
     const CFirstLine firstLine;
+    const CProcess nginx(Nginx(nginxDir, firstLine.Code()));
+    (void)firstLine.Wait();
+    const CTempDir supervisorDir;
     const CProcess supervisord(Supervisord(supervisorDir, firstLine.Script()));
     (void)firstLine.Wait();
     const CTempDir monitDir;
