@@ -52,7 +52,7 @@ bool CAgentApp::EnterFipsMode()
         return true;
     }
     wxLogWarning("Tried to enter FIPS mode but failed: %s",
-                 OpenSSLCompat::ErrorText(error));
+                 wxString(OpenSSLCompat::ErrorText(error)));
     if (error == OpenSSLCompat::kFipsNotSupported)
         return true;
     wxLogError("Failed to enter FIPS mode. Exiting.");

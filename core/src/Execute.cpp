@@ -92,6 +92,7 @@ int Run(const std::vector<std::string>& words, std::string& output)
     CDescriptor writeEnd(ends[1]);
 
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (const std::string& word : words)
         argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);

@@ -201,7 +201,7 @@ char* AppendShown(char* out, std::wstring_view text)
 {
     for (const wchar_t wide : text)
     {
-        const auto c = static_cast<std::uint32_t>(wide);
+        const std::uint32_t c = wxUniChar(wide).GetValue();
         if ((c >= 0x20 && c < 0x7f) || c == '\t')
             *out++ = static_cast<char>(c);
         else if (c < 0xa0)

@@ -25,8 +25,8 @@ namespace
 int PanicCB(lua_State* L)
 {
     const char* const message = lua_tostring(L, -1);
-    wxLogError("Lua error outside of a protected call: %s",
-               message == nullptr ? "(not a string)" : message);
+    const wxString shown = message == nullptr ? "(not a string)" : message;
+    wxLogError("Lua error outside of a protected call: %s", shown);
     return 0; // Lua aborts the process
 }
 

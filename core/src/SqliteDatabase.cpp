@@ -134,7 +134,7 @@ void ApplySetting(const CDom& dom, const std::string& key, bool libraryRuns)
     const int result = Apply(*setting, value);
     if (result != SQLITE_OK)
         wxLogWarning("SQLite refuses %lld for '%s': %s", value, shown,
-                     sqlite3_errstr(result));
+                     wxString(sqlite3_errstr(result)));
 }
 
 } // namespace
@@ -147,7 +147,8 @@ void CSqliteDatabase::InitializeSQLite(CDom& dom)
     const int result = sqlite3_initialize();
     if (result != SQLITE_OK)
     {
-        wxLogError("SQLite does not start: %s", sqlite3_errstr(result));
+        wxLogError("SQLite does not start: %s",
+                   wxString(sqlite3_errstr(result)));
         return;
     }
     for (const std::string& key : keys)

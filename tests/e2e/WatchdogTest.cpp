@@ -176,10 +176,11 @@ TEST(Watchdog, SignalsOtherThanSigtermMeanARestart)
 
         const std::string number = std::to_string(row.signal);
         const Lines said = Said(service);
-        const std::string expected =
-            (row.crash ? "ERROR kza: Child process crashed with status "
-                       : "INFO kza: Child process exited with status ") +
-            number + " (signal " + number + ": " + row.description + ")";
+        std::string expected =
+            row.crash ? "ERROR kza: Child process crashed with status "
+                      : "INFO kza: Child process exited with status ";
+        expected += number;
+        expected += " (signal " + number + ": " + row.description + ")";
         EXPECT_EQ(std::count(said.begin(), said.end(), expected), 1)
             << service.Log();
     }
@@ -354,11 +355,10 @@ TEST(Watchdog, FirstDelaysInRealTime)
 // Seconds since midnight of a log line's time stamp.
 int SecondsIn(const std::string& line)
 {
-    int hours = 0;
-    int minutes = 0;
-    int seconds = 0;
-    sscanf(line.c_str(), "%*d-%*d-%*d %d:%d:%d", &hours, &minutes, &seconds);
-    return (hours * 60 + minutes) * 60 + seconds;
+    tm time = {};
+    if (strptime(line.c_str(), "%Y-%m-%d %H:%M:%S", &time) == nullptr)
+        return -1;
+    return (time.tm_hour * 60 + time.tm_min) * 60 + time.tm_sec;
 }
 
 // The seconds, of the service's clock, between each line of one kind and the

@@ -180,6 +180,7 @@ TEST(PidFileClaim, OneProcessAtATime)
     const CTempDir dir;
     const std::string inside = dir.File("inside");
     std::vector<pid_t> children;
+    children.reserve(8);
     for (int i = 0; i < 8; ++i)
         children.push_back(InChild(
             [&]
