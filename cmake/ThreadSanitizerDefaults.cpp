@@ -12,11 +12,15 @@
 // then, and the loop may have used one before: a report about the destruction
 // of a mutex. Left out by its topmost function and not by the library's name,
 // which stands somewhere in every stack.
+//
+// A second stop request ends the watchdog by exit() in the handler, which is
+// more than a handler may do: it is promised so.
 SANITIZER_HOOK
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 const char* __tsan_default_suppressions()
 {
-    return "race_top:pthread_mutex_destroy\n";
+    return "race_top:pthread_mutex_destroy\n"
+           "signal:CAgentApp::SuperviseWorkers\n";
 }
 
 // By default every process sleeps for a second at its end, so that threads may

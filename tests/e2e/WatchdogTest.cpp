@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
@@ -475,13 +476,14 @@ std::string Blocked(pid_t pid, pid_t thread)
     return at == std::string::npos ? "" : status.substr(at + 8, 16);
 }
 
+// The youngest thread: a sanitizer has one of its own.
 pid_t ScriptThread(pid_t worker)
 {
+    pid_t youngest = 0;
     for (const fs::directory_entry& entry :
          fs::directory_iterator("/proc/" + std::to_string(worker) + "/task"))
-        if (PidIn(entry.path().filename()) != worker)
-            return PidIn(entry.path().filename());
-    return 0;
+        youngest = std::max(youngest, PidIn(entry.path().filename()));
+    return youngest;
 }
 
 // While the script is in its main: waiting for a signal unblocks it.

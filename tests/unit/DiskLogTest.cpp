@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <regex>
@@ -421,11 +422,11 @@ TEST(DiskLog, ForkWhileOtherThreadsLogLeavesAWorkingChild)
             [&]
             {
                 // The lock is not fair: who takes it again at once may keep
-                // the forking thread from it for seconds.
+                // the forking thread from it for minutes on a busy machine.
                 while (!done)
                 {
                     LogToDisk(ELogLevel::Message, "Test", "busy");
-                    std::this_thread::yield();
+                    std::this_thread::sleep_for(std::chrono::microseconds(20));
                 }
             });
     for (int i = 0; i < 50; ++i)

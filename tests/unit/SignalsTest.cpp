@@ -33,8 +33,9 @@ bool IsInstalled(int signal, void (*handler)(int), int flags)
     {
     };
     sigaction(signal, nullptr, &action);
+    // A mask means nothing to a signal that is ignored.
     bool maskIsEmpty = true;
-    for (int other = 1; other <= SIGRTMAX; ++other)
+    for (int other = 1; handler != SIG_IGN && other <= SIGRTMAX; ++other)
         maskIsEmpty = maskIsEmpty && sigismember(&action.sa_mask, other) != 1;
     // The C library adds a flag of its own.
     constexpr int kOurs =
