@@ -60,7 +60,16 @@ void SetDisposition(int signal, void (*handler)(int))
     sigaction(signal, &action, nullptr);
 }
 
-// Ends the process here and now.
+// What other libraries put before the C library's functions may wait for a
+// lock that the crashed code holds, so ends and waits go to the system
+// directly.
+[[noreturn]] void EndNow(int status)
+{
+    for (;;)
+        syscall(SYS_exit_group, status);
+}
+
+// Ends the process here and now, by the signal.
 [[noreturn]] void DieNow(int signal)
 {
     if (g_helper > 0)
@@ -72,7 +81,7 @@ void SetDisposition(int signal, void (*handler)(int))
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     syscall(SYS_tgkill, getpid(), gettid(), signal);
     // Only the first process of a container survives that.
-    _exit(128 + signal);
+    EndNow(128 + signal);
 }
 
 // The signal comes again, with all that was known about it, when the handler
@@ -100,7 +109,7 @@ pid_t StartHelper(const CrashCause& cause)
     // own must not be given this one.
     const long helper = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
     if (helper == 0)
-        _exit(g_writer(g_plan, cause));
+        EndNow(g_writer(g_plan, cause));
     return static_cast<pid_t>(helper);
 }
 
@@ -120,7 +129,7 @@ bool AwaitEnd(pid_t helper, std::int64_t patienceMs, int& status)
             deadline = NowMs() + patienceMs;
         seen = present;
         const timespec pause = {0, kPollNs};
-        nanosleep(&pause, nullptr);
+        syscall(SYS_nanosleep, &pause, nullptr);
     }
     return false;
 }
