@@ -67,15 +67,18 @@ std::string FileName(const std::string& appName)
 void BeforeForkCB()
 {
     ProcessLog().BeforeFork();
+    HoldTimeZone();
 }
 
 void AfterForkInParentCB()
 {
+    ReleaseTimeZone();
     ProcessLog().AfterForkInParent();
 }
 
 void AfterForkInChildCB()
 {
+    ReleaseTimeZone();
     ProcessLog().AfterForkInChild();
 }
 

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include <unistd.h>
@@ -53,12 +54,22 @@ char* AppendDigits(char* out, int number, int digits)
     return out + digits;
 }
 
+// The C library's own lock on the time zone is not made anew in a forked child:
+// nobody may hold it at the moment of a fork.
+std::mutex s_zoneMutex;
+
+bool BreakDown(std::time_t second, std::tm& parts)
+{
+    const std::lock_guard<std::mutex> lock(s_zoneMutex);
+    return localtime_r(&second, &parts) != nullptr;
+}
+
 // Breaking the time down costs as much as the rest of the line and changes
 // once a second.
 void RenewStamp(ThreadCache& cache, std::time_t second)
 {
     std::tm parts = {};
-    if (localtime_r(&second, &parts) == nullptr)
+    if (!BreakDown(second, parts))
         return;
     char* out = AppendDigits(cache.stamp, parts.tm_year + 1900, 4);
     *out++ = '-';
@@ -196,6 +207,16 @@ char* AppendUtf8(char* out, std::uint32_t c)
 }
 
 } // namespace
+
+void HoldTimeZone()
+{
+    s_zoneMutex.lock();
+}
+
+void ReleaseTimeZone()
+{
+    s_zoneMutex.unlock();
+}
 
 char* AppendShown(char* out, std::wstring_view text)
 {

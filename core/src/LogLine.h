@@ -3,8 +3,8 @@
 // One record of the log as the line that the file holds:
 //   YYYY-MM-DD HH:MM:SS [pid:tid] LEVEL component: text
 //
-// Threads: any; an object belongs to its thread. Making a line takes no lock
-// of ours and logs nothing.
+// Threads: any; an object belongs to its thread. Making a line logs nothing and
+// takes a lock only to break down a new second.
 
 #pragma once
 
@@ -40,6 +40,11 @@ struct LogEntry
     const LogPosition* position = nullptr; // shown before the text
     bool ownThread = true; // false: of another thread, shown as number 0
 };
+
+/// Keeps other threads from the C library's time zone across a fork.
+/// ReleaseTimeZone() follows on the same thread, in parent and child.
+void HoldTimeZone();
+void ReleaseTimeZone();
 
 class CLogLine
 {
