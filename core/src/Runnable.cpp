@@ -105,6 +105,7 @@ void CRunnable::interrupt()
 
 void CRunnable::requestExit()
 {
+    const std::lock_guard<std::mutex> whole(m_requestMutex);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_exitRequested = true;
@@ -117,6 +118,8 @@ void CRunnable::requestExit()
 
 void CRunnable::withdrawExit()
 {
+    // The rest of a request that was already heard would cut the next sleep.
+    const std::lock_guard<std::mutex> whole(m_requestMutex);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_exitRequested = false;
     if (m_wakeUp)

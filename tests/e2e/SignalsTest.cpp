@@ -200,7 +200,8 @@ TEST(Stop, SecondRequestEndsTheWatchdogAndLeavesTheWorker)
 
     // The group was told again, and the worker finishes alone.
     EXPECT_TRUE(IsPending(worker, SIGTERM));
-    EXPECT_EQ(service.Processes(), std::vector<pid_t>{worker});
+    EXPECT_TRUE(WaitUntil(
+        [&] { return service.Processes() == std::vector<pid_t>{worker}; }));
     EXPECT_EQ(CountOf(service.Log(), "Child process"), 0);
     phases.LetEnd("shutdown");
     EXPECT_EQ(CService::StatusOf(worker), 0);

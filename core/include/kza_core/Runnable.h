@@ -104,6 +104,7 @@ private:
     CDom* m_dom = nullptr;
     bool m_started = false;
 
+    std::mutex m_requestMutex;         // taken before m_mutex
     std::mutex m_mutex;                // guards what follows
     std::shared_ptr<CWakeUp> m_wakeUp; // set while the thread runs
     pthread_t m_thread{};
