@@ -30,6 +30,7 @@ bool SqliteRuns()
 bool SecondCleanUpDoesNothing()
 {
     const TestSupport::DomPtr dom = TestSupport::NewDom();
+    dom->Set("sqlite.config.uri", 0LL);
     KzaCore::CSqliteDatabase::InitializeSQLite(*dom);
     const bool ran = SqliteRuns();
     CAgentApp::TerminationCleanup();

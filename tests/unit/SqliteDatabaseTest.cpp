@@ -37,12 +37,26 @@ protected:
     CCollectedLog m_log;
 };
 
-TEST_F(SqliteDatabase, StartsWithoutAnySetting)
+// A started library refuses to be configured.
+bool SqliteRuns()
+{
+    return sqlite3_config(SQLITE_CONFIG_URI, 0) == SQLITE_MISUSE;
+}
+
+TEST_F(SqliteDatabase, IsLeftToItsFirstUserWithoutAnySetting)
 {
     CSqliteDatabase::InitializeSQLite(*m_dom);
     EXPECT_TRUE(m_log.m_texts.empty());
-    // A started library refuses to be configured.
-    EXPECT_EQ(sqlite3_config(SQLITE_CONFIG_URI, 0), SQLITE_MISUSE);
+    EXPECT_FALSE(SqliteRuns());
+}
+
+TEST_F(SqliteDatabase, RunsWithASettingUntilItIsShutDown)
+{
+    m_dom->Set("sqlite.config.uri", 1LL);
+    CSqliteDatabase::InitializeSQLite(*m_dom);
+    EXPECT_TRUE(SqliteRuns());
+    CSqliteDatabase::ShutdownSQLite();
+    EXPECT_FALSE(SqliteRuns());
 }
 
 TEST_F(SqliteDatabase, SettingsTakeEffect)
