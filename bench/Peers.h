@@ -51,21 +51,26 @@ public:
     CFirstLine& operator=(const CFirstLine&) = delete;
 
     /// The line of Lua.
-    [[nodiscard]] std::string Code() const
+    [[nodiscard]] std::string Line() const
     {
         return "local pipe = io.open('" + m_path +
                "', 'w') pipe:write('x') pipe:close()\n";
     }
 
-    /// A script of that line that then stays.
-    [[nodiscard]] std::string Script() const
+    /// The line, after which the worker sleeps: while it goes on, it may keep
+    /// the processor from whoever waits for the line.
+    [[nodiscard]] std::string LineAndSleep() const
     {
         const std::string other = m_dir.File("nobody-writes");
         mkfifo(other.c_str(), 0600);
+        return Line() + "io.open('" + other + "'):read('*a')\n";
+    }
+
+    /// A script of both.
+    [[nodiscard]] std::string Script() const
+    {
         std::string path = m_dir.File("script.lua");
-        TestSupport::WriteFile(path, "#!/usr/bin/lua5.2\n" + Code() +
-                                         "io.open('" + other +
-                                         "'):read('*a')\n");
+        TestSupport::WriteFile(path, "#!/usr/bin/lua5.2\n" + LineAndSleep());
         chmod(path.c_str(), 0700);
         return path;
     }

@@ -33,7 +33,7 @@ namespace
 
 using std::chrono::milliseconds;
 
-constexpr int kDeaths = 15;
+constexpr int kDeaths = 30;
 
 // The agent's first back-off. The bare parent waits as long.
 constexpr milliseconds kBackOff{1000};
@@ -47,7 +47,8 @@ double Median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-// A parent that does nothing but wait and fork when its child has died.
+// A parent that does nothing but wait and fork when its child has died. Like
+// each of the agents, one loses its child once.
 [[noreturn]] void RunBareParent(const std::string& script)
 {
     const wxInitializer framework;
@@ -112,7 +113,7 @@ class CAgent
 public:
     CAgent()
     {
-        m_service.SetModule(m_firstLine.Code() + "return {}");
+        m_service.SetModule(m_firstLine.LineAndSleep());
         if (m_service.Start().status != 0)
             GiveUp("the agent does not start");
         (void)m_firstLine.Wait();
@@ -145,21 +146,31 @@ struct SMedians
 };
 
 // By turns, so that what else the machine does falls on both, and far enough
-// apart that neither is at work while the other starts its child.
+// apart that nobody is at work while another starts its child.
 SMedians CompareWithABareParent()
 {
-    CBareParent bare;
+    constexpr int kInFlight = 3;
+    constexpr milliseconds kApart{300};
+    static_assert(kInFlight * kApart < kBackOff);
+
+    std::deque<CBareParent> parents(kDeaths);
     std::deque<CAgent> agents(kDeaths);
     std::this_thread::sleep_for(kLongLife);
     std::vector<double> ours;
     std::vector<double> theirs;
-    for (CAgent& agent : agents)
+    auto turn = Clock::now();
+    for (int i = 0; i < 2 * kDeaths + kInFlight; ++i)
     {
-        agent.KillWorker();
-        std::this_thread::sleep_for(kBackOff / 2);
-        bare.KillChild();
-        ours.push_back(agent.Wait());
-        theirs.push_back(bare.Wait());
+        if (i < 2 * kDeaths)
+            i % 2 == 0 ? agents[i / 2].KillWorker()
+                       : parents[i / 2].KillChild();
+        const int due = i - kInFlight;
+        if (due >= 0 && due % 2 == 0)
+            ours.push_back(agents[due / 2].Wait());
+        else if (due >= 0)
+            theirs.push_back(parents[due / 2].Wait());
+        turn += kApart;
+        std::this_thread::sleep_until(turn);
     }
     return {Median(ours), Median(theirs)};
 }
@@ -212,7 +223,7 @@ int main()
         milliseconds ownWait;
     } peers[] = {
         {"nginx with Lua",
-         [&](const CTempDir& dir) { return Nginx(dir, firstLine.Code()); },
+         [&](const CTempDir& dir) { return Nginx(dir, firstLine.Line()); },
          milliseconds(0)},
         {"runsv",
          [&](const CTempDir& dir)

@@ -102,7 +102,7 @@ void CompareStops()
 
         const CTempDir dir;
         const CFirstLine firstLine;
-        const CProcess nginx(Nginx(dir, firstLine.Code()));
+        const CProcess nginx(Nginx(dir, firstLine.Line()));
         (void)firstLine.Wait();
         theirs.push_back(StopTime(nginx.Pid()));
     }
@@ -124,7 +124,7 @@ int main()
 
     const CTempDir nginxDir;
     const CFirstLine firstLine;
-    const CProcess nginx(Nginx(nginxDir, firstLine.Code()));
+    const CProcess nginx(Nginx(nginxDir, firstLine.Line()));
     (void)firstLine.Wait();
     const CTempDir supervisorDir;
     const CProcess supervisord(Supervisord(supervisorDir, firstLine.Script()));

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The least that a program with the agent's libraries does before it can run a
-// script: framework, OpenSSL with its random seed, SQLite, a Lua state. Prints
-// one line from Lua. With a word, tells what each step took on standard error.
+// script: framework, OpenSSL with its random seed by the agent's own calls,
+// SQLite, a Lua state. Prints one line from Lua and waits to be killed. With a
+// word, tells what each step took on standard error and ends.
 
 #include <wx/app.h>
 #include <wx/log.h>
 
 #include <lua.hpp>
+#include <openssl/evp.h>
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
 #include <sqlite3.h>
@@ -15,6 +17,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace
 {
@@ -31,6 +34,7 @@ public:
         m_last = std::chrono::steady_clock::now();
     }
     void Tell() { m_told = true; }
+    [[nodiscard]] bool AreTold() const { return m_told; }
 
 private:
     bool m_told = false;
@@ -48,10 +52,9 @@ public:
         if (!wxAppConsole::OnInit())
             return false;
         s_steps.Done("framework");
-        OPENSSL_init_ssl(OPENSSL_INIT_ADD_ALL_CIPHERS |
-                             OPENSSL_INIT_ADD_ALL_DIGESTS |
-                             OPENSSL_INIT_LOAD_SSL_STRINGS,
-                         nullptr);
+        OPENSSL_add_all_algorithms_noconf();
+        SSL_library_init();
+        SSL_load_error_strings();
         s_steps.Done("OpenSSL");
         RAND_poll();
         RAND_status();
@@ -66,9 +69,10 @@ public:
         lua_State* const L = luaL_newstate();
         luaL_openlibs(L);
         s_steps.Done("Lua state");
-        return luaL_dostring(L, "print('floor') io.stdout:flush()") == LUA_OK
-                   ? 0
-                   : 1;
+        const bool printed =
+            luaL_dostring(L, "print('floor') io.stdout:flush()") == LUA_OK;
+        // Whoever waits for the line may need the processor.
+        return printed && !s_steps.AreTold() ? pause() : 0;
     }
 };
 
