@@ -3,18 +3,15 @@
 -- The class of the domain object.
 
 local lu = require("luaunit")
+local support = require("support")
+
+local error_of = support.error_of
 
 local METHODS = {
     "AgentEventWrite", "AgentEvents", "Get", "GetPluginWorkdir", "Keys",
     "Log", "ReadArchive", "Set", "Sleep", "Trace", "TraceIsEnabled",
     "Wait",
 }
-
-local function error_of(call, ...)
-    local ok, message = pcall(call, ...)
-    lu.assertFalse(ok)
-    return (message:gsub("^[^:]*:%d+: ", ""))
-end
 
 function test_both_globals_are_one_object()
     lu.assertEquals(type(dom), "userdata")

@@ -5,13 +5,9 @@
 local lu = require("luaunit")
 local support = require("support")
 
-local work = dom:Get("app.path.work")
+local error_of = support.error_of
 
-local function error_of(call)
-    local ok, message = pcall(call)
-    lu.assertFalse(ok)
-    return (message:gsub("^[^:]*:%d+: ", ""))
-end
+local work = dom:Get("app.path.work")
 
 local function mode_of(path)
     local result = support.run("stat -c '%F %a' " .. support.quote(path))

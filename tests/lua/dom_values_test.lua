@@ -3,20 +3,10 @@
 -- The values of the domain, as a script sees them.
 
 local lu = require("luaunit")
+local support = require("support")
 
--- Every test has keys of its own.
-local count = 0
-local function new_key()
-    count = count + 1
-    return "dom_values_test." .. count
-end
-
--- The text of the error that a call raises, without its position.
-local function error_of(call)
-    local ok, message = pcall(call)
-    lu.assertFalse(ok)
-    return (message:gsub("^[^:]*:%d+: ", ""))
-end
+local error_of = support.error_of
+local new_key = support.new_key
 
 function test_unset_key_is_nil()
     lu.assertNil(dom:Get(new_key()))

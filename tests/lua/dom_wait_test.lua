@@ -3,20 +3,12 @@
 -- Waiting in a script. That other threads wake it is tested in C++.
 
 local lu = require("luaunit")
+local support = require("support")
+
+local error_of = support.error_of
+local new_key = support.new_key
 
 local LONG = 1e9 -- milliseconds; a test that waits as long has failed
-
-local count = 0
-local function new_key()
-    count = count + 1
-    return "dom_wait_test." .. count
-end
-
-local function error_of(call)
-    local ok, message = pcall(call)
-    lu.assertFalse(ok)
-    return (message:gsub("^[^:]*:%d+: ", ""))
-end
 
 function test_wait_times_out()
     local key = new_key()

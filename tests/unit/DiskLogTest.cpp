@@ -8,6 +8,7 @@
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
 
+#include "support/InChild.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -79,22 +80,6 @@ struct SProcessPlace : SPlace
 {
     SProcessPlace() { ProcessLog().Configure(Settings()); }
 };
-
-template <typename F>
-int InChild(F&& work)
-{
-    fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        work();
-        fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
-}
 
 std::string NumberedText(int writer, int thread, int number)
 {

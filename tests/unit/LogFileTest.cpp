@@ -4,6 +4,7 @@
 
 #include "LogFile.h"
 
+#include "support/InChild.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 
@@ -62,24 +63,6 @@ ino_t InodeOf(const std::string& path)
 std::string Numbered(int number)
 {
     return "line " + std::to_string(1000 + number) + "\n"; // ten bytes
-}
-
-// Runs in a child, so that mounts and locks stay there. The child's status is
-// the number of failed expectations.
-template <typename F>
-int InChild(F&& work)
-{
-    fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        work();
-        fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
 }
 
 } // namespace

@@ -7,6 +7,7 @@ local support = {}
 
 local test_dir = os.getenv("KZA_TEST_DIR")
 local count = 0
+local key_count = 0
 
 --- The agent under test and the project's sources.
 support.agent = dom:Get("app.path.exe")
@@ -24,6 +25,21 @@ function support.shell(command)
     if not ok then
         error(("%s: %s %s"):format(command, how, status), 2)
     end
+end
+
+--- A key of the domain that nobody else has.
+function support.new_key()
+    key_count = key_count + 1
+    return "test.key." .. key_count
+end
+
+--- The text of the error that a call raises, without its position.
+function support.error_of(call, ...)
+    local ok, message = pcall(call, ...)
+    if ok then
+        error("the call raised no error", 2)
+    end
+    return (message:gsub("^[^:]*:%d+: ", ""))
 end
 
 --- A new empty directory.
