@@ -47,23 +47,18 @@ bool FindAll(void* handle, SSqliteCalls& calls)
     return hasAll;
 }
 
-// The library stays: what has been started is not unloaded.
-bool Load(int mode)
+} // namespace
+
+bool LoadSqlite(std::string& reason)
 {
     SLibrary& library = Library();
     const std::lock_guard<std::mutex> lock(library.mutex);
     if (library.isLoaded)
         return true;
-    void* const handle = dlopen(kFileName, mode | RTLD_NOW | RTLD_LOCAL);
+    // The library stays: what has been started is not unloaded.
+    void* const handle = dlopen(kFileName, RTLD_NOW | RTLD_LOCAL);
     library.isLoaded = handle != nullptr && FindAll(handle, library.calls);
-    return library.isLoaded;
-}
-
-} // namespace
-
-bool LoadSqlite(std::string& reason)
-{
-    if (Load(0))
+    if (library.isLoaded)
         return true;
     const char* const error = dlerror();
     reason = error == nullptr ? kFileName : error;
@@ -72,7 +67,9 @@ bool LoadSqlite(std::string& reason)
 
 bool IsSqliteLoaded()
 {
-    return Load(RTLD_NOLOAD);
+    SLibrary& library = Library();
+    const std::lock_guard<std::mutex> lock(library.mutex);
+    return library.isLoaded;
 }
 
 const SSqliteCalls& Sqlite()

@@ -57,10 +57,10 @@ struct SSqliteCalls
 /// \param reason  Out: why it cannot be loaded.
 [[nodiscard]] bool LoadSqlite(std::string& reason);
 
-/// Whether the library is in the process, whoever brought it.
+/// Whether LoadSqlite() has answered true.
 [[nodiscard]] bool IsSqliteLoaded();
 
-/// The calls, once LoadSqlite() or IsSqliteLoaded() has answered true.
+/// The calls, once LoadSqlite() has answered true.
 [[nodiscard]] const SSqliteCalls& Sqlite();
 
 } // namespace KzaCore

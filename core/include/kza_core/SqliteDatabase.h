@@ -24,7 +24,7 @@ public:
     static void InitializeSQLite(CDom& dom);
 
     /// Closes the databases that the library itself holds open and shuts
-    /// SQLite down. No database may be used afterwards.
+    /// SQLite down where it was started. No database may be used afterwards.
     static void ShutdownSQLite();
 };
 
