@@ -2,6 +2,7 @@
 
 #include "kza_core/Runnable.h"
 
+#include "support/DomPtr.h"
 #include "support/Process.h"
 
 #include <gtest/gtest.h>
@@ -49,6 +50,17 @@ TEST_F(Runnable, RunsOnceAndIsJoined)
     task.join();
     EXPECT_EQ(runs, 1);
     task.join(); // a second time does nothing
+}
+
+TEST_F(Runnable, WorksWithTheDomainThatItWasGiven)
+{
+    const TestSupport::DomPtr dom = TestSupport::NewDom();
+    KzaCore::CDom* seen = nullptr;
+    CTask task([&seen](CTask& self) { seen = self.GetDom(); });
+    task.SetDom(dom.get());
+    ASSERT_TRUE(task.start(50, true, 0));
+    task.join();
+    EXPECT_EQ(seen, dom.get());
 }
 
 TEST_F(Runnable, JoinWithoutAStartReturns)
@@ -160,15 +172,18 @@ TEST_F(Runnable, TheWakeUpSignalLeavesAnInstalledHandlerAlone)
     struct sigaction mine
     {
     };
+    struct sigaction before
+    {
+    };
     mine.sa_handler = SIG_IGN;
-    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, &mine, nullptr), 0);
+    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, &mine, &before), 0);
     CTask task([](CTask&) {});
     ASSERT_TRUE(task.start(50, true, 0));
     task.join();
     struct sigaction now
     {
     };
-    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, nullptr, &now), 0);
+    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, &before, &now), 0);
     EXPECT_EQ(now.sa_handler, SIG_IGN);
 }
 
