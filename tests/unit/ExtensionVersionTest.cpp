@@ -2,10 +2,19 @@
 
 #include "ExtensionVersion.h"
 
+#include "AgentApp.h"
+
+#include "support/CollectedLog.h"
+#include "support/TempDir.h"
+
 #include <gtest/gtest.h>
 #include <wx/mstream.h>
 
+#include <cstdlib>
 #include <string>
+#include <utility>
+
+using namespace TestSupport;
 
 namespace
 {
@@ -106,6 +115,34 @@ TEST(ExtensionVersion, LinesBeforeMayHoldAnything)
         EXPECT_TRUE(Find(before + "version: 12.0.0-1\n", rest));
         EXPECT_EQ(rest, " 12.0.0-1");
     }
+}
+
+// In a child, which an application object changes for good.
+TEST(ExtensionVersionDeathTest, TheAnswersAreTheSameWhenNothingIsLogged)
+{
+    const CTempDir dir;
+    const std::pair<const char*, bool> cases[] = {
+        {"version: 12.0.0-1", true},
+        {"version: 12.0.1-1", false},
+        {"version: 12.0.0", false},
+        {"", false},
+    };
+    const auto answersAreRight = [&]
+    {
+        CAgentApp app;
+        CCollectedLog log;
+        wxLog::SetLogLevel(wxLOG_Error);
+        for (const auto& [line, good] : cases)
+        {
+            WriteFile(dir.File("a.kze.version"), line);
+            if (app.ExtensionVersionIsOK(dir.File("a.kze")) != good)
+                return false;
+        }
+        return !app.ExtensionVersionIsOK(dir.File("b.kze")) &&
+               log.m_texts.empty();
+    };
+    EXPECT_EXIT(std::_Exit(answersAreRight() ? 7 : 1),
+                testing::ExitedWithCode(7), "");
 }
 
 TEST(ExtensionVersion, WithoutAVersionLineThereIsNone)
