@@ -35,6 +35,16 @@ TEST(Faults, LuaThatCannotBeSetUpIsSaidAndNothingRuns)
     EXPECT_EQ(result.out, "");
 }
 
+TEST(Faults, AnotherLuaIsRefused)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "other", "print('loaded') return {}", {}, WithFault("lua_version"));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "Error setting up Lua:\nnot version 502\n");
+    EXPECT_EQ(result.out, "");
+}
+
 TEST(Faults, AnExceptionThatEscapesTheScriptThreadEndsWith255)
 {
     const CHost host(false);
