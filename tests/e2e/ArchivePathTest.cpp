@@ -4,6 +4,7 @@
 // that are not.
 
 #include "support/Host.h"
+#include "support/Zip.h"
 
 #include <gtest/gtest.h>
 
@@ -95,6 +96,19 @@ TEST(ArchivePath, TheApplicationsArchiveComesBeforeTheCores)
                                          host.File("kza_core/kza.kze") + "' "))
         << shown.log;
     EXPECT_EQ(Show(host, "second", {}).path, "kza_core/kza.kze\n");
+}
+
+TEST(ArchivePath, TheCoreArchivesAreListedWithoutALook)
+{
+    const CHost host(false);
+    for (const char* name : {"kza_core/unseen.kze", "kza_core/kza.kze"})
+    {
+        AddArchive(host, name);
+        ASSERT_EQ(chmod(host.File(name).c_str(), 0), 0);
+    }
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    EXPECT_EQ(Show(host, "unseen", {}, AsNobody()).path,
+              "kza_core/unseen.kze;kza_core/kza.kze\n");
 }
 
 TEST(ArchivePath, AnApplicationNamedLikeTheCoreHasOne)
@@ -198,15 +212,22 @@ TEST(ArchivePath, TheSideFileDecidesAndTheReasonIsSaid)
     }
 }
 
-TEST(ArchivePath, ADirectoryNamedLikeTheSideFileCountsAsMissing)
+TEST(ArchivePath, WhatIsNoFileInTheSideFilesPlaceCountsAsMissing)
 {
     const CHost host(false);
-    AddArchive(host, "x/a.kze");
-    WriteFile(host.File("x/a.kze.version/file"), "");
-    const SShown shown = Show(host, "sidedir", {"-z", "x/*.kze"});
+    AddArchive(host, "x/dir.kze");
+    WriteFile(host.File("x/dir.kze.version/file"), "");
+    AddArchive(host, "x/pipe.kze");
+    ASSERT_EQ(mkfifo(host.File("x/pipe.kze.version").c_str(), 0600), 0);
+    const SShown shown = Show(host, "noside", {"-z", "x/*.kze"});
     EXPECT_EQ(shown.path, "nil\n");
-    EXPECT_NE(shown.log.find("does not have a corresponding '.version' file"),
-              std::string::npos);
+    for (const char* name : {"x/dir.kze", "x/pipe.kze"})
+        EXPECT_TRUE(HasRecord(
+            shown.log, "WARNING kza: Extension file '" + host.File(name) +
+                           "' does not have a corresponding '.version' file. "
+                           "It will not be enabled."))
+            << name << "\nin\n"
+            << shown.log;
 }
 
 TEST(ArchivePath, AnUnreadableSideFileHoldsNoVersion)
@@ -231,13 +252,16 @@ TEST(ArchivePath, WhatIsNoRegularFileIsNoMatch)
     WriteFile(host.File("x/dir.kze/file"), "");
     ASSERT_EQ(mkfifo(host.File("x/pipe.kze").c_str(), 0600), 0);
     ASSERT_EQ(symlink("gone", host.File("x/dead.kze").c_str()), 0);
+    AddArchive(host, "x/.hidden.kze");
     AddArchive(host, "y/a.kze");
     ASSERT_EQ(symlink("../y/a.kze", host.File("x/link.kze").c_str()), 0);
     const SShown shown =
         Show(host, "irregular",
-             {"-z", "x/dir.kze;x/pipe.kze;x/dead.kze;x/;x/link.kze;x/?i*"});
+             {"-z", "x/dir.kze;x/pipe.kze;x/dead.kze;x/.hidden.kze;x/;"
+                    "x/link.kze;x/?i*"});
     EXPECT_EQ(shown.path, "x/link.kze\n");
-    for (const char* item : {"x/dir.kze", "x/pipe.kze", "x/dead.kze", "x/"})
+    for (const char* item :
+         {"x/dir.kze", "x/pipe.kze", "x/dead.kze", "x/.hidden.kze", "x/"})
         EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: " + std::string(item) +
                                              ": no matches"))
             << item << "\nin\n"
@@ -256,6 +280,22 @@ TEST(ArchivePath, AnItemThatMatchesNothingIsNamedAsWritten)
     EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: gone/x.kze: no matches"));
     EXPECT_EQ(shown.log.find("*.kze: no matches"), std::string::npos)
         << "a wildcard that matches nothing is silent";
+}
+
+TEST(ArchivePath, ADirectoryThatCannotBeListedHasNoMatches)
+{
+    const CHost host(false);
+    AddArchive(host, "x/a.kze", kOurs);
+    ASSERT_EQ(chmod(host.File("x").c_str(), 0311), 0);
+    ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
+    const SShown shown =
+        Show(host, "unlisted", {"-z", "x/*.kze;x/a.kze"}, AsNobody());
+    chmod(host.File("x").c_str(), 0700); // so that it can be removed
+    EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: x/a.kze: no matches"))
+        << shown.log;
+    EXPECT_EQ(shown.log.find("x/*.kze: no matches"), std::string::npos);
+    EXPECT_EQ(shown.log.find("ERROR"), std::string::npos) << shown.log;
 }
 
 TEST(ArchivePath, EnvironmentVariablesAreExpanded)
@@ -303,6 +343,46 @@ TEST(ArchivePath, TheExtensionFolderComesLast)
         HasRecord(shown.log, "zipFilespec: x/a.kze;" + host.File("ext/*.kze")))
         << shown.log;
     EXPECT_EQ(Show(host, "noextdir", {"--extdir", "no/such"}).path, "nil\n");
+}
+
+TEST(ArchivePath, TheExtensionFolderIsNormalised)
+{
+    const CHost host(false);
+    AddArchive(host, "ext/e.kze", kOurs);
+    SProcessOptions options;
+    options.env = {{"HOME", host.File("home")}};
+    WriteFile(host.File("home/x"), "");
+    const std::pair<const char*, std::string> cases[] = {
+        {"relative", "./x/../ext/"},
+        {"absolute", host.File("ext")},
+        {"user", "~/../ext"},
+    };
+    for (const auto& [name, folder] : cases)
+    {
+        const SShown shown = Show(host, name, {"--extdir", folder}, options);
+        EXPECT_EQ(shown.path, "ext/e.kze\n") << folder;
+        EXPECT_TRUE(
+            HasRecord(shown.log, "zipFilespec: " + host.File("ext/*.kze")))
+            << shown.log;
+    }
+}
+
+TEST(ArchivePath, TheUserDirectoryOfAnItemIsExpanded)
+{
+    const CHost host(false);
+    AddArchive(host, "home/a.kze", kOurs);
+    SProcessOptions options;
+    options.env = {{"HOME", host.File("home")}};
+    EXPECT_EQ(Show(host, "user", {"-z", "~/a.kze;~/*.kze"}, options).path,
+              "home/a.kze;home/a.kze\n");
+}
+
+TEST(ArchivePath, WhatAPackageBringsIsFoundAtOnce)
+{
+    const CHost host(false);
+    WriteFile(host.File("p.kzp"),
+              MakeZip({{"x/a.kze", ""}, {"x/a.kze.version", kOurs}}));
+    EXPECT_EQ(Show(host, "brought", {"-i", "-z", "x/*.kze"}).path, "x/a.kze\n");
 }
 
 TEST(ArchivePath, PluginsExpandTheItems)

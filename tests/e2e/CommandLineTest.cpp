@@ -90,6 +90,18 @@ TEST(CommandLine, SwitchesAndOptionsAreDistinguishedByCase)
               "app.mode.unittest=nil (nil)\n");
 }
 
+TEST(CommandLine, AValueMayFollowInAnyForm)
+{
+    const CHost host(false);
+    const Words forms[] = {
+        {"-d", "a=b"},        {"-da=b"},      {"-d=a=b"},
+        {"-d:a=b"},           {"-Ud", "a=b"}, {"--domain_var", "a=b"},
+        {"--domain_var=a=b"},
+    };
+    for (const Words& words : forms)
+        EXPECT_EQ(Show(host, words, {"a"}), "a=b (string)\n") << words[0];
+}
+
 TEST(CommandLine, PathsOfTheInstallationAreInTheDomain)
 {
     const CHost host(false);
@@ -147,6 +159,22 @@ TEST(CommandLine, AnInstallationMayLieAnywhere)
     EXPECT_EQ(result.out, bin + "\n");
     EXPECT_NE(ReadFile(bin + "/work/log/anywhere.log").find("here"),
               std::string::npos);
+}
+
+TEST(CommandLine, TheMakersDirectoryIsAboveTheExecutables)
+{
+    const CHost host(false);
+    host.AddModule("showkeys", kShowKeys);
+    const CTempDir elsewhere;
+    const std::string above = elsewhere.File("Orvalis/agent");
+    std::filesystem::create_directories(above);
+    std::filesystem::copy(host.Bin(), above + "/bin",
+                          std::filesystem::copy_options::recursive);
+    const SProcessResult result =
+        TestSupport::Run({above + "/bin/kz_agent", "--appname", "showkeys",
+                          "--", "app.path.ov", "app.path.bin"});
+    EXPECT_EQ(result.out, "app.path.ov=" + above + " (string)\napp.path.bin=" +
+                              above + "/bin (string)\n");
 }
 
 TEST(CommandLine, TheExecutablesNameIsTheApplicationsWithoutExtension)
@@ -265,6 +293,12 @@ TEST(CommandLine, ADomainVariableYieldsToLaterStepsAndOverridesEarlierOnes)
     const CTempDir other;
     EXPECT_EQ(Show(host, {"-d", "app.trace+=mine"}, {"app.trace+"}),
               "app.trace+= (string)\n");
+    EXPECT_EQ(Show(host, {"-d", "app.fulldump=true"}, {"app.fulldump"}),
+              "app.fulldump=false (boolean)\n");
+    WriteFile(host.File("work/kz_agent.ini"), "sqlite.config.memstatus=1\n");
+    EXPECT_EQ(Show(host, {"-d", "sqlite.config.memstatus=0"},
+                   {"sqlite.config.memstatus"}),
+              "sqlite.config.memstatus=1 (number)\n");
     EXPECT_EQ(
         Show(host, {"-d", "app.path.work=" + other.Path()}, {"app.path.work"}),
         "app.path.work=" + other.Path() + " (string)\n");

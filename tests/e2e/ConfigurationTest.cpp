@@ -141,6 +141,18 @@ TEST(Configuration, ADumpLevelThatIsZeroOrNoNumberIsFalse)
     }
 }
 
+TEST(Configuration, AnyOtherDumpLevelIsTrue)
+{
+    const CHost host(false);
+    for (const char* line : {"DumpLevel=1", "DumpLevel=-1", "DumpLevel=10"})
+    {
+        SCOPED_TRACE(line);
+        WriteIni(host, line);
+        EXPECT_EQ(Show(host, {}, {"app.fulldump"}),
+                  "app.fulldump=true (boolean)\n");
+    }
+}
+
 std::string Utf16(const std::string& ascii)
 {
     std::string text = "\xFF\xFE";

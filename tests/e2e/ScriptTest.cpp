@@ -94,6 +94,25 @@ TEST(Script, AModuleNeedsNoFunctions)
     }
 }
 
+TEST(Script, AModuleThatCannotBeIndexedIsAnError)
+{
+    const CHost host(false);
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "boolean"}, // what require makes of nothing
+        {"return 7", "number"},
+    };
+    for (const auto& [source, type] : cases)
+    {
+        SCOPED_TRACE(type);
+        const SProcessResult result = host.RunTool("noindex", source);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_TRUE(Contains(result.err, "noindex:1: attempt to index global "
+                                         "'kzaAppModule' (a " +
+                                             std::string(type) + " value)\n"))
+            << result.err;
+    }
+}
+
 TEST(Script, FunctionsGetNoArguments)
 {
     const CHost host(false);
@@ -158,6 +177,18 @@ TEST(Script, AServiceStopsTheSequenceLikewise)
             1)
             << service.Log();
     }
+}
+
+TEST(Script, AServiceRunsItsMainWhateverTestsAreNamed)
+{
+    const CService service("notests");
+    service.SetModule("return {main = function()\n"
+                      "  require('mainloop').wait()\n"
+                      "  dom:Log('message', 'main runs') end}");
+    SServiceOptions options;
+    options.arguments = {"--unittest", "*.lua"};
+    EXPECT_TRUE(service.StartUntil("main runs", options)) << service.Log();
+    EXPECT_TRUE(service.Stop());
 }
 
 // --- Errors ----------------------------------------------------------------
@@ -390,6 +421,16 @@ TEST(Script, TheTraceTellsWhichChunksRan)
         at = log.find(text, at);
         ASSERT_NE(at, std::string::npos) << text << "\nin\n" << log;
     }
+}
+
+TEST(Script, TheTraceShowsTheErrorCodeOfAChunk)
+{
+    const CHost host(false);
+    EXPECT_EQ(
+        host.RunTool("failed", "error('boom')", {"--trace", "Appl"}).status, 2);
+    EXPECT_TRUE(Contains(host.Log("failed"),
+                         "RunChunk Chunk produced a return value of 2\n"))
+        << host.Log("failed");
 }
 
 } // namespace
