@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -305,6 +306,12 @@ TEST(Daemon, UnwritableRunDirectoryDoesNotStopTheService)
     EXPECT_TRUE(service.WaitUntilGone());
 }
 
+// The session leader, when it is the last to have said something.
+pid_t LeaderIn(const std::string& log)
+{
+    return PidIn(log.substr(log.rfind(" [") + 2));
+}
+
 TEST(Daemon, FailedForkEndsTheStart)
 {
     const struct
@@ -333,8 +340,76 @@ TEST(Daemon, FailedForkEndsTheStart)
         EXPECT_TRUE(service.WaitUntilGone());
         EXPECT_EQ(Records(service, "fork"),
                   std::vector<std::string>{test.message});
+        if (test.launcher == 0)
+        {
+            EXPECT_EQ(CService::StatusOf(LeaderIn(service.Log())), 255);
+        }
         EXPECT_TRUE(fs::is_empty(service.RunDir()));
     }
+}
+
+std::vector<std::string> FirstLines(const std::string& file, std::size_t count)
+{
+    std::vector<std::string> lines = ReadLines(file);
+    lines.resize(std::min(count, lines.size()));
+    return lines;
+}
+
+TEST(Daemon, StepsComeInTheirOrder)
+{
+    const CService service;
+    service.SetModule(kWaits);
+    SServiceOptions options;
+    options.withFaults = true;
+    const std::string steps = service.Host().File("steps");
+    options.process.env = {{"KZA_STEP_LOG", steps}};
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    const std::vector<std::string> expected = {
+        "fork",
+        "setsid",
+        "chdir '" + service.Host().Work() + "'",
+        "fork",
+        "freopen /dev/null r 0",
+        "freopen /dev/null w 1",
+        "freopen /dev/null w 2",
+        "rename to /var/run/kz_agent.pid",
+        "fork"};
+    EXPECT_EQ(FirstLines(steps, expected.size()), expected);
+    EXPECT_TRUE(service.Stop());
+}
+
+TEST(Daemon, WorkingDirectoryThatTheLocaleCannotNameIsEmpty)
+{
+    const CService service("unnamed");
+    service.SetModule(kWaits);
+    SServiceOptions options;
+    options.withFaults = true;
+    const std::string steps = service.Host().File("steps");
+    const std::string work = service.Host().File("\u00fc");
+    fs::create_directories(work);
+    options.process.env = {{"KZA_STEP_LOG", steps}, {"LC_ALL", "C"}};
+    options.arguments = {"--workdir", work};
+    EXPECT_EQ(service.Start(options).status, 0);
+    ASSERT_TRUE(WaitUntil([&] { return service.Worker() != 0; }));
+    EXPECT_EQ(FirstLines(steps, 3).back(), "chdir ''");
+}
+
+// The launcher has ended while the session leader is at its first step.
+TEST(Daemon, LauncherDoesNotWaitForThePidFile)
+{
+    const CService service;
+    service.SetModule(kWaits);
+    SServiceOptions options;
+    options.withFaults = true;
+    const std::string goOn = service.Host().File("go-on");
+    options.process.env = {{"KZA_HOLD", "setsid"}, {"KZA_HOLD_FILE", goOn}};
+    EXPECT_EQ(service.Start(options).status, 0);
+    ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
+    EXPECT_FALSE(FileExists(service.PidFile()));
+    WriteFile(goOn, "");
+    ASSERT_TRUE(service.WaitForLog(kRuns));
+    EXPECT_NE(service.PidFromFile(), 0);
+    EXPECT_TRUE(service.Stop());
 }
 
 // What one pair of simultaneous starts came to.

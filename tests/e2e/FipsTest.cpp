@@ -115,6 +115,36 @@ TEST(Fips, IsOffUnlessRequested)
     }
 }
 
+TEST(Fips, InheritedVariableStaysWhileItIsOff)
+{
+    const CFipsHost host;
+    SProcessOptions options;
+    options.env = {{"OPENSSL_ENGINES", "/inherited"}};
+    EXPECT_EQ(host.Run("0", options).out,
+              "fips false, SHA256 from default, MD5 from default, engines "
+              "/inherited\n");
+}
+
+TEST(Fips, VariableThatCannotBeSetIsAnAssertionAndNoMore)
+{
+    const CFipsHost host;
+    host.Place("usable", "ossl-modules");
+    SProcessOptions options;
+    options.env = {{"LD_PRELOAD", KZA_BINARY_DIR "/tests/libfaults.so"},
+                   {"KZA_FAULT", "setenv"},
+                   // The sanitizer wants to be the first library.
+                   {"ASAN_OPTIONS", "verify_asan_link_order=0"}};
+    const SProcessResult result = host.Run("1", options);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "fips true, SHA256 from fips, MD5 from nil, engines "
+                          "nil\n");
+    EXPECT_NE(result.err.find("assert \"setEnginesVariable\" failed"),
+              std::string::npos)
+        << result.err;
+    const Lines expected = {host.Engines(), "FIPS mode is ON"};
+    EXPECT_EQ(host.Said(), expected);
+}
+
 TEST(Fips, AnyOtherTextRequestsIt)
 {
     for (const char* const mode :

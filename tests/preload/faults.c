@@ -87,6 +87,19 @@ int sigwait(const sigset_t* set, int* signal)
     return real(set, signal);
 }
 
+/* Of the agent's own variable only. */
+int setenv(const char* name, const char* value, int replace)
+{
+    if (is_fault("setenv") && strcmp(name, "OPENSSL_ENGINES") == 0)
+    {
+        errno = ENOMEM;
+        return -1;
+    }
+    int (*real)(const char*, const char*, int);
+    *(void**)&real = next("setenv");
+    return real(name, value, replace);
+}
+
 /* Writes how often it was called to the file in KZA_FAULT_REPORT. */
 int RAND_poll(void)
 {

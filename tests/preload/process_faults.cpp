@@ -5,7 +5,12 @@
 //   KZA_FAIL_FORK=n       the nth fork of the family fails with EAGAIN
 //   KZA_WAIT_STATUS=n     children are reported with this wait status
 //   KZA_WAIT_THROW=type   waiting for a child throws a value of this type
+//   KZA_WAIT_OTHER=1      the first wait tells of another process
+//   KZA_NO_SIGNAL_NAMES=1 no signal has a description
 //   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted
+//   KZA_STEP_LOG=file     the steps of a daemon and of the clean-up are noted
+//   KZA_HOLD=call         setsid, epoll_create, or sigaction for SIGINT waits
+//   KZA_HOLD_FILE=file    until the file is there; <file>.held says it waits
 
 #include <cerrno>
 #include <csignal>
@@ -14,9 +19,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #define KZA_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -67,10 +75,12 @@ int CountOf(const sigset_t& set)
     return count;
 }
 
-// Adds a line to the file in KZA_SIGNAL_LOG.
-__attribute__((format(printf, 1, 2))) void Note(const char* format, ...)
+// Adds a line to the file that the variable names.
+__attribute__((format(printf, 2, 3))) void Note(const char* variable,
+                                                const char* format,
+                                                ...)
 {
-    const char* const path = getenv("KZA_SIGNAL_LOG");
+    const char* const path = getenv(variable);
     FILE* const file = path == nullptr ? nullptr : fopen(path, "a");
     if (file == nullptr)
         return;
@@ -81,11 +91,24 @@ __attribute__((format(printf, 1, 2))) void Note(const char* format, ...)
     fclose(file);
 }
 
+void Hold(const char* call)
+{
+    const char* const held = getenv("KZA_HOLD");
+    const char* const file = getenv("KZA_HOLD_FILE");
+    if (held == nullptr || file == nullptr || strcmp(held, call) != 0)
+        return;
+    const std::string mark = std::string(file) + ".held";
+    close(open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    while (access(file, F_OK) != 0)
+        usleep(1000);
+}
+
 } // namespace
 
 KZA_EXPORT pid_t fork() noexcept
 {
     static int count = 0;
+    Note("KZA_STEP_LOG", "fork\n");
     const char* const failing = getenv("KZA_FAIL_FORK");
     if (failing != nullptr && ++count == Number(failing))
     {
@@ -99,6 +122,13 @@ KZA_EXPORT pid_t waitpid(pid_t pid, int* status, int options)
 {
     if (const char* const type = getenv("KZA_WAIT_THROW"))
         Throw(type);
+    static bool hasTold = false;
+    if (getenv("KZA_WAIT_OTHER") != nullptr && !hasTold)
+    {
+        hasTold = true;
+        *status = 0;
+        return pid + 1;
+    }
     const pid_t ended =
         Next<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
     const char* const instead = getenv("KZA_WAIT_STATUS");
@@ -111,8 +141,10 @@ KZA_EXPORT int sigaction(int number,
                          const struct sigaction* action,
                          struct sigaction* previous) noexcept
 {
+    if (action != nullptr && number == SIGINT)
+        Hold("sigaction");
     if (action != nullptr)
-        Note("sigaction %d %s flags %x mask %d\n", number,
+        Note("KZA_SIGNAL_LOG", "sigaction %d %s flags %x mask %d\n", number,
              action->sa_handler == SIG_IGN   ? "ignore"
              : action->sa_handler == SIG_DFL ? "default"
                                              : "handler",
@@ -128,7 +160,55 @@ KZA_EXPORT int pthread_sigmask(int how,
     if (set != nullptr && how == SIG_BLOCK)
         for (int number = 1; number < SIGRTMIN; ++number)
             if (sigismember(set, number) == 1)
-                Note("block %d\n", number);
+                Note("KZA_SIGNAL_LOG", "block %d\n", number);
     return Next<int(int, const sigset_t*, sigset_t*)>("pthread_sigmask")(
         how, set, previous);
+}
+
+KZA_EXPORT char* strsignal(int number) noexcept
+{
+    return getenv("KZA_NO_SIGNAL_NAMES") == nullptr
+               ? Next<char*(int)>("strsignal")(number)
+               : nullptr;
+}
+
+KZA_EXPORT pid_t setsid() noexcept
+{
+    Note("KZA_STEP_LOG", "setsid\n");
+    Hold("setsid");
+    return Next<pid_t()>("setsid")();
+}
+
+KZA_EXPORT int chdir(const char* path) noexcept
+{
+    Note("KZA_STEP_LOG", "chdir '%s'\n", path);
+    return Next<int(const char*)>("chdir")(path);
+}
+
+// What freopen() is in a program with large files.
+KZA_EXPORT FILE* freopen64(const char* path, const char* mode, FILE* stream)
+{
+    Note("KZA_STEP_LOG", "freopen %s %s %d\n", path, mode, fileno(stream));
+    return Next<FILE*(const char*, const char*, FILE*)>("freopen64")(path, mode,
+                                                                     stream);
+}
+
+KZA_EXPORT int rename(const char* from, const char* to) noexcept
+{
+    Note("KZA_STEP_LOG", "rename to %s\n", to);
+    return Next<int(const char*, const char*)>("rename")(from, to);
+}
+
+KZA_EXPORT int epoll_create(int size) noexcept
+{
+    Hold("epoll_create");
+    return Next<int(int)>("epoll_create")(size);
+}
+
+// The first step of the clean-up, KzaCore::OpenSSLThreadShutdown().
+KZA_EXPORT void _ZN7KzaCore21OpenSSLThreadShutdownEv()
+{
+    Note("KZA_STEP_LOG", "clean-up on the %s thread\n",
+         gettid() == getpid() ? "main" : "script");
+    Next<void()>("_ZN7KzaCore21OpenSSLThreadShutdownEv")();
 }

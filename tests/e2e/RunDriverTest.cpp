@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How main thread and script thread hand over, what is shut down by whom, and
+// what the end of the service reports.
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <regex>
+
+using namespace TestSupport;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr char kWaits[] = "return { main = function()"
+                          "  require('mainloop').wait()"
+                          "  dom:Log('message', 'main runs')"
+                          " end }";
+constexpr char kRuns[] = "main runs";
+
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
+SProcessOptions WithFaults(Variables variables)
+{
+    SProcessOptions options;
+    options.env = std::move(variables);
+    options.env.emplace_back("LD_PRELOAD",
+                             KZA_BINARY_DIR "/tests/libprocess_faults.so");
+    // The sanitizer wants to be the first library.
+    options.env.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
+    // A shell may have started the tests with it ignored.
+    options.inChild = [] { (void)signal(SIGINT, SIG_DFL); };
+    return options;
+}
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// The threads of a process but for one that the sanitizer has of its own.
+int Threads(pid_t pid)
+{
+    const fs::path tasks = "/proc/" + std::to_string(pid) + "/task";
+    const auto count = std::distance(fs::directory_iterator(tasks), {});
+    return static_cast<int>(count) -
+           (std::string(KZA_SANITIZE) == "thread" ? 1 : 0);
+}
+
+bool MainThreadWaitsForEvents(pid_t pid)
+{
+    const std::string process = "/proc/" + std::to_string(pid);
+    return Contains(ReadFile(process + "/wchan"), "ep_poll") ||
+           ReadFile(process + "/syscall").rfind("232 ", 0) == 0;
+}
+
+// The loop is not there yet when the script asks for its end.
+TEST(RunDriver, ScriptThatEndsBeforeTheLoopLeavesTheRunGoing)
+{
+    const CHost host(false);
+    host.AddModule("kz_agent", "return {}");
+    const std::string goOn = host.File("go-on");
+    CProcess agent(
+        host.Words({"--trace", "Appl"}),
+        WithFaults({{"KZA_HOLD", "epoll_create"}, {"KZA_HOLD_FILE", goOn}}));
+    ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
+    ASSERT_TRUE(WaitUntil(
+        [&] { return Contains(host.Log(), "Lua method 'shutdown'"); }));
+    ASSERT_TRUE(WaitUntil([&] { return Threads(agent.Pid()) == 1; }));
+    WriteFile(goOn, "");
+    EXPECT_TRUE(
+        WaitUntil([&] { return MainThreadWaitsForEvents(agent.Pid()); }));
+    EXPECT_FALSE(agent.HasEnded());
+
+    agent.Signal(SIGINT); // its handler is there by now
+    EXPECT_EQ(agent.Wait().status, 0);
+}
+
+TEST(RunDriver, SigintKillsUntilTheHandlersAreThere)
+{
+    const CHost host(false);
+    host.AddModule("early", "return {}");
+    const std::string goOn = host.File("go-on");
+    CProcess agent(
+        host.Words({"--appname", "early"}),
+        WithFaults({{"KZA_HOLD", "sigaction"}, {"KZA_HOLD_FILE", goOn}}));
+    ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
+    agent.Signal(SIGINT);
+    EXPECT_EQ(agent.Wait().signal, SIGINT);
+}
+
+// How often, and on which threads, the libraries were shut down.
+std::vector<std::string> ShutDowns(const std::string& steps)
+{
+    std::vector<std::string> found;
+    for (const std::string& line : ReadLines(steps))
+        if (line.rfind("clean-up", 0) == 0)
+            found.push_back(line);
+    return found;
+}
+
+const std::string kByMain = "clean-up on the main thread";
+const std::string kByScript = "clean-up on the script thread";
+
+TEST(RunDriver, ToolShutsTheLibrariesDownOnItsScriptThread)
+{
+    const CHost host(false);
+    const std::string steps = host.File("steps");
+    const SProcessResult result =
+        host.RunTool("tool", "return { main = function() return 3 end }", {},
+                     WithFaults({{"KZA_STEP_LOG", steps}}));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ShutDowns(steps), std::vector<std::string>{kByScript});
+}
+
+TEST(RunDriver, AgentShutsTheLibrariesDownOnItsMainThread)
+{
+    const CHost host(false);
+    const std::string steps = host.File("steps");
+    const SProcessResult result = host.RunTool(
+        "kz_agent",
+        "return { main = function() require('mainloop').wait() end }",
+        {"--lua_path", KZA_SOURCE_DIR "/tests/support/lua/?.lua"},
+        WithFaults({{"KZA_STEP_LOG", steps}}));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(ShutDowns(steps), std::vector<std::string>{kByMain});
+}
+
+TEST(RunDriver, WorkerAndWatchdogShutTheLibrariesDownOnceEach)
+{
+    const CService service;
+    service.SetModule(kWaits);
+    const std::string steps = service.Host().File("steps");
+    SServiceOptions options;
+    options.withFaults = true;
+    options.process.env = {{"KZA_STEP_LOG", steps}};
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    EXPECT_TRUE(service.WaitUntilDetached());
+    const std::size_t before = ShutDowns(steps).size();
+    EXPECT_TRUE(service.Stop());
+    EXPECT_EQ(ShutDowns(steps).size() - before, 2U);
+    EXPECT_EQ(ShutDowns(steps).back(), kByMain);
+}
+
+// The level is that of the construction; the foreground raises it.
+TEST(RunDriver, BackgroundLeavesDebugRecordsOut)
+{
+    const CService service;
+    service.SetModule("return { main = function()"
+                      "  require('mainloop').wait()"
+                      "  dom:Log('debug', 'a detail')"
+                      "  dom:Log('info', 'main runs')"
+                      " end }");
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    EXPECT_EQ(CountOf(service.Log(), "a detail"), 0);
+    EXPECT_TRUE(service.Stop());
+}
+
+TEST(RunDriver, UnitTestsAreForTheForeground)
+{
+    const CService service("tested");
+    service.SetModule(kWaits);
+    const std::string test = service.Host().File("a_test.lua");
+    WriteFile(test, "dom:Log('message', 'the test runs')\n");
+    SServiceOptions options;
+    options.arguments = {"--unittest", test};
+    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    EXPECT_TRUE(service.Stop());
+    EXPECT_EQ(CountOf(service.Log(), "the test runs"), 0);
+}
+
+// Of the whole service: what the second worker took is counted from the start
+// of the first.
+TEST(ExitReport, RunTimeCountsFromTheLaunch)
+{
+    const CService service;
+    service.SetModule("return { main = function()\n"
+                      "  require('mainloop').wait()\n"
+                      "  local start = os.time()\n"
+                      "  repeat until os.time() - start >= 90\n"
+                      "  if io.open('second') then return 7 end\n"
+                      "  io.open('second', 'w'):close()\n"
+                      "  return 3\n"
+                      "end }");
+    SServiceOptions options;
+    options.speed = 1000;
+    ASSERT_TRUE(service.StartUntil("exiting. Run time was ", options));
+    std::smatch time;
+    const std::string last = service.Records().back();
+    ASSERT_TRUE(std::regex_match(
+        last, time,
+        std::regex("INFO kza: KZA 12\\.0\\.0\\.2932 exiting\\. Run time was "
+                   "(\\d+)d (\\d\\d):(\\d\\d):(\\d\\d)\\.\\d{3}")))
+        << last;
+    const auto field = [&time](std::size_t i) { return std::stol(time[i]); };
+    EXPECT_GE(((field(1) * 24 + field(2)) * 60 + field(3)) * 60 + field(4),
+              2 * 90 - 2);
+}
+
+} // namespace
