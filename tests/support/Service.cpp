@@ -167,11 +167,16 @@ SProcessOptions CService::Process(const SServiceOptions& options) const
                                  "+0 x" + std::to_string(options.speed));
     const std::string run = RunDir();
     const std::string opt = m_dir.File("opt");
-    process.inChild = [run, opt, more = options.process.inChild]
+    // The library of the clock names shared memory after its process. What one
+    // that was killed leaves is found by a later one of the same id.
+    const bool ownShm = options.speed != 1;
+    process.inChild = [run, opt, ownShm, more = options.process.inChild]
     {
         EnterMountNamespace();
         BindOver(run, "/run");
         BindOver(opt, "/opt");
+        if (ownShm)
+            MountTmpfs("/dev/shm", "1m");
         if (more)
             more();
     };
