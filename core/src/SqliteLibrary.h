@@ -47,6 +47,7 @@ struct SSqliteCalls
     CALL(soft_heap_limit64)                                                    \
     CALL(step)
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): it declares the name
 #define KZA_SQLITE_MEMBER(name) decltype(&::sqlite3_##name) name = nullptr;
     KZA_SQLITE_CALLS(KZA_SQLITE_MEMBER)
 #undef KZA_SQLITE_MEMBER
