@@ -212,11 +212,15 @@ std::optional<int> DecideAfter(int status)
 
 // After a stop request the file has gone and the next agent may have started
 // while the worker was still at its shutdown: that agent's file stays.
-void RemovePidFile(const wxString& pidFile)
+bool NamesAnotherAgent(const wxString& pidFile)
 {
     const int pid = KzaCore::ReadPidFile(pidFile);
-    const bool isOthers = pid != 0 && pid != getpid() && kill(pid, 0) == 0;
-    if (!isOthers && wxFileExists(pidFile))
+    return pid != 0 && pid != getpid() && (kill(pid, 0) == 0 || errno != ESRCH);
+}
+
+void RemovePidFile(const wxString& pidFile)
+{
+    if (!NamesAnotherAgent(pidFile) && wxFileExists(pidFile))
         wxRemoveFile(pidFile);
 }
 
