@@ -8,13 +8,11 @@
 
 #include "kza_core/Trace.h"
 
-/// Traces a text, formatted as by wxString::Format, when the component is
-/// enabled; builds nothing otherwise.
-#define APPL_TRACE(...)                                                        \
+/// Traces a text when the component is enabled; builds nothing otherwise.
+#define APPL_TRACE(text)                                                       \
     do                                                                         \
     {                                                                          \
         if (KzaCore::LogTraceIsEnabled(CAgentApp::s_Trace))                    \
             KzaCore::LogTrace(CAgentApp::s_Trace, __FILE__, __LINE__,          \
-                              static_cast<const char*>(__func__),              \
-                              wxString::Format(__VA_ARGS__));                  \
+                              static_cast<const char*>(__func__), text);       \
     } while (false)

@@ -22,9 +22,9 @@ namespace DomKey = KzaCore::DomKey;
 namespace
 {
 
-constexpr char kExtension[] = "kze";
-constexpr char kCoreName[] = "kza";
-constexpr char kCoreDirectory[] = "kza_core";
+constexpr wchar_t kExtension[] = L"kze";
+constexpr wchar_t kCoreName[] = L"kza";
+constexpr wchar_t kCoreDirectory[] = L"kza_core";
 constexpr char kWildcards[] = "*?";
 constexpr wchar_t kSeparator[] = L";";
 
@@ -47,17 +47,21 @@ void NormalizeAgainst(wxFileName& file, const wxString& directory)
 }
 
 // The application's own archive, then the core's; an application named like
-// the core has one.
+// the core has one. Every start comes through here, which plain text takes
+// faster than wxFileName.
 wxString CoreArchives(const wxString& bin, const wxString& application)
 {
     wxString list;
+    wxString directory = bin;
+    if (!directory.EndsWith(L"/")) // the root directory does
+        directory += L'/';
+    directory << kCoreDirectory << L'/';
     for (const wxString& name : {application, wxString(kCoreName)})
     {
-        wxFileName archive(wxFileName::DirName(bin).GetPath(), name,
-                           kExtension);
-        archive.AppendDir(kCoreDirectory);
-        if (archive.FileExists())
-            Append(list, archive.GetFullPath());
+        wxString archive = directory;
+        archive << name << L'.' << kExtension;
+        if (wxFileExists(archive))
+            Append(list, archive);
         if (application == kCoreName)
             break;
     }
@@ -100,7 +104,7 @@ void CAgentApp::ExpandZippath()
     const wxString bin = m_dom->GetWxString(DomKey::kPathBin);
     wxString result = CoreArchives(bin, GetAppName());
     AddExtensionDirectory(bin);
-    APPL_TRACE("zipFilespec: %s", m_zipPath);
+    APPL_TRACE(L"zipFilespec: " + m_zipPath);
 
     std::list<wxString> items;
     Tokenize(items, m_zipPath, kSeparator);
@@ -110,11 +114,11 @@ void CAgentApp::ExpandZippath()
 
     if (result.empty())
     {
-        APPL_TRACE("app.lua.zippath empty ");
+        APPL_TRACE(L"app.lua.zippath empty ");
         return;
     }
     m_dom->SetWx(DomKey::kLuaZipPath, result);
-    APPL_TRACE("app.lua.zippath '%s' ", result);
+    APPL_TRACE(L"app.lua.zippath '" + result + L"' ");
 }
 
 void CAgentApp::AddExtensionDirectory(const wxString& bin)
@@ -150,7 +154,8 @@ void CAgentApp::AddArchives(const wxString& item,
         }
         if (isPattern && !ExtensionVersionIsOK(match))
             continue;
-        APPL_TRACE("Adding extension file '%s' to the search path.", match);
+        APPL_TRACE(L"Adding extension file '" + match +
+                   L"' to the search path.");
         Append(result, match);
     }
 }

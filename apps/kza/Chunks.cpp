@@ -18,14 +18,14 @@ int CAgentApp::RunChunk(wxInputStream& in,
                         wxOutputStream& out,
                         const wxString& name)
 {
-    APPL_TRACE("Running chunk '%s'", name);
+    APPL_TRACE(L"Running chunk '" + name + L"'");
     int status = m_lua->RunScript(in, 0, 1, name, &out);
     if (status == 0)
     {
         status = static_cast<int>(lua_tointegerx(m_lua->L(), -1, nullptr));
         lua_pop(m_lua->L(), 1);
     }
-    APPL_TRACE("Chunk produced a return value of %d", status);
+    APPL_TRACE(wxString(L"Chunk produced a return value of ") << status);
     return status;
 }
 

@@ -141,11 +141,12 @@ bool CAgentApp::ApplyRemoval(const wxFileName& package,
     const wxString path = package.GetFullPath();
     if (!IsReadable(path))
         return false;
-    APPL_TRACE("Removing files from %s", path);
+    APPL_TRACE("Removing files from " + path);
     if (!KzaCore::Unzip(package, directory, UninstallPluginZipCB, this))
         return false;
-    APPL_TRACE("Successfully removed files for plugin '%s'. Deleting '%s'",
-               package.GetName(), path);
+    APPL_TRACE(wxString::Format(
+        "Successfully removed files for plugin '%s'. Deleting '%s'",
+        package.GetName(), path));
     if (!RemoveFile(path))
         ReportUndeletable(path);
     return true;
@@ -165,8 +166,9 @@ bool CAgentApp::UninstallPluginZipCB(const wxZipEntry* entry,
 {
     if (entry == nullptr)
         return true;
-    APPL_TRACE("  removing: %s (%lu bytes)", entry->GetInternalName(),
-               static_cast<unsigned long>(entry->GetSize()));
+    APPL_TRACE(wxString::Format("  removing: %s (%lu bytes)",
+                                entry->GetInternalName(),
+                                static_cast<unsigned long>(entry->GetSize())));
     RemoveFile(*destPath);
     return false;
 }
@@ -207,7 +209,7 @@ bool CAgentApp::ApplyInstallation(const wxFileName& package,
     }
     if (!IsReadable(path))
         return false;
-    APPL_TRACE("Extracting files from %s", path);
+    APPL_TRACE("Extracting files from " + path);
     if (!KzaCore::Unzip(package, directory, InstallPluginZipCB, this))
         return false;
 
@@ -216,8 +218,9 @@ bool CAgentApp::ApplyInstallation(const wxFileName& package,
     KzaCore::SyncFileSystem(directory);
 
     // "Deleting": the package is out of the way, as if deleted.
-    APPL_TRACE("Successfully extracted files for plugin '%s'. Deleting '%s'",
-               package.GetName(), path);
+    APPL_TRACE(wxString::Format(
+        "Successfully extracted files for plugin '%s'. Deleting '%s'",
+        package.GetName(), path));
     if (!MoveFile(path, path + kDoneSuffix))
         ReportUndeletable(path);
     return true;
@@ -235,8 +238,9 @@ bool CAgentApp::InstallPluginZipCB(const wxZipEntry* entry)
 {
     if (entry != nullptr)
     {
-        APPL_TRACE("  extracting: %s (%lu bytes)", entry->GetInternalName(),
-                   static_cast<unsigned long>(entry->GetSize()));
+        APPL_TRACE(wxString::Format(
+            "  extracting: %s (%lu bytes)", entry->GetInternalName(),
+            static_cast<unsigned long>(entry->GetSize())));
     }
     return true;
 }

@@ -124,7 +124,7 @@ int CAgentApp::RunAppInit()
     ExpandZippath();
     InstallSignalDispositions();
 
-    const wxString name = wxString::Format("%s.lua", GetAppName());
+    const wxString name = GetAppName() + L".lua";
     m_lua = new KzaCore::CLuaInterpreter(false, name.wc_str(), true);
     lua_State* const L = m_lua->L();
     lua_pushlightuserdata(L, this);
@@ -138,8 +138,8 @@ int CAgentApp::RunAppInit()
             wxString::FromUTF8(reason == nullptr ? "" : reason) + "\n");
         return status;
     }
-    status = RunCodeSnippet(
-        wxString::Format("kzaAppModule = require([[%s]]);", GetAppName()));
+    status =
+        RunCodeSnippet(L"kzaAppModule = require([[" + GetAppName() + L"]]);");
     return status != 0 ? status : RunAppMethod(L"init");
 }
 
@@ -155,7 +155,7 @@ int CAgentApp::RunAppShutdown()
 
 int CAgentApp::RunAppMethod(const wchar_t* method)
 {
-    APPL_TRACE("Running app's Lua method '%s'", method);
+    APPL_TRACE(L"Running app's Lua method '" + wxString(method) + L"'");
     return RunCodeSnippet(
         wxString::Format("if type(kzaAppModule.%1$s) == 'function' then return "
                          "kzaAppModule.%1$s(); else return 0; end;",

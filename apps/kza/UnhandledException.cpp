@@ -76,6 +76,6 @@ void CAgentApp::OnUnhandledException()
 {
     APPL_TRACE("OnUnhandledException()");
     const wxString description = Describe();
-    APPL_TRACE("OnUnhandledException() - caught unhandled %s, terminating app.",
-               description);
+    APPL_TRACE("OnUnhandledException() - caught unhandled " + description +
+               ", terminating app.");
 }

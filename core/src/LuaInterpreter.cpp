@@ -30,11 +30,12 @@ int PanicCB(lua_State* L)
     return 0; // Lua aborts the process
 }
 
-// Reads a chunk's source piece by piece.
+// Reads a chunk's source piece by piece. Small pieces: they lie on the stack,
+// and a new thread's stack has yet to get its pages.
 struct SSource
 {
     wxInputStream& in;
-    std::array<char, 8192> buffer;
+    std::array<char, 1024> buffer;
 };
 
 const char* ReadSourceCB(lua_State* /*L*/, void* data, size_t* size)
