@@ -3,9 +3,10 @@
 // The SQLite library, loaded when it is first wanted.
 //
 // Most starts of an agent store no event and set nothing of SQLite; to find
-// the library's 1,600 symbols would be a tenth of the way to the application's
-// first line. So nothing of ours is linked with it: its calls go through a
-// table. A Lua module that is linked with SQLite shares the same library.
+// the library's 1,600 symbols would be a fifteenth of the way to the
+// application's first line. So nothing of ours is linked with it: its calls go
+// through a table. A Lua module that is linked with SQLite shares the same
+// library.
 //
 // Threads: any.
 
