@@ -2,10 +2,10 @@
 //
 // Watchdog: keep one worker alive and know when to stop trying.
 //
-// Runs in the parent while it has one thread, no Lua state and no open
-// database; only that makes the plain fork below safe. Whether to start again
-// and after which delay is decided by CRestartPolicy; this file forks, waits
-// and reports. The watchdog reaps each worker before it starts the next one.
+// Forks while it has one thread, no Lua state and no open database; only that
+// makes the plain fork below safe. Whether to start again and after which delay
+// is decided by CRestartPolicy; this file forks, waits and reports. The
+// watchdog reaps each worker before it starts the next one.
 
 #include "AgentApp.h"
 
@@ -13,7 +13,9 @@
 
 #include "kza_core/Execute.h"
 #include "kza_core/PidFile.h"
+#include "kza_core/TimerSlack.h"
 
+#include <lua.hpp>
 #include <wx/filefn.h>
 #include <wx/log.h>
 
@@ -53,11 +55,17 @@ int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
     return kFailed;
 }
 
-timespec After(std::chrono::milliseconds delay)
+// By the clock that nobody sets, since the host's may be set while it starts.
+timespec Now()
 {
-    constexpr long kNanosecondsPerSecond = 1000000000;
     timespec time{};
     clock_gettime(CLOCK_MONOTONIC, &time);
+    return time;
+}
+
+timespec After(timespec time, std::chrono::milliseconds delay)
+{
+    constexpr long kNanosecondsPerSecond = 1000000000;
     time.tv_sec += static_cast<time_t>(delay.count() / 1000);
     time.tv_nsec += static_cast<long>(delay.count() % 1000) * 1000000;
     if (time.tv_nsec >= kNanosecondsPerSecond)
@@ -69,10 +77,10 @@ timespec After(std::chrono::milliseconds delay)
 }
 
 // Nothing signals the condition, and a signal to the process does not cut the
-// wait short: a back-off lasts as long as the log says. The clock is the one
-// that nobody sets, since the host's may be set while it starts.
-void WaitFully(std::chrono::milliseconds delay)
+// wait short: a back-off lasts as long as the log says, and no longer.
+void WaitFullyUntil(const timespec& end)
 {
+    const KzaCore::CNoTimerSlack punctual;
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
     pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
@@ -80,7 +88,6 @@ void WaitFully(std::chrono::milliseconds delay)
     pthread_cond_init(&never, &attributes);
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 
-    const timespec end = After(delay);
     pthread_mutex_lock(&mutex);
     while (pthread_cond_timedwait(&never, &mutex, &end) == 0)
         continue;
@@ -90,13 +97,43 @@ void WaitFully(std::chrono::milliseconds delay)
     pthread_condattr_destroy(&attributes);
 }
 
-void DelayRestart(const CRestartPolicy::Decision& next)
+// Goes the way to a module. No path leads to a file: nobody's code runs here.
+constexpr char kRehearsal[] = "package.path = '/dev/null/?'\n"
+                              "package.cpath = package.path\n"
+                              "pcall(require, 'nothing')\n"
+                              "dofile('/dev/null')\n";
+
+int RehearseCB(lua_State* L)
+{
+    luaL_openlibs(L);
+    luaL_dostring(L, kRehearsal);
+    return 0;
+}
+
+// A function of a library is looked up when it is first called, which takes
+// long for the many that Lua is made of. What is called here, while there is
+// nothing to do but wait, no later worker has to look up.
+void RehearseLua()
+{
+    lua_State* const L = luaL_newstate();
+    if (L == nullptr)
+        return;
+    lua_pushcfunction(L, RehearseCB);
+    (void)lua_pcall(L, 0, 0, 0); // without memory: then not
+    lua_close(L);
+}
+
+// The delay counts from the end of the last worker: what is said and done in
+// the meantime does not keep the service down longer.
+void DelayRestart(const CRestartPolicy::Decision& next, const timespec& ended)
 {
     if (next.recentStarts == 0)
         return;
     wxLogVerbose("Delaying %dms before restart %d",
                  static_cast<int>(next.delay.count()), next.recentStarts);
-    WaitFully(next.delay);
+    if (next.recentStarts == 1)
+        RehearseLua();
+    WaitFullyUntil(After(ended, next.delay));
 }
 
 // Holds SIGTERM back while a worker is forked and the relay installed. One
@@ -181,6 +218,11 @@ void ReportEnd(int status)
         wxLogVerbose("Child process exited with status %d", status);
 }
 
+bool WantsDriverStopped(int status)
+{
+    return WIFEXITED(status) && WEXITSTATUS(status) == kExitStopDriver;
+}
+
 void StopDriver()
 {
     if (access(kDriverScript, X_OK) != 0)
@@ -198,13 +240,8 @@ void StopDriver()
 // The service's exit status, nothing when the worker is to be started again.
 std::optional<int> DecideAfter(int status)
 {
-    if (WIFEXITED(status))
-    {
-        if (WEXITSTATUS(status) != kExitStopDriver)
-            return WEXITSTATUS(status);
-        StopDriver();
-        return std::nullopt;
-    }
+    if (WIFEXITED(status) && !WantsDriverStopped(status))
+        return WEXITSTATUS(status);
     if (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM)
         return 0;
     return std::nullopt;
@@ -247,18 +284,15 @@ pid_t CAgentApp::ForkWorker()
 
 int CAgentApp::SuperviseWorkers()
 {
-    // The first description makes the C library look for its translations in
-    // a few files. A worker that has died is not the time for that.
-    (void)strsignal(SIGKILL);
-
     CRestartPolicy policy;
+    timespec ended{}; // the first start waits for nothing
     for (;;)
     {
         const time_t now = time(nullptr);
         const CRestartPolicy::Decision next = policy.BeforeStart(now);
         if (!next.allowed)
             return ReportTooManyRestarts(next);
-        DelayRestart(next);
+        DelayRestart(next, ended);
 
         // The time from before the delay: a long back-off shortens the period
         // that the next count looks at.
@@ -270,9 +304,15 @@ int CAgentApp::SuperviseWorkers()
         const std::optional<int> status = WaitForWorker(worker);
         if (!status)
             return kFailed;
+        ended = Now();
         ReportEnd(*status);
         if (const std::optional<int> result = DecideAfter(*status))
             return *result;
+        if (WantsDriverStopped(*status))
+        {
+            StopDriver();
+            ended = Now();
+        }
     }
 }
 
