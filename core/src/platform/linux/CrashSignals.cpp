@@ -31,7 +31,6 @@ namespace
 constexpr std::int64_t kPatienceMs = 5000;
 // After which the system has this long to remove it.
 constexpr std::int64_t kRemovalMs = 1000;
-constexpr long kPollNs = 1000000;
 
 CrashPlan g_plan;
 CrashDumpWriter g_writer = nullptr;
@@ -128,8 +127,7 @@ bool AwaitEnd(pid_t helper, std::int64_t patienceMs, int& status)
         if (present != seen)
             deadline = NowMs() + patienceMs;
         seen = present;
-        const timespec pause = {0, kPollNs};
-        syscall(SYS_nanosleep, &pause, nullptr);
+        PauseCrashPoll();
     }
     return false;
 }
@@ -232,6 +230,13 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
 void NoteCrashProgress()
 {
     g_progress->fetch_add(1);
+}
+
+void PauseCrashPoll()
+{
+    constexpr long kMillisecondNs = 1000000;
+    const timespec pause = {0, kMillisecondNs};
+    syscall(SYS_nanosleep, &pause, nullptr);
 }
 
 } // namespace KzaCore

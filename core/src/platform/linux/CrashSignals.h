@@ -52,4 +52,9 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer);
 /// The writer tells the waiting handler that it is getting on.
 void NoteCrashProgress();
 
+/// Lets a millisecond pass between two looks. Async-signal-safe; asks the
+/// system itself, since what other libraries put before the C library's
+/// functions may wait for a lock that the crashed code holds.
+void PauseCrashPoll();
+
 } // namespace KzaCore

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -32,7 +31,6 @@ namespace
 // again; each look finds fewer.
 constexpr int kLooks = 10;
 constexpr int kStopPolls = 500;
-constexpr long kPollNs = 1000000;
 
 pid_t ToThread(const char* name)
 {
@@ -94,8 +92,7 @@ bool AwaitStop(pid_t thread, int& polls)
             return WIFSTOPPED(status);
         if (changed < 0 || polls-- <= 0)
             return false;
-        const timespec pause = {0, kPollNs};
-        nanosleep(&pause, nullptr);
+        PauseCrashPoll();
     }
 }
 
