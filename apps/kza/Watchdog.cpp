@@ -19,6 +19,7 @@
 #include <wx/filefn.h>
 #include <wx/log.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -32,6 +33,10 @@
 
 namespace
 {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
 
 constexpr int kFailed = -1;
 
@@ -56,30 +61,25 @@ int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
 }
 
 // By the clock that nobody sets, since the host's may be set while it starts.
-timespec Now()
+nanoseconds Now()
 {
     timespec time{};
     clock_gettime(CLOCK_MONOTONIC, &time);
-    return time;
+    return seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
 
-timespec After(timespec time, std::chrono::milliseconds delay)
+timespec ToTimespec(nanoseconds time)
 {
-    constexpr long kNanosecondsPerSecond = 1000000000;
-    time.tv_sec += static_cast<time_t>(delay.count() / 1000);
-    time.tv_nsec += static_cast<long>(delay.count() % 1000) * 1000000;
-    if (time.tv_nsec >= kNanosecondsPerSecond)
-    {
-        ++time.tv_sec;
-        time.tv_nsec -= kNanosecondsPerSecond;
-    }
-    return time;
+    const auto whole = std::chrono::duration_cast<seconds>(time);
+    return {static_cast<time_t>(whole.count()),
+            static_cast<long>((time - whole).count())};
 }
 
 // Nothing signals the condition, and a signal to the process does not cut the
 // wait short: a back-off lasts as long as the log says, and no longer.
-void WaitFullyUntil(const timespec& end)
+void WaitFullyUntil(nanoseconds time)
 {
+    const timespec end = ToTimespec(time);
     const KzaCore::CNoTimerSlack punctual;
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
@@ -123,17 +123,26 @@ void RehearseLua()
     lua_close(L);
 }
 
-// The delay counts from the end of the last worker: what is said and done in
-// the meantime does not keep the service down longer.
-void DelayRestart(const CRestartPolicy::Decision& next, const timespec& ended)
+// What has passed since the last worker's end, mostly the report about it, is
+// part of the delay. No more than a millisecond: where a report took long, the
+// wait still is what the log says.
+nanoseconds EndOfDelay(milliseconds delay, nanoseconds ended)
+{
+    constexpr milliseconds kMostCounted{1};
+    const nanoseconds now = Now();
+    return now + delay - std::min<nanoseconds>(now - ended, kMostCounted);
+}
+
+void DelayRestart(const CRestartPolicy::Decision& next, nanoseconds ended)
 {
     if (next.recentStarts == 0)
         return;
     wxLogVerbose("Delaying %dms before restart %d",
                  static_cast<int>(next.delay.count()), next.recentStarts);
+    const nanoseconds end = EndOfDelay(next.delay, ended);
     if (next.recentStarts == 1)
         RehearseLua();
-    WaitFullyUntil(After(ended, next.delay));
+    WaitFullyUntil(end);
 }
 
 // Holds SIGTERM back while a worker is forked and the relay installed. One
@@ -218,11 +227,6 @@ void ReportEnd(int status)
         wxLogVerbose("Child process exited with status %d", status);
 }
 
-bool WantsDriverStopped(int status)
-{
-    return WIFEXITED(status) && WEXITSTATUS(status) == kExitStopDriver;
-}
-
 void StopDriver()
 {
     if (access(kDriverScript, X_OK) != 0)
@@ -240,8 +244,13 @@ void StopDriver()
 // The service's exit status, nothing when the worker is to be started again.
 std::optional<int> DecideAfter(int status)
 {
-    if (WIFEXITED(status) && !WantsDriverStopped(status))
-        return WEXITSTATUS(status);
+    if (WIFEXITED(status))
+    {
+        if (WEXITSTATUS(status) != kExitStopDriver)
+            return WEXITSTATUS(status);
+        StopDriver();
+        return std::nullopt;
+    }
     if (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM)
         return 0;
     return std::nullopt;
@@ -285,7 +294,7 @@ pid_t CAgentApp::ForkWorker()
 int CAgentApp::SuperviseWorkers()
 {
     CRestartPolicy policy;
-    timespec ended{}; // the first start waits for nothing
+    nanoseconds ended{}; // the first start waits for nothing
     for (;;)
     {
         const time_t now = time(nullptr);
@@ -308,11 +317,6 @@ int CAgentApp::SuperviseWorkers()
         ReportEnd(*status);
         if (const std::optional<int> result = DecideAfter(*status))
             return *result;
-        if (WantsDriverStopped(*status))
-        {
-            StopDriver();
-            ended = Now();
-        }
     }
 }
 

@@ -13,7 +13,8 @@ namespace KzaCore
 
 /// While it lives, the thread's timed waits end as soon as their time has come.
 /// Linux may otherwise let 50 microseconds pass, to end several waits with one
-/// wake-up of the processor. Without effect where the system has no such thing.
+/// wake-up of the processor. Its end puts back the slack that the thread began
+/// with. Without effect where the system has no such thing.
 class KZA_API CNoTimerSlack
 {
 public:
@@ -22,9 +23,6 @@ public:
 
     CNoTimerSlack(const CNoTimerSlack&) = delete;
     CNoTimerSlack& operator=(const CNoTimerSlack&) = delete;
-
-private:
-    int m_previous; // nanoseconds
 };
 
 } // namespace KzaCore

@@ -10,14 +10,15 @@ namespace KzaCore
 {
 
 CNoTimerSlack::CNoTimerSlack()
-    : m_previous(prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0))
 {
-    prctl(PR_SET_TIMERSLACK, 1, 0, 0, 0); // 0 stands for the default
+    constexpr unsigned long kLeastNs = 1;
+    prctl(PR_SET_TIMERSLACK, kLeastNs, 0, 0, 0);
 }
 
 CNoTimerSlack::~CNoTimerSlack()
 {
-    prctl(PR_SET_TIMERSLACK, m_previous, 0, 0, 0);
+    constexpr unsigned long kThreadsDefault = 0;
+    prctl(PR_SET_TIMERSLACK, kThreadsDefault, 0, 0, 0);
 }
 
 } // namespace KzaCore

@@ -7,9 +7,7 @@
 namespace KzaCore
 {
 
-CNoTimerSlack::CNoTimerSlack() : m_previous(0)
-{
-}
+CNoTimerSlack::CNoTimerSlack() = default;
 
 CNoTimerSlack::~CNoTimerSlack() = default;
 
