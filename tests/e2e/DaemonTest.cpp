@@ -2,6 +2,8 @@
 //
 // Leaving the terminal, the pid file, and one agent of a name at most.
 
+#include "WaitingService.h"
+
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
@@ -23,14 +25,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-// A service that runs until it is told to stop.
-constexpr char kWaits[] = "return { main = function()"
-                          "  require('mainloop').wait()"
-                          "  dom:Log('message', 'main runs')"
-                          " end }";
-
-constexpr char kRuns[] = "main runs";
 
 // True when an entry of a process in /proc leads to the file. The link's text
 // is another one when the test runs in a chroot.
@@ -57,20 +51,20 @@ std::vector<std::string> Records(const CService& service,
 TEST(Daemon, LauncherEndsWithZeroAndSaysNothing)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const SProcessResult result = service.Start();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");
-    ASSERT_TRUE(service.WaitForLog(kRuns));
+    ASSERT_TRUE(service.WaitForLog(kMainRuns));
     EXPECT_TRUE(service.Stop());
 }
 
 TEST(Daemon, WatchdogIsDetachedAndItsOnlyChildIsTheWorker)
 {
     const CService service;
-    service.SetModule(kWaits);
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
 
     const pid_t watchdog = service.PidFromFile();
     const pid_t worker = service.Worker();
@@ -96,8 +90,8 @@ TEST(Daemon, WatchdogIsDetachedAndItsOnlyChildIsTheWorker)
 TEST(Daemon, WorkingDirectoryAndDescriptors)
 {
     const CService service;
-    service.SetModule(kWaits);
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     ASSERT_TRUE(service.WaitUntilDetached());
     for (const pid_t pid : service.Processes())
     {
@@ -116,8 +110,8 @@ TEST(Daemon, WorkingDirectoryAndDescriptors)
 TEST(Daemon, PidFileNamesTheWatchdogAndGoesWithIt)
 {
     const CService service("other");
-    service.SetModule(kWaits);
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
 
     const pid_t watchdog = ProcessInfo(service.Worker()).parent;
     EXPECT_EQ(ReadFile(service.PidFile()), std::to_string(watchdog) + "\n");
@@ -134,10 +128,10 @@ TEST(Daemon, PidFileNamesTheWatchdogAndGoesWithIt)
 TEST(Daemon, FileModeMaskIsInherited)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.process.inChild = [] { umask(0137); };
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     for (const pid_t pid : service.Processes())
         EXPECT_NE(ReadFile("/proc/" + std::to_string(pid) + "/status")
                       .find("Umask:\t0137\n"),
@@ -148,7 +142,7 @@ TEST(Daemon, FileModeMaskIsInherited)
 TEST(Daemon, WorkingDirectoryThatIsGoneIsIgnored)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.arguments = {"--domain_var", "app.path.work=/no/such/place"};
     EXPECT_EQ(service.Start(options).status, 0);
@@ -164,9 +158,9 @@ TEST(Daemon, PidFileThatNamesNobodyIsAbsent)
     {
         SCOPED_TRACE(content);
         const CService service;
-        service.SetModule(kWaits);
+        service.SetModule(kWaitingMain);
         WriteFile(service.PidFile(), content);
-        ASSERT_TRUE(service.StartUntil(kRuns));
+        ASSERT_TRUE(service.StartUntil(kMainRuns));
         EXPECT_EQ(Records(service, "present").size(), 0U);
         EXPECT_EQ(service.PidFromFile(), ProcessInfo(service.Worker()).parent);
         EXPECT_TRUE(service.Stop());
@@ -176,11 +170,11 @@ TEST(Daemon, PidFileThatNamesNobodyIsAbsent)
 TEST(Daemon, StalePidFileIsReportedAndRewritten)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string dead = std::to_string(DeadPid()) + "\n";
     WriteFile(service.PidFile(), dead);
 
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     const std::vector<std::string> expected = {
         "INFO kza: /var/run/kz_agent.pid present (pid=" +
         std::to_string(PidIn(dead)) + "), but doesn't seem to be running."};
@@ -192,8 +186,8 @@ TEST(Daemon, StalePidFileIsReportedAndRewritten)
 TEST(Daemon, SecondStartIsRefused)
 {
     const CService service;
-    service.SetModule(kWaits);
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     const std::string before = ReadFile(service.PidFile());
 
     EXPECT_EQ(service.Start().status, 1);
@@ -208,7 +202,7 @@ TEST(Daemon, SecondStartIsRefused)
 TEST(Daemon, AnyLiveProcessBlocksTheStart)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string content = std::to_string(getpid()) + "\n";
     WriteFile(service.PidFile(), content);
     EXPECT_EQ(service.Start().status, 1);
@@ -222,7 +216,7 @@ TEST(Daemon, ProcessThatMayNotBeProbedBlocksTheStart)
 {
     constexpr uid_t kNobody = 65534;
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     std::unique_ptr<CProcess> foreign;
     pid_t pid = 1;
@@ -255,11 +249,11 @@ TEST(Daemon, LongPathIsCutInBothMessages)
     const std::string name(150, 'n');
     const std::string shown = ("/var/run/" + name + ".pid").substr(0, 128);
     const CService service(name);
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
 
     const std::string dead = std::to_string(DeadPid()) + "\n";
     WriteFile(service.PidFile(), dead);
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     EXPECT_EQ(service.Start().status, 1);
     const std::vector<std::string> expected = {
         "INFO kza: " + shown + " present (pid=" + std::to_string(PidIn(dead)) +
@@ -272,14 +266,14 @@ TEST(Daemon, LongPathIsCutInBothMessages)
 TEST(Daemon, SymbolicLinkIsNeverFollowed)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     // The link's target names a live process, yet it is not asked.
     const std::string elsewhere = service.Host().File("elsewhere");
     const std::string content = std::to_string(getpid()) + "\n";
     WriteFile(elsewhere, content);
     fs::create_symlink(elsewhere, service.PidFile());
 
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     EXPECT_FALSE(fs::is_symlink(service.PidFile()));
     EXPECT_EQ(service.PidFromFile(), ProcessInfo(service.Worker()).parent);
     EXPECT_TRUE(service.Stop());
@@ -289,13 +283,13 @@ TEST(Daemon, SymbolicLinkIsNeverFollowed)
 TEST(Daemon, UnwritableRunDirectoryDoesNotStopTheService)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.process.inChild = [] {
         mount(nullptr, "/run", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY,
               nullptr);
     };
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
     EXPECT_EQ(Records(service, "Unable to make a file beside "
                                "'/var/run/kz_agent.pid' (error 30: Read-only "
@@ -331,7 +325,7 @@ TEST(Daemon, FailedForkEndsTheStart)
     {
         SCOPED_TRACE(test.fork);
         const CService service;
-        service.SetModule(kWaits);
+        service.SetModule(kWaitingMain);
         SServiceOptions options;
         options.withFaults = true;
         options.process.env = {{"KZA_FAIL_FORK", test.fork}};
@@ -358,12 +352,12 @@ std::vector<std::string> FirstLines(const std::string& file, std::size_t count)
 TEST(Daemon, StepsComeInTheirOrder)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.withFaults = true;
     const std::string steps = service.Host().File("steps");
     options.process.env = {{"KZA_STEP_LOG", steps}};
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     const std::vector<std::string> expected = {
         "fork",
         "setsid",
@@ -381,7 +375,7 @@ TEST(Daemon, StepsComeInTheirOrder)
 TEST(Daemon, WorkingDirectoryThatTheLocaleCannotNameIsEmpty)
 {
     const CService service("unnamed");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.withFaults = true;
     const std::string steps = service.Host().File("steps");
@@ -398,7 +392,7 @@ TEST(Daemon, WorkingDirectoryThatTheLocaleCannotNameIsEmpty)
 TEST(Daemon, LauncherDoesNotWaitForThePidFile)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.withFaults = true;
     const std::string goOn = service.Host().File("go-on");
@@ -407,7 +401,7 @@ TEST(Daemon, LauncherDoesNotWaitForThePidFile)
     ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
     EXPECT_FALSE(FileExists(service.PidFile()));
     WriteFile(goOn, "");
-    ASSERT_TRUE(service.WaitForLog(kRuns));
+    ASSERT_TRUE(service.WaitForLog(kMainRuns));
     EXPECT_NE(service.PidFromFile(), 0);
     EXPECT_TRUE(service.Stop());
 }
@@ -443,7 +437,7 @@ TEST_P(TwoStartsAtOnce, OneSurvivesAndTheOtherSaysWhy)
 {
     constexpr int kTimes = 100;
     const CService service("pair");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string dead = std::to_string(DeadPid()) + "\n";
     for (int i = 1; i <= kTimes; ++i)
     {
@@ -453,7 +447,7 @@ TEST_P(TwoStartsAtOnce, OneSurvivesAndTheOtherSaysWhy)
         const SPair pair = StartTwoAtOnce(service);
         ASSERT_EQ(pair.started, 1);
         ASSERT_EQ(pair.refused, 1);
-        ASSERT_TRUE(service.WaitForLog(kRuns, i));
+        ASSERT_TRUE(service.WaitForLog(kMainRuns, i));
         ASSERT_EQ(CountOf(service.Log(), "pair.pid present, exiting"), i);
         ASSERT_TRUE(service.WaitUntilDetached());
         ASSERT_TRUE(service.Stop());

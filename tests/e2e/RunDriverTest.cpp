@@ -3,6 +3,8 @@
 // How main thread and script thread hand over, what is shut down by whom, and
 // what the end of the service reports.
 
+#include "WaitingService.h"
+
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
@@ -17,12 +19,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-constexpr char kWaits[] = "return { main = function()"
-                          "  require('mainloop').wait()"
-                          "  dom:Log('message', 'main runs')"
-                          " end }";
-constexpr char kRuns[] = "main runs";
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
 
@@ -138,12 +134,12 @@ TEST(RunDriver, AgentShutsTheLibrariesDownOnItsMainThread)
 TEST(RunDriver, WorkerAndWatchdogShutTheLibrariesDownOnceEach)
 {
     const CService service;
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string steps = service.Host().File("steps");
     SServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_STEP_LOG", steps}};
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     EXPECT_TRUE(service.WaitUntilDetached());
     const std::size_t before = ShutDowns(steps).size();
     EXPECT_TRUE(service.Stop());
@@ -160,7 +156,7 @@ TEST(RunDriver, BackgroundLeavesDebugRecordsOut)
                       "  dom:Log('debug', 'a detail')"
                       "  dom:Log('info', 'main runs')"
                       " end }");
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     EXPECT_EQ(CountOf(service.Log(), "a detail"), 0);
     EXPECT_TRUE(service.Stop());
 }
@@ -168,12 +164,12 @@ TEST(RunDriver, BackgroundLeavesDebugRecordsOut)
 TEST(RunDriver, UnitTestsAreForTheForeground)
 {
     const CService service("tested");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string test = service.Host().File("a_test.lua");
     WriteFile(test, "dom:Log('message', 'the test runs')\n");
     SServiceOptions options;
     options.arguments = {"--unittest", test};
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     EXPECT_TRUE(service.Stop());
     EXPECT_EQ(CountOf(service.Log(), "the test runs"), 0);
 }

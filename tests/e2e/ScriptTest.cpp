@@ -179,18 +179,6 @@ TEST(Script, AServiceStopsTheSequenceLikewise)
     }
 }
 
-TEST(Script, AServiceRunsItsMainWhateverTestsAreNamed)
-{
-    const CService service("notests");
-    service.SetModule("return {main = function()\n"
-                      "  require('mainloop').wait()\n"
-                      "  dom:Log('message', 'main runs') end}");
-    SServiceOptions options;
-    options.arguments = {"--unittest", "*.lua"};
-    EXPECT_TRUE(service.StartUntil("main runs", options)) << service.Log();
-    EXPECT_TRUE(service.Stop());
-}
-
 // --- Errors ----------------------------------------------------------------
 
 TEST(Script, AMissingModuleListsWhatWasSearched)

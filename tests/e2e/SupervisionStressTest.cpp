@@ -3,6 +3,8 @@
 // The watchdog under stress: many deaths, what dying workers leave behind, no
 // room for the log, stop requests at bad moments.
 
+#include "WaitingService.h"
+
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
@@ -21,12 +23,6 @@ namespace
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
-
-constexpr char kWaits[] = "return { main = function()"
-                          "  require('mainloop').wait()"
-                          "  dom:Log('message', 'main runs')"
-                          " end }";
-constexpr char kRuns[] = "main runs";
 
 // The same numbers in every run: a failure can be had again.
 std::mt19937 Random(std::uint32_t seed)
@@ -100,10 +96,10 @@ void KillWorkers(const CService& service, int times, std::mt19937& random)
 TEST(SupervisionStress, HundredDeathsLeaveNothingBehind)
 {
     const CService service("mortal");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     SServiceOptions options;
     options.speed = 1000;
-    ASSERT_TRUE(service.StartUntil(kRuns, options));
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     const pid_t watchdog = service.PidFromFile();
 
     std::mt19937 random = Random(1);
@@ -143,10 +139,10 @@ TEST(SupervisionStress, ChildrenOfADeadWorkerAreToldAtTheStop)
                       "  require('mainloop').wait()\n"
                       "  dom:Log('message', 'main runs')\n"
                       "end }");
-    ASSERT_TRUE(service.StartUntil(kRuns));
+    ASSERT_TRUE(service.StartUntil(kMainRuns));
     const pid_t watchdog = service.PidFromFile();
     kill(service.Worker(), SIGKILL);
-    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+    ASSERT_TRUE(service.WaitForLog(kMainRuns, 2));
 
     const std::vector<std::string> children =
         ReadLines(service.Host().Work() + "/children");
@@ -162,7 +158,7 @@ TEST(SupervisionStress, ChildrenOfADeadWorkerAreToldAtTheStop)
 TEST(SupervisionStress, FullLogDiskStopsNothing)
 {
     const CService service("full");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     const std::string log = service.LogDir();
     SServiceOptions options;
     options.process.inChild = [log]
@@ -218,7 +214,7 @@ TEST(SupervisionStress, StopRightAfterTheStart)
     std::mt19937 random = Random(2);
     std::uniform_int_distribution<int> pause(0, 5000);
     const CService service("hasty");
-    service.SetModule(kWaits);
+    service.SetModule(kWaitingMain);
     for (int i = 0; i < 60; ++i)
     {
         SCOPED_TRACE(i);
