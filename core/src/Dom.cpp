@@ -2,10 +2,10 @@
 
 #include "kza_core/Dom.h"
 
-#include "Bytes.h"
 #include "DomStore.h"
 #include "KeyObservers.h"
-#include "PluginWorkdir.h"
+#include "base/Bytes.h"
+#include "base/PluginWorkdir.h"
 
 #include <wx/debug.h>
 #include <wx/log.h>

@@ -2,8 +2,8 @@
 
 #include "EventDatabase.h"
 
-#include "Descriptor.h"
 #include "SqliteLibrary.h"
+#include "base/Descriptor.h"
 #include "kza_core/AgentEvent.h"
 
 #include <fcntl.h>

@@ -2,8 +2,8 @@
 
 #include "EventStore.h"
 
-#include "Bytes.h"
 #include "EventDatabase.h"
+#include "base/Bytes.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 

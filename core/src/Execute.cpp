@@ -2,8 +2,8 @@
 
 #include "kza_core/Execute.h"
 
-#include "Descriptor.h"
 #include "Spawn.h"
+#include "base/Descriptor.h"
 
 #include <wx/string.h>
 #include <wx/tokenzr.h>

@@ -2,7 +2,7 @@
 
 #include "LogFile.h"
 
-#include "Descriptor.h"
+#include "base/Descriptor.h"
 
 #include <algorithm>
 #include <cerrno>

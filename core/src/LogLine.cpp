@@ -2,7 +2,7 @@
 
 #include "LogLine.h"
 
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 
 #include <charconv>
 #include <cstdint>

@@ -2,8 +2,8 @@
 
 #include "LuaProcess.h"
 
-#include "Descriptor.h"
 #include "Spawn.h"
+#include "base/Descriptor.h"
 
 #include <lua.hpp>
 

@@ -2,7 +2,7 @@
 
 #include "kza_core/PidFile.h"
 
-#include "Descriptor.h"
+#include "base/Descriptor.h"
 
 #include <wx/log.h>
 #include <wx/string.h>

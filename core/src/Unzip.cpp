@@ -2,11 +2,11 @@
 
 #include "kza_core/Unzip.h"
 
-#include "Bytes.h"
 #include "EntryExtractor.h"
 #include "UnzipDestination.h"
 #include "UnzipPlan.h"
 #include "ZipFile.h"
+#include "base/Bytes.h"
 
 #include <wx/filename.h>
 #include <wx/log.h>

@@ -10,7 +10,7 @@
 
 #pragma once
 
-#include "Descriptor.h"
+#include "base/Descriptor.h"
 
 #include <string>
 #include <string_view>

@@ -12,7 +12,7 @@
 
 #pragma once
 
-#include "Descriptor.h"
+#include "base/Descriptor.h"
 
 #include <sys/types.h>
 

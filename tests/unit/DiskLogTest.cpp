@@ -4,7 +4,7 @@
 
 #include "DiskLog.h"
 
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
 

@@ -5,7 +5,7 @@
 #include "kza_core/Log2Disk.h"
 
 #include "DiskLog.h"
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 
 #include "support/Host.h"
 #include "support/TempDir.h"

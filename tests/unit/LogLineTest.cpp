@@ -3,7 +3,7 @@
 // The line that one record becomes.
 
 #include "LogLine.h"
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "PieceWriter.h"
 
-#include "Descriptor.h"
 #include "Inflate.h"
+#include "base/Descriptor.h"
 #include "support/TempDir.h"
 #include "support/Zip.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "PluginWorkdir.h"
+#include "base/PluginWorkdir.h"
 
-#include "Descriptor.h"
+#include "base/Descriptor.h"
 
 #include <wx/log.h>
 #include <wx/string.h>

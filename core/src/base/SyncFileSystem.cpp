@@ -2,8 +2,8 @@
 
 #include "kza_core/SyncFileSystem.h"
 
-#include "Descriptor.h"
-#include "SyncDescriptor.h"
+#include "base/Descriptor.h"
+#include "base/SyncDescriptor.h"
 
 #include <wx/filename.h>
 #include <wx/log.h>

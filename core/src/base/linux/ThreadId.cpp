@@ -2,7 +2,7 @@
 //
 // The kernel's thread number, as ps, top and debuggers show it.
 
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>

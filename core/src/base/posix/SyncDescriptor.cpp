@@ -3,7 +3,7 @@
 // POSIX knows all file systems or one file. All of them may include one that
 // hangs, but one file says nothing about the others.
 
-#include "SyncDescriptor.h"
+#include "base/SyncDescriptor.h"
 
 #include <unistd.h>
 

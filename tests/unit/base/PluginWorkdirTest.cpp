@@ -2,7 +2,7 @@
 //
 // The working directories of plugins.
 
-#include "PluginWorkdir.h"
+#include "base/PluginWorkdir.h"
 #include "kza_core/Dom.h"
 
 #include "support/DomPtr.h"

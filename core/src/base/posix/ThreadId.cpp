@@ -3,7 +3,7 @@
 // POSIX gives no number of a thread; its handle tells the threads of a process
 // apart as well, and on Solaris it is the number that pstack shows.
 
-#include "ThreadId.h"
+#include "base/ThreadId.h"
 
 #include <pthread.h>
 

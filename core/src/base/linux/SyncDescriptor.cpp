@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "SyncDescriptor.h"
+#include "base/SyncDescriptor.h"
 
 #include <unistd.h>
 
