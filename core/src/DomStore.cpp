@@ -3,7 +3,7 @@
 #include "DomStore.h"
 
 #include "KeyObservers.h"
-#include "WakeUp.h"
+#include "process/WakeUp.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 
 #include "LuaProcess.h"
 
-#include "Spawn.h"
 #include "base/Descriptor.h"
+#include "process/Spawn.h"
 
 #include <lua.hpp>
 

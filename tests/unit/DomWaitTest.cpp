@@ -5,7 +5,7 @@
 #include "kza_core/Dom.h"
 #include "kza_core/Runnable.h"
 
-#include "WakeUp.h"
+#include "process/WakeUp.h"
 #include "support/DomPtr.h"
 
 #include <gtest/gtest.h>

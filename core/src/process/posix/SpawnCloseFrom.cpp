@@ -3,7 +3,7 @@
 // Closes what is open when the child is started; a descriptor that another
 // thread opens meanwhile is closed only if it is marked so itself.
 
-#include "SpawnCloseFrom.h"
+#include "process/SpawnCloseFrom.h"
 
 #include <fcntl.h>
 #include <unistd.h>

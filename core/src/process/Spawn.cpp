@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "Spawn.h"
+#include "process/Spawn.h"
 
-#include "SpawnCloseFrom.h"
+#include "process/SpawnCloseFrom.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "SpawnCloseFrom.h"
+#include "process/SpawnCloseFrom.h"
 
 namespace KzaCore
 {

@@ -2,7 +2,7 @@
 //
 // Sleeping threads are woken by what concerns them, and by nothing else.
 
-#include "WakeUp.h"
+#include "process/WakeUp.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "WakeUp.h"
+#include "process/WakeUp.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 
 #include "kza_core/Execute.h"
 
-#include "Spawn.h"
 #include "base/Descriptor.h"
+#include "process/Spawn.h"
 
 #include <wx/string.h>
 #include <wx/tokenzr.h>

@@ -2,8 +2,8 @@
 
 #include "kza_core/Runnable.h"
 
-#include "WakeUp.h"
 #include "kza_core/Log2Disk.h"
+#include "process/WakeUp.h"
 
 #include <wx/app.h>
 #include <wx/log.h>
