@@ -9,7 +9,7 @@
 
 #include "Bench.h"
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 #include "kza_core/Dom.h"
 #include "kza_core/LuaInterpreter.h"
 

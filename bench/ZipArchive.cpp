@@ -10,7 +10,7 @@
 #include "support/TempDir.h"
 #include "support/Zip.h"
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 
 #include <wx/wfstream.h>
 #include <wx/zipstrm.h>

@@ -2,9 +2,9 @@
 
 #include "ArchiveLoader.h"
 
-#include "ArchiveSet.h"
 #include "LuaGuard.h"
 #include "LuaSearchers.h"
+#include "archive/ArchiveSet.h"
 #include "kza_core/Dom.h"
 
 #include <lua.hpp>

@@ -3,8 +3,8 @@
 #include "ArchiveLua.h"
 
 #include "ArchiveLoader.h"
-#include "ArchiveSet.h"
 #include "DomLua.h"
+#include "archive/ArchiveSet.h"
 
 #include <lua.hpp>
 

@@ -2,9 +2,9 @@
 
 #include "LuaHost.h"
 
-#include "Inflate.h"
 #include "LuaGuard.h"
-#include "ZipArchive.h"
+#include "archive/Inflate.h"
+#include "archive/ZipArchive.h"
 #include "kza_core/Unzip.h"
 
 #include <libdeflate.h>

@@ -2,7 +2,7 @@
 //
 // The bytes are an archive, to be opened, indexed and read.
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 #include "support/TempDir.h"
 
 #include <cstddef>

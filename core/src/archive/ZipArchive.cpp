@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 
-#include "Inflate.h"
-#include "NameHash.h"
+#include "archive/Inflate.h"
+#include "archive/NameHash.h"
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "UnzipPlan.h"
+#include "archive/UnzipPlan.h"
 
 #include "support/TempDir.h"
 #include "support/Zip.h"

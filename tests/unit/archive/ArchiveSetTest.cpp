@@ -2,7 +2,7 @@
 //
 // Which of many archives a name is found in.
 
-#include "ArchiveSet.h"
+#include "archive/ArchiveSet.h"
 
 #include "support/TempDir.h"
 

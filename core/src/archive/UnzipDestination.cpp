@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "UnzipDestination.h"
+#include "archive/UnzipDestination.h"
 
 #include <dirent.h>
 #include <fcntl.h>

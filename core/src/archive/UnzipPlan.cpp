@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "UnzipPlan.h"
+#include "archive/UnzipPlan.h"
 
-#include "NameHash.h"
+#include "archive/NameHash.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ArchiveSet.h"
+#include "archive/ArchiveSet.h"
 
 #include <wx/log.h>
 

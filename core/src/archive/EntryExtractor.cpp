@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "EntryExtractor.h"
+#include "archive/EntryExtractor.h"
 
-#include "PieceWriter.h"
+#include "archive/PieceWriter.h"
 
 #include <sys/statvfs.h>
 #include <unistd.h>

@@ -10,7 +10,7 @@
 
 #pragma once
 
-#include "ZipFile.h"
+#include "archive/ZipFile.h"
 
 #include <cstddef>
 #include <cstdint>

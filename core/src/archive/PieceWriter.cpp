@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "PieceWriter.h"
+#include "archive/PieceWriter.h"
 
-#include "Inflate.h"
+#include "archive/Inflate.h"
 
 #include <unistd.h>
 

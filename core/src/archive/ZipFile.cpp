@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ZipFile.h"
+#include "archive/ZipFile.h"
 
-#include "Inflate.h"
+#include "archive/Inflate.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

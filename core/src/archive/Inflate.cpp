@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "Inflate.h"
+#include "archive/Inflate.h"
 
 #include <libdeflate.h>
 

@@ -11,7 +11,7 @@
 
 #pragma once
 
-#include "ZipFile.h"
+#include "archive/ZipFile.h"
 
 #include <cstddef>
 #include <cstdint>

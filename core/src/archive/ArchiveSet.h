@@ -12,7 +12,7 @@
 
 #pragma once
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 
 #include <chrono>
 #include <cstddef>

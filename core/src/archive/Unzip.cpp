@@ -2,10 +2,10 @@
 
 #include "kza_core/Unzip.h"
 
-#include "EntryExtractor.h"
-#include "UnzipDestination.h"
-#include "UnzipPlan.h"
-#include "ZipFile.h"
+#include "archive/EntryExtractor.h"
+#include "archive/UnzipDestination.h"
+#include "archive/UnzipPlan.h"
+#include "archive/ZipFile.h"
 #include "base/Bytes.h"
 
 #include <wx/filename.h>

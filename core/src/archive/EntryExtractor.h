@@ -10,8 +10,8 @@
 
 #pragma once
 
-#include "Inflate.h"
-#include "ZipFile.h"
+#include "archive/Inflate.h"
+#include "archive/ZipFile.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ZipArchive.h"
+#include "archive/ZipArchive.h"
 
 #include "support/TempDir.h"
 #include "support/Zip.h"
