@@ -8,11 +8,11 @@
 #include "DomLua.h"
 
 #include "ArchiveLua.h"
-#include "DomStore.h"
 #include "EventLua.h"
 #include "LuaGuard.h"
 #include "base/Bytes.h"
 #include "base/PluginWorkdir.h"
+#include "domain/DomStore.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
 #include "kza_core/Runnable.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "Epoch.h"
+#include "domain/Epoch.h"
 
 #include <limits>
 #include <mutex>

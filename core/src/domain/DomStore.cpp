@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "DomStore.h"
+#include "domain/DomStore.h"
 
-#include "KeyObservers.h"
+#include "domain/KeyObservers.h"
 #include "process/WakeUp.h"
 
 #include <algorithm>

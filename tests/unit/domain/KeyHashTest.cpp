@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "KeyHash.h"
+#include "domain/KeyHash.h"
 
 #include <gtest/gtest.h>
 

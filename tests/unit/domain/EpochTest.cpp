@@ -2,7 +2,7 @@
 //
 // Retired memory is freed after its last reader, and not before.
 
-#include "Epoch.h"
+#include "domain/Epoch.h"
 
 #include <gtest/gtest.h>
 

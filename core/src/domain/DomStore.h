@@ -13,8 +13,8 @@
 
 #pragma once
 
-#include "Epoch.h"
-#include "KeyHash.h"
+#include "domain/Epoch.h"
+#include "domain/KeyHash.h"
 
 #include <atomic>
 #include <chrono>

@@ -2,10 +2,10 @@
 
 #include "kza_core/Dom.h"
 
-#include "DomStore.h"
-#include "KeyObservers.h"
 #include "base/Bytes.h"
 #include "base/PluginWorkdir.h"
+#include "domain/DomStore.h"
+#include "domain/KeyObservers.h"
 
 #include <wx/debug.h>
 #include <wx/log.h>

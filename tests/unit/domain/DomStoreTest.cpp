@@ -2,7 +2,7 @@
 //
 // Many threads on one domain, memory over a long life, and life after a fork.
 
-#include "DomStore.h"
+#include "domain/DomStore.h"
 #include "kza_core/Dom.h"
 
 #include "support/DomPtr.h"

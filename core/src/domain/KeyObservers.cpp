@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "KeyObservers.h"
+#include "domain/KeyObservers.h"
 
 #include "CrashVersion.h"
 #include "DiskLog.h"
