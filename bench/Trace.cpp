@@ -6,9 +6,9 @@
 
 #include "Bench.h"
 
-#include "TraceSet.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
+#include "log/TraceSet.h"
 
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>

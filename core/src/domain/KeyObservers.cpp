@@ -3,9 +3,9 @@
 #include "domain/KeyObservers.h"
 
 #include "CrashVersion.h"
-#include "DiskLog.h"
-#include "TraceSet.h"
 #include "kza_core/Dom.h"
+#include "log/DiskLog.h"
+#include "log/TraceSet.h"
 
 #include <mutex>
 

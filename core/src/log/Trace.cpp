@@ -2,7 +2,7 @@
 
 #include "kza_core/Trace.h"
 
-#include "DiskLog.h"
+#include "log/DiskLog.h"
 
 #include <ctime>
 

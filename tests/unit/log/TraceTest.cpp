@@ -2,7 +2,7 @@
 //
 // Which components are traced.
 
-#include "TraceSet.h"
+#include "log/TraceSet.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"

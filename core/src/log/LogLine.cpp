@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "LogLine.h"
+#include "log/LogLine.h"
 
 #include "base/ThreadId.h"
 

@@ -15,8 +15,8 @@
 
 #pragma once
 
-#include "LogFile.h"
-#include "LogLine.h"
+#include "log/LogFile.h"
+#include "log/LogLine.h"
 
 #include <cstdint>
 #include <mutex>

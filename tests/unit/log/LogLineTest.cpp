@@ -2,7 +2,7 @@
 //
 // The line that one record becomes.
 
-#include "LogLine.h"
+#include "log/LogLine.h"
 #include "base/ThreadId.h"
 
 #include <gtest/gtest.h>

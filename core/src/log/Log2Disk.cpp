@@ -2,7 +2,7 @@
 
 #include "kza_core/Log2Disk.h"
 
-#include "DiskLog.h"
+#include "log/DiskLog.h"
 
 #include <wx/thread.h>
 

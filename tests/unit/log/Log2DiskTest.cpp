@@ -4,8 +4,8 @@
 
 #include "kza_core/Log2Disk.h"
 
-#include "DiskLog.h"
 #include "base/ThreadId.h"
+#include "log/DiskLog.h"
 
 #include "support/Host.h"
 #include "support/TempDir.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "TraceSet.h"
+#include "log/TraceSet.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"

@@ -2,7 +2,7 @@
 //
 // The sink of all records: what is kept, lost, repeated and said about it.
 
-#include "DiskLog.h"
+#include "log/DiskLog.h"
 
 #include "base/ThreadId.h"
 #include "kza_core/Dom.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "DiskLog.h"
+#include "log/DiskLog.h"
 
 #include "kza_core/Dom.h"
 

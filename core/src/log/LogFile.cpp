@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "LogFile.h"
+#include "log/LogFile.h"
 
 #include "base/Descriptor.h"
 

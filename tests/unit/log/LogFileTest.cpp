@@ -2,7 +2,7 @@
 //
 // The file behind the log: rights, rotation, other writers, full disks.
 
-#include "LogFile.h"
+#include "log/LogFile.h"
 
 #include "support/InChild.h"
 #include "support/Process.h"
