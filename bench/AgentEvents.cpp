@@ -10,7 +10,7 @@
 #include "support/DomPtr.h"
 #include "support/TempDir.h"
 
-#include "EventStore.h"
+#include "events/EventStore.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Time.h"

@@ -3,7 +3,7 @@
 #include "EventLua.h"
 
 #include "DomLua.h"
-#include "EventStore.h"
+#include "events/EventStore.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Time.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "EventStore.h"
+#include "events/EventStore.h"
 #include "kza_core/Dom.h"
 #include "support/CollectedLog.h"
 #include "support/DomPtr.h"

@@ -7,7 +7,7 @@
 
 #pragma once
 
-#include "EventStore.h"
+#include "events/EventStore.h"
 
 #include <cstdint>
 #include <string>

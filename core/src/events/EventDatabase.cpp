@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "EventDatabase.h"
+#include "events/EventDatabase.h"
 
-#include "SqliteLibrary.h"
 #include "base/Descriptor.h"
+#include "events/SqliteLibrary.h"
 #include "kza_core/AgentEvent.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "SqliteLibrary.h"
+#include "events/SqliteLibrary.h"
 
 #include <dlfcn.h>
 

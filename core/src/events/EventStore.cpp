@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "EventStore.h"
+#include "events/EventStore.h"
 
-#include "EventDatabase.h"
 #include "base/Bytes.h"
+#include "events/EventDatabase.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 

@@ -5,8 +5,8 @@
 
 #include "kza_core/SqliteDatabase.h"
 
-#include "EventStore.h"
-#include "SqliteLibrary.h"
+#include "events/EventStore.h"
+#include "events/SqliteLibrary.h"
 #include "kza_core/Dom.h"
 
 #include <wx/log.h>
