@@ -2,7 +2,7 @@
 
 #include "domain/KeyObservers.h"
 
-#include "CrashVersion.h"
+#include "crash/CrashVersion.h"
 #include "kza_core/Dom.h"
 #include "log/DiskLog.h"
 #include "log/TraceSet.h"

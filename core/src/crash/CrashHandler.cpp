@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Arming: everything that can be settled beforehand, while memory, locks and
+// the log still work.
+
+#include "kza_core/CrashHandler.h"
+
+#include "crash/CrashPlan.h"
+#include "crash/CrashStack.h"
+#include "crash/CrashText.h"
+#include "crash/CrashVersion.h"
+#include "kza_core/Dom.h"
+
+#include <wx/filename.h>
+#include <wx/log.h>
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+std::mutex s_versionMutex;
+std::string s_version; // guarded by s_versionMutex
+
+template <std::size_t size>
+void Keep(char (&buffer)[size], const char* text)
+{
+    CCrashText(buffer, size).Add(text);
+}
+
+CrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
+{
+    CrashPlan plan = {};
+    Keep(plan.directory, dump.GetPath().fn_str());
+    Keep(plan.fileName, dump.GetFullName().fn_str());
+    Keep(plan.application, appName.utf8_str());
+    plan.full = full;
+    const std::lock_guard<std::mutex> lock(s_versionMutex);
+    Keep(plan.version, s_version.c_str());
+    return plan;
+}
+
+// Kept open, so that the dump finds its directory whatever becomes of the
+// path and of the process's right to walk it.
+int OpenDirectory(const CrashPlan& plan)
+{
+    const int directory =
+        open(plan.directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory < 0 || faccessat(directory, ".", W_OK, AT_EACCESS) != 0)
+        wxLogSysError("Crash dumps cannot be written into '%s'",
+                      wxString(plan.directory, *wxConvFileName));
+    return directory;
+}
+
+// The process whose unfinished dump a file is, 0 when it is none.
+pid_t OwnerOfUnfinished(std::string_view name, std::string_view dumpName)
+{
+    constexpr std::string_view kSuffix = kUnfinishedDumpSuffix;
+    if (name.size() <= dumpName.size() + 1 + kSuffix.size() ||
+        name.substr(0, dumpName.size()) != dumpName ||
+        name[dumpName.size()] != '.' ||
+        name.substr(name.size() - kSuffix.size()) != kSuffix)
+        return 0;
+    name.remove_prefix(dumpName.size() + 1);
+    name.remove_suffix(kSuffix.size());
+    pid_t owner = 0;
+    const char* end = name.data() + name.size();
+    const auto parsed = std::from_chars(name.data(), end, owner);
+    return parsed.ec == std::errc() && parsed.ptr == end ? owner : 0;
+}
+
+// A helper that was killed together with its process, or with the power, has
+// left what it had written. A directory that cannot be read has none to remove.
+void RemoveLeftovers(int directory, const char* dumpName)
+{
+    const int duplicate = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+    DIR* const listing = duplicate < 0 ? nullptr : fdopendir(duplicate);
+    if (listing == nullptr)
+    {
+        if (duplicate >= 0)
+            close(duplicate);
+        return;
+    }
+    while (const dirent* const entry = readdir(listing))
+    {
+        const pid_t owner = OwnerOfUnfinished(entry->d_name, dumpName);
+        if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH)
+            unlinkat(directory, entry->d_name, 0);
+    }
+    closedir(listing);
+}
+
+// For the life of the process: the main thread may crash while static objects
+// are destroyed. Volatile, so that the pointer is really kept: a leak checker
+// looks for it.
+const CCrashStack* volatile s_mainStack = nullptr;
+
+} // namespace
+
+void RefreshCrashVersion(const CDom& dom)
+{
+    const std::string version = dom.Get(DomKey::kVersion);
+    const std::lock_guard<std::mutex> lock(s_versionMutex);
+    if (!version.empty())
+        s_version = version;
+}
+
+void InitCrashHandler(const wxString& dumpFile,
+                      const wxString& appName,
+                      bool fullDump)
+{
+    static int directory = -1;
+    if (s_mainStack == nullptr)
+        s_mainStack = new CCrashStack;
+
+    wxFileName dump(dumpFile);
+    dump.MakeAbsolute();
+    CrashPlan plan = MakePlan(dump, appName, fullDump);
+    plan.directoryFd = OpenDirectory(plan);
+    RemoveLeftovers(plan.directoryFd, plan.fileName);
+    ArmCrashDumps(plan);
+    if (directory >= 0)
+        close(directory);
+    directory = plan.directoryFd;
+}
+
+} // namespace KzaCore

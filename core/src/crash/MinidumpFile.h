@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Writes a minidump: header, directory of streams, and then blocks one after
+// the other, each named by its location.
+//
+// Threads: one at a time. Async-signal-safe: system calls only, no allocation,
+// so that it works in the copy of a process whose heap and locks are broken.
+// The first error sticks: later calls do nothing and Finish() reports it.
+
+#pragma once
+
+#include "crash/MinidumpFormat.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace KzaCore
+{
+
+class CMinidumpFile
+{
+public:
+    /// \param file  An empty file, open for writing; not owned.
+    explicit CMinidumpFile(int file);
+
+    /// Writes a block, aligned to eight bytes.
+    Minidump::Location Append(const void* data, std::size_t size);
+
+    /// Writes text as the format's string: a length and UTF-16. Bytes that
+    /// are not UTF-8 become U+FFFD, length is cut at kMaxString characters.
+    ///
+    /// \return its offset.
+    std::uint32_t AppendString(const char* text);
+
+    /// Names a block as a stream. At most kMaxStreams are kept.
+    void AddStream(Minidump::EStream type, Minidump::Location location);
+
+    /// Reserves `size` bytes for a block that is filled in later by Fill().
+    Minidump::Location Reserve(std::size_t size);
+    void Fill(Minidump::Location place, const void* data, std::size_t size);
+
+    /// Writes bytes that follow the last ones directly, beyond the reach of
+    /// a 32-bit location too. Zeros are left as a hole in the file.
+    void AppendRaw(const void* data, std::size_t size);
+
+    /// Where the next AppendRaw() goes.
+    [[nodiscard]] std::uint64_t Position() const { return m_position; }
+
+    /// Writes directory and header.
+    ///
+    /// \param time   Seconds since the epoch.
+    /// \param flags  The header's kind of dump.
+    ///
+    /// \return 0, or the errno of the first write that failed.
+    int Finish(std::uint32_t time, std::uint64_t flags);
+
+    /// 0, or the errno of the first write that failed.
+    [[nodiscard]] int Error() const { return m_error; }
+
+    static constexpr std::size_t kMaxStreams = 16;
+    static constexpr std::size_t kMaxString = 1024;
+
+private:
+    void WriteAt(std::uint64_t offset, const void* data, std::size_t size);
+
+    int m_file;
+    int m_error = 0;
+    std::uint64_t m_position =
+        sizeof(Minidump::Header) + kMaxStreams * sizeof(Minidump::Directory);
+    std::size_t m_streamCount = 0;
+    Minidump::Directory m_streams[kMaxStreams] = {};
+};
+
+} // namespace KzaCore

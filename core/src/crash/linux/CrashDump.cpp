@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The helper's work, from its first instruction to the dump under its name.
+
+#include "crash/linux/CrashDump.h"
+
+#include "crash/CrashText.h"
+#include "crash/linux/CrashStreams.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <wx/log.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+int g_directory = -1;
+
+// The helper must not dump itself when it fails.
+void BecomeHelper()
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    for (const int signal : kCrashSignals)
+        sigaction(signal, &action, nullptr);
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+}
+
+// The process may have died of having no descriptor left; the helper's own
+// table has room once emptied.
+void CloseInherited(int kept)
+{
+    constexpr unsigned kFirst = STDERR_FILENO + 1;
+    if (kept < static_cast<int>(kFirst))
+    {
+        syscall(SYS_close_range, kFirst, ~0U, 0);
+        return;
+    }
+    const auto held = static_cast<unsigned>(kept);
+    if (held > kFirst)
+        syscall(SYS_close_range, kFirst, held - 1, 0);
+    syscall(SYS_close_range, held + 1, ~0U, 0);
+}
+
+int CreateUnfinished(const char* name)
+{
+    return openat(g_directory, name,
+                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  S_IRUSR | S_IWUSR);
+}
+
+// The directory may have been removed and made anew since arming, or its
+// descriptor been closed by someone who closes all.
+int CreateUnfinished(const CrashPlan& plan, const char* name)
+{
+    g_directory = plan.directoryFd;
+    const int file = CreateUnfinished(name);
+    if (file >= 0)
+        return file;
+    const int error = errno;
+    g_directory = open(plan.directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (g_directory < 0)
+    {
+        errno = error;
+        return -1;
+    }
+    return CreateUnfinished(name);
+}
+
+int Publish(const CrashPlan& plan, const char* unfinished)
+{
+    char previous[sizeof(plan.fileName) + sizeof(kPreviousDumpSuffix)];
+    CCrashText name(previous, sizeof(previous));
+    name.Add(plan.fileName).Add(kPreviousDumpSuffix);
+    if (renameat(g_directory, plan.fileName, g_directory, previous) != 0 &&
+        errno != ENOENT)
+        return errno;
+    if (renameat(g_directory, unfinished, g_directory, plan.fileName) != 0)
+        return errno;
+    return 0;
+}
+
+int WriteUnder(const CrashPlan& plan, const CrashCause& cause)
+{
+    const int descriptor = CreateUnfinished(plan, cause.unfinishedName);
+    if (descriptor < 0)
+        return errno;
+    CMinidumpFile file(descriptor);
+    int error = CCrashStreams(plan, cause, file).Write();
+    if (error == 0)
+        error = Publish(plan, cause.unfinishedName);
+    if (error != 0)
+        unlinkat(g_directory, cause.unfinishedName, 0);
+    return error;
+}
+
+// For whoever started the agent in the foreground; the log takes locks. Here
+// and not in the crashing process, which must not wait for a reader.
+void TellStandardError(const CrashPlan& plan,
+                       const CrashCause& cause,
+                       int error)
+{
+    static char buffer[PATH_MAX + 512];
+    CCrashText text(buffer, sizeof(buffer));
+    text.Add(plan.application).Add(": signal ");
+    text.AddNumber(cause.info->si_signo);
+    text.Add(error == 0 ? ", dump in " : ", no dump in ");
+    text.Add(plan.directory).Add("/").Add(plan.fileName);
+    if (error != 0)
+        text.Add(" (error ").AddNumber(error).Add(")");
+    text.Add("\n");
+    if (write(STDERR_FILENO, text.Text(), text.Length()) < 0)
+        return; // nobody is listening
+}
+
+} // namespace
+
+int WriteCrashDump(const CrashPlan& plan, const CrashCause& cause)
+{
+    BecomeHelper();
+    CloseInherited(plan.directoryFd);
+    const int error = WriteUnder(plan, cause);
+    TellStandardError(plan, cause, error);
+    return error;
+}
+
+void ArmCrashDumps(const CrashPlan& plan)
+{
+    if (!ArmCrashSignals(plan, WriteCrashDump))
+        wxLogSysError("Crash dumps cannot be armed");
+}
+
+} // namespace KzaCore

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Composing the note.
+
+#include "crash/linux/CrashNote.h"
+
+#include "crash/CrashLua.h"
+#include "crash/CrashText.h"
+
+#include <cstring>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+char kza_crash_note[kCrashNoteSize];
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// Longest silence of the process that reads Lua's call chain.
+constexpr int kLuaPatienceMs = 1000;
+
+struct SignalName
+{
+    int signal;
+    const char* name;
+};
+
+constexpr SignalName kSignalNames[] = {
+    {SIGSEGV, "SIGSEGV"}, {SIGBUS, "SIGBUS"},   {SIGILL, "SIGILL"},
+    {SIGFPE, "SIGFPE"},   {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"}};
+
+const char* NameOfSignal(int signal)
+{
+    for (const SignalName& entry : kSignalNames)
+        if (entry.signal == signal)
+            return entry.name;
+    return "unknown";
+}
+
+void AddCause(CCrashText& note, const CrashCause& cause)
+{
+    const siginfo_t& info = *cause.info;
+    note.Add("process: ").AddNumber(cause.process).Add("\n");
+    note.Add("thread: ").AddNumber(cause.thread).Add("\n");
+    note.Add("signal: ").AddNumber(info.si_signo).Add(" (");
+    note.Add(NameOfSignal(info.si_signo)).Add(")\n");
+    note.Add("code: ").AddNumber(info.si_code).Add("\n");
+    if (info.si_code > 0)
+        note.Add("address: ")
+            .AddHex(reinterpret_cast<std::uintptr_t>(info.si_addr))
+            .Add("\n");
+    else
+        note.Add("sender: ").AddNumber(info.si_pid).Add("\n");
+}
+
+// Takes over what the reader writes until it is done, silent for too long or
+// has said enough.
+std::size_t Collect(int from, char* buffer, std::size_t size)
+{
+    std::size_t length = 0;
+    pollfd ready = {from, POLLIN, 0};
+    while (length < size && poll(&ready, 1, kLuaPatienceMs) > 0)
+    {
+        const ssize_t count = read(from, buffer + length, size - length);
+        if (count <= 0)
+            break;
+        length += static_cast<std::size_t>(count);
+    }
+    return length;
+}
+
+std::size_t ReadLuaTracebacks(char* buffer, std::size_t size)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return 0;
+    // A copy of the copy: the dump does not depend on how it fares.
+    const long reader = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
+    if (reader == 0)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        WriteLuaTracebacks(ends[1]);
+        _exit(0);
+    }
+    close(ends[1]);
+    const std::size_t length = reader > 0 ? Collect(ends[0], buffer, size) : 0;
+    close(ends[0]);
+    if (reader > 0)
+    {
+        kill(static_cast<pid_t>(reader), SIGKILL);
+        waitpid(static_cast<pid_t>(reader), nullptr, __WALL);
+    }
+    return length;
+}
+
+} // namespace
+
+std::size_t ComposeCrashNote(const CrashPlan& plan, const CrashCause& cause)
+{
+    CCrashText note(kza_crash_note, sizeof(kza_crash_note));
+    note.Add("application: ").Add(plan.application).Add("\n");
+    note.Add("version: ").Add(plan.version).Add("\n");
+    note.Add("time: ").AddTime(cause.time).Add("\n");
+    AddCause(note, cause);
+    note.Add("memory: ").Add(plan.full ? "full\n" : "stacks\n");
+
+    static char lua[kCrashNoteSize / 2];
+    const std::size_t length = ReadLuaTracebacks(lua, sizeof(lua));
+    if (length == 0)
+        note.Add("lua: not running\n");
+    else
+        note.Add("lua:\n").Add(lua, length);
+    return note.Length();
+}
+
+} // namespace KzaCore

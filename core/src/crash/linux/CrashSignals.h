@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// From the signal to the death of the process: the handler starts a helper
+// process, a copy of this one, that writes the dump; it waits for the helper
+// as long as that makes progress, and then lets the process die of the signal
+// as if there had been no handler.
+//
+// Threads: ArmCrashSignals() belongs to the main thread, before others exist.
+// The handler may run on any thread; the first to crash writes the dump, the
+// others stop where they are.
+
+#pragma once
+
+#include "crash/CrashPlan.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstdint>
+
+#include <sys/types.h>
+#include <sys/ucontext.h>
+
+namespace KzaCore
+{
+
+/// The signals of a fault.
+inline constexpr int kCrashSignals[] = {SIGSEGV, SIGBUS,  SIGILL,
+                                        SIGFPE,  SIGTRAP, SIGABRT};
+
+/// What the handler knows. Lives on the handler's stack; the helper has a
+/// copy at the same address.
+struct CrashCause
+{
+    pid_t process;
+    pid_t thread;
+    std::int64_t time; // seconds since the epoch
+    const siginfo_t* info;
+    const ucontext_t* context;
+    const char* unfinishedName; // of the dump being written
+};
+
+/// Writes the dump; runs in the helper, async-signal-safe.
+///
+/// \return 0, or an errno that says why there is none.
+using CrashDumpWriter = int (*)(const CrashPlan&, const CrashCause&);
+
+/// Installs the handler. The writer is a parameter for the tests.
+///
+/// \return false when the system refuses; errno says why.
+bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer);
+
+/// The writer tells the waiting handler that it is getting on.
+void NoteCrashProgress();
+
+/// Lets a millisecond pass between two looks. Async-signal-safe; asks the
+/// system itself, since what other libraries put before the C library's
+/// functions may wait for a lock that the crashed code holds.
+void PauseCrashPoll();
+
+} // namespace KzaCore

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The streams, one function each.
+
+#include "crash/linux/CrashStreams.h"
+
+#include "crash/CrashText.h"
+#include "crash/linux/CrashMaps.h"
+#include "crash/linux/CrashMemory.h"
+#include "crash/linux/CrashModules.h"
+#include "crash/linux/CrashNote.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <cpuid.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/auxv.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// The part of a stack that is kept, from its top. After an endless recursion
+// this shows what recurses; nobody needs all of it.
+constexpr std::uint64_t kCrashedStackSize = 512 * 1024;
+constexpr std::uint64_t kOtherStackSize = 64 * 1024;
+// Below the stack pointer, where leaf functions keep data.
+constexpr std::uint64_t kRedZone = 128;
+constexpr std::uint64_t kAroundFault = 2048;
+constexpr std::uint64_t kAroundCode = 256;
+
+constexpr std::size_t kMaxModules = 2048;
+constexpr std::size_t kMaxMemory = kMaxCrashThreads + 16;
+
+// Static, because the helper may not allocate and its stack is small; unused
+// it costs the process nothing but addresses.
+CCrashMaps g_maps;
+pid_t g_stopped[kMaxCrashThreads];
+Minidump::Thread g_threads[kMaxCrashThreads + 1];
+Minidump::Module g_modules[kMaxModules];
+Minidump::MemoryDescriptor g_memory[kMaxMemory];
+char g_block[256 * 1024];
+
+// A list as the format has it: a count and the entries.
+template <typename T>
+void AddList(CMinidumpFile& file,
+             Minidump::EStream type,
+             const T* entries,
+             std::size_t count)
+{
+    const auto number = static_cast<std::uint32_t>(count);
+    const Minidump::Location list =
+        file.Reserve(sizeof(number) + count * sizeof(T));
+    file.Fill(list, &number, sizeof(number));
+    file.Fill({0, static_cast<std::uint32_t>(list.rva + sizeof(number))},
+              entries, count * sizeof(T));
+    file.AddStream(type, list);
+}
+
+std::uint8_t CountProcessors()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0)
+        return 1;
+    return static_cast<std::uint8_t>(std::min(CPU_COUNT(&set), UINT8_MAX));
+}
+
+void DescribeProcessor(Minidump::SystemInfo& system)
+{
+    unsigned a = 0;
+    unsigned b = 0;
+    unsigned c = 0;
+    unsigned d = 0;
+    if (__get_cpuid(0, &a, &b, &c, &d) == 0)
+        return;
+    system.processor[0] = b; // the three parts of the vendor's name
+    system.processor[1] = d;
+    system.processor[2] = c;
+    if (__get_cpuid(1, &a, &b, &c, &d) == 0)
+        return;
+    system.processor[3] = a;
+    system.processor[4] = d;
+    const unsigned family = (a >> 8U & 0xfU) + (a >> 20U & 0xffU);
+    const unsigned model = (a >> 4U & 0xfU) + (a >> 12U & 0xf0U);
+    system.processorLevel = static_cast<std::uint16_t>(family);
+    system.processorRevision =
+        static_cast<std::uint16_t>(model << 8U | (a & 0xfU));
+}
+
+} // namespace
+
+CCrashStreams::CCrashStreams(const CrashPlan& plan,
+                             const CrashCause& cause,
+                             CMinidumpFile& file)
+    : m_plan(plan), m_cause(cause), m_file(file)
+{
+}
+
+int CCrashStreams::Write()
+{
+    m_stopped = StopThreads(m_cause.process, m_cause.thread, g_stopped,
+                            kMaxCrashThreads);
+    OpenCrashMemory(m_cause.process);
+    TakeRegisters(*m_cause.context, m_context);
+    // Without the map there are no stacks, but still signal and registers.
+    (void)g_maps.Load(m_cause.process, m_plan.full);
+    NoteCrashProgress();
+    AddSystemInfo();
+    AddMiscInfo();
+    AddException();
+    AddThreads();
+    AddModules();
+    AddNote();
+    NoteCrashProgress();
+    if (m_cause.info->si_code > 0)
+        AddMemoryAround(reinterpret_cast<std::uintptr_t>(m_cause.info->si_addr),
+                        kAroundFault);
+    AddMemoryAround(m_context.rip, kAroundCode);
+    AddMemoryList();
+    AddFile(Minidump::EStream::LinuxCpuInfo, "/proc/cpuinfo");
+    AddProcFile(Minidump::EStream::LinuxProcStatus, "status");
+    AddProcFile(Minidump::EStream::LinuxCmdLine, "cmdline");
+    AddProcFile(Minidump::EStream::LinuxAuxv, "auxv");
+    AddProcFile(Minidump::EStream::LinuxMaps, "maps");
+    if (m_plan.full)
+        AddAllMemory();
+    return m_file.Finish(static_cast<std::uint32_t>(m_cause.time),
+                         m_plan.full ? Minidump::kWithFullMemory : 0);
+}
+
+void CCrashStreams::AddSystemInfo()
+{
+    static char buffer[sizeof(utsname)];
+    CCrashText text(buffer, sizeof(buffer));
+    utsname names = {};
+    if (uname(&names) == 0)
+        text.Add(names.sysname)
+            .Add(" ")
+            .Add(names.release)
+            .Add(" ")
+            .Add(names.version)
+            .Add(" ")
+            .Add(names.machine);
+    Minidump::SystemInfo system = {};
+    system.architecture = Minidump::kArchitectureAmd64;
+    system.platform = Minidump::kPlatformLinux;
+    system.processorCount = CountProcessors();
+    DescribeProcessor(system);
+    system.versionTextRva = m_file.AppendString(text.Text());
+    m_file.AddStream(Minidump::EStream::SystemInfo,
+                     m_file.Append(&system, sizeof(system)));
+}
+
+void CCrashStreams::AddMiscInfo()
+{
+    Minidump::MiscInfo misc = {};
+    misc.size = sizeof(misc);
+    misc.flags = Minidump::kMiscHasProcessId;
+    misc.processId = static_cast<std::uint32_t>(m_cause.process);
+    m_file.AddStream(Minidump::EStream::MiscInfo,
+                     m_file.Append(&misc, sizeof(misc)));
+}
+
+void CCrashStreams::AddException()
+{
+    Minidump::Exception exception = {};
+    exception.threadId = static_cast<std::uint32_t>(m_cause.thread);
+    exception.code = static_cast<std::uint32_t>(m_cause.info->si_signo);
+    exception.flags = static_cast<std::uint32_t>(m_cause.info->si_code);
+    if (m_cause.info->si_code > 0)
+        exception.address =
+            reinterpret_cast<std::uintptr_t>(m_cause.info->si_addr);
+    exception.context = m_file.Append(&m_context, sizeof(m_context));
+    m_file.AddStream(Minidump::EStream::Exception,
+                     m_file.Append(&exception, sizeof(exception)));
+}
+
+void CCrashStreams::AddThreads()
+{
+    std::size_t count = 0;
+    g_threads[count++] = DescribeThread(m_cause.thread, m_context);
+    for (std::size_t i = 0; i < m_stopped; i++)
+    {
+        Minidump::ContextAmd64 context;
+        if (ReadRegisters(g_stopped[i], context))
+            g_threads[count++] = DescribeThread(g_stopped[i], context);
+        NoteCrashProgress();
+    }
+    AddList(m_file, Minidump::EStream::ThreadList, g_threads, count);
+}
+
+Minidump::Thread CCrashStreams::DescribeThread(
+    pid_t id, const Minidump::ContextAmd64& context)
+{
+    Minidump::Thread thread = {};
+    thread.id = static_cast<std::uint32_t>(id);
+    thread.context = m_file.Append(&context, sizeof(context));
+    const CrashMapping* stack = g_maps.FindStack(context.rsp);
+    if (stack == nullptr)
+        return thread;
+    const std::uint64_t start =
+        std::max(stack->start, (context.rsp - kRedZone) & ~std::uint64_t{7});
+    std::uint64_t end = stack->end;
+    // Above the main thread's frames lie the words of the command line and
+    // the environment, which may hold secrets.
+    const std::uint64_t words = getauxval(AT_RANDOM);
+    if (stack->start <= words && start < words && words < end)
+        end = words;
+    const std::uint64_t limit =
+        id == m_cause.thread ? kCrashedStackSize : kOtherStackSize;
+    thread.stack = AddMemory(start, std::min(end - start, limit));
+    return thread;
+}
+
+void CCrashStreams::AddModules()
+{
+    std::size_t count = 0;
+    for (const CrashMapping& mapping : g_maps)
+    {
+        CrashModule found;
+        if (count == kMaxModules || !DescribeModule(g_maps, mapping, found))
+            continue;
+        Minidump::Module& module = g_modules[count++];
+        module = {};
+        module.base = found.base;
+        module.size = static_cast<std::uint32_t>(found.end - found.base);
+        module.nameRva = m_file.AppendString(found.path);
+        module.version = VersionOf(found);
+        std::uint32_t record[1 + kMaxBuildId / sizeof(std::uint32_t)] = {
+            Minidump::kCvElfBuildId};
+        std::memcpy(record + 1, found.buildId, found.buildIdSize);
+        if (found.buildIdSize > 0)
+            module.cvRecord =
+                m_file.Append(record, sizeof(*record) + found.buildIdSize);
+    }
+    AddList(m_file, Minidump::EStream::ModuleList, g_modules, count);
+}
+
+Minidump::FixedFileInfo CCrashStreams::VersionOf(
+    const CrashModule& module) const
+{
+    const auto holds = [&module](std::uint64_t address)
+    { return module.base <= address && address < module.end; };
+    const bool isOurs =
+        holds(getauxval(AT_ENTRY)) ||
+        holds(reinterpret_cast<std::uintptr_t>(&kza_crash_note));
+    std::uint16_t numbers[kVersionNumbers];
+    ParseVersion(isOurs ? m_plan.version : VersionInName(module.path), numbers);
+    Minidump::FixedFileInfo version = {};
+    version.signature = Minidump::kFixedFileInfoSignature;
+    version.structVersion = Minidump::kFixedFileInfoVersion;
+    version.fileVersionHigh =
+        static_cast<std::uint32_t>(numbers[0]) << 16U | numbers[1];
+    version.fileVersionLow =
+        static_cast<std::uint32_t>(numbers[2]) << 16U | numbers[3];
+    version.productVersionHigh = version.fileVersionHigh;
+    version.productVersionLow = version.fileVersionLow;
+    return version;
+}
+
+void CCrashStreams::AddNote()
+{
+    const std::size_t length = ComposeCrashNote(m_plan, m_cause);
+    // The helper's own memory holds the note, the process's does not.
+    const Minidump::Location note = m_file.Append(kza_crash_note, length + 1);
+    m_file.AddStream(Minidump::EStream::CommentA, note);
+    ListMemory({reinterpret_cast<std::uintptr_t>(kza_crash_note), note});
+}
+
+void CCrashStreams::ListMemory(const Minidump::MemoryDescriptor& memory)
+{
+    if (m_memoryCount < kMaxMemory)
+        g_memory[m_memoryCount++] = memory;
+}
+
+Minidump::MemoryDescriptor CCrashStreams::AddMemory(std::uint64_t start,
+                                                    std::uint64_t size)
+{
+    const Minidump::Location place = m_file.Reserve(size);
+    for (std::uint64_t done = 0; done < size;)
+    {
+        const std::size_t part =
+            std::min<std::size_t>(size - done, sizeof(g_block));
+        ReadCrashMemoryOrZeros(start + done, g_block, part);
+        m_file.Fill({0, static_cast<std::uint32_t>(place.rva + done)}, g_block,
+                    part);
+        done += part;
+    }
+    const Minidump::MemoryDescriptor memory = {start, place};
+    ListMemory(memory);
+    return memory;
+}
+
+void CCrashStreams::AddMemoryAround(std::uint64_t address, std::uint64_t reach)
+{
+    const CrashMapping* mapping = g_maps.Find(address);
+    if (mapping == nullptr || !mapping->readable)
+        return;
+    const auto holdsIt = [address](const Minidump::MemoryDescriptor& memory)
+    {
+        return memory.start <= address &&
+               address - memory.start < memory.memory.size;
+    };
+    if (std::any_of(g_memory, g_memory + m_memoryCount, holdsIt))
+        return;
+    const std::uint64_t start =
+        address - std::min(reach, address - mapping->start);
+    const std::uint64_t end = address + std::min(reach, mapping->end - address);
+    AddMemory(start, end - start);
+}
+
+void CCrashStreams::AddMemoryList()
+{
+    AddList(m_file, Minidump::EStream::MemoryList, g_memory, m_memoryCount);
+}
+
+void CCrashStreams::AddProcFile(Minidump::EStream type, const char* name)
+{
+    char path[64];
+    CCrashText text(path, sizeof(path));
+    text.Add("/proc/").AddNumber(m_cause.process).Add("/").Add(name);
+    AddFile(type, path);
+}
+
+void CCrashStreams::AddFile(Minidump::EStream type, const char* path)
+{
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return;
+    std::size_t size = 0;
+    ssize_t count = 0;
+    while (size < sizeof(g_block) &&
+           (count = read(file, g_block + size, sizeof(g_block) - size)) > 0)
+        size += static_cast<std::size_t>(count);
+    close(file);
+    m_file.AddStream(type, m_file.Append(g_block, size));
+}
+
+void CCrashStreams::AddAllMemory()
+{
+    const auto isWanted = [](const CrashMapping& mapping)
+    { return mapping.readable && !mapping.excluded; };
+    const auto count = static_cast<std::uint64_t>(
+        std::count_if(g_maps.begin(), g_maps.end(), isWanted));
+    const std::size_t size = sizeof(Minidump::Memory64Head) +
+                             count * sizeof(Minidump::MemoryDescriptor64);
+    const Minidump::Location list = m_file.Reserve(size);
+    const Minidump::Memory64Head head = {count, m_file.Position()};
+    m_file.Fill(list, &head, sizeof(head));
+    auto at = static_cast<std::uint32_t>(list.rva + sizeof(head));
+    for (const CrashMapping& mapping : g_maps)
+    {
+        if (!isWanted(mapping))
+            continue;
+        const Minidump::MemoryDescriptor64 range = {
+            mapping.start, mapping.end - mapping.start};
+        m_file.Fill({0, at}, &range, sizeof(range));
+        at += sizeof(range);
+        for (std::uint64_t from = mapping.start;
+             from < mapping.end && m_file.Error() == 0;)
+        {
+            const std::size_t part =
+                std::min<std::size_t>(mapping.end - from, sizeof(g_block));
+            ReadCrashMemoryOrZeros(from, g_block, part);
+            m_file.AppendRaw(g_block, part);
+            from += part;
+            NoteCrashProgress();
+        }
+    }
+    m_file.AddStream(Minidump::EStream::Memory64List, list);
+}
+
+} // namespace KzaCore

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How a process dies of a fault, whatever state it is in.
+
+#include "crash/CrashLua.h"
+#include "crash/CrashStack.h"
+#include "unit/crash/CrashFixture.h"
+
+#include <atomic>
+#include <cstring>
+#include <exception>
+#include <string_view>
+#include <thread>
+
+#include <sys/ptrace.h>
+
+using namespace KzaCore;
+using namespace TestSupport;
+using Minidump::EStream;
+
+namespace
+{
+
+class CrashHandler : public CCrashTest
+{
+};
+
+void CrashByTerminate()
+{
+    std::set_terminate(std::abort);
+    std::terminate();
+}
+
+void OverflowStack()
+{
+    FaultStackOverflow(0);
+}
+
+} // namespace
+
+TEST_F(CrashHandler, EachFaultLeavesADumpAndItsSignal)
+{
+    const struct
+    {
+        const char* name;
+        void (*fault)();
+        int signal;
+    } cases[] = {
+        {"SIGSEGV", FaultSegv, SIGSEGV},
+        {"SIGBUS", FaultBus, SIGBUS},
+        {"SIGILL", FaultIll, SIGILL},
+        {"SIGFPE", FaultFpe, SIGFPE},
+        {"SIGTRAP", FaultTrap, SIGTRAP},
+        {"SIGABRT", std::abort, SIGABRT},
+        {"SIGABRT", CrashByTerminate, SIGABRT},
+        {"SIGSEGV", OverflowStack, SIGSEGV},
+    };
+    for (const auto& one : cases)
+    {
+        SCOPED_TRACE(one.name);
+        const int status = Crash(one.fault);
+        ExpectKilledBy(one.signal, status);
+        const CDumpReader dump(Dump());
+        const auto exception =
+            dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
+        EXPECT_EQ(exception.code, static_cast<unsigned>(one.signal));
+        EXPECT_EQ(exception.threadId, static_cast<unsigned>(m_child));
+        EXPECT_EQ(dump.NoteValue("signal"),
+                  std::to_string(one.signal) + " (" + one.name + ")");
+        std::filesystem::remove(Dump());
+    }
+}
+
+TEST_F(CrashHandler, EveryThreadIsThere)
+{
+    const CShared<std::size_t> count;
+    const int status = Crash(
+        [&count]
+        {
+            for (int i = 0; i < 50; i++)
+                std::thread([] { pause(); }).detach();
+            std::thread(
+                [&count]
+                {
+                    *count = CountThreads();
+                    FaultSegv();
+                })
+                .join();
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    const CDumpReader dump(Dump());
+    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    EXPECT_GE(*count, 52U);
+    EXPECT_EQ(threads.size(), *count);
+    EXPECT_NE(dump.NoteValue("thread"), dump.NoteValue("process"));
+    std::set<std::uint32_t> ids;
+    for (const auto& thread : threads)
+    {
+        ids.insert(thread.id);
+        EXPECT_EQ(thread.context.size, sizeof(Minidump::ContextAmd64));
+        EXPECT_GT(thread.stack.memory.size, 0U);
+    }
+    EXPECT_EQ(ids.size(), threads.size());
+    EXPECT_EQ(std::to_string(threads[0].id), dump.NoteValue("thread"));
+}
+
+TEST_F(CrashHandler, EveryThreadMayOverflowItsStack)
+{
+    const int status = Crash([] { std::thread(OverflowStack).join(); });
+    ExpectKilledBy(SIGSEGV, status);
+    if (std::string_view(KZA_SANITIZE) == "thread")
+    {
+        // That sanitizer starts threads in its own way, without a crash stack.
+        EXPECT_FALSE(FileExists(Dump()));
+        return;
+    }
+    const CDumpReader dump(Dump());
+    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    ASSERT_GE(threads.size(), 2U);
+    EXPECT_GT(threads[0].stack.memory.size, 100000U);
+}
+
+TEST_F(CrashHandler, CrashStackGivesBackTheOneBefore)
+{
+    stack_t before = {};
+    sigaltstack(nullptr, &before);
+    {
+        const CCrashStack crashStack;
+        stack_t meanwhile = {};
+        sigaltstack(nullptr, &meanwhile);
+        EXPECT_NE(meanwhile.ss_sp, before.ss_sp);
+        EXPECT_GE(meanwhile.ss_size, 65536U);
+    }
+    stack_t after = {};
+    sigaltstack(nullptr, &after);
+    EXPECT_EQ(after.ss_sp, before.ss_sp);
+    EXPECT_EQ(after.ss_flags, before.ss_flags);
+}
+
+TEST_F(CrashHandler, SeveralThreadsThatCrashLeaveOneDump)
+{
+    const int status = Crash(
+        []
+        {
+            for (int i = 0; i < 8; i++)
+                std::thread(FaultIll).detach();
+            pause();
+        });
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_EQ(Files(), std::set<std::string>({"t.mdmp"}));
+    EXPECT_EQ(CDumpReader(Dump()).NoteValue("process"),
+              std::to_string(m_child));
+}
+
+TEST_F(CrashHandler, ForkedWorkerDumpsUnderItsOwnIdentity)
+{
+    const CShared<pid_t> worker;
+    const int status = Crash(
+        [&worker]
+        {
+            const pid_t child = fork();
+            if (child == 0)
+                FaultSegv();
+            *worker = child;
+            int end = 0;
+            waitpid(child, &end, 0);
+            _exit(WIFSIGNALED(end) ? WTERMSIG(end) : 0);
+        });
+    EXPECT_EQ(WEXITSTATUS(status), SIGSEGV);
+    EXPECT_NE(*worker, m_child);
+    EXPECT_EQ(CDumpReader(Dump()).NoteValue("process"),
+              std::to_string(*worker));
+}
+
+TEST_F(CrashHandler, BrokenHeapDoesNotMatter)
+{
+    const int status = Crash(
+        []
+        {
+            // Every list of the allocator, and whatever else is near.
+            auto* block = static_cast<char*>(malloc(64));
+            asm volatile("" : "+r"(block));
+            const std::size_t damage = 100000;
+            for (std::size_t i = 0; i < damage; i++)
+                asm volatile("movb $0xa5, (%0)" : : "r"(block + i) : "memory");
+            std::abort();
+        });
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(CDumpReader(Dump()).NoteValue("process"),
+              std::to_string(m_child));
+}
+
+TEST_F(CrashHandler, BrokenLuaStateCostsTheTracebackAlone)
+{
+    const int status = Crash(
+        []
+        {
+            static char garbage[4096];
+            std::memset(garbage, 0xa5, sizeof(garbage));
+            RememberLuaState(reinterpret_cast<lua_State*>(garbage));
+            FaultSegv();
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    const CDumpReader dump(Dump());
+    EXPECT_EQ(dump.NoteValue("lua"), "not running");
+    EXPECT_NE(dump.Stream(EStream::MemoryList).size, 0U);
+}
+
+TEST_F(CrashHandler, TracedProcessLeavesADumpOfTheCrashedThread)
+{
+    // Where somebody else traces the threads, the helper may not.
+    const CShared<std::size_t> count;
+    StartChild(
+        [this, &count]
+        {
+            InitCrashHandler(wxString::FromUTF8(Dump()), wxS("tool"), false);
+            raise(SIGSTOP);
+            std::thread([] { pause(); }).detach();
+            *count = CountThreads();
+            FaultSegv();
+        });
+    int status = 0;
+    waitpid(m_child, &status, WUNTRACED);
+    ASSERT_EQ(ptrace(PTRACE_SEIZE, m_child, nullptr, PTRACE_O_TRACECLONE), 0);
+    kill(m_child, SIGCONT);
+    pid_t changed = 0;
+    while ((changed = waitpid(-1, &status, __WALL)) > 0)
+        if (WIFSTOPPED(status))
+            ptrace(PTRACE_CONT, changed, nullptr,
+                   status >> 16 != 0 ? 0 : WSTOPSIG(status));
+        else if (changed == m_child)
+            break;
+    ExpectKilledBy(SIGSEGV, status);
+    const CDumpReader dump(Dump());
+    EXPECT_EQ(dump.NoteValue("process"), std::to_string(m_child));
+    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    ASSERT_FALSE(threads.empty());
+    EXPECT_LT(threads.size(), *count);
+    EXPECT_EQ(threads[0].id, static_cast<unsigned>(m_child));
+    EXPECT_GT(threads[0].stack.memory.size, 0U);
+}

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The process that writes the dump, and the one that waits for it.
+
+#include "crash/linux/CrashSignals.h"
+#include "unit/crash/CrashFixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+#include <thread>
+
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/user.h>
+
+using namespace KzaCore;
+using namespace TestSupport;
+
+namespace
+{
+
+class CrashHelper : public CCrashTest
+{
+};
+
+int HangingWriter(const CrashPlan& plan, const CrashCause& cause)
+{
+    close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
+    for (;;)
+        pause();
+}
+
+int FaultingWriter(const CrashPlan& plan, const CrashCause& cause)
+{
+    close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    sigaction(SIGSEGV, &action, nullptr);
+    FaultSegv();
+    return 0;
+}
+
+// Slow, but getting on.
+int SlowWriter(const CrashPlan& plan, const CrashCause& cause)
+{
+    for (int i = 0; i < 60; i++)
+    {
+        NoteCrashProgress();
+        const timespec pause = {0, 100000000};
+        nanosleep(&pause, nullptr);
+    }
+    close(openat(plan.directoryFd, plan.fileName, O_CREAT, 0600));
+    (void)cause;
+    return 0;
+}
+
+// Makes the thread that waits in the handler jump to nowhere, and then gives
+// it every reason to wait on.
+int SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    user_regs_struct registers = {};
+    ptrace(PTRACE_SEIZE, cause.thread, nullptr, nullptr);
+    ptrace(PTRACE_INTERRUPT, cause.thread, nullptr, nullptr);
+    waitpid(cause.thread, nullptr, __WALL);
+    ptrace(PTRACE_GETREGS, cause.thread, nullptr, &registers);
+    registers.rip = kFaultAddress;
+    registers.orig_rax = ~0ULL; // no system call to go back to
+    ptrace(PTRACE_SETREGS, cause.thread, nullptr, &registers);
+    ptrace(PTRACE_DETACH, cause.thread, nullptr, nullptr);
+    for (;;)
+        NoteCrashProgress();
+}
+
+// Sends the waiting process each signal that could mean a second fault.
+int SignallingWriter(const CrashPlan& plan, const CrashCause& cause)
+{
+    for (const int signal : kCrashSignals)
+        kill(cause.process, signal);
+    const timespec pause = {0, 100000000};
+    nanosleep(&pause, nullptr);
+    close(openat(plan.directoryFd, plan.fileName, O_CREAT, 0600));
+    return 0;
+}
+
+CrashPlan PlanFor(const std::string& directory)
+{
+    CrashPlan plan = {};
+    plan.directoryFd =
+        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    directory.copy(plan.directory, sizeof(plan.directory) - 1);
+    std::memcpy(plan.fileName, "t.mdmp", 7);
+    std::memcpy(plan.application, "tool", 5);
+    return plan;
+}
+
+} // namespace
+
+TEST_F(CrashHelper, HelperThatHangsDoesNotKeepTheProcess)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), HangingWriter);
+            FaultIll();
+        });
+    const auto time = std::chrono::steady_clock::now() - start;
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_LT(time, std::chrono::seconds(60));
+    EXPECT_EQ(Files(), std::set<std::string>());
+}
+
+TEST_F(CrashHelper, HelperThatFaultsLeavesTheSignalAlone)
+{
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), FaultingWriter);
+            FaultIll();
+        });
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_EQ(Files(), std::set<std::string>());
+}
+
+TEST_F(CrashHelper, HelperThatGetsOnIsGivenItsTime)
+{
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), SlowWriter);
+            FaultIll();
+        });
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_EQ(Files(), std::set<std::string>({"t.mdmp"}));
+}
+
+TEST_F(CrashHelper, FaultInTheHandlerStillEndsInTheFirstSignal)
+{
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), SabotagingWriter);
+            FaultIll();
+        });
+    // The thread sanitizer blocks every signal while a handler runs.
+    const bool blocked = std::string_view(KZA_SANITIZE) == "thread";
+    ExpectKilledBy(blocked ? SIGSEGV : SIGILL, status);
+}
+
+TEST_F(CrashHelper, SignalSentWhileDumpingChangesNothing)
+{
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), SignallingWriter);
+            FaultIll();
+        });
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_EQ(Files(), std::set<std::string>({"t.mdmp"}));
+}
+
+TEST_F(CrashHelper, WaitingForAnyChildDoesNotMeetTheHelper)
+{
+    const CShared<std::atomic<pid_t>> met;
+    const int status = InChild(
+        [this, &met]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), SignallingWriter);
+            const pid_t child = fork();
+            if (child == 0)
+            {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                pause();
+            }
+            std::thread([&met] { *met = waitpid(-1, nullptr, 0); }).detach();
+            FaultIll();
+        });
+    ExpectKilledBy(SIGILL, status);
+    EXPECT_EQ(*met, 0);
+}
