@@ -2,10 +2,10 @@
 
 #include "kza_core/LuaInterpreter.h"
 
-#include "LuaHost.h"
-#include "LuaProcess.h"
-#include "LuaSearchers.h"
 #include "crash/CrashLua.h"
+#include "lua/LuaHost.h"
+#include "lua/LuaProcess.h"
+#include "lua/LuaSearchers.h"
 
 #include <lua.hpp>
 #include <wx/debug.h>

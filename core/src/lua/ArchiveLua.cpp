@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ArchiveLua.h"
+#include "lua/ArchiveLua.h"
 
-#include "ArchiveLoader.h"
-#include "DomLua.h"
 #include "archive/ArchiveSet.h"
+#include "lua/ArchiveLoader.h"
+#include "lua/DomLua.h"
 
 #include <lua.hpp>
 

@@ -5,11 +5,8 @@
 // Every method is a closure over the class's metatable, to know its own kind
 // quickly, and over the table of generations that dom:Wait has seen.
 
-#include "DomLua.h"
+#include "lua/DomLua.h"
 
-#include "ArchiveLua.h"
-#include "EventLua.h"
-#include "LuaGuard.h"
 #include "base/Bytes.h"
 #include "base/PluginWorkdir.h"
 #include "domain/DomStore.h"
@@ -17,6 +14,9 @@
 #include "kza_core/Log2Disk.h"
 #include "kza_core/Runnable.h"
 #include "kza_core/Trace.h"
+#include "lua/ArchiveLua.h"
+#include "lua/EventLua.h"
+#include "lua/LuaGuard.h"
 
 #include <lua.hpp>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ArchiveLoader.h"
+#include "lua/ArchiveLoader.h"
 
-#include "LuaGuard.h"
-#include "LuaSearchers.h"
 #include "archive/ArchiveSet.h"
 #include "kza_core/Dom.h"
+#include "lua/LuaGuard.h"
+#include "lua/LuaSearchers.h"
 
 #include <lua.hpp>
 

@@ -3,8 +3,8 @@
 // The class "SLB.Dom" as the host sees it: pushed objects, the registry, and
 // failures that a script cannot cause by itself.
 
-#include "LuaGuard.h"
 #include "kza_core/Dom.h"
+#include "lua/LuaGuard.h"
 
 #include "support/DomPtr.h"
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "LuaHost.h"
+#include "lua/LuaHost.h"
 
-#include "LuaGuard.h"
 #include "archive/Inflate.h"
 #include "archive/ZipArchive.h"
 #include "kza_core/Unzip.h"
+#include "lua/LuaGuard.h"
 
 #include <libdeflate.h>
 #include <lua.hpp>

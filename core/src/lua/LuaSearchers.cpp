@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "LuaSearchers.h"
+#include "lua/LuaSearchers.h"
 
-#include "LuaGuard.h"
+#include "lua/LuaGuard.h"
 
 #include <lua.hpp>
 

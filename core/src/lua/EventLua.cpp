@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "EventLua.h"
+#include "lua/EventLua.h"
 
-#include "DomLua.h"
 #include "events/EventStore.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Time.h"
+#include "lua/DomLua.h"
 
 #include <lua.hpp>
 

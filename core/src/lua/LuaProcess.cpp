@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "LuaProcess.h"
+#include "lua/LuaProcess.h"
 
 #include "base/Descriptor.h"
 #include "process/Spawn.h"
