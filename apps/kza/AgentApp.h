@@ -10,8 +10,8 @@
 #pragma once
 
 #include "MainLoop.h"
-#include "ProcessLocale.h"
 #include "StopWatch.h"
+#include "startup/ProcessLocale.h"
 
 #include "kza_core/Runnable.h"
 

@@ -2,7 +2,7 @@
 //
 // The locale that the process adopts.
 
-#include "ProcessLocale.h"
+#include "startup/ProcessLocale.h"
 
 #include <gtest/gtest.h>
 

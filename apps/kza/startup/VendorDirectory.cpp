@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "VendorDirectory.h"
+#include "startup/VendorDirectory.h"
 
 #include <wx/filename.h>
 

@@ -5,8 +5,8 @@
 // Its result decides whether the process goes on to OnRun().
 
 #include "AgentApp.h"
-#include "VendorDirectory.h"
 #include "Version.h"
+#include "startup/VendorDirectory.h"
 
 #include "kza_core/CrashHandler.h"
 #include "kza_core/Dom.h"

@@ -8,8 +8,8 @@
 // them stops the start.
 
 #include "AgentApp.h"
-#include "PluginPaths.h"
 #include "StandardError.h"
+#include "startup/PluginPaths.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/SecureFile.h"

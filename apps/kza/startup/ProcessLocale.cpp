@@ -6,7 +6,7 @@
 // translation, which is how services run, the C library's locale is all that
 // there is to adopt.
 
-#include "ProcessLocale.h"
+#include "startup/ProcessLocale.h"
 
 #include <clocale>
 #include <cstdlib>

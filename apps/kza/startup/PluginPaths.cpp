@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "PluginPaths.h"
+#include "startup/PluginPaths.h"
 
 #include <wx/tokenzr.h>
 
