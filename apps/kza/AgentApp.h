@@ -10,7 +10,7 @@
 #pragma once
 
 #include "MainLoop.h"
-#include "StopWatch.h"
+#include "service/StopWatch.h"
 #include "startup/ProcessLocale.h"
 
 #include "kza_core/Runnable.h"

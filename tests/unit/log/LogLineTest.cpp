@@ -91,7 +91,8 @@ TEST(LogLine, TraceCarriesPositionWithoutDirectories)
         LogPosition position;
         const char* shown;
     } cases[] = {
-        {{"/src/apps/kza/Run.cpp", 42, "RunChunk"}, "Run.cpp:42 RunChunk"},
+        {{"/src/apps/kza/service/Run.cpp", 42, "RunChunk"},
+         "Run.cpp:42 RunChunk"},
         {{"Run.cpp", 0, "f"}, "Run.cpp:0 f"},
         {{"@/a/b.kze/c/d.lua", 7, "main\nchunk"}, "d.lua:7 main\\nchunk"},
         {{nullptr, -1, nullptr}, "?:-1 ?"},

@@ -2,7 +2,7 @@
 //
 // Leaving the terminal, the pid file, and one agent of a name at most.
 
-#include "WaitingService.h"
+#include "e2e/service/WaitingService.h"
 
 #include "support/Service.h"
 

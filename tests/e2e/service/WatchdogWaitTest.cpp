@@ -3,7 +3,7 @@
 // What the watchdog makes of what waiting for its worker tells, where no worker
 // can bring it about at will.
 
-#include "Workers.h"
+#include "e2e/service/Workers.h"
 
 #include <gtest/gtest.h>
 

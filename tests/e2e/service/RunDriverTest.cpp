@@ -3,7 +3,7 @@
 // How main thread and script thread hand over, what is shut down by whom, and
 // what the end of the service reports.
 
-#include "WaitingService.h"
+#include "e2e/service/WaitingService.h"
 
 #include "support/Service.h"
 

@@ -3,7 +3,7 @@
 // How the watchdog takes the end of its worker: what it says, whether and when
 // it starts another, and with which status the service ends.
 
-#include "Workers.h"
+#include "e2e/service/Workers.h"
 
 #include <gtest/gtest.h>
 

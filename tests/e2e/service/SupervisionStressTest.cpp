@@ -3,7 +3,7 @@
 // The watchdog under stress: many deaths, what dying workers leave behind, no
 // room for the log, stop requests at bad moments.
 
-#include "WaitingService.h"
+#include "e2e/service/WaitingService.h"
 
 #include "support/Service.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "StopWatch.h"
+#include "service/StopWatch.h"
 
 #include "kza_core/PendingSignal.h"
 #include "kza_core/Runnable.h"

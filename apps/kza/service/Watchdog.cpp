@@ -9,7 +9,7 @@
 
 #include "AgentApp.h"
 
-#include "RestartPolicy.h"
+#include "service/RestartPolicy.h"
 
 #include "kza_core/Execute.h"
 #include "kza_core/PidFile.h"

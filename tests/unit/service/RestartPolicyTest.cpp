@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "RestartPolicy.h"
+#include "service/RestartPolicy.h"
 
 #include <gtest/gtest.h>
 
