@@ -9,7 +9,7 @@
 
 #pragma once
 
-#include "MainLoop.h"
+#include "script/MainLoop.h"
 #include "service/StopWatch.h"
 #include "startup/ProcessLocale.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "MainLoop.h"
+#include "script/MainLoop.h"
 
 bool CMainLoopProgress::AwaitIdle(std::chrono::milliseconds limit)
 {
