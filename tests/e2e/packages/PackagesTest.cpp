@@ -2,7 +2,7 @@
 //
 // Packages beside the executable, as operators deliver them.
 
-#include "e2e/Packages.h"
+#include "e2e/packages/Packages.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "PackageName.h"
+#include "packages/PackageName.h"
 
 #include <gtest/gtest.h>
 #include <wx/filename.h>

@@ -2,7 +2,7 @@
 //
 // Packages on a host that is full, small, or killed.
 
-#include "e2e/Packages.h"
+#include "e2e/packages/Packages.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>

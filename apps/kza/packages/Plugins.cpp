@@ -8,7 +8,7 @@
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
-#include "PackageName.h"
+#include "packages/PackageName.h"
 
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "ExtensionVersion.h"
+#include "packages/ExtensionVersion.h"
 
 #include "AgentApp.h"
 #include "Tokenize.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "e2e/Packages.h"
+#include "e2e/packages/Packages.h"
 
 #include <gtest/gtest.h>
 
