@@ -290,8 +290,14 @@ void CDiskLog::Complain(int error)
 
 void CDiskLog::FlushKept()
 {
+    // A signal handler that calls exit() may have interrupted this very thread
+    // while it held the lock; waiting for the lock would never end then.
+    if (t_inside)
+        return;
     const CInside inside;
-    const std::lock_guard guard(m_lock);
+    const std::unique_lock guard(m_lock, std::try_to_lock);
+    if (!guard.owns_lock())
+        return;
     for (const std::string& line : m_kept)
         Put(STDERR_FILENO, line);
     m_kept.clear();

@@ -57,7 +57,9 @@ public:
     void Write(const LogEntry& entry);
 
     /// Gives up on the file for the records kept so far: they go to standard
-    /// error.
+    /// error. Made for the end of the process, which a signal handler may bring
+    /// about anywhere: it waits for no lock, and while a thread is inside the
+    /// log it does nothing.
     void FlushKept();
 
     // Around a fork: nobody may be inside the log.

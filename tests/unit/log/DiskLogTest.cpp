@@ -10,6 +10,7 @@
 
 #include "support/InChild.h"
 #include "support/Process.h"
+#include "support/Service.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -25,6 +26,8 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -175,6 +178,61 @@ TEST(DiskLogDeathTest, RecordsOfAnEndBeforeThePlaceIsKnownGoToStandardError)
             exit(7);
         },
         testing::ExitedWithCode(7), "ERROR Early: what went wrong\n");
+}
+
+namespace
+{
+
+// Logs until a pipe behind standard error is full. The write that waits for
+// room there is inside the log and holds its lock.
+[[noreturn]] void LogUntilInterrupted(const SPlace& place, int standardError)
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) { exit(0); };
+    sigaction(SIGTERM, &action, nullptr);
+    dup2(standardError, STDERR_FILENO);
+    LogSettings settings = place.Settings();
+    settings.console = true;
+    ProcessLog().Configure(settings);
+    for (;;)
+        LogToDisk(ELogLevel::Message, "Test", "record");
+}
+
+int BytesIn(int pipe)
+{
+    int count = 0;
+    ioctl(pipe, FIONREAD, &count);
+    return count;
+}
+
+} // namespace
+
+TEST(DiskLog, EndOfTheProcessInASignalHandlerInsideTheLogDoesNotHang)
+{
+    const SPlace place;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0)
+        LogUntilInterrupted(place, ends[1]);
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        { return BytesIn(ends[0]) > 0 && ProcessInfo(child).state == 'S'; }));
+    kill(child, SIGTERM);
+
+    int status = -1;
+    const bool ended =
+        WaitUntil([&] { return waitpid(child, &status, WNOHANG) == child; },
+                  std::chrono::seconds(20));
+    EXPECT_TRUE(ended) << "it hangs";
+    EXPECT_EQ(status, 0);
+    if (!ended)
+    {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
