@@ -8,7 +8,6 @@
 
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
-#include "log/TraceSet.h"
 
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
@@ -69,7 +68,6 @@ int main()
     CDom* const dom = CDom::New(nullptr, nullptr, nullptr, false);
     dom->Set(DomKey::kTraceMore, "Appl,Cmd,Srvc,kza.Heartbeat,kza.ListenThread,"
                                  "kza.PluginUtils");
-    RefreshTrace(*dom);
     Compare("trace check, component off", "Store", true);
     Compare("trace check, component on", "Appl", false);
     dom->Release();

@@ -8,7 +8,7 @@
 #include "crash/CrashPlan.h"
 #include "crash/CrashStack.h"
 #include "crash/CrashText.h"
-#include "crash/CrashVersion.h"
+#include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
 
 #include <wx/filename.h>
@@ -33,6 +33,18 @@ namespace
 
 std::mutex s_versionMutex;
 std::string s_version; // guarded by s_versionMutex
+
+// The version is in the dumps that are armed afterwards.
+void RefreshVersion(const CDom* root)
+{
+    const std::string version = root ? root->Get(DomKey::kVersion) : "";
+    const std::lock_guard<std::mutex> lock(s_versionMutex);
+    if (!version.empty())
+        s_version = version;
+}
+
+constexpr std::string_view kKeys[] = {DomKey::kVersion};
+const CKeyObserver s_observer(kKeys, RefreshVersion);
 
 template <std::size_t size>
 void Keep(char (&buffer)[size], const char* text)
@@ -108,14 +120,6 @@ void RemoveLeftovers(int directory, const char* dumpName)
 const CCrashStack* volatile s_mainStack = nullptr;
 
 } // namespace
-
-void RefreshCrashVersion(const CDom& dom)
-{
-    const std::string version = dom.Get(DomKey::kVersion);
-    const std::lock_guard<std::mutex> lock(s_versionMutex);
-    if (!version.empty())
-        s_version = version;
-}
 
 void InitCrashHandler(const wxString& dumpFile,
                       const wxString& appName,

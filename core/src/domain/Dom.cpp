@@ -10,21 +10,11 @@
 #include <wx/debug.h>
 #include <wx/log.h>
 
-#include <atomic>
-
 namespace KzaCore
 {
 
 namespace
 {
-
-std::atomic<const CDom*> s_root{nullptr};
-
-bool BecomeRoot(const CDom* dom)
-{
-    const CDom* none = nullptr;
-    return s_root.compare_exchange_strong(none, dom);
-}
 
 template <typename T>
 bool GetAs(const CDomStore& store, const std::string& key, T& out)
@@ -55,7 +45,7 @@ CDom* CDom::New(const char* name, CDom* parent, bool* created, bool reserved)
 
 CDom::CDom(const char* name)
     : m_name(name == nullptr ? "" : name),
-      m_store(std::make_unique<CDomStore>(BecomeRoot(this) ? this : nullptr))
+      m_store(std::make_unique<CDomStore>(ClaimRoot(*this) ? this : nullptr))
 {
 }
 
@@ -63,14 +53,7 @@ CDom::~CDom() = default;
 
 void CDom::Release()
 {
-    const CDom* self = this;
-    if (s_root.compare_exchange_strong(self, nullptr))
-    {
-        // Log and trace read a domain as long as they are told of it.
-        const CDom empty(nullptr);
-        s_root = nullptr;
-        NotifyAllKeyObservers(empty);
-    }
+    AbandonRoot(*this);
     delete this;
 }
 

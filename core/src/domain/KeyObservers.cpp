@@ -2,11 +2,8 @@
 
 #include "domain/KeyObservers.h"
 
-#include "crash/CrashVersion.h"
-#include "kza_core/Dom.h"
-#include "log/DiskLog.h"
-#include "log/TraceSet.h"
-
+#include <algorithm>
+#include <atomic>
 #include <mutex>
 
 namespace KzaCore
@@ -15,46 +12,65 @@ namespace KzaCore
 namespace
 {
 
-struct FollowedKey
+// Initialised at compile time, for static objects of other sources register
+// before this source's constructors would run. Every call of a refresh function
+// holds the lock: without turns, an older state of a key could be put to use
+// after a newer one.
+std::mutex s_mutex;
+const CDom* s_root = nullptr; // guarded by s_mutex
+
+// Newest first. Grows under s_mutex and is read without it, so that a write to
+// a key that nothing follows takes no lock.
+std::atomic<const CKeyObserver*> s_newest{nullptr};
+
+const CKeyObserver* Newest()
 {
-    std::string_view key;
-    void (*refresh)(const CDom& root);
-};
-
-// Whoever comes last has read the last change; without the turns, an older
-// state could be put to use after a newer one.
-std::mutex s_oneAtATime;
-
-constexpr FollowedKey kFollowedKeys[] = {
-    {DomKey::kTrace, RefreshTrace},
-    {DomKey::kTraceMore, RefreshTrace},
-    {DomKey::kName, ConfigureDiskLog},
-    {DomKey::kPathWork, ConfigureDiskLog},
-    {DomKey::kLogMaxSize, ConfigureDiskLog},
-    {DomKey::kLogKeep, ConfigureDiskLog},
-    {DomKey::kLogConsole, ConfigureDiskLog},
-    {DomKey::kVersion, RefreshCrashVersion},
-};
+    return s_newest.load(std::memory_order_acquire);
+}
 
 } // namespace
 
-void NotifyKeyObservers(const CDom& root, std::string_view key)
+void CKeyObserver::Register() noexcept
 {
-    for (const FollowedKey& followed : kFollowedKeys)
-    {
-        if (followed.key != key)
-            continue;
-        const std::lock_guard<std::mutex> lock(s_oneAtATime);
-        followed.refresh(root);
-    }
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    m_next = Newest();
+    s_newest.store(this, std::memory_order_release);
+    if (s_root != nullptr)
+        Refresh(s_root);
 }
 
-void NotifyAllKeyObservers(const CDom& root)
+bool CKeyObserver::Follows(std::string_view key) const
 {
-    const std::lock_guard<std::mutex> lock(s_oneAtATime);
-    RefreshTrace(root);
-    ConfigureDiskLog(root);
-    RefreshCrashVersion(root);
+    return std::find(m_keys, m_keys + m_count, key) != m_keys + m_count;
+}
+
+bool ClaimRoot(const CDom& dom)
+{
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    if (s_root == nullptr)
+        s_root = &dom;
+    return s_root == &dom;
+}
+
+void AbandonRoot(const CDom& dom)
+{
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    if (s_root != &dom)
+        return;
+    s_root = nullptr;
+    for (auto* observer = Newest(); observer; observer = observer->Next())
+        observer->Refresh(nullptr);
+}
+
+void NotifyKeyObservers(const CDom& root, std::string_view key)
+{
+    for (auto* observer = Newest(); observer; observer = observer->Next())
+    {
+        if (!observer->Follows(key))
+            continue;
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        observer->Refresh(&root);
+    }
 }
 
 } // namespace KzaCore

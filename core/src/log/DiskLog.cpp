@@ -2,13 +2,10 @@
 
 #include "log/DiskLog.h"
 
-#include "kza_core/Dom.h"
-
 #include <wx/log.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 
 #include <pthread.h>
@@ -94,49 +91,12 @@ CDiskLog* MakeProcessLog()
     return new CDiskLog;
 }
 
-bool ToNumber(const std::string& text, long long& number)
-{
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end;
-}
-
-// A setting given with --domain_var is text.
-void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
-{
-    long long number = -1;
-    if ((dom.Get(key, number) || ToNumber(dom.Get(key), number)) && number >= 0)
-        value = number;
-}
-
-void ReadSwitch(const CDom& dom, const char* key, bool& value)
-{
-    if (!dom.Get(key, value))
-        value = dom.Get(key) == "true";
-}
-
 } // namespace
 
 CDiskLog& ProcessLog()
 {
     static CDiskLog* const log = MakeProcessLog();
     return *log;
-}
-
-void ConfigureDiskLog(const CDom& dom)
-{
-    // Whoever changed a key reads after the change; the last one to come here
-    // has read all changes.
-    static std::mutex& oneAtATime = *new std::mutex;
-    const std::lock_guard guard(oneAtATime);
-
-    LogSettings settings;
-    settings.workDir = dom.Get(DomKey::kPathWork);
-    settings.appName = dom.Get(DomKey::kName);
-    ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
-    ReadNumber(dom, DomKey::kLogKeep, settings.keep);
-    ReadSwitch(dom, DomKey::kLogConsole, settings.console);
-    ProcessLog().Configure(settings);
 }
 
 void CDiskLog::Configure(const LogSettings& settings)

@@ -26,8 +26,6 @@
 namespace KzaCore
 {
 
-class CDom;
-
 /// What decides where the records go.
 struct LogSettings
 {
@@ -97,11 +95,5 @@ private:
 /// The sink of the process; never destroyed, so that a thread may log while
 /// the process ends.
 CDiskLog& ProcessLog();
-
-/// Takes the settings of the process's log from the domain's keys `app.name`,
-/// `app.path.work`, `log.maxsize`, `log.keep` and `log.console`; to be called
-/// when one of them changed, by whoever did it. Numbers and the switch may also
-/// be given as text. What makes no sense counts as absent.
-void ConfigureDiskLog(const CDom& dom);
 
 } // namespace KzaCore

@@ -2,12 +2,12 @@
 
 #include "log/TraceSet.h"
 
+#include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -58,6 +58,18 @@ void Publish(const CTraceSet& set)
                                        std::memory_order_relaxed);
 }
 
+void RefreshTrace(const CDom* root)
+{
+    wxString list;
+    if (root != nullptr)
+        list = root->GetWxString(DomKey::kTrace) + "," +
+               root->GetWxString(DomKey::kTraceMore);
+    Publish(CTraceSet({list.wx_str(), list.length()}));
+}
+
+constexpr std::string_view kKeys[] = {DomKey::kTrace, DomKey::kTraceMore};
+const CKeyObserver s_observer(kKeys, RefreshTrace);
+
 } // namespace
 
 CTraceSet::CTraceSet(std::wstring_view list)
@@ -79,17 +91,6 @@ bool CTraceSet::Has(std::wstring_view component) const
 {
     return m_all || std::binary_search(m_names.begin(), m_names.end(),
                                        component, std::less<>());
-}
-
-void RefreshTrace(const CDom& dom)
-{
-    // Whoever changed a key reads after the change; the last one to come here
-    // has read all changes.
-    static std::mutex& oneAtATime = *new std::mutex;
-    const std::lock_guard guard(oneAtATime);
-    const wxString list = dom.GetWxString(DomKey::kTrace) + "," +
-                          dom.GetWxString(DomKey::kTraceMore);
-    Publish(CTraceSet({list.wx_str(), list.length()}));
 }
 
 namespace TraceDetail

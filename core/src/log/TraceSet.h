@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The set of traced components, behind LogTraceIsEnabled().
+// The set of traced components, behind LogTraceIsEnabled(). It follows the root
+// domain's keys `app.trace` and `app.trace+`, whose lists add up.
 //
 // Threads: any.
 
@@ -12,8 +13,6 @@
 
 namespace KzaCore
 {
-
-class CDom;
 
 /// A set of components as the settings write it; never changes once made.
 class CTraceSet
@@ -37,10 +36,5 @@ private:
     std::vector<std::wstring> m_names; // sorted
     bool m_all = false;
 };
-
-/// Takes the traced components from the domain's keys `app.trace` and
-/// `app.trace+`, which add up; to be called when one of them changed, by
-/// whoever did it.
-void RefreshTrace(const CDom& dom);
 
 } // namespace KzaCore

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Log and trace follow the keys of the root domain, and of no other.
+// Services follow the keys of the root domain, and of no other.
+
+#include "domain/KeyObservers.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
@@ -11,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -18,6 +21,91 @@ using namespace KzaCore;
 using TestSupport::CTempDir;
 using TestSupport::DomPtr;
 using TestSupport::NewDom;
+
+namespace
+{
+
+// What a service of the test's own was told. Observers are for ever, so one
+// serves all tests.
+struct SHeard
+{
+    std::atomic<int> calls = 0;
+    std::atomic<int> callsAtOnce = 0;
+    std::atomic<bool> overlapped = false;
+    std::string value; // guarded by the turns that refresh functions take
+    bool hadRoot = false;
+};
+SHeard s_heard;
+
+void HearCB(const CDom* root)
+{
+    if (++s_heard.callsAtOnce > 1)
+        s_heard.overlapped = true;
+    ++s_heard.calls;
+    s_heard.hadRoot = root != nullptr;
+    s_heard.value = root ? root->Get("test.one") + root->Get("test.two") : "";
+    --s_heard.callsAtOnce;
+}
+
+constexpr std::string_view kKeys[] = {"test.one", "test.two"};
+const CKeyObserver s_observer(kKeys, HearCB);
+
+} // namespace
+
+TEST(KeyObservers, ServiceHearsOfItsKeysAlone)
+{
+    const DomPtr dom = NewDom();
+    const int before = s_heard.calls;
+    dom->Set("test.one", "a");
+    EXPECT_EQ(s_heard.value, "a");
+    dom->Set("test.two", "b");
+    EXPECT_EQ(s_heard.value, "ab");
+    dom->Set("test.three", "c");
+    dom->Remove("test.never");
+    EXPECT_EQ(s_heard.calls, before + 2);
+    dom->Remove("test.one");
+    EXPECT_EQ(s_heard.value, "b");
+    EXPECT_EQ(s_heard.calls, before + 3);
+}
+
+TEST(KeyObservers, ServiceHearsThatTheRootIsGone)
+{
+    DomPtr dom = NewDom();
+    dom->Set("test.one", "a");
+    EXPECT_TRUE(s_heard.hadRoot);
+    dom.reset();
+    EXPECT_FALSE(s_heard.hadRoot);
+    EXPECT_EQ(s_heard.value, "");
+}
+
+TEST(KeyObservers, ServiceThatRegistersLaterReadsTheRootAtOnce)
+{
+    static std::string s_value;
+    const DomPtr dom = NewDom();
+    dom->Set("test.late", "here");
+    static constexpr std::string_view kLate[] = {"test.late"};
+    static const CKeyObserver s_late(
+        kLate,
+        [](const CDom* root) { s_value = root ? root->Get("test.late") : ""; });
+    EXPECT_EQ(s_value, "here");
+    dom->Set("test.late", "there");
+    EXPECT_EQ(s_value, "there");
+}
+
+TEST(KeyObservers, OneRefreshRunsAtATime)
+{
+    const DomPtr dom = NewDom();
+    const auto write = [&dom](const char* key)
+    {
+        for (int i = 0; i < 5000; ++i)
+            dom->Set(key, std::to_string(i));
+    };
+    std::thread other(write, "test.one");
+    write("test.two");
+    other.join();
+    EXPECT_FALSE(s_heard.overlapped);
+    EXPECT_EQ(s_heard.value, "49994999");
+}
 
 TEST(KeyObservers, TraceFollowsBothKeys)
 {
@@ -54,6 +142,33 @@ TEST(KeyObservers, EndOfTheRootSwitchesTraceOff)
     const DomPtr next = NewDom();
     next->Set(DomKey::kTrace, "*");
     EXPECT_TRUE(LogTraceIsEnabled("One"));
+}
+
+// A domain made while another thread releases the root is the root itself or
+// leaves that to a later one; it does not lose the place once it has it.
+TEST(KeyObservers, ThereIsOneRootWhenOneIsMadeWhileAnotherIsReleased)
+{
+    for (int round = 0; round < 5000; ++round)
+    {
+        DomPtr first = NewDom();
+        std::atomic<bool> isReleasing = false;
+        std::thread releaser(
+            [&]
+            {
+                isReleasing = true;
+                first.reset();
+            });
+        while (!isReleasing)
+        {
+        }
+        const DomPtr second = NewDom();
+        releaser.join();
+        const DomPtr third = NewDom();
+        second->Set(DomKey::kTrace, "Second");
+        const bool isSecondRoot = LogTraceIsEnabled("Second");
+        third->Set(DomKey::kTrace, "Third");
+        ASSERT_NE(LogTraceIsEnabled("Third"), isSecondRoot) << round;
+    }
 }
 
 TEST(KeyObservers, LastOfManyWritesWins)

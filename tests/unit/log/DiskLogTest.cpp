@@ -549,7 +549,6 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
         [](CDom* one) { one->Release(); });
     dom->Set(DomKey::kPathWork, place.dir.Path());
     dom->Set(DomKey::kName, "app");
-    ConfigureDiskLog(*dom);
     const auto write = [](int count)
     {
         for (int i = 0; i < count; ++i)
@@ -560,7 +559,6 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
 
     dom->Set(DomKey::kLogMaxSize, 2 * line);
     dom->Set(DomKey::kLogKeep, 1LL);
-    ConfigureDiskLog(*dom);
     write(5);
     EXPECT_EQ(ReadLines(place.log).size(), 2U);
     EXPECT_EQ(ReadLines(place.log + ".1").size(), 2U);
@@ -569,7 +567,6 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
     // As --domain_var gives them.
     dom->Set(DomKey::kLogMaxSize, std::to_string(line));
     dom->Set(DomKey::kLogKeep, "2");
-    ConfigureDiskLog(*dom);
     write(3);
     EXPECT_EQ(ReadLines(place.log).size(), 1U);
     EXPECT_TRUE(FileExists(place.log + ".2"));
@@ -579,7 +576,6 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
          {"", "-1", "10k", "0x10", " 1", "1.5", "99999999999999999999"})
     {
         dom->Set(DomKey::kLogMaxSize, nonsense);
-        ConfigureDiskLog(*dom);
         write(1);
     }
     EXPECT_EQ(ReadLines(place.log).size(), 8U);
@@ -599,7 +595,6 @@ TEST(DiskLogDeathTest, ConsoleSwitchMayBeGivenAsText)
                     dom->Set(DomKey::kLogConsole, "true");
                 else
                     dom->Set(DomKey::kLogConsole, true);
-                ConfigureDiskLog(*dom);
                 LogToDisk(ELogLevel::Message, "Test", "seen");
                 _exit(0);
             },

@@ -7,6 +7,8 @@
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
 
+#include "support/DomPtr.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,38 +17,26 @@
 #include <vector>
 
 using namespace KzaCore;
+using TestSupport::DomPtr;
+using TestSupport::NewDom;
 
 namespace
 {
 
-/// A domain whose trace keys are set; nothing is traced when it goes.
+/// The root domain, whose trace keys are set.
 class CTraceDom
 {
 public:
-    CTraceDom() : m_dom(CDom::New(nullptr, nullptr, nullptr, false)) {}
-    ~CTraceDom()
-    {
-        Set("", "");
-        m_dom->Release();
-    }
-    CTraceDom(const CTraceDom&) = delete;
-    CTraceDom& operator=(const CTraceDom&) = delete;
-
-    void Set(const char* list, const char* more)
+    void Set(const char* list, const char* more) const
     {
         m_dom->Set(DomKey::kTrace, list);
         m_dom->Set(DomKey::kTraceMore, more);
-        RefreshTrace(*m_dom);
     }
 
-    void Remove(const char* key)
-    {
-        m_dom->Remove(key);
-        RefreshTrace(*m_dom);
-    }
+    void Remove(const char* key) const { m_dom->Remove(key); }
 
 private:
-    CDom* m_dom;
+    DomPtr m_dom = NewDom();
 };
 
 } // namespace
@@ -86,7 +76,7 @@ TEST(Trace, NothingIsTracedAtFirst)
 
 TEST(Trace, BothKeysAddUp)
 {
-    CTraceDom dom;
+    const CTraceDom dom;
     dom.Set("Appl,Cmd", "Srvc, kza.Heartbeat");
     for (const char* name : {"Appl", "Cmd", "Srvc", "kza.Heartbeat"})
         EXPECT_TRUE(LogTraceIsEnabled(name)) << name;
@@ -96,7 +86,7 @@ TEST(Trace, BothKeysAddUp)
 
 TEST(Trace, StarEnablesAll)
 {
-    CTraceDom dom;
+    const CTraceDom dom;
     dom.Set("", "*");
     for (const char* name : {"Appl", "", "*", "anything at all"})
         EXPECT_TRUE(LogTraceIsEnabled(name)) << name;
@@ -107,7 +97,7 @@ TEST(Trace, StarEnablesAll)
 
 TEST(Trace, RemovedKeyTurnsItsComponentsOff)
 {
-    CTraceDom dom;
+    const CTraceDom dom;
     dom.Set("Appl", "Cmd");
     dom.Remove(DomKey::kTrace);
     EXPECT_FALSE(LogTraceIsEnabled("Appl"));
@@ -121,7 +111,7 @@ TEST(Trace, NamesOfOneHashAreToldApart)
     std::string even;
     for (int i = 0; i < 5000; i += 2)
         even += name(i) + ",";
-    CTraceDom dom;
+    const CTraceDom dom;
     dom.Set(even.c_str(), "");
     for (int i = 0; i < 5000; ++i)
         EXPECT_EQ(LogTraceIsEnabled(name(i)), i % 2 == 0) << name(i);
@@ -129,7 +119,7 @@ TEST(Trace, NamesOfOneHashAreToldApart)
 
 TEST(Trace, ChangesWhileThreadsAsk)
 {
-    CTraceDom dom;
+    const CTraceDom dom;
     dom.Set("Always,Cmd", "");
     std::atomic<bool> done = false;
     std::atomic<int> wrong = 0;

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The settings of the process's log, which follow keys of the root domain:
+// `app.name`, `app.path.work`, `log.maxsize`, `log.keep` and `log.console`.
+//
+// Numbers and the switch may also be given as text. A value that makes no sense
+// counts as absent.
+
+#include "domain/KeyObservers.h"
+#include "kza_core/Dom.h"
+#include "log/DiskLog.h"
+
+#include <charconv>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+bool ToNumber(const std::string& text, long long& number)
+{
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+// A setting given with --domain_var is text.
+void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
+{
+    long long number = -1;
+    if ((dom.Get(key, number) || ToNumber(dom.Get(key), number)) && number >= 0)
+        value = number;
+}
+
+void ReadSwitch(const CDom& dom, const char* key, bool& value)
+{
+    if (!dom.Get(key, value))
+        value = dom.Get(key) == "true";
+}
+
+LogSettings ReadSettings(const CDom& dom)
+{
+    LogSettings settings;
+    settings.workDir = dom.Get(DomKey::kPathWork);
+    settings.appName = dom.Get(DomKey::kName);
+    ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
+    ReadNumber(dom, DomKey::kLogKeep, settings.keep);
+    ReadSwitch(dom, DomKey::kLogConsole, settings.console);
+    return settings;
+}
+
+void RefreshLog(const CDom* root)
+{
+    ProcessLog().Configure(root ? ReadSettings(*root) : LogSettings());
+}
+
+constexpr std::string_view kKeys[] = {DomKey::kName, DomKey::kPathWork,
+                                      DomKey::kLogMaxSize, DomKey::kLogKeep,
+                                      DomKey::kLogConsole};
+const CKeyObserver s_observer(kKeys, RefreshLog);
+
+} // namespace
+
+} // namespace KzaCore
