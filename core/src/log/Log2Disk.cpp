@@ -3,6 +3,7 @@
 #include "kza_core/Log2Disk.h"
 
 #include "log/DiskLog.h"
+#include "process/ThreadLog.h"
 
 #include <wx/thread.h>
 
@@ -62,6 +63,16 @@ bool IsAdmitted(ELogLevel level)
     }
     return most >= wxLOG_Trace;
 }
+
+// The objects hold nothing, so one serves all threads. Never deleted, since a
+// thread that ends the process still has it.
+wxLog* TargetOfThreads()
+{
+    static auto* const s_target = new CLog2Disk;
+    return s_target;
+}
+
+const CThreadLogTarget s_registered(TargetOfThreads);
 
 } // namespace
 

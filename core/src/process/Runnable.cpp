@@ -2,7 +2,7 @@
 
 #include "kza_core/Runnable.h"
 
-#include "kza_core/Log2Disk.h"
+#include "process/ThreadLog.h"
 #include "process/WakeUp.h"
 
 #include <wx/app.h>
@@ -37,16 +37,7 @@ void EnsureWakeUpHandler()
     sigaction(CRunnable::SigThreadDelete, &action, nullptr);
 }
 
-// The log target of every thread: the objects hold nothing, so one serves all.
-// Never deleted, since a thread that ends the process still has it.
-CLog2Disk* ThreadLogTarget()
-{
-    static auto* const s_target = new CLog2Disk;
-    return s_target;
-}
-
-// Without a target of its own, the framework keeps a thread's records until
-// the main thread is idle, and loses them when the thread ends the process.
+// Gives the calling thread its log target.
 class CThreadLog
 {
 public:

@@ -5,12 +5,14 @@
 #include "kza_core/Log2Disk.h"
 
 #include "base/ThreadId.h"
+#include "kza_core/Runnable.h"
 #include "log/DiskLog.h"
 
 #include "support/Host.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
+#include <wx/init.h>
 
 #include <cerrno>
 #include <memory>
@@ -67,6 +69,26 @@ private:
 };
 
 using Texts = std::vector<std::string>;
+
+class CLoggingThread : public CRunnable
+{
+public:
+    explicit CLoggingThread(const CTargetHere& here)
+        : CRunnable(false, -1, false), m_here(here)
+    {
+    }
+
+    void OnRun() override
+    {
+        wxLogMessage("from a thread");
+        m_records = m_here.Records();
+    }
+
+    Texts m_records; ///< in the file as soon as the thread's call returned
+
+private:
+    const CTargetHere& m_here;
+};
 
 } // namespace
 
@@ -134,6 +156,16 @@ TEST(Log2Disk, RecordOfAThreadShownByAnotherHasNumberZero)
     EXPECT_NE(here.File().find(" [" + std::to_string(getpid()) +
                                ":0] MESSAGE kza: text\n"),
               std::string::npos);
+}
+
+TEST(Log2Disk, RecordOfARunningThreadWaitsForNoOther)
+{
+    const wxInitializer framework;
+    const CTargetHere here;
+    CLoggingThread thread(here);
+    ASSERT_TRUE(thread.start(50, true, 0));
+    thread.join();
+    EXPECT_EQ(thread.m_records, Texts{"MESSAGE kza: from a thread"});
 }
 
 TEST(Log2Disk, FrameworkTraceCarriesItsPosition)
