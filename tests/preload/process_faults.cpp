@@ -3,6 +3,7 @@
 // Faults that a test cannot bring about from outside, put in the way of the
 // C library's calls:
 //   KZA_FAIL_FORK=n       the nth fork of the family fails with EAGAIN
+//   KZA_FAIL_LOCK=n       locking a file fails with this error number
 //   KZA_WAIT_STATUS=n     children are reported with this wait status
 //   KZA_WAIT_THROW=type   waiting for a child throws a value of this type
 //   KZA_WAIT_OTHER=1      the first wait tells of another process
@@ -191,6 +192,23 @@ KZA_EXPORT FILE* freopen64(const char* path, const char* mode, FILE* stream)
     Note("KZA_STEP_LOG", "freopen %s %s %d\n", path, mode, fileno(stream));
     return Next<FILE*(const char*, const char*, FILE*)>("freopen64")(path, mode,
                                                                      stream);
+}
+
+// What fcntl() is in a program with large files. All its commands take one
+// argument at most.
+KZA_EXPORT int fcntl64(int file, int command, ...)
+{
+    va_list values;
+    va_start(values, command);
+    void* const argument = va_arg(values, void*);
+    va_end(values);
+    const char* const error = getenv("KZA_FAIL_LOCK");
+    if (command == F_OFD_SETLK && error != nullptr)
+    {
+        errno = Number(error);
+        return -1;
+    }
+    return Next<int(int, int, void*)>("fcntl64")(file, command, argument);
 }
 
 KZA_EXPORT int rename(const char* from, const char* to) noexcept

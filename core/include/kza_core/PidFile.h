@@ -18,8 +18,9 @@ class wxString;
 namespace KzaCore
 {
 
-/// The process id stored in the file; 0 when the file is missing, unreadable,
-/// a symbolic link, or holds anything but one positive number and a newline.
+/// The process id stored in the file, white space around the number aside; 0
+/// when the file is missing, unreadable, a symbolic link, longer than 4096
+/// bytes, or holds anything but one positive number.
 [[nodiscard]] KZA_API int ReadPidFile(const wxString& path);
 
 /// Records the calling process's id.
@@ -38,7 +39,8 @@ class KZA_API CPidFileClaim
 {
 public:
     /// Waits, up to ten seconds, until no other process has the claim. Where
-    /// the lock file cannot be made there is none, and nothing is waited for.
+    /// the lock file cannot be made or locked for another reason there is no
+    /// claim, and nothing is waited for; a refused lock is logged.
     explicit CPidFileClaim(const wxString& path);
 
     /// Gives the claim up. A process that leaves through exit() with the claim
@@ -55,7 +57,16 @@ public:
     void Release();
 
 private:
-    bool TryLock();
+    enum class EAttempt
+    {
+        Done,    // locked, or there is no lock to be had
+        Taken,   // another process holds the lock
+        Replaced // the holder removed the file as it left
+    };
+
+    EAttempt TryLock();
+    EAttempt Abandon(EAttempt attempt);
+    EAttempt GoOnWithoutLock();
 
     std::string m_lockFile;
     int m_fd = -1;

@@ -7,11 +7,13 @@
 #include <wx/log.h>
 #include <wx/string.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,23 +29,35 @@ namespace
 constexpr int kClaimPollMs = 10;
 constexpr int kClaimPolls = 1000;
 
+// A longer file is none of the agent's, whatever it begins with.
+constexpr std::size_t kLongestContent = 4096;
+
 std::string NativePath(const wxString& path)
 {
     return std::string(path.fn_str());
 }
 
-// A number from 1 that fits, then a newline, then nothing.
-int ParsePid(const char* begin, const char* end)
+// As isspace() in the C locale, whatever the process's locale is.
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+// One number from 1 that fits, with nothing but white space around it.
+int ParsePid(std::string_view content)
 {
+    const std::size_t first = content.find_first_not_of(kWhiteSpace);
+    if (first == std::string_view::npos)
+        return 0;
+    const std::size_t last = content.find_last_not_of(kWhiteSpace);
+    content = content.substr(first, last - first + 1);
+
     int pid = 0;
-    const std::from_chars_result parsed = std::from_chars(begin, end, pid);
-    const bool whole = parsed.ec == std::errc() && end - parsed.ptr == 1 &&
-                       *parsed.ptr == '\n';
-    return whole && pid > 0 ? pid : 0;
+    const char* const end = content.data() + content.size();
+    const auto [stop, error] = std::from_chars(content.data(), end, pid);
+    const bool isNumber = error == std::errc() && stop == end;
+    return isNumber && pid > 0 ? pid : 0;
 }
 
 // As read(2), whatever signals arrive.
-ssize_t ReadFully(int fd, char* data, std::size_t size)
+ssize_t ReadOnce(int fd, char* data, std::size_t size)
 {
     ssize_t count = 0;
     do
@@ -72,7 +86,7 @@ bool IsSameFile(int fd, const std::string& path)
 }
 
 // The lock goes with the open file, not with the process, so that a child
-// inherits it.
+// inherits it. False with errno set when the system refuses.
 bool SetLock(int fd, short type)
 {
     struct flock lock
@@ -96,9 +110,13 @@ int ReadPidFile(const wxString& path)
     };
     if (fstat(file.Get(), &info) != 0 || !S_ISREG(info.st_mode))
         return 0;
-    std::array<char, 32> content{};
-    const ssize_t count = ReadFully(file.Get(), content.data(), content.size());
-    return count > 0 ? ParsePid(content.data(), content.data() + count) : 0;
+    std::array<char, kLongestContent> content{};
+    if (info.st_size > static_cast<off_t>(content.size()))
+        return 0;
+    const ssize_t count = ReadOnce(file.Get(), content.data(), content.size());
+    return count > 0
+               ? ParsePid({content.data(), static_cast<std::size_t>(count)})
+               : 0;
 }
 
 bool WritePidFile(const wxString& path)
@@ -125,11 +143,12 @@ CPidFileClaim::CPidFileClaim(const wxString& path)
     const timespec pause{0, kClaimPollMs * 1000000L};
     for (int i = 0; i < kClaimPolls; ++i)
     {
-        if (TryLock())
+        const EAttempt attempt = TryLock();
+        m_taken = attempt == EAttempt::Taken;
+        if (attempt == EAttempt::Done)
             return;
         nanosleep(&pause, nullptr);
     }
-    m_taken = true;
 }
 
 CPidFileClaim::~CPidFileClaim()
@@ -137,20 +156,35 @@ CPidFileClaim::~CPidFileClaim()
     Release();
 }
 
-// True when there is nothing more to wait for.
-bool CPidFileClaim::TryLock()
+CPidFileClaim::EAttempt CPidFileClaim::TryLock()
 {
     m_fd = open(m_lockFile.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                 0600);
     if (m_fd == -1)
-        return true;
-    // The holder removes the file as it leaves: a lock on a file that has no
-    // name any more keeps nobody else out.
-    if (SetLock(m_fd, F_WRLCK) && IsSameFile(m_fd, m_lockFile))
-        return true;
+        return EAttempt::Done;
+    if (!SetLock(m_fd, F_WRLCK))
+        return errno == EAGAIN || errno == EACCES ? Abandon(EAttempt::Taken)
+                                                  : GoOnWithoutLock();
+    // The holder removes the file as it leaves: a lock on a file without a
+    // name keeps no other process out.
+    return IsSameFile(m_fd, m_lockFile) ? EAttempt::Done
+                                        : Abandon(EAttempt::Replaced);
+}
+
+CPidFileClaim::EAttempt CPidFileClaim::Abandon(EAttempt attempt)
+{
     close(m_fd);
     m_fd = -1;
-    return false;
+    return attempt;
+}
+
+// Two starts at the same instant are rare; a host whose file system or kernel
+// cannot lock must have its agent all the same.
+CPidFileClaim::EAttempt CPidFileClaim::GoOnWithoutLock()
+{
+    wxLogSysError("Unable to lock '%s'", wxString(m_lockFile));
+    unlink(m_lockFile.c_str());
+    return Abandon(EAttempt::Done);
 }
 
 void CPidFileClaim::Release()

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <functional>
@@ -153,7 +154,7 @@ TEST(Daemon, WorkingDirectoryThatIsGoneIsIgnored)
 
 TEST(Daemon, PidFileThatNamesNobodyIsAbsent)
 {
-    const std::string contents[] = {"", "0\n", "nobody\n", "12", "-1\n"};
+    const std::string contents[] = {"", "0\n", "nobody\n", "1 2", "-1\n"};
     for (const std::string& content : contents)
     {
         SCOPED_TRACE(content);
@@ -209,6 +210,20 @@ TEST(Daemon, AnyLiveProcessBlocksTheStart)
     EXPECT_EQ(ReadFile(service.PidFile()), content);
     EXPECT_TRUE(service.Processes().empty());
     EXPECT_EQ(std::distance(fs::directory_iterator(service.RunDir()), {}), 1);
+}
+
+TEST(Daemon, ALivePidFileBlocksTheStartHoweverItIsWritten)
+{
+    const CService service;
+    service.SetModule(kWaitingMain);
+    for (const std::string& content :
+         {std::to_string(getpid()), " " + std::to_string(getpid()) + " \n"})
+    {
+        SCOPED_TRACE(content);
+        WriteFile(service.PidFile(), content);
+        EXPECT_EQ(service.Start().status, 1);
+        EXPECT_EQ(ReadFile(service.PidFile()), content);
+    }
 }
 
 // A process of another user that the agent must not signal.
@@ -404,6 +419,46 @@ TEST(Daemon, LauncherDoesNotWaitForThePidFile)
     ASSERT_TRUE(service.WaitForLog(kMainRuns));
     EXPECT_NE(service.PidFromFile(), 0);
     EXPECT_TRUE(service.Stop());
+}
+
+// How a start ends that cannot lock the pid file, and what the log says.
+TEST(Daemon, OnlyALockOfAnotherProcessRefusesTheStart)
+{
+    const std::string refused = "ERROR kza: /var/run/kz_agent.pid present, "
+                                "exiting";
+    const std::string unlocked = "ERROR kza: Unable to lock "
+                                 "'/var/run/kz_agent.pid.lock' (error ";
+    const struct
+    {
+        int error;
+        int launcher;
+        std::string record;
+    } cases[] = {
+        {EAGAIN, 1, refused},
+        {EACCES, 1, refused},
+        {ENOLCK, 0, unlocked + "37: No locks available)"},
+        {EINVAL, 0, unlocked + "22: Invalid argument)"},
+    };
+    for (const auto& test : cases)
+    {
+        SCOPED_TRACE(test.record);
+        const CService service;
+        service.SetModule(kWaitingMain);
+        SServiceOptions options;
+        options.withFaults = true;
+        options.speed = test.launcher == 1 ? 100 : 1; // it waits ten seconds
+        options.process.env = {{"KZA_FAIL_LOCK", std::to_string(test.error)}};
+        EXPECT_EQ(service.Start(options).status, test.launcher);
+        if (test.launcher == 0)
+        {
+            ASSERT_TRUE(service.WaitForLog(kMainRuns));
+            EXPECT_NE(service.PidFromFile(), 0);
+            EXPECT_FALSE(FileExists(service.PidFile() + ".lock"));
+            EXPECT_TRUE(service.Stop());
+        }
+        EXPECT_EQ(Records(service, "kz_agent.pid"),
+                  std::vector<std::string>{test.record});
+    }
 }
 
 // What one pair of simultaneous starts came to.

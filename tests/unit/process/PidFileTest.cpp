@@ -54,6 +54,22 @@ TEST(PidFile, ModeIs0644WhateverTheUmask)
     }
 }
 
+TEST(PidFile, WhiteSpaceAroundTheNumberIsFine)
+{
+    const CTempDir dir;
+    const std::string path = dir.File("a.pid");
+    const std::string contents[] = {
+        "5",     "5\n",   " 5\n",      "\t5 \r\n",
+        "5\n\n", "\n5\n", "\v\f5\v\f", std::string(4000, ' ') + "5\n",
+    };
+    for (const std::string& content : contents)
+    {
+        SCOPED_TRACE(testing::PrintToString(content.substr(0, 40)));
+        WriteFile(path, content);
+        EXPECT_EQ(ReadPidFile(path), 5);
+    }
+}
+
 TEST(PidFile, AnythingElseIsAbsent)
 {
     const CTempDir dir;
@@ -61,15 +77,15 @@ TEST(PidFile, AnythingElseIsAbsent)
     const std::string malformed[] = {
         "",
         "\n",
+        " \n",
         "0\n",
         "-5\n",
         "+5\n",
-        " 5\n",
-        "5",
-        "5 \n",
-        "5\n\n",
+        "- 5\n",
+        "5 6\n",
         "5\n6\n",
-        "5\r\n",
+        "\xc2\xa0"
+        "5\n",
         "0x10\n",
         "abc\n",
         "5abc\n",
@@ -78,6 +94,7 @@ TEST(PidFile, AnythingElseIsAbsent)
         "99999999999999999999999999\n",
         std::string("5\n\0", 3),
         std::string(100000, '1'),
+        "5" + std::string(100000, '\n'),
     };
     for (const std::string& content : malformed)
     {
