@@ -7,6 +7,8 @@
 
 #include "AgentApp.h"
 
+#include "startup/StandardDescriptors.h"
+
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
 #include "kza_core/LuaInterpreter.h"
@@ -50,6 +52,8 @@ wxLog* CAgentAppTraits::CreateLogTarget()
 
 CAgentApp::CAgentApp()
 {
+    OpenStandardDescriptors();
+
     tzset();
     m_startTime = wxDateTime::UNow();
 

@@ -10,7 +10,8 @@
 //   KZA_NO_SIGNAL_NAMES=1 no signal has a description
 //   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted
 //   KZA_STEP_LOG=file     the steps of a daemon and of the clean-up are noted
-//   KZA_HOLD=call         setsid, epoll_create, or sigaction for SIGINT waits
+//   KZA_HOLD=call         setsid, rename, epoll_create, or sigaction for SIGINT
+//                         waits
 //   KZA_HOLD_FILE=file    until the file is there; <file>.held says it waits
 
 #include <cerrno>
@@ -214,6 +215,7 @@ KZA_EXPORT int fcntl64(int file, int command, ...)
 KZA_EXPORT int rename(const char* from, const char* to) noexcept
 {
     Note("KZA_STEP_LOG", "rename to %s\n", to);
+    Hold("rename");
     return Next<int(const char*, const char*)>("rename")(from, to);
 }
 
