@@ -2,6 +2,7 @@
 //
 // The agent dies of a fault that a Lua module brings about, and leaves a dump.
 
+#include "support/DumpReader.h"
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
@@ -177,6 +178,20 @@ TEST_F(CrashDump, DumpIsNamedAfterTheApplicationAndPrivate)
     ASSERT_EQ(stat(Diag().c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mode & 07777U, 0700U);
     EXPECT_TRUE(Notes(Dump(), "version: 12.0.0.2932"));
+}
+
+TEST_F(CrashDump, ExecutableAndLibraryHaveTheAgentsVersion)
+{
+    namespace Minidump = KzaCore::Minidump;
+    RunTool("crash.now('segv')");
+    const CDumpReader dump(Dump());
+    std::set<std::string> ours;
+    for (const auto& module :
+         dump.List<Minidump::Module>(Minidump::EStream::ModuleList))
+        if (module.version.fileVersionHigh == 12U << 16 &&
+            module.version.fileVersionLow == 2932U)
+            ours.insert(fs::path(dump.String(module.nameRva)).filename());
+    EXPECT_EQ(ours, std::set<std::string>({"kz_agent", "libkza_core.so"}));
 }
 
 TEST_F(CrashDump, DumpOfANormalRunIsSmall)

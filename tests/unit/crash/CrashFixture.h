@@ -6,9 +6,9 @@
 
 #include "kza_core/CrashHandler.h"
 #include "kza_core/Dom.h"
+#include "support/DumpReader.h"
 #include "support/HardwareFaults.h"
 #include "support/TempDir.h"
-#include "unit/crash/DumpReader.h"
 
 #include <gtest/gtest.h>
 

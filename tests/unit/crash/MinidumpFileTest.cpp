@@ -3,7 +3,7 @@
 // The file format: what is written is what the format says.
 
 #include "crash/MinidumpFile.h"
-#include "unit/crash/DumpReader.h"
+#include "support/DumpReader.h"
 
 #include <gtest/gtest.h>
 

@@ -248,9 +248,10 @@ Minidump::FixedFileInfo CCrashStreams::VersionOf(
 {
     const auto holds = [&module](std::uint64_t address)
     { return module.base <= address && address < module.end; };
-    const bool isOurs =
-        holds(getauxval(AT_ENTRY)) ||
-        holds(reinterpret_cast<std::uintptr_t>(&kza_crash_note));
+    // The library is told by its code: its variables may lie behind the part
+    // that is mapped from the file.
+    const bool isOurs = holds(getauxval(AT_ENTRY)) ||
+                        holds(reinterpret_cast<std::uintptr_t>(&ParseVersion));
     std::uint16_t numbers[kVersionNumbers];
     ParseVersion(isOurs ? m_plan.version : VersionInName(module.path), numbers);
     Minidump::FixedFileInfo version = {};
