@@ -24,7 +24,8 @@ namespace KzaCore
 /// What cannot be done is logged. A second call replaces what the first one
 /// said.
 ///
-/// \param dumpFile  Path of the dump; its directory exists.
+/// \param dumpFile  Path of the dump; its directory exists and is no symbolic
+///                  link.
 /// \param appName   The application's name, recorded in the dump.
 /// \param fullDump  Record all readable memory too.
 KZA_API void InitCrashHandler(const wxString& dumpFile,

@@ -68,8 +68,7 @@ CrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
 // path and of the process's right to walk it.
 int OpenDirectory(const CrashPlan& plan)
 {
-    const int directory =
-        open(plan.directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int directory = open(plan.directory, kOpenCrashDirectory);
     if (directory < 0 || faccessat(directory, ".", W_OK, AT_EACCESS) != 0)
         wxLogSysError("Crash dumps cannot be written into '%s'",
                       wxString(plan.directory, *wxConvFileName));

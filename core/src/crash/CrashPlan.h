@@ -9,6 +9,8 @@
 
 #include <climits>
 
+#include <fcntl.h>
+
 namespace KzaCore
 {
 
@@ -22,6 +24,11 @@ struct CrashPlan
     char version[64];               // of the agent
     bool full;
 };
+
+/// How the directory is opened. A symbolic link in its place is refused: dumps
+/// hold secrets and would go where another user chose.
+inline constexpr int kOpenCrashDirectory =
+    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 /// The suffix of the dump before the last one.
 inline constexpr char kPreviousDumpSuffix[] = ".1";

@@ -72,6 +72,50 @@ TEST_F(CrashFiles, DirectoryMadeAnewAfterArmingIsFound)
     EXPECT_TRUE(FileExists(directory + "/t.mdmp"));
 }
 
+TEST_F(CrashFiles, DirectoryThatIsALinkIsRefused)
+{
+    const std::string target = m_dir.File("target");
+    const std::string directory = m_dir.File("diag");
+    std::filesystem::create_directory(target);
+    std::filesystem::create_directory_symlink(target, directory);
+    const int status = InChild(
+        [&]
+        {
+            InitCrashHandler(wxString::FromUTF8(directory + "/t.mdmp"),
+                             wxS("tool"), false);
+            FaultSegv();
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    EXPECT_TRUE(std::filesystem::is_empty(target));
+    const std::string err = ReadFile(Err());
+    EXPECT_NE(err.find("Crash dumps cannot be written into '" + directory +
+                       "' (error 20: "),
+              std::string::npos)
+        << err;
+    EXPECT_NE(err.find("no dump in " + directory + "/t.mdmp (error "),
+              std::string::npos)
+        << err;
+}
+
+TEST_F(CrashFiles, LinkMadeInThePlaceOfTheDirectoryIsRefused)
+{
+    const std::string target = m_dir.File("target");
+    const std::string directory = m_dir.File("diag");
+    std::filesystem::create_directory(target);
+    std::filesystem::create_directory(directory);
+    const int status = InChild(
+        [&]
+        {
+            InitCrashHandler(wxString::FromUTF8(directory + "/t.mdmp"),
+                             wxS("tool"), false);
+            std::filesystem::remove(directory);
+            std::filesystem::create_directory_symlink(target, directory);
+            FaultSegv();
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    EXPECT_TRUE(std::filesystem::is_empty(target));
+}
+
 TEST_F(CrashFiles, DirectoryOutOfReachAfterArmingIsFound)
 {
     const std::string root = m_dir.File("root");

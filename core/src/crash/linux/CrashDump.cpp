@@ -68,7 +68,7 @@ int CreateUnfinished(const CrashPlan& plan, const char* name)
     if (file >= 0)
         return file;
     const int error = errno;
-    g_directory = open(plan.directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    g_directory = open(plan.directory, kOpenCrashDirectory);
     if (g_directory < 0)
     {
         errno = error;
