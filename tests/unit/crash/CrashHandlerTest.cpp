@@ -4,6 +4,7 @@
 
 #include "crash/CrashLua.h"
 #include "crash/CrashStack.h"
+#include "support/Process.h"
 #include "unit/crash/CrashFixture.h"
 
 #include <atomic>
@@ -12,7 +13,10 @@
 #include <string_view>
 #include <thread>
 
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 
 using namespace KzaCore;
 using namespace TestSupport;
@@ -150,6 +154,82 @@ TEST_F(CrashHandler, SeveralThreadsThatCrashLeaveOneDump)
     EXPECT_EQ(Files(), std::set<std::string>({"t.mdmp"}));
     EXPECT_EQ(CDumpReader(Dump()).NoteValue("process"),
               std::to_string(m_child));
+}
+
+TEST_F(CrashHandler, ExitDoesNotOvertakeASignalThatNoThreadHasTaken)
+{
+    const CShared<std::atomic<bool>> isSuspended;
+    const int status = Crash(
+        [&isSuspended]
+        {
+            std::thread(
+                [&isSuspended]
+                {
+                    while (!*isSuspended)
+                        sched_yield();
+                    kill(getpid(), SIGSEGV);
+                    std::exit(0);
+                })
+                .detach();
+            // The signal is the main thread's to take, which cannot: the system
+            // suspends it until the copy of the process ends.
+            if (syscall(SYS_clone, CLONE_VFORK | SIGCHLD, 0, 0, 0, 0) == 0)
+            {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                *isSuspended = true;
+                pause();
+            }
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    EXPECT_TRUE(FileExists(Dump()));
+}
+
+TEST_F(CrashHandler, NoThreadGoesOnOnceTheDumpIsThere)
+{
+    const auto endWhenDumped = [this]
+    {
+        for (int i = 0; i < 4; i++)
+            std::thread(
+                [this]
+                {
+                    while (access(Dump().c_str(), F_OK) != 0)
+                        ;
+                    _exit(0); // as no at-exit function can hold up
+                })
+                .detach();
+        FaultSegv();
+    };
+    for (int run = 0; run < 10; run++)
+    {
+        ExpectKilledBy(SIGSEGV, Crash(endWhenDumped));
+        std::filesystem::remove(Dump());
+    }
+}
+
+TEST_F(CrashHandler, FirstProcessOfAContainerEndsToo)
+{
+    // The system lets such a process ignore a signal that was sent to it.
+    const int status = InChild(
+        [this]
+        {
+            EnterMountNamespace(); // gives the right to the next step
+            if (unshare(CLONE_NEWPID) != 0)
+                _exit(1);
+            const pid_t first = fork();
+            if (first == 0)
+            {
+                InitCrashHandler(wxString::FromUTF8(Dump()), wxS("tool"),
+                                 false);
+                raise(SIGSEGV);
+                _exit(2);
+            }
+            int end = 0;
+            waitpid(first, &end, 0);
+            _exit(WIFEXITED(end) ? WEXITSTATUS(end) : 3);
+        });
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 128 + SIGSEGV);
+    EXPECT_EQ(CDumpReader(Dump()).NoteValue("process"), "1");
 }
 
 TEST_F(CrashHandler, ForkedWorkerDumpsUnderItsOwnIdentity)

@@ -7,11 +7,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
 #include <thread>
 
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/user.h>
@@ -26,25 +28,24 @@ class CrashHelper : public CCrashTest
 {
 };
 
-int HangingWriter(const CrashPlan& plan, const CrashCause& cause)
+void HangingWriter(const CrashPlan& plan, const CrashCause& cause)
 {
     close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
     for (;;)
         pause();
 }
 
-int FaultingWriter(const CrashPlan& plan, const CrashCause& cause)
+void FaultingWriter(const CrashPlan& plan, const CrashCause& cause)
 {
     close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     sigaction(SIGSEGV, &action, nullptr);
     FaultSegv();
-    return 0;
 }
 
 // Slow, but getting on.
-int SlowWriter(const CrashPlan& plan, const CrashCause& cause)
+void SlowWriter(const CrashPlan& plan, const CrashCause& cause)
 {
     for (int i = 0; i < 60; i++)
     {
@@ -53,13 +54,12 @@ int SlowWriter(const CrashPlan& plan, const CrashCause& cause)
         nanosleep(&pause, nullptr);
     }
     close(openat(plan.directoryFd, plan.fileName, O_CREAT, 0600));
-    (void)cause;
-    return 0;
+    NoteCrashServed(cause);
 }
 
 // Makes the thread that waits in the handler jump to nowhere, and then gives
 // it every reason to wait on.
-int SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
+void SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     user_regs_struct registers = {};
@@ -76,14 +76,25 @@ int SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
 }
 
 // Sends the waiting process each signal that could mean a second fault.
-int SignallingWriter(const CrashPlan& plan, const CrashCause& cause)
+void SignallingWriter(const CrashPlan& plan, const CrashCause& cause)
 {
     for (const int signal : kCrashSignals)
         kill(cause.process, signal);
     const timespec pause = {0, 100000000};
     nanosleep(&pause, nullptr);
     close(openat(plan.directoryFd, plan.fileName, O_CREAT, 0600));
-    return 0;
+    NoteCrashServed(cause);
+}
+
+std::atomic<bool>* g_isWriting = nullptr;
+
+// Lets every thread of the process go on for a while.
+void UnconcernedWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
+{
+    *g_isWriting = true;
+    const timespec pause = {0, 100000000};
+    nanosleep(&pause, nullptr);
+    NoteCrashServed(cause);
 }
 
 CrashPlan PlanFor(const std::string& directory)
@@ -161,6 +172,27 @@ TEST_F(CrashHelper, SignalSentWhileDumpingChangesNothing)
         });
     ExpectKilledBy(SIGILL, status);
     EXPECT_EQ(Files(), std::set<std::string>({"t.mdmp"}));
+}
+
+TEST_F(CrashHelper, ExitOfAnotherThreadWaitsForTheSignal)
+{
+    const CShared<std::atomic<bool>> isWriting;
+    g_isWriting = &*isWriting;
+    const int status = InChild(
+        [this]
+        {
+            ArmCrashSignals(PlanFor(m_dir.Path()), UnconcernedWriter);
+            std::thread(
+                []
+                {
+                    while (!*g_isWriting)
+                        sched_yield();
+                    std::exit(0);
+                })
+                .detach();
+            FaultIll();
+        });
+    ExpectKilledBy(SIGILL, status);
 }
 
 TEST_F(CrashHelper, WaitingForAnyChildDoesNotMeetTheHelper)

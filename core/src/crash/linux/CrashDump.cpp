@@ -125,13 +125,16 @@ void TellStandardError(const CrashPlan& plan,
 
 } // namespace
 
-int WriteCrashDump(const CrashPlan& plan, const CrashCause& cause)
+void WriteCrashDump(const CrashPlan& plan, const CrashCause& cause)
 {
     BecomeHelper();
     CloseInherited(plan.directoryFd);
     const int error = WriteUnder(plan, cause);
     TellStandardError(plan, cause, error);
-    return error;
+    NoteCrashServed(cause);
+    // A thread that went on before the signal has done its work could end the
+    // process with a status of its own.
+    AwaitDeathOfThreads();
 }
 
 void ArmCrashDumps(const CrashPlan& plan)

@@ -12,9 +12,9 @@ namespace KzaCore
 {
 
 /// Writes the dump aside, keeps the one before, and renames the new one into
-/// place; nothing is left behind when that fails.
-///
-/// \return 0, or the errno that says why there is no dump.
-int WriteCrashDump(const CrashPlan& plan, const CrashCause& cause);
+/// place; nothing is left behind when that fails. Standard error says where the
+/// dump is, or why there is none. Returns when the process is dead or a second
+/// after the work is done.
+void WriteCrashDump(const CrashPlan& plan, const CrashCause& cause);
 
 } // namespace KzaCore

@@ -12,6 +12,7 @@
 #include "crash/CrashText.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <new>
 
@@ -35,9 +36,16 @@ constexpr std::int64_t kRemovalMs = 1000;
 CrashPlan g_plan;
 CrashDumpWriter g_writer = nullptr;
 
-// Shared with the helper. A forked worker shares it with its watchdog too;
-// both crashing at once would only make them more patient.
-std::atomic<unsigned>* g_progress = nullptr;
+// What the helper tells the process that waits for it. The page is mapped once
+// and survives every fork, so a worker shares it with its watchdog: when both
+// crash at once, each waits a little longer than it had to.
+struct HelperNews
+{
+    std::atomic<unsigned> progress{0};
+    std::atomic<pid_t> servedProcess{0};
+};
+
+HelperNews* g_news = nullptr;
 
 // Process and thread that are leaving a dump; the process is part of it
 // because a child forked meanwhile inherits the value.
@@ -68,6 +76,43 @@ void SetDisposition(int signal, void (*handler)(int))
         syscall(SYS_exit_group, status);
 }
 
+[[noreturn]] void StopHere()
+{
+    for (;;)
+        pause();
+}
+
+// The process id in the upper half, so that one exchange claims both.
+std::uint64_t CrashingIdentity()
+{
+    return static_cast<std::uint64_t>(getpid()) << 32U |
+           static_cast<std::uint32_t>(gettid());
+}
+
+// A signal sent to the process waits until one of its threads runs. Changing
+// the calling thread's mask makes this thread take it.
+void TakePendingCrashSignal()
+{
+    sigset_t crashSignals;
+    sigset_t before;
+    sigemptyset(&crashSignals);
+    for (const int signal : kCrashSignals)
+        sigaddset(&crashSignals, signal);
+    pthread_sigmask(SIG_BLOCK, &crashSignals, &before);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+// Another thread's exit() must not win against the signal: the process would
+// end with that thread's status, and the crash be taken for an orderly end.
+extern "C" void HoldExitDuringCrashCB()
+{
+    TakePendingCrashSignal();
+    const std::uint64_t crashing = g_crashing.load();
+    const std::uint64_t self = CrashingIdentity();
+    if (crashing >> 32U == self >> 32U && crashing != self)
+        StopHere();
+}
+
 // Ends the process here and now, by the signal.
 [[noreturn]] void DieNow(int signal)
 {
@@ -79,7 +124,7 @@ void SetDisposition(int signal, void (*handler)(int))
     sigaddset(&unblocked, signal);
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     syscall(SYS_tgkill, getpid(), gettid(), signal);
-    // Only the first process of a container survives that.
+    // The first process of a container survives that.
     EndNow(128 + signal);
 }
 
@@ -89,6 +134,10 @@ void SetDisposition(int signal, void (*handler)(int))
 // faults again.
 void DieOnReturn(int signal, siginfo_t* info)
 {
+    // The system spares the first process of a container signals without a
+    // handler.
+    if (getpid() == 1)
+        DieNow(signal);
     SetDisposition(signal, SIG_DFL);
     sigset_t blocked;
     sigemptyset(&blocked);
@@ -108,22 +157,36 @@ pid_t StartHelper(const CrashCause& cause)
     // own must not be given this one.
     const long helper = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
     if (helper == 0)
-        EndNow(g_writer(g_plan, cause));
+    {
+        g_writer(g_plan, cause);
+        EndNow(0);
+    }
     return static_cast<pid_t>(helper);
 }
 
-// Waits until the helper is gone or the time is up, which counts from its
-// last sign of progress. Returns false when it is still there.
-bool AwaitEnd(pid_t helper, std::int64_t patienceMs, int& status)
+// Its dump is done, or has failed without leaving anything.
+bool HasServed()
 {
-    unsigned seen = g_progress->load();
+    return g_news->servedProcess.load() == getpid();
+}
+
+bool HasEnded(pid_t helper)
+{
+    const pid_t ended = waitpid(helper, nullptr, WNOHANG | __WALL);
+    return ended > 0 || (ended < 0 && errno != EINTR);
+}
+
+// Waits until the helper has done its work or is gone. The patience counts
+// from its last sign of progress; false when the helper has exhausted it.
+bool AwaitHelper(pid_t helper, std::int64_t patienceMs)
+{
+    unsigned seen = g_news->progress.load();
     std::int64_t deadline = NowMs() + patienceMs;
     while (NowMs() < deadline)
     {
-        const pid_t ended = waitpid(helper, &status, WNOHANG | __WALL);
-        if (ended > 0 || (ended < 0 && errno != EINTR))
+        if (HasServed() || HasEnded(helper))
             return true;
-        const unsigned present = g_progress->load();
+        const unsigned present = g_news->progress.load();
         if (present != seen)
             deadline = NowMs() + patienceMs;
         seen = present;
@@ -134,17 +197,18 @@ bool AwaitEnd(pid_t helper, std::int64_t patienceMs, int& status)
 
 void WriteDump(const CrashCause& cause)
 {
+    // A process of the same id may have crashed before this one was forked.
+    g_news->servedProcess.store(0);
     g_helper = StartHelper(cause);
     if (g_helper < 0)
         return;
-    // Stands when somebody else has waited for the helper.
-    int status = W_EXITCODE(ECHILD, 0);
-    if (!AwaitEnd(g_helper, kPatienceMs, status))
+    if (!AwaitHelper(g_helper, kPatienceMs))
     {
         kill(g_helper, SIGKILL);
-        AwaitEnd(g_helper, kRemovalMs, status);
+        AwaitHelper(g_helper, kRemovalMs);
     }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    // A helper that died at its work has left what it had written.
+    if (!HasServed())
         unlinkat(g_plan.directoryFd, cause.unfinishedName, 0);
 }
 
@@ -165,19 +229,11 @@ void LeaveDump(const siginfo_t* info, const void* context)
     WriteDump(cause);
 }
 
-[[noreturn]] void StopHere()
-{
-    for (;;)
-        pause();
-}
-
 extern "C" void CrashSignalCB(int signal, siginfo_t* info, void* context)
 {
-    const auto process = static_cast<std::uint64_t>(getpid());
-    const std::uint64_t self =
-        process << 32U | static_cast<std::uint32_t>(gettid());
+    const std::uint64_t self = CrashingIdentity();
     std::uint64_t crashing = g_crashing.load();
-    while (crashing >> 32U != process)
+    while (crashing >> 32U != self >> 32U)
         if (g_crashing.compare_exchange_weak(crashing, self))
         {
             g_signal = signal;
@@ -193,15 +249,16 @@ extern "C" void CrashSignalCB(int signal, siginfo_t* info, void* context)
         DieNow(g_signal);
 }
 
-bool ShareProgress()
+// What one process needs once, however often it is armed.
+bool PrepareOnce()
 {
-    if (g_progress != nullptr)
+    if (g_news != nullptr)
         return true;
-    void* page = mmap(nullptr, sizeof(*g_progress), PROT_READ | PROT_WRITE,
+    void* page = mmap(nullptr, sizeof(HelperNews), PROT_READ | PROT_WRITE,
                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED)
+    if (page == MAP_FAILED || std::atexit(HoldExitDuringCrashCB) != 0)
         return false;
-    g_progress = new (page) std::atomic<unsigned>(0);
+    g_news = new (page) HelperNews;
     return true;
 }
 
@@ -211,7 +268,7 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
 {
     g_plan = plan;
     g_writer = writer;
-    if (!ShareProgress())
+    if (!PrepareOnce())
         return false;
     struct sigaction action = {};
     action.sa_sigaction = CrashSignalCB;
@@ -229,7 +286,12 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
 
 void NoteCrashProgress()
 {
-    g_progress->fetch_add(1);
+    g_news->progress.fetch_add(1);
+}
+
+void NoteCrashServed(const CrashCause& cause)
+{
+    g_news->servedProcess.store(cause.process);
 }
 
 void PauseCrashPoll()

@@ -3,7 +3,9 @@
 // From the signal to the death of the process: the handler starts a helper
 // process, a copy of this one, that writes the dump; it waits for the helper
 // as long as that makes progress, and then lets the process die of the signal
-// as if there had been no handler.
+// as if there had been no handler. Nothing that another thread does meanwhile
+// gives the process another end: exit() waits from the handler's first step on,
+// and the helper keeps the other threads stopped until the process is dead.
 //
 // Threads: ArmCrashSignals() belongs to the main thread, before others exist.
 // The handler may run on any thread; the first to crash writes the dump, the
@@ -39,10 +41,10 @@ struct CrashCause
     const char* unfinishedName; // of the dump being written
 };
 
-/// Writes the dump; runs in the helper, async-signal-safe.
-///
-/// \return 0, or an errno that says why there is none.
-using CrashDumpWriter = int (*)(const CrashPlan&, const CrashCause&);
+/// Writes the dump and calls NoteCrashServed(); runs in the helper,
+/// async-signal-safe. An unfinished dump is removed when the helper ends
+/// without that call.
+using CrashDumpWriter = void (*)(const CrashPlan&, const CrashCause&);
 
 /// Installs the handler. The writer is a parameter for the tests.
 ///
@@ -51,6 +53,10 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer);
 
 /// The writer tells the waiting handler that it is getting on.
 void NoteCrashProgress();
+
+/// The writer is done with the dump, or with the attempt, and has left no
+/// unfinished one: the process dies now, while the helper may live on.
+void NoteCrashServed(const CrashCause& cause);
 
 /// Lets a millisecond pass between two looks. Async-signal-safe; asks the
 /// system itself, since what other libraries put before the C library's

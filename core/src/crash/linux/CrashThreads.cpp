@@ -31,6 +31,7 @@ namespace
 // again; each look finds fewer.
 constexpr int kLooks = 10;
 constexpr int kStopPolls = 500;
+constexpr int kDeathPolls = 1000;
 
 pid_t ToThread(const char* name)
 {
@@ -119,6 +120,20 @@ std::size_t StopThreads(pid_t process,
                                      [&polls](pid_t thread)
                                      { return !AwaitStop(thread, polls); });
     return static_cast<std::size_t>(end - threads);
+}
+
+void AwaitDeathOfThreads()
+{
+    for (int polls = kDeathPolls; polls > 0; polls--)
+    {
+        pid_t changed = 0;
+        do
+            changed = waitpid(-1, nullptr, WNOHANG | __WALL);
+        while (changed > 0);
+        if (changed < 0)
+            return; // none is left
+        PauseCrashPoll();
+    }
 }
 
 bool ReadRegisters(pid_t thread, Minidump::ContextAmd64& context)

@@ -34,6 +34,10 @@ std::size_t StopThreads(pid_t process,
                         pid_t* threads,
                         std::size_t size);
 
+/// Waits until all threads that were stopped are dead, for a second at most;
+/// they go on when the helper ends.
+void AwaitDeathOfThreads();
+
 /// The registers of a stopped thread.
 bool ReadRegisters(pid_t thread, Minidump::ContextAmd64& context);
 
