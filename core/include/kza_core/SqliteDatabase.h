@@ -18,13 +18,11 @@ class KZA_API CSqliteDatabase
 public:
     /// Applies the domain's integers whose names begin with `sqlite.config`
     /// and starts the library. A name that is not known, or a value that
-    /// SQLite refuses, is a warning; the library starts all the same. Where
-    /// there is nothing to apply, the library is neither loaded nor started
-    /// before it is used: it then starts by itself, as it would have here.
+    /// SQLite refuses, is a warning; the library starts all the same.
     static void InitializeSQLite(CDom& dom);
 
-    /// Closes the databases that the library itself holds open and shuts
-    /// SQLite down where it was started. No database may be used afterwards.
+    /// Closes the databases that this library itself holds open and shuts
+    /// SQLite down. No database may be used afterwards.
     static void ShutdownSQLite();
 };
 

@@ -3,8 +3,9 @@
 #include "events/EventDatabase.h"
 
 #include "base/Descriptor.h"
-#include "events/SqliteLibrary.h"
 #include "kza_core/AgentEvent.h"
+
+#include <sqlite3.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -49,17 +50,17 @@ void MakeFile(const std::string& path)
 SStoredEvent RowOf(sqlite3_stmt* row)
 {
     SStoredEvent event;
-    event.id = Sqlite().column_int64(row, 0);
-    event.number = Sqlite().column_int64(row, 1);
-    event.severity = Sqlite().column_int64(row, 2);
-    event.time = Sqlite().column_int64(row, 3);
-    event.timeMs = Sqlite().column_int64(row, 4);
-    const unsigned char* const text = Sqlite().column_text(row, 5);
+    event.id = sqlite3_column_int64(row, 0);
+    event.number = sqlite3_column_int64(row, 1);
+    event.severity = sqlite3_column_int64(row, 2);
+    event.time = sqlite3_column_int64(row, 3);
+    event.timeMs = sqlite3_column_int64(row, 4);
+    const unsigned char* const text = sqlite3_column_text(row, 5);
     if (text != nullptr)
     {
         event.text.assign(
             reinterpret_cast<const char*>(text),
-            static_cast<std::size_t>(Sqlite().column_bytes(row, 5)));
+            static_cast<std::size_t>(sqlite3_column_bytes(row, 5)));
     }
     return event;
 }
@@ -71,7 +72,7 @@ SStoredEvent RowOf(sqlite3_stmt* row)
 bool CEventDatabase::Fail(int code)
 {
     m_code = code;
-    m_reason = m_db == nullptr ? Sqlite().errstr(code) : Sqlite().errmsg(m_db);
+    m_reason = m_db == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(m_db);
     return false;
 }
 
@@ -81,9 +82,9 @@ void CEventDatabase::Close()
     // its locks and write its log back.
     if (m_owner == getpid())
     {
-        Sqlite().finalize(m_insert);
-        Sqlite().finalize(m_select);
-        Sqlite().close(m_db);
+        sqlite3_finalize(m_insert);
+        sqlite3_finalize(m_select);
+        sqlite3_close(m_db);
     }
     m_insert = nullptr;
     m_select = nullptr;
@@ -110,11 +111,6 @@ bool CEventDatabase::Open(const std::string& path)
     if (IsOpenAt(path))
         return true;
     m_path = path;
-    if (!LoadSqlite(m_reason))
-    {
-        m_code = SQLITE_CANTOPEN;
-        return false;
-    }
     const auto deadline = std::chrono::steady_clock::now() + kLockWait;
     for (;;)
     {
@@ -146,20 +142,20 @@ int CEventDatabase::Connect()
 
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
                            SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX;
-    const int code = Sqlite().open_v2(m_path.c_str(), &m_db, kFlags, nullptr);
+    const int code = sqlite3_open_v2(m_path.c_str(), &m_db, kFlags, nullptr);
     if (code != SQLITE_OK)
         return code;
-    Sqlite().busy_timeout(m_db, static_cast<int>(kLockWait.count()));
-    if (Sqlite().exec(m_db, kSetUp, nullptr, nullptr, nullptr) != SQLITE_OK ||
+    sqlite3_busy_timeout(m_db, static_cast<int>(kLockWait.count()));
+    if (sqlite3_exec(m_db, kSetUp, nullptr, nullptr, nullptr) != SQLITE_OK ||
         !Prepare(kInsert, m_insert) || !Prepare(kSelect, m_select))
-        return Sqlite().extended_errcode(m_db);
+        return sqlite3_extended_errcode(m_db);
     return SQLITE_OK;
 }
 
 bool CEventDatabase::Prepare(const char* sql, sqlite3_stmt*& statement)
 {
-    return Sqlite().prepare_v3(m_db, sql, -1, SQLITE_PREPARE_PERSISTENT,
-                               &statement, nullptr) == SQLITE_OK;
+    return sqlite3_prepare_v3(m_db, sql, -1, SQLITE_PREPARE_PERSISTENT,
+                              &statement, nullptr) == SQLITE_OK;
 }
 
 // --- Failures --------------------------------------------------------------
@@ -217,36 +213,36 @@ std::int64_t CEventDatabase::Insert(const CAgentEvent& event)
     const auto bind = [&](int index, const void* attribute, std::int64_t value)
     {
         if (!event.IsAttributeNull(attribute))
-            Sqlite().bind_int64(m_insert, index, value);
+            sqlite3_bind_int64(m_insert, index, value);
     };
     bind(1, &event.m_number, event.m_number);
     bind(2, &event.m_severity, event.m_severity);
     bind(3, &event.m_time, event.m_time);
     bind(4, &event.m_timeMs, event.m_timeMs);
     if (!event.IsAttributeNull(&event.m_text))
-        Sqlite().bind_text64(m_insert, 5, event.m_text.data(),
-                             event.m_text.size(), SQLITE_STATIC, SQLITE_UTF8);
+        sqlite3_bind_text64(m_insert, 5, event.m_text.data(),
+                            event.m_text.size(), SQLITE_STATIC, SQLITE_UTF8);
 
-    const bool isDone = Sqlite().step(m_insert) == SQLITE_DONE;
+    const bool isDone = sqlite3_step(m_insert) == SQLITE_DONE;
     if (!isDone)
-        Fail(Sqlite().extended_errcode(m_db));
-    Sqlite().reset(m_insert);
-    Sqlite().clear_bindings(m_insert);
-    return isDone ? Sqlite().last_insert_rowid(m_db) : 0;
+        Fail(sqlite3_extended_errcode(m_db));
+    sqlite3_reset(m_insert);
+    sqlite3_clear_bindings(m_insert);
+    return isDone ? sqlite3_last_insert_rowid(m_db) : 0;
 }
 
 bool CEventDatabase::Select(std::int64_t afterId,
                             std::int64_t limit,
                             std::vector<SStoredEvent>& events)
 {
-    Sqlite().bind_int64(m_select, 1, afterId);
-    Sqlite().bind_int64(m_select, 2, limit);
+    sqlite3_bind_int64(m_select, 1, afterId);
+    sqlite3_bind_int64(m_select, 2, limit);
     int code = SQLITE_ROW;
-    while ((code = Sqlite().step(m_select)) == SQLITE_ROW)
+    while ((code = sqlite3_step(m_select)) == SQLITE_ROW)
         events.push_back(RowOf(m_select));
     if (code != SQLITE_DONE)
-        Fail(Sqlite().extended_errcode(m_db));
-    Sqlite().reset(m_select);
+        Fail(sqlite3_extended_errcode(m_db));
+    sqlite3_reset(m_select);
     return code == SQLITE_DONE;
 }
 

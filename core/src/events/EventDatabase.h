@@ -7,7 +7,7 @@
 
 #pragma once
 
-#include "events/EventStore.h"
+#include "events/StoredEvent.h"
 
 #include <cstdint>
 #include <string>
@@ -20,6 +20,8 @@ struct sqlite3_stmt;
 
 namespace KzaCore
 {
+
+class CAgentEvent;
 
 class CEventDatabase
 {

@@ -14,6 +14,8 @@
 
 #pragma once
 
+#include "events/StoredEvent.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -23,17 +25,6 @@ namespace KzaCore
 
 class CAgentEvent;
 class CDom;
-
-/// An event as it is stored; what was null reads as zero or empty.
-struct SStoredEvent
-{
-    std::int64_t id = 0;
-    std::int64_t number = 0;
-    std::int64_t severity = 0;
-    std::int64_t time = 0;   ///< seconds since the epoch
-    std::int64_t timeMs = 0; ///< the same in milliseconds
-    std::string text;        ///< UTF-8
-};
 
 /// Stores an event.
 ///

@@ -6,9 +6,9 @@
 #include "kza_core/SqliteDatabase.h"
 
 #include "events/EventStore.h"
-#include "events/SqliteLibrary.h"
 #include "kza_core/Dom.h"
 
+#include <sqlite3.h>
 #include <wx/log.h>
 
 #include <algorithm>
@@ -80,26 +80,26 @@ int Apply(const SSetting& setting, long long value)
     switch (setting.kind)
     {
     case EKind::Flag:
-        return value == 0 ? SQLITE_OK : Sqlite().config(setting.option);
+        return value == 0 ? SQLITE_OK : sqlite3_config(setting.option);
     case EKind::Int:
         if (!IsWithin(value, -kMaxInt - 1, kMaxInt))
             return SQLITE_RANGE;
-        return Sqlite().config(setting.option, static_cast<int>(value));
+        return sqlite3_config(setting.option, static_cast<int>(value));
     case EKind::UInt:
         if (!IsWithin(value, 0, 2 * kMaxInt + 1))
             return SQLITE_RANGE;
-        return Sqlite().config(setting.option, static_cast<unsigned>(value));
+        return sqlite3_config(setting.option, static_cast<unsigned>(value));
     case EKind::Int64:
-        return Sqlite().config(setting.option, sqlite3_int64{value});
+        return sqlite3_config(setting.option, sqlite3_int64{value});
     case EKind::MmapSize:
         // A negative limit stands for the one compiled in.
-        return Sqlite().config(setting.option, sqlite3_int64{value},
-                               sqlite3_int64{-1});
+        return sqlite3_config(setting.option, sqlite3_int64{value},
+                              sqlite3_int64{-1});
     case EKind::SoftLimit:
-        Sqlite().soft_heap_limit64(value);
+        sqlite3_soft_heap_limit64(value);
         return SQLITE_OK;
     case EKind::HardLimit:
-        Sqlite().hard_heap_limit64(value);
+        sqlite3_hard_heap_limit64(value);
         return SQLITE_OK;
     }
     return SQLITE_MISUSE;
@@ -134,12 +134,7 @@ void ApplySetting(const CDom& dom, const std::string& key, bool libraryRuns)
     const int result = Apply(*setting, value);
     if (result != SQLITE_OK)
         wxLogWarning("SQLite refuses %lld for '%s': %s", value, shown,
-                     wxString(Sqlite().errstr(result)));
-}
-
-void ReportFailedStart(const char* reason)
-{
-    wxLogError("SQLite does not start: %s", wxString(reason));
+                     wxString(sqlite3_errstr(result)));
 }
 
 } // namespace
@@ -147,20 +142,13 @@ void ReportFailedStart(const char* reason)
 void CSqliteDatabase::InitializeSQLite(CDom& dom)
 {
     const auto keys = dom.Keys(DomKey::kSqlitePrefix);
-    if (keys.empty())
-        return; // its first user starts it, with its own settings
-    std::string reason;
-    if (!LoadSqlite(reason))
-    {
-        ReportFailedStart(reason.c_str());
-        return;
-    }
     for (const std::string& key : keys)
         ApplySetting(dom, key, false);
-    const int result = Sqlite().initialize();
+    const int result = sqlite3_initialize();
     if (result != SQLITE_OK)
     {
-        ReportFailedStart(Sqlite().errstr(result));
+        wxLogError("SQLite does not start: %s",
+                   wxString(sqlite3_errstr(result)));
         return;
     }
     for (const std::string& key : keys)
@@ -170,8 +158,7 @@ void CSqliteDatabase::InitializeSQLite(CDom& dom)
 void CSqliteDatabase::ShutdownSQLite()
 {
     CloseEventStore();
-    if (IsSqliteLoaded())
-        Sqlite().shutdown();
+    sqlite3_shutdown();
 }
 
 } // namespace KzaCore

@@ -43,20 +43,27 @@ bool SqliteRuns()
     return sqlite3_config(SQLITE_CONFIG_URI, 0) == SQLITE_MISUSE;
 }
 
-TEST_F(SqliteDatabase, IsLeftToItsFirstUserWithoutAnySetting)
+TEST_F(SqliteDatabase, RunsUntilItIsShutDown)
 {
     CSqliteDatabase::InitializeSQLite(*m_dom);
     EXPECT_TRUE(m_log.m_texts.empty());
-    EXPECT_FALSE(SqliteRuns());
-}
-
-TEST_F(SqliteDatabase, RunsWithASettingUntilItIsShutDown)
-{
-    m_dom->Set("sqlite.config.uri", 1LL);
-    CSqliteDatabase::InitializeSQLite(*m_dom);
     EXPECT_TRUE(SqliteRuns());
     CSqliteDatabase::ShutdownSQLite();
     EXPECT_FALSE(SqliteRuns());
+}
+
+TEST_F(SqliteDatabase, FailedStartIsAnError)
+{
+    sqlite3_mem_methods usual = {};
+    ASSERT_EQ(sqlite3_config(SQLITE_CONFIG_GETMALLOC, &usual), SQLITE_OK);
+    sqlite3_mem_methods failing = usual;
+    failing.xInit = [](void*) { return SQLITE_NOMEM; };
+    sqlite3_config(SQLITE_CONFIG_MALLOC, &failing);
+    CSqliteDatabase::InitializeSQLite(*m_dom);
+    sqlite3_shutdown();
+    sqlite3_config(SQLITE_CONFIG_MALLOC, &usual);
+    EXPECT_EQ(m_log.m_texts,
+              std::vector<wxString>{"SQLite does not start: out of memory"});
 }
 
 TEST_F(SqliteDatabase, SettingsTakeEffect)
