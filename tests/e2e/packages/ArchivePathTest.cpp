@@ -38,6 +38,7 @@ struct SShown
 {
     std::string path; ///< the search path, with the host's directory cut off
     std::string log;
+    std::string err; ///< standard error
 };
 
 SShown Show(const CHost& host,
@@ -48,7 +49,7 @@ SShown Show(const CHost& host,
     options.insert(options.end(), {"--trace", "Appl"});
     const SProcessResult result = host.RunTool(name, kShow, options, process);
     EXPECT_EQ(result.status, 0) << result.err;
-    SShown shown{result.out, host.Log(name)};
+    SShown shown{result.out, host.Log(name), result.err};
     const std::string prefix = host.Bin() + "/";
     for (std::size_t at = 0;
          (at = shown.path.find(prefix, at)) != std::string::npos;)
@@ -71,6 +72,15 @@ SProcessOptions AsNobody()
 bool HasRecord(const std::string& log, const std::string& text)
 {
     return log.find(text + "\n") != std::string::npos;
+}
+
+int CountRecords(const std::string& log, const std::string& level)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = log.find(level, at)) != std::string::npos;
+         ++at)
+        ++count;
+    return count;
 }
 
 TEST(ArchivePath, WithoutArchivesTheKeyStaysUnset)
@@ -175,6 +185,9 @@ constexpr SSideFile kSideFiles[] = {
     {"version: 12.0.0\nversion: 12.0.0-1\n",
      "File '%s' did not contain a properly formatted 'version:' line. "
      "Extension '%e' will not be enabled."},
+    {"version: 4294967308.0.0-1\n",
+     "Ignoring extension '%e' since its version (2147483647.0.0) doesn't match "
+     "ours (12.0.0)"},
     {"Version: 12.0.0-1\n version: 12.0.0-1\n",
      "File '%s' does not contain a 'version:' line. Extension '%e' will not "
      "be enabled."},
@@ -239,6 +252,9 @@ TEST(ArchivePath, AnUnreadableSideFileHoldsNoVersion)
     const SShown shown =
         Show(host, "sidelocked", {"-z", "x/*.kze"}, AsNobody());
     EXPECT_EQ(shown.path, "nil\n");
+    EXPECT_EQ(shown.err, "") << "no assertion";
+    EXPECT_EQ(CountRecords(shown.log, " WARNING "), 1) << shown.log;
+    EXPECT_EQ(CountRecords(shown.log, " ERROR "), 0) << shown.log;
     EXPECT_TRUE(HasRecord(
         shown.log, Fill("WARNING kza: File '%s' does not contain a 'version:' "
                         "line. Extension '%e' will not be enabled.",
