@@ -94,17 +94,17 @@ public:
 
     // Steps of the script thread, each in the file of its name.
 
-    void UninstallOldPlugins(); // Plugins.cpp
-    void InstallNewPlugins();
-    void ExpandZippath(); // ArchivePath.cpp
-    int SetupLua();       // LuaSetup.cpp
-    int RunUnitTests();   // UnitTests.cpp
+    void UninstallOldPlugins(); // packages/AppSteps.cpp
+    void InstallNewPlugins();   // packages/AppSteps.cpp
+    void ExpandZippath();       // packages/AppSteps.cpp
+    int SetupLua();             // LuaSetup.cpp
+    int RunUnitTests();         // UnitTests.cpp
 
     /// Runs one chunk and takes its result as a status (Chunks.cpp).
     int RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
     int RunCodeSnippet(const wxString& code);
 
-    // --- Packages ----------------------------------------------------------
+    // --- Packages (packages/AppSteps.cpp) ----------------------------------
 
     /// True when a package may be installed, judged by its name alone.
     bool CheckKZPVersion(const wxFileName& package);
@@ -130,20 +130,8 @@ private:
     bool UninstallPluginZipCB(const wxZipEntry* entry,
                               const wxString* destPath);
 
-    // Steps of ExpandZippath (ArchivePath.cpp).
-    void AddExtensionDirectory(const wxString& bin);
-    void AddArchives(const wxString& item,
-                     const wxString& bin,
-                     wxString& result);
-
     void SetArguments(); // LuaSetup.cpp
     int RunToStandardOutput(const wxString& code, const wxString& name);
-
-    // Steps of UninstallOldPlugins and InstallNewPlugins; false leaves the
-    // package where it is.
-    bool ApplyRemoval(const wxFileName& package, const wxFileName& directory);
-    bool ApplyInstallation(const wxFileName& package,
-                           const wxFileName& directory);
 
     // Steps of OnCmdLineParsed (CommandLine.cpp).
     void ApplyName(wxCmdLineParser& parser);

@@ -1,23 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// Step: the archives that modules are searched in, in order, on the script
-// thread before the Lua state exists.
-//
-// Nothing here fails the start: what cannot be used is a warning or silence.
 
-#include "AgentApp.h"
+#include "packages/ArchivePath.h"
+
 #include "ApplTrace.h"
 #include "Tokenize.h"
-
-#include "kza_core/Dom.h"
+#include "packages/ExtensionVersion.h"
 
 #include <wx/arrstr.h>
 #include <wx/config.h>
 #include <wx/dir.h>
 #include <wx/filename.h>
 #include <wx/log.h>
-
-namespace DomKey = KzaCore::DomKey;
 
 namespace
 {
@@ -47,8 +40,7 @@ void NormalizeAgainst(wxFileName& file, const wxString& directory)
 }
 
 // The application's own archive, then the core's; an application named like
-// the core has one. Every start comes through here, which plain text takes
-// faster than wxFileName.
+// the core has one.
 wxString CoreArchives(const wxString& bin, const wxString& application)
 {
     wxString list;
@@ -97,43 +89,20 @@ wxArrayString Matches(const wxFileName& pattern)
     return found;
 }
 
-} // namespace
-
-void CAgentApp::ExpandZippath()
+// The items with the pattern of the extension directory behind them.
+wxString WithExtensions(const SArchivePathSources& sources)
 {
-    const wxString bin = m_dom->GetWxString(DomKey::kPathBin);
-    wxString result = CoreArchives(bin, GetAppName());
-    AddExtensionDirectory(bin);
-    APPL_TRACE(L"zipFilespec: " + m_zipPath);
-
-    std::list<wxString> items;
-    Tokenize(items, m_zipPath, kSeparator);
-    m_zipPath.clear();
-    for (const wxString& item : items)
-        AddArchives(item, bin, result);
-
-    if (result.empty())
-    {
-        APPL_TRACE(L"app.lua.zippath empty ");
-        return;
-    }
-    m_dom->SetWx(DomKey::kLuaZipPath, result);
-    APPL_TRACE(L"app.lua.zippath '" + result + L"' ");
-}
-
-void CAgentApp::AddExtensionDirectory(const wxString& bin)
-{
-    if (m_extDir.empty())
-        return;
-    wxFileName pattern(m_extDir, "*", kExtension);
-    NormalizeAgainst(pattern, bin);
+    wxString items = sources.items;
+    if (sources.extensions.empty())
+        return items;
+    wxFileName pattern(sources.extensions, "*", kExtension);
+    NormalizeAgainst(pattern, sources.bin);
     if (pattern.DirExists())
-        Append(m_zipPath, pattern.GetFullPath());
+        Append(items, pattern.GetFullPath());
+    return items;
 }
 
-void CAgentApp::AddArchives(const wxString& item,
-                            const wxString& bin,
-                            wxString& result)
+void AddArchives(const wxString& item, const wxString& bin, wxString& list)
 {
     // Files named without a wildcard are exempt from the version check: the
     // operator means just that one.
@@ -152,10 +121,24 @@ void CAgentApp::AddArchives(const wxString& item,
             wxLogWarning("Extension file '%s' isn't readable", match);
             continue;
         }
-        if (isPattern && !ExtensionVersionIsOK(match))
+        if (isPattern && !ExtensionVersionMatches(match))
             continue;
         APPL_TRACE(L"Adding extension file '" + match +
                    L"' to the search path.");
-        Append(result, match);
+        Append(list, match);
     }
+}
+
+} // namespace
+
+wxString ExpandArchivePath(const SArchivePathSources& sources)
+{
+    wxString list = CoreArchives(sources.bin, sources.application);
+    const wxString specification = WithExtensions(sources);
+    APPL_TRACE(L"zipFilespec: " + specification);
+    std::list<wxString> items;
+    Tokenize(items, specification, kSeparator);
+    for (const wxString& item : items)
+        AddArchives(item, sources.bin, list);
+    return list;
 }

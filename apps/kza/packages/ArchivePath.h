@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The archives that Lua modules are searched in, in order.
+//
+// Threads: any. Reads directories and side files, changes nothing. A file that
+// cannot be used is a warning or silence and never fails the start.
+
+#pragma once
+
+#include <wx/string.h>
+
+struct SArchivePathSources
+{
+    wxString bin;         ///< directory of the executable; relative items
+                          ///< start there
+    wxString application; ///< name of the application
+    wxString items;       ///< of --zippath: file names joined by ";", with
+                          ///< wildcards and environment variables
+    wxString extensions;  ///< directory of --extdir, empty for none
+};
+
+/// The application's own archive, the core's, what the items match, and the
+/// archives of the extension directory.
+///
+/// \return absolute paths joined by ";", empty when there is no archive.
+[[nodiscard]] wxString ExpandArchivePath(const SArchivePathSources& sources);

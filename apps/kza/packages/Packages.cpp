@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "packages/Packages.h"
+
+#include "ApplTrace.h"
+#include "packages/PackageEvent.h"
+#include "packages/PackageName.h"
+
+#include "kza_core/Dom.h"
+#include "kza_core/SyncFileSystem.h"
+
+#include <wx/arrstr.h>
+#include <wx/dir.h>
+#include <wx/filefn.h>
+#include <wx/filename.h>
+#include <wx/log.h>
+#include <wx/zipstrm.h>
+
+namespace DomKey = KzaCore::DomKey;
+
+namespace
+{
+
+constexpr char kLeftovers[] = "Agent-Core*";
+constexpr char kPluginPackages[] = "*.kzp";
+constexpr char kRemovalPackages[] = "*.kzu";
+constexpr char kDoneSuffix[] = ".done";
+
+// Full paths of the files in a directory whose names match, by character code.
+wxArrayString FilesIn(const wxFileName& directory, const wxString& pattern)
+{
+    wxArrayString files;
+    wxDir::GetAllFiles(directory.GetPath(wxPATH_GET_VOLUME), &files, pattern,
+                       wxDIR_FILES);
+    files.Sort();
+    return files;
+}
+
+// Removes a file without a record of the framework's own; the system's error is
+// left in errno.
+bool RemoveFile(const wxString& path)
+{
+    const wxLogNull quiet;
+    return wxRemoveFile(path);
+}
+
+bool MoveFile(const wxString& from, const wxString& to)
+{
+    const wxLogNull quiet;
+    return wxRenameFile(from, to, true);
+}
+
+bool IsReadable(const wxString& package)
+{
+    if (wxIsReadable(package))
+        return true;
+    wxLogWarning("Plugin file '%s' isn't readable", package);
+    return false;
+}
+
+void ReportUndeletable(const wxString& package)
+{
+    const unsigned long code = wxSysErrorCode();
+    wxLogSysError(static_cast<long>(code), "Unable to delete %s", package);
+}
+
+void TraceEntry(const char* verb, const wxZipEntry& entry)
+{
+    APPL_TRACE(wxString::Format("  %s: %s (%lu bytes)", verb,
+                                entry.GetInternalName(),
+                                static_cast<unsigned long>(entry.GetSize())));
+}
+
+} // namespace
+
+CPackages::CPackages(KzaCore::CDom& dom)
+    : m_dom(dom), m_directory(dom.GetWxString(DomKey::kPathBin), wxEmptyString)
+{
+}
+
+template <typename TApply>
+void CPackages::ForEach(const char* pattern,
+                        EPackageEvent good,
+                        EPackageEvent bad,
+                        TApply&& apply)
+{
+    CPackageEvent event;
+    const wxArrayString packages = FilesIn(m_directory, pattern);
+    if (packages.empty())
+        return;
+    for (const wxString& path : packages)
+    {
+        const wxFileName package(path);
+        event.Begin(package);
+        event.Write(m_dom, apply(package) ? good : bad);
+    }
+    m_dom.Set(DomKey::kHeartbeatNow, true);
+}
+
+// --- Removal ---------------------------------------------------------------
+
+void CPackages::Remove(KzaCore::UnzipCB callback, void* context)
+{
+    ForEach(kRemovalPackages, EPackageEvent::Removed, EPackageEvent::NotRemoved,
+            [&](const wxFileName& package)
+            { return RemoveOne(package, callback, context); });
+}
+
+bool CPackages::RemoveOne(const wxFileName& package,
+                          KzaCore::UnzipCB callback,
+                          void* context)
+{
+    const wxString path = package.GetFullPath();
+    if (!IsReadable(path))
+        return false;
+    APPL_TRACE("Removing files from " + path);
+    if (!KzaCore::Unzip(package, m_directory, callback, context))
+        return false;
+    APPL_TRACE(wxString::Format(
+        "Successfully removed files for plugin '%s'. Deleting '%s'",
+        package.GetName(), path));
+    if (!RemoveFile(path))
+        ReportUndeletable(path);
+    return true;
+}
+
+bool CPackages::RemoveEntry(const wxZipEntry& entry, const wxString& path)
+{
+    TraceEntry("removing", entry);
+    RemoveFile(path); // one that is not there is no failure
+    return false;
+}
+
+// --- Installation ----------------------------------------------------------
+
+void CPackages::Install(KzaCore::UnzipCB callback, void* context)
+{
+    for (const wxString& leftover : FilesIn(m_directory, kLeftovers))
+        RemoveFile(leftover);
+    ForEach(kPluginPackages, EPackageEvent::Installed,
+            EPackageEvent::NotInstalled,
+            [&](const wxFileName& package)
+            { return InstallOne(package, callback, context); });
+}
+
+bool CPackages::InstallOne(const wxFileName& package,
+                           KzaCore::UnzipCB callback,
+                           void* context)
+{
+    const wxString path = package.GetFullPath();
+    if (!PackageVersionMatches(package))
+    {
+        wxLogWarning("Plugin file '%s' does not match KZA core version, not "
+                     "installing",
+                     path);
+        return false;
+    }
+    if (!IsReadable(path))
+        return false;
+    APPL_TRACE("Extracting files from " + path);
+    if (!KzaCore::Unzip(package, m_directory, callback, context))
+        return false;
+
+    // A package that is marked done must not have lost its files in a power
+    // cut.
+    KzaCore::SyncFileSystem(m_directory);
+
+    // The message's words are fixed; the package is in fact renamed.
+    APPL_TRACE(wxString::Format(
+        "Successfully extracted files for plugin '%s'. Deleting '%s'",
+        package.GetName(), path));
+    if (!MoveFile(path, path + kDoneSuffix))
+        ReportUndeletable(path);
+    return true;
+}
+
+bool CPackages::ExtractEntry(const wxZipEntry& entry)
+{
+    TraceEntry("extracting", entry);
+    return true;
+}
