@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <regex>
 #include <set>
 
@@ -53,6 +54,24 @@ std::vector<std::string> SplitLines(const std::string& text)
 }
 
 } // namespace
+
+std::string Event(const std::string& outcome, const std::string& package)
+{
+    return Event(outcome, package, package.substr(0, package.rfind('.')));
+}
+
+std::string Event(const std::string& outcome,
+                  const std::string& package,
+                  const std::string& plugin)
+{
+    return outcome + " " + plugin + "|" +
+           package.substr(0, package.rfind('.')) + "|@/" + package;
+}
+
+std::string Refusal(const std::string& package, const std::string& reason)
+{
+    return "WARNING Unable to unpack '@/" + package + "': " + reason;
+}
 
 CPackageHost::CPackageHost()
 {
@@ -101,7 +120,7 @@ void CPackageHost::Run(const SProcessOptions& options, const std::string& probe)
 
 void CPackageHost::ReadLog()
 {
-    static const std::regex kTrace(R"(TRACE Appl: Plugins\.cpp:\d+ \w+ (.*))");
+    static const std::regex kTrace(R"(TRACE Appl: Packages\.cpp:\d+ \w+ (.*))");
     static const std::regex kOther(R"((ERROR|WARNING) [^:]*: (.*))");
     const auto lines = ReadLines(File("work/log/report.log"));
     m_log.clear();
@@ -115,6 +134,15 @@ void CPackageHost::ReadLog()
             m_log.push_back(match[1].str() + " " + match[2].str());
     }
     m_logLines = lines.size();
+}
+
+std::vector<std::string> CPackageHost::Problems() const
+{
+    std::vector<std::string> problems;
+    std::copy_if(m_log.begin(), m_log.end(), std::back_inserter(problems),
+                 [](const std::string& record)
+                 { return record.rfind("TRACE", 0) != 0; });
+    return problems;
 }
 
 std::vector<std::string> CPackageHost::Tree() const

@@ -13,6 +13,26 @@
 namespace TestSupport
 {
 
+/// What becomes of a package: number and severity of its event.
+inline constexpr char kInstalled[] = "5101 5";
+inline constexpr char kNotInstalled[] = "5102 2";
+inline constexpr char kRemoved[] = "5105 5";
+inline constexpr char kNotRemoved[] = "5106 2";
+
+/// The event about a package as CPackageHost::Events() shows it:
+/// "<outcome> <plugin>|<name without extension>|@/<package>".
+///
+/// \param outcome  One of the above.
+/// \param plugin   Of a name without dashes it is all but the extension.
+std::string Event(const std::string& outcome, const std::string& package);
+std::string Event(const std::string& outcome,
+                  const std::string& package,
+                  const std::string& plugin);
+
+/// The warning about a package that cannot be unpacked, as CPackageHost::Log()
+/// shows it.
+std::string Refusal(const std::string& package, const std::string& reason);
+
 /// A host whose application prints the events and asks for the heartbeat.
 class CPackageHost
 {
@@ -47,8 +67,7 @@ public:
         return m_probe;
     }
 
-    /// The events that the last run added, each as
-    /// "<number> <severity> <text>", the directory shown as "@".
+    /// The events that the last run added; see Event().
     [[nodiscard]] const std::vector<std::string>& Events() const
     {
         return m_events;
@@ -64,6 +83,9 @@ public:
     /// Names beside the executable, sorted, directories with a slash; without
     /// what an installation has anyway.
     [[nodiscard]] std::vector<std::string> Tree() const;
+
+    /// Those of them that are warnings or errors.
+    [[nodiscard]] std::vector<std::string> Problems() const;
 
 private:
     void ReadLog();

@@ -20,11 +20,6 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-std::string Refusal(const std::string& package, const std::string& reason)
-{
-    return "WARNING Unable to unpack '@/" + package + "': " + reason;
-}
-
 std::string Success(const std::string& verb, const std::string& package)
 {
     return "TRACE Successfully " + verb + " files for plugin '" +
@@ -32,130 +27,177 @@ std::string Success(const std::string& verb, const std::string& package)
            "'";
 }
 
-TEST(Packages, AHostDirectoryEndsAsPromisedTwiceInARow)
+constexpr char kWidget[] = "Plugin-Widget-sol11-12.0.0-101.x86_64.kzp";
+constexpr char kOld[] = "Plugin-Old-sol11-11.0.0-50.x86_64.kzp";
+
+// The package that takes another away.
+std::string RemovalOf(std::string package)
+{
+    return package.replace(package.rfind('.'), std::string::npos, ".kzu");
+}
+
+TEST(Packages, GoodOnesAreInstalledInTheOrderOfTheirNames)
 {
     CPackageHost host;
-    const std::string good = "Plugin-Widget-sol11-12.0.0-101.x86_64";
-    const std::string old = "Plugin-Old-sol11-11.0.0-50.x86_64";
-    const std::string torn = MakeZip({{"torn", Noise(1000)}});
-    SZipFile wrong{"lib/wrong.so", "new"};
-    wrong.crc = 1;
+    host.Add(kWidget, {ZipDirectory("lib/"), {"lib/widget.so", "widget"}});
+    host.Add("a.kzp", {{"last", "a"}, {"a", "a"}});
+    host.Add("B.kzp", {{"last", "B"}});
+    host.Run();
+    EXPECT_EQ(host.Events(), (Lines{Event(kInstalled, "B.kzp"),
+                                    Event(kInstalled, kWidget, "Widget"),
+                                    Event(kInstalled, "a.kzp")}));
+    EXPECT_EQ(host.Heartbeat(), "true");
+    EXPECT_EQ(host.Problems(), Lines{});
+    EXPECT_EQ(ReadFile(host.File("last")), "a");
+    EXPECT_EQ(ReadFile(host.File("lib/widget.so")), "widget");
+    EXPECT_EQ(host.Tree(), (Lines{"B.kzp.done", std::string(kWidget) + ".done",
+                                  "a", "a.kzp.done", "last"}));
+}
 
-    host.Add(good + ".kzp", {ZipDirectory("lib/"),
-                             {"lib/widget.so", "widget"},
-                             {"both", "installed"}});
-    host.Add(good + ".kzp.done", "from an earlier time");
-    host.Add("a.kzp", {{"a", "a"}});
-    host.Add("B.kzp", {{"b", "b"}});
-    host.Add(old + ".kzp", {{"old", "old"}});
+TEST(Packages, AnInstalledOneReplacesTheOneBeforeIt)
+{
+    CPackageHost host;
+    host.Add("x.kzp.done", "from an earlier time");
+    host.Add("x", "from an earlier time");
+    const std::string package = MakeZip({{"x", "new"}});
+    host.Add("x.kzp", package);
+    host.Run();
+    EXPECT_EQ(host.Events(), Lines{Event(kInstalled, "x.kzp")});
+    EXPECT_EQ(ReadFile(host.File("x.kzp.done")), package);
+    EXPECT_EQ(ReadFile(host.File("x")), "new");
+
+    host.Run(); // what is done is left alone
+    EXPECT_EQ(host.Events(), Lines{});
+    EXPECT_EQ(host.Heartbeat(), "nil");
+    EXPECT_EQ(host.Tree(), (Lines{"x", "x.kzp.done"}));
+}
+
+TEST(Packages, RefusedOnesStayAndAreTriedAgain)
+{
+    CPackageHost host;
+    const std::string torn = MakeZip({{"torn", Noise(1000)}});
+    host.Add(kOld, {{"old", "old"}});
     host.Add("Plugin--x.kzp", {{"../escaped", "evil"}});
-    host.Add("torn.kzp", torn.substr(0, torn.size() / 2));
     host.Add("empty.kzp", std::string());
-    host.Add("wrong.kzp", {{"before", "stays"}, wrong, {"after", "absent"}});
-    host.Add("lib/wrong.so", std::string("old"));
+    host.Add("torn.kzp", torn.substr(0, torn.size() / 2));
     fs::create_symlink("/nonexistent", host.File("unreadable.kzp"));
-    host.Add("shouting.KZP", {{"shouted", "x"}});
-    host.Add(".hidden.kzp", {{"hidden", "x"}});
+    for (const char* run : {"first", "second"})
+    {
+        SCOPED_TRACE(run);
+        host.Run();
+        EXPECT_EQ(host.Events(),
+                  (Lines{Event(kNotInstalled, "Plugin--x.kzp", ""),
+                         Event(kNotInstalled, kOld, "Old"),
+                         Event(kNotInstalled, "empty.kzp"),
+                         Event(kNotInstalled, "torn.kzp"),
+                         Event(kNotInstalled, "unreadable.kzp")}));
+        EXPECT_EQ(host.Heartbeat(), "true");
+        EXPECT_EQ(
+            host.Problems(),
+            (Lines{Refusal("Plugin--x.kzp",
+                           "entry '../escaped': its name leads "
+                           "out of its directory"),
+                   "WARNING Plugin file '@/" + std::string(kOld) +
+                       "' does not match KZA core version, not installing",
+                   Refusal("empty.kzp", "the file is empty"),
+                   Refusal("torn.kzp", "no zip directory at its end: truncated "
+                                       "or not a zip archive"),
+                   "WARNING Plugin file '@/unreadable.kzp' isn't readable"}));
+        EXPECT_EQ(host.Tree(), (Lines{"Plugin--x.kzp", kOld, "empty.kzp",
+                                      "torn.kzp", "unreadable.kzp"}));
+        EXPECT_FALSE(FileExists(host.File("../escaped")));
+    }
+}
+
+TEST(Packages, ADamagedEntryEndsItsPackageAndNoOther)
+{
+    CPackageHost host;
+    SZipFile wrong{"wrong", "new"};
+    wrong.crc = 1;
+    host.Add("a.kzp", {{"before", "stays"}, wrong, {"after", "absent"}});
+    host.Add("b.kzp", {{"b", "b"}});
+    host.Add("wrong", std::string("old"));
+    host.Run();
+    EXPECT_EQ(host.Events(), (Lines{Event(kNotInstalled, "a.kzp"),
+                                    Event(kInstalled, "b.kzp")}));
+    EXPECT_EQ(host.Problems(),
+              Lines{Refusal("a.kzp", "entry 'wrong': its checksum is wrong")});
+    EXPECT_EQ(host.Tree(),
+              (Lines{"a.kzp", "b", "b.kzp.done", "before", "wrong"}));
+    EXPECT_EQ(ReadFile(host.File("wrong")), "old");
+}
+
+TEST(Packages, WhatIsNoneIsLeftAlone)
+{
+    CPackageHost host;
+    const Lines tree = {".hidden.kzp", "directory.kzp/", "shouting.KZP", "sub/",
+                        "sub/deeper.kzp"};
     fs::create_directory(host.File("directory.kzp"));
+    for (const char* name : {".hidden.kzp", "shouting.KZP", "sub/deeper.kzp"})
+        host.Add(name, {{"x", "x"}});
+    host.Run();
+    EXPECT_EQ(host.Events(), Lines{});
+    EXPECT_EQ(host.Log(), Lines{});
+    EXPECT_EQ(host.Tree(), tree);
+}
+
+TEST(Packages, LeftoversOfTheCoreAreDeletedFirst)
+{
+    CPackageHost host;
     host.Add("Agent-Core-x.kzp", {{"core", "x"}});
     host.Add("Agent-Core-y.kzp.done", "x");
     host.Add("Agent-Core", "x");
     host.Add("agent-core-z", "stays");
     host.Add("Agent-Core-directory/x", "stays");
+    host.Run();
+    EXPECT_EQ(host.Events(), Lines{});
+    EXPECT_EQ(host.Tree(), (Lines{"Agent-Core-directory/",
+                                  "Agent-Core-directory/x", "agent-core-z"}));
+}
 
-    host.Add(good + ".kzu", {{"both", "x"},
-                             {"missing", "x"},
-                             {"gone/inside", "x"},
-                             ZipDirectory("gone/"),
-                             {"agent-core-q", "x"}});
-    host.Add(old + ".kzu", {{"lib/old.so", "x"}});
-    host.Add("evil.kzu", {{"agent-core-z", "x"}, {"../escaped", "x"}});
-    fs::create_symlink("/nonexistent", host.File("unreadable.kzu"));
-    host.Add("both", "removed first");
+TEST(Packages, RemovalDeletesTheFilesOfTheNames)
+{
+    CPackageHost host;
+    host.Add(RemovalOf(kOld), {{"old", ""}, {"missing", ""}});
+    host.Add("x.kzu", {{"gone/inside", ""}, ZipDirectory("gone/")});
+    host.Add("old", "removed");
     host.Add("gone/inside", "removed");
-    host.Add("lib/old.so", std::string("removed"));
+    host.Add("kept", "stays");
+    host.Run();
+    EXPECT_EQ(host.Events(), (Lines{Event(kRemoved, RemovalOf(kOld), "Old"),
+                                    Event(kRemoved, "x.kzu")}));
+    EXPECT_EQ(host.Problems(), Lines{});
+    EXPECT_EQ(host.Tree(), (Lines{"gone/", "kept"}));
+}
 
+TEST(Packages, RefusedRemovalsStayAndTouchNothing)
+{
+    CPackageHost host;
+    host.Add("evil.kzu", {{"kept", ""}, {"../escaped", ""}});
+    fs::create_symlink("/nonexistent", host.File("unreadable.kzu"));
+    host.Add("kept", "stays");
+    host.Run();
+    EXPECT_EQ(host.Events(), (Lines{Event(kNotRemoved, "evil.kzu"),
+                                    Event(kNotRemoved, "unreadable.kzu")}));
+    EXPECT_EQ(
+        host.Problems(),
+        (Lines{Refusal("evil.kzu", "entry '../escaped': its name leads out of "
+                                   "its directory"),
+               "WARNING Plugin file '@/unreadable.kzu' isn't readable"}));
+    EXPECT_EQ(host.Tree(), (Lines{"evil.kzu", "kept", "unreadable.kzu"}));
+}
+
+TEST(Packages, RemovalComesBeforeInstallation)
+{
+    CPackageHost host;
+    host.Add(kWidget, {{"both", "installed"}});
+    host.Add(RemovalOf(kWidget), {{"both", ""}});
     host.Run();
     EXPECT_EQ(host.Events(),
-              (Lines{"5105 5 Old|" + old + "|@/" + old + ".kzu",
-                     "5105 5 Widget|" + good + "|@/" + good + ".kzu",
-                     "5106 2 evil|evil|@/evil.kzu",
-                     "5106 2 unreadable|unreadable|@/unreadable.kzu",
-                     "5101 5 B|B|@/B.kzp", "5102 2 |Plugin--x|@/Plugin--x.kzp",
-                     "5102 2 Old|" + old + "|@/" + old + ".kzp",
-                     "5101 5 Widget|" + good + "|@/" + good + ".kzp",
-                     "5101 5 a|a|@/a.kzp", "5102 2 empty|empty|@/empty.kzp",
-                     "5102 2 torn|torn|@/torn.kzp",
-                     "5102 2 unreadable|unreadable|@/unreadable.kzp",
-                     "5102 2 wrong|wrong|@/wrong.kzp"}));
-    EXPECT_EQ(host.Heartbeat(), "true");
-
-    const Lines tree = {".hidden.kzp",
-                        "Agent-Core-directory/",
-                        "Agent-Core-directory/x",
-                        "B.kzp.done",
-                        "Plugin--x.kzp",
-                        old + ".kzp",
-                        good + ".kzp.done",
-                        "a",
-                        "a.kzp.done",
-                        "agent-core-z",
-                        "b",
-                        "before",
-                        "both",
-                        "directory.kzp/",
-                        "empty.kzp",
-                        "evil.kzu",
-                        "gone/",
-                        "shouting.KZP",
-                        "torn.kzp",
-                        "unreadable.kzp",
-                        "unreadable.kzu",
-                        "wrong.kzp"};
-    EXPECT_EQ(host.Tree(), tree);
+              (Lines{Event(kRemoved, RemovalOf(kWidget), "Widget"),
+                     Event(kInstalled, kWidget, "Widget")}));
     EXPECT_EQ(ReadFile(host.File("both")), "installed");
-    EXPECT_EQ(ReadFile(host.File("lib/widget.so")), "widget");
-    EXPECT_EQ(ReadFile(host.File("lib/wrong.so")), "old");
-    EXPECT_FALSE(FileExists(host.File("lib/old.so")));
-    EXPECT_FALSE(FileExists(host.File("../escaped")));
-    EXPECT_EQ(ReadFile(host.File(good + ".kzp.done")).substr(0, 2), "PK");
-
-    // What was refused is tried again; what was done is left alone.
-    const std::string escapes =
-        "entry '../escaped': its name leads out of its directory";
-    const std::string mismatch =
-        ".kzp' does not match KZA core version, not installing";
-    const std::string noDirectory = "no zip directory at its end: truncated or "
-                                    "not a zip archive";
-    host.Run();
-    EXPECT_EQ(
-        host.Events(),
-        (Lines{"5106 2 evil|evil|@/evil.kzu",
-               "5106 2 unreadable|unreadable|@/unreadable.kzu",
-               "5102 2 |Plugin--x|@/Plugin--x.kzp",
-               "5102 2 Old|" + old + "|@/" + old + ".kzp",
-               "5102 2 empty|empty|@/empty.kzp", "5102 2 torn|torn|@/torn.kzp",
-               "5102 2 unreadable|unreadable|@/unreadable.kzp",
-               "5102 2 wrong|wrong|@/wrong.kzp"}));
-    EXPECT_EQ(host.Heartbeat(), "true");
-    EXPECT_EQ(host.Tree(), tree);
-    EXPECT_EQ(host.Log(),
-              (Lines{"TRACE Removing files from @/evil.kzu",
-                     Refusal("evil.kzu", escapes),
-                     "WARNING Plugin file '@/unreadable.kzu' isn't readable",
-                     "TRACE Extracting files from @/Plugin--x.kzp",
-                     Refusal("Plugin--x.kzp", escapes),
-                     "WARNING Plugin file '@/" + old + mismatch,
-                     "TRACE Extracting files from @/empty.kzp",
-                     Refusal("empty.kzp", "the file is empty"),
-                     "TRACE Extracting files from @/torn.kzp",
-                     Refusal("torn.kzp", noDirectory),
-                     "WARNING Plugin file '@/unreadable.kzp' isn't readable",
-                     "TRACE Extracting files from @/wrong.kzp",
-                     "TRACE   extracting: before (5 bytes)",
-                     "TRACE   extracting: lib/wrong.so (3 bytes)",
-                     Refusal("wrong.kzp",
-                             "entry 'lib/wrong.so': its checksum is wrong")}));
+    EXPECT_EQ(host.Tree(), (Lines{std::string(kWidget) + ".done", "both"}));
 }
 
 TEST(Packages, TheTraceFollowsEveryStep)
@@ -194,7 +236,7 @@ TEST(Packages, OnlyRemovalAsksForAHeartbeatToo)
     CPackageHost host;
     host.Add("x.kzu", {{"nothing", ""}});
     host.Run();
-    EXPECT_EQ(host.Events(), Lines{"5105 5 x|x|@/x.kzu"});
+    EXPECT_EQ(host.Events(), Lines{Event(kRemoved, "x.kzu")});
     EXPECT_EQ(host.Heartbeat(), "true");
     EXPECT_EQ(host.Tree(), Lines{});
 }
@@ -224,7 +266,7 @@ TEST(Packages, TheRunningAgentCanBeReplaced)
                            ReadFile(host.File("lib/libkza_core.so")) + "new"};
     host.Add("Agent.kzp", {program, library});
     host.Run();
-    EXPECT_EQ(host.Events(), Lines{"5101 5 Agent|Agent|@/Agent.kzp"});
+    EXPECT_EQ(host.Events(), Lines{Event(kInstalled, "Agent.kzp")});
     EXPECT_TRUE(ReadFile(host.File("kz_agent")) == program.content);
     EXPECT_TRUE(ReadFile(host.File("lib/libkza_core.so")) == library.content);
 
@@ -238,14 +280,14 @@ TEST(Packages, APackageThatCannotBeMarkedCountsAsInstalled)
     host.Add("x.kzp", {{"x", "installed"}});
     host.Add("x.kzp.done/in the way", "x");
     host.Run();
-    EXPECT_EQ(host.Events(), Lines{"5101 5 x|x|@/x.kzp"});
+    EXPECT_EQ(host.Events(), Lines{Event(kInstalled, "x.kzp")});
     ASSERT_FALSE(host.Log().empty());
     EXPECT_EQ(host.Log().back(),
               "ERROR Unable to delete @/x.kzp (error 21: Is a directory)");
     EXPECT_EQ(ReadFile(host.File("x")), "installed");
     EXPECT_TRUE(FileExists(host.File("x.kzp")));
     host.Run();
-    EXPECT_EQ(host.Events(), Lines{"5101 5 x|x|@/x.kzp"});
+    EXPECT_EQ(host.Events(), Lines{Event(kInstalled, "x.kzp")});
 }
 
 TEST(Packages, ARemovalPackageThatCannotBeDeletedCountsAsApplied)
@@ -262,7 +304,7 @@ TEST(Packages, ARemovalPackageThatCannotBeDeletedCountsAsApplied)
         mount(package.c_str(), package.c_str(), nullptr, MS_BIND, nullptr);
     };
     host.Run(options);
-    EXPECT_EQ(host.Events(), Lines{"5105 5 x|x|@/x.kzu"});
+    EXPECT_EQ(host.Events(), Lines{Event(kRemoved, "x.kzu")});
     ASSERT_FALSE(host.Log().empty());
     EXPECT_EQ(host.Log().back(), "ERROR Unable to delete @/x.kzu (error 16: "
                                  "Device or resource busy)");
@@ -280,7 +322,7 @@ TEST(Packages, RemovalGoesNoFurtherThanTheDirectory)
     host.Add("b.kzu", {{"link", ""}});
     host.Run();
     EXPECT_EQ(host.Events(),
-              (Lines{"5106 2 a|a|@/a.kzu", "5105 5 b|b|@/b.kzu"}));
+              (Lines{Event(kNotRemoved, "a.kzu"), Event(kRemoved, "b.kzu")}));
     EXPECT_EQ(ReadFile(outside.File("secret")), "untouched");
     EXPECT_EQ(host.Tree(), (Lines{"a.kzu", "out"})) << "the link itself goes";
 }
@@ -293,7 +335,7 @@ TEST(Packages, RemovalLeavesWhatCannotBeRemoved)
     host.Add("file", "stays");
     host.Add("last", "removed");
     host.Run();
-    EXPECT_EQ(host.Events(), Lines{"5105 5 x|x|@/x.kzu"});
+    EXPECT_EQ(host.Events(), Lines{Event(kRemoved, "x.kzu")});
     EXPECT_EQ(host.Tree(), (Lines{"directory/", "directory/inside", "file"}));
 }
 
@@ -305,7 +347,7 @@ TEST(Packages, ADamagedEventDatabaseDoesNotStopThem)
     host.Add("b.kzp", {{"b", "b"}});
     host.Run();
     EXPECT_EQ(host.Events(),
-              (Lines{"5101 5 a|a|@/a.kzp", "5101 5 b|b|@/b.kzp"}));
+              (Lines{Event(kInstalled, "a.kzp"), Event(kInstalled, "b.kzp")}));
     EXPECT_EQ(host.Tree(), (Lines{"a", "a.kzp.done", "b", "b.kzp.done"}));
     int errors = 0;
     for (const std::string& line : host.Log())
