@@ -10,6 +10,7 @@
 #include "ApplTrace.h"
 #include "StandardError.h"
 
+#include "base/Bytes.h"
 #include "kza_core/Dom.h"
 #include "kza_core/LuaInterpreter.h"
 #include "kza_core/Profiler.h"
@@ -135,7 +136,7 @@ int CAgentApp::RunAppInit()
         const char* const reason = lua_tostring(L, -1);
         WriteToStandardError(
             "Error setting up Lua:\n" +
-            wxString::FromUTF8(reason == nullptr ? "" : reason) + "\n");
+            KzaCore::TextOfBytes(reason == nullptr ? "" : reason) + "\n");
         return status;
     }
     status =

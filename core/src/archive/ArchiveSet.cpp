@@ -2,6 +2,8 @@
 
 #include "archive/ArchiveSet.h"
 
+#include "base/Bytes.h"
+
 #include <wx/log.h>
 
 #include <algorithm>
@@ -129,9 +131,8 @@ void CArchiveSet::Open(std::size_t at)
         return;
     }
     if (!member.warned)
-        wxLogWarning("Archive '%s' is skipped: %s",
-                     wxString::FromUTF8(member.path.c_str()),
-                     wxString::FromUTF8(member.problem.c_str()));
+        wxLogWarning("Archive '%s' is skipped: %s", TextOfBytes(member.path),
+                     TextOfBytes(member.problem));
     member.warned = true;
 }
 

@@ -3,14 +3,13 @@
 #include "archive/EntryExtractor.h"
 
 #include "archive/PieceWriter.h"
+#include "base/Error.h"
 
 #include <sys/statvfs.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 
 namespace KzaCore
 {
@@ -30,12 +29,6 @@ constexpr std::uint64_t kLarge = 1 << 20;
 constexpr char kWrongChecksum[] = "its checksum is wrong";
 constexpr char kDamaged[] = "its compressed data are damaged";
 
-bool Fail(std::string& error, const char* reason)
-{
-    error = reason;
-    return false;
-}
-
 // Filling a file system only to find that it is full would hurt everybody else
 // on it.
 bool HasRoom(int file, std::uint64_t size, std::string& error)
@@ -47,9 +40,8 @@ bool HasRoom(int file, std::uint64_t size, std::string& error)
         static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
     if (size <= room)
         return true;
-    error = "it needs " + std::to_string(size) + " bytes where " +
-            std::to_string(room) + " are free";
-    return false;
+    return Fail(error, "it needs " + std::to_string(size) + " bytes where " +
+                           std::to_string(room) + " are free");
 }
 
 // One raw deflate stream, ended with the object.

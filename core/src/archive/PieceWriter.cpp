@@ -3,6 +3,7 @@
 #include "archive/PieceWriter.h"
 
 #include "archive/Inflate.h"
+#include "base/Error.h"
 
 #include <unistd.h>
 
@@ -34,11 +35,7 @@ bool WriteAll(int file,
         if (written < 0 && errno == EINTR)
             continue;
         if (written < 0)
-        {
-            error = "it cannot be written: " +
-                    std::generic_category().message(errno);
-            return false;
-        }
+            return FailBySystem(error, "it cannot be written");
         bytes += written;
         size -= static_cast<std::size_t>(written);
     }

@@ -7,6 +7,7 @@
 #include "archive/UnzipPlan.h"
 #include "archive/ZipFile.h"
 #include "base/Bytes.h"
+#include "base/Error.h"
 
 #include <wx/filename.h>
 #include <wx/log.h>
@@ -15,10 +16,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <system_error>
 
 namespace KzaCore
 {
@@ -28,11 +27,6 @@ namespace
 
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kPermissions = 0777; // without the set-id bits
-
-std::string SystemText(const char* what)
-{
-    return std::string(what) + ": " + std::generic_category().message(errno);
-}
 
 // The entry as the framework has it. Made once and filled for each, which
 // saves most of its cost.
@@ -111,8 +105,7 @@ std::string_view DirectoryOf(const SZipEntry& entry, std::string_view path)
 
 bool CUnzip::FailEntry(const SZipEntry& entry)
 {
-    m_error = "entry " + ShowName(entry.name) + ": " + m_error;
-    return false;
+    return Fail(m_error, "entry " + ShowName(entry.name) + ": " + m_error);
 }
 
 bool CUnzip::Run(const std::string& archive,
@@ -207,20 +200,14 @@ bool CUnzip::WriteFile(const SZipEntry& entry,
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     CDescriptor file(openat(directory, m_temporary.c_str(), kFlags, kFileMode));
     if (!file.IsOpen())
-    {
-        m_error = SystemText("it cannot be made");
-        return false;
-    }
+        return FailBySystem(m_error, "it cannot be made");
     if (!m_extractor.Extract(entry, data, file.Get(), m_error))
         return false;
     const mode_t mode = entry.UnixMode();
     if ((mode != 0 && fchmod(file.Get(), mode & kPermissions) != 0) ||
         !file.Close() ||
         renameat(directory, m_temporary.c_str(), directory, name) != 0)
-    {
-        m_error = SystemText("it cannot be put into its place");
-        return false;
-    }
+        return FailBySystem(m_error, "it cannot be put into its place");
     return true;
 }
 
@@ -253,7 +240,7 @@ bool CUnzip::SetDirectoryMode(const SZipEntry& entry, std::string& error)
                        ((status.st_mode & kPermissions) == mode ||
                         fchmod(directory, mode) == 0);
     if (!isSet && error.empty())
-        error = SystemText("its mode cannot be set");
+        FailBySystem(error, "its mode cannot be set");
     if (!isSet)
         error = "entry " + ShowName(entry.name) + ": " + error;
     return isSet;

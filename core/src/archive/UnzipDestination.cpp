@@ -2,6 +2,8 @@
 
 #include "archive/UnzipDestination.h"
 
+#include "base/Error.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +17,6 @@
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 namespace KzaCore
@@ -31,11 +32,6 @@ constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 constexpr char kPrefix[] = ".kza_unzip.";
 constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
-
-std::string SystemText(const std::string& what)
-{
-    return what + ": " + std::generic_category().message(errno);
-}
 
 std::string_view FirstComponent(std::string_view path)
 {
@@ -102,10 +98,8 @@ bool CUnzipDestination::Open(const std::string& path, std::string& error)
     if (!m_path.empty())
         m_root = CDescriptor(open(m_path.c_str(), kOpenDirectory));
     if (!m_root.IsOpen())
-    {
-        error = SystemText("the destination '" + path + "' cannot be opened");
-        return false;
-    }
+        return FailBySystem(error,
+                            "the destination '" + path + "' cannot be opened");
     NoteLeftovers();
     return true;
 }
@@ -206,7 +200,7 @@ CUnzipDestination::EStep CUnzipDestination::Step(std::string_view name,
     if (!make && code == ENOTDIR)
         return EStep::Missing;
     errno = code;
-    error = SystemText("the directory '" + component + "' cannot be entered");
+    FailBySystem(error, "the directory '" + component + "' cannot be entered");
     return EStep::Failed;
 }
 
@@ -219,7 +213,7 @@ CUnzipDestination::EStep CUnzipDestination::StepThroughLink(
     const std::string target = RealPath(TopPath() + "/" + std::string(name));
     if (target.empty())
     {
-        error = SystemText(link + " cannot be followed");
+        FailBySystem(error, link + " cannot be followed");
         return EStep::Failed;
     }
     const std::string inside = m_path == "/" ? m_path : m_path + "/";
@@ -242,7 +236,7 @@ CUnzipDestination::EStep CUnzipDestination::StepThroughLink(
     }
     if (next.IsOpen())
         return EStep::Done;
-    error = SystemText(link + " cannot be followed");
+    FailBySystem(error, link + " cannot be followed");
     return EStep::Failed;
 }
 

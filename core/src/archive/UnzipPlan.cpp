@@ -3,6 +3,7 @@
 #include "archive/UnzipPlan.h"
 
 #include "archive/NameHash.h"
+#include "base/Error.h"
 
 #include <sys/stat.h>
 
@@ -19,12 +20,6 @@ namespace KzaCore
 
 namespace
 {
-
-bool Fail(std::string& error, const char* reason)
-{
-    error = reason;
-    return false;
-}
 
 bool IsContinuation(unsigned char byte)
 {
@@ -88,8 +83,7 @@ bool CheckKind(const SZipEntry& entry, std::string& error)
 // Refuses an entry by its name.
 bool Refuse(std::string& error, std::string_view name, const std::string& why)
 {
-    error = "entry " + ShowName(name) + ": " + why;
-    return false;
+    return Fail(error, "entry " + ShowName(name) + ": " + why);
 }
 
 // What makes one entry impossible beside another.

@@ -4,6 +4,7 @@
 
 #include "archive/Inflate.h"
 #include "archive/NameHash.h"
+#include "base/Error.h"
 
 #include <cstring>
 
@@ -15,12 +16,6 @@ namespace
 
 // Whole contents are only read of entries that a program could want in memory.
 constexpr std::uint64_t kMaxWhole = 1ULL << 30;
-
-bool Fail(std::string& error, const char* reason)
-{
-    error = reason;
-    return false;
-}
 
 } // namespace
 

@@ -3,6 +3,7 @@
 #include "archive/ZipFile.h"
 
 #include "archive/Inflate.h"
+#include "base/Error.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 
 namespace KzaCore
 {
@@ -58,17 +58,6 @@ std::uint32_t Get32(const unsigned char* p)
 std::uint64_t Get64(const unsigned char* p)
 {
     return Get32(p) | static_cast<std::uint64_t>(Get32(p + 4)) << 32;
-}
-
-std::string SystemText(const char* what)
-{
-    return std::string(what) + ": " + std::generic_category().message(errno);
-}
-
-bool Fail(std::string& error, const char* reason)
-{
-    error = reason;
-    return false;
 }
 
 // The values of a zip64 extra field, in the order the format gives them; only
@@ -187,10 +176,7 @@ bool CZipFile::OpenFile(const std::string& path, std::string& error)
     m_file = CDescriptor(open(path.c_str(), kFlags));
     struct stat status = {};
     if (!m_file.IsOpen() || fstat(m_file.Get(), &status) != 0)
-    {
-        error = SystemText("cannot be opened");
-        return false;
-    }
+        return FailBySystem(error, "cannot be opened");
     if (!S_ISREG(status.st_mode))
         return Fail(error, "not a regular file");
     m_stamp = {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
@@ -210,10 +196,7 @@ bool CZipFile::ReadAt(std::uint64_t offset,
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-        {
-            error = SystemText("cannot be read");
-            return false;
-        }
+            return FailBySystem(error, "cannot be read");
         if (got == 0)
             return Fail(error, "the file ends too early");
         next += got;
@@ -334,10 +317,8 @@ bool CZipFile::Locate(const SZipEntry& entry,
         return Fail(error, "encrypted");
     if (entry.method != SZipEntry::kStored &&
         entry.method != SZipEntry::kDeflated)
-    {
-        error = "unknown compression method " + std::to_string(entry.method);
-        return false;
-    }
+        return Fail(error, "unknown compression method " +
+                               std::to_string(entry.method));
     if (entry.method == SZipEntry::kStored &&
         entry.compressedSize != entry.size)
         return Fail(error, "stored in another size than its own");
@@ -468,13 +449,8 @@ bool CZipWalk::Take(const unsigned char* record, std::string& error)
     const bool fits = whole && entry.offset <= limit &&
                       headers <= limit - entry.offset &&
                       entry.compressedSize <= limit - entry.offset - headers;
-    if (!fits)
-    {
-        error = "entry " + ShowName(entry.name) +
-                ": it lies outside of the archive";
-        return false;
-    }
-    return true;
+    return fits || Fail(error, "entry " + ShowName(entry.name) +
+                                   ": it lies outside of the archive");
 }
 
 } // namespace KzaCore

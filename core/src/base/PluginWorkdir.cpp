@@ -2,7 +2,9 @@
 
 #include "base/PluginWorkdir.h"
 
+#include "base/Bytes.h"
 #include "base/Descriptor.h"
+#include "base/Error.h"
 
 #include <wx/log.h>
 #include <wx/string.h>
@@ -81,7 +83,7 @@ bool MakePluginWorkdir(const wxString& work,
     if (reason == 0)
         return true;
     error.Printf("Unable to make the working directory %s (error %d: %s)", path,
-                 reason, wxSysErrorMsgStr(reason));
+                 reason, TextOfBytes(SystemErrorText(reason)));
     return false;
 }
 

@@ -5,6 +5,7 @@
 
 #include "kza_core/SqliteDatabase.h"
 
+#include "base/Bytes.h"
 #include "events/EventStore.h"
 #include "kza_core/Dom.h"
 
@@ -115,7 +116,7 @@ const SSetting* FindSetting(const std::string& name)
 
 void ApplySetting(const CDom& dom, const std::string& key, bool libraryRuns)
 {
-    const wxString shown = wxString::FromUTF8(key.c_str());
+    const wxString shown = TextOfBytes(key);
     const SSetting* const setting = FindSetting(key);
     if (setting == nullptr)
     {

@@ -2,6 +2,9 @@
 
 #include "log/DiskLog.h"
 
+#include "base/Bytes.h"
+#include "base/Error.h"
+
 #include <wx/log.h>
 
 #include <algorithm>
@@ -192,13 +195,15 @@ void CDiskLog::WriteOut(std::string_view line)
     }
     Append(line, now);
     if (const int reason = m_file.TakeRotationError())
-        Warn("Unable to rotate the log: " + wxSysErrorMsgStr(reason), now);
+        Warn("Unable to rotate the log: " +
+                 TextOfBytes(SystemErrorText(reason)),
+             now);
 }
 
 bool CDiskLog::TellLost(std::time_t now)
 {
     const wxString text =
-        Records(m_lost) + " lost: " + wxSysErrorMsgStr(m_lostError);
+        Records(m_lost) + " lost: " + TextOfBytes(SystemErrorText(m_lostError));
     const CLogLine line({ELogLevel::Warning, {}, View(text), now});
     if (const int error = m_file.Append(line.Text(), now))
     {
@@ -243,9 +248,8 @@ void CDiskLog::Complain(int error)
     if (m_complained)
         return;
     m_complained = true;
-    const std::string reason = wxSysErrorMsgStr(error).utf8_string();
     Put(STDERR_FILENO, m_appName + ": cannot write the log " + m_file.Path() +
-                           ": " + reason + "\n");
+                           ": " + SystemErrorText(error) + "\n");
 }
 
 void CDiskLog::FlushKept()

@@ -4,6 +4,8 @@
 
 #include "archive/Inflate.h"
 #include "archive/ZipArchive.h"
+#include "base/Bytes.h"
+#include "base/Error.h"
 #include "kza_core/Unzip.h"
 #include "lua/LuaGuard.h"
 
@@ -39,9 +41,9 @@ constexpr int kDeflateLevel = 12;
 // nil and "path: the system's text", as Lua's io library answers.
 int PushSystemError(lua_State* L, const char* path)
 {
-    const int error = errno;
+    const std::string text = SystemErrorText(errno);
     lua_pushnil(L);
-    lua_pushfstring(L, "%s: %s", path, std::strerror(error));
+    lua_pushfstring(L, "%s: %s", path, text.c_str());
     return 2;
 }
 
@@ -215,9 +217,9 @@ bool LeaveOutCB(void* /*context*/,
 // apart in that directory, else nil and what it would log. Writes nothing.
 int CheckPackage(lua_State* L)
 {
-    const wxFileName archive(wxString::FromUTF8(CheckPath(L, 1)));
+    const wxFileName archive(TextOfBytes(CheckPath(L, 1)));
     const wxFileName directory =
-        wxFileName::DirName(wxString::FromUTF8(CheckPath(L, 2)));
+        wxFileName::DirName(TextOfBytes(CheckPath(L, 2)));
 
     CReasonLog log;
     wxLog* const usual = wxLog::SetThreadActiveTarget(&log);

@@ -2,6 +2,7 @@
 
 #include "kza_core/LuaInterpreter.h"
 
+#include "base/Bytes.h"
 #include "crash/CrashLua.h"
 #include "lua/LuaHost.h"
 #include "lua/LuaProcess.h"
@@ -152,12 +153,7 @@ int CLuaInterpreter::RunScript(wxInputStream& in,
 
 wxString CLuaInterpreter::GetErrorInfo() const
 {
-    // A message may quote bytes that are not UTF-8; they are shown one by one.
-    const wxString text =
-        wxString::FromUTF8(m_errorInfo.data(), m_errorInfo.size());
-    return text.empty() && !m_errorInfo.empty()
-               ? wxString(m_errorInfo.c_str(), wxConvISO8859_1)
-               : text;
+    return TextOfBytes(m_errorInfo); // a message may quote any bytes
 }
 
 // As Lua's own print, but to where the running chunk's output goes. Through

@@ -2,7 +2,9 @@
 
 #include "kza_core/Execute.h"
 
+#include "base/Bytes.h"
 #include "base/Descriptor.h"
+#include "base/Error.h"
 #include "process/Spawn.h"
 
 #include <wx/string.h>
@@ -10,7 +12,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -37,14 +38,6 @@ std::vector<std::string> Words(const wxString& program,
     while (tokens.HasMoreTokens())
         words.emplace_back(tokens.GetNextToken().fn_str());
     return words;
-}
-
-// The program wrote bytes: UTF-8 by convention, shown one by one if not.
-wxString Decode(const std::string& bytes)
-{
-    const wxString text = wxString::FromUTF8(bytes.data(), bytes.size());
-    return text.empty() ? wxString(bytes.data(), wxConvISO8859_1, bytes.size())
-                        : text;
 }
 
 // Reads the program's output until nobody can write to it any more, or the
@@ -122,11 +115,11 @@ bool Execute(const wxString& program,
 {
     std::string bytes;
     const int status = Run(Words(program, arguments), bytes);
-    output = Decode(bytes);
+    output = TextOfBytes(bytes);
     result = 0;
     error.clear();
     if (status == -1)
-        error = wxString(strerror(errno), wxConvLibc);
+        error = TextOfBytes(SystemErrorText(errno));
     else if (WIFSIGNALED(status))
         error.Printf("killed by signal %d", WTERMSIG(status));
     else if (WEXITSTATUS(status) != 0)
