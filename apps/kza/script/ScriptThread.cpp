@@ -11,6 +11,7 @@
 #include "StandardError.h"
 
 #include "base/Bytes.h"
+#include "base/SignalSet.h"
 #include "kza_core/Dom.h"
 #include "kza_core/LuaInterpreter.h"
 #include "kza_core/Profiler.h"
@@ -25,17 +26,9 @@
 namespace
 {
 
-sigset_t TermSignal()
-{
-    sigset_t term;
-    sigemptyset(&term);
-    sigaddset(&term, SIGTERM);
-    return term;
-}
-
 void AwaitTermSignal()
 {
-    const sigset_t term = TermSignal();
+    const sigset_t term = KzaCore::SignalSet({SIGTERM});
     int signal = 0;
     profiler_idle();
     const int error = sigwait(&term, &signal);
@@ -100,7 +93,7 @@ int CAgentApp::OnRunScript()
     m_stopWatch->Disarm();
     AwaitTermSignal();
     status = RunAppShutdown();
-    const sigset_t term = TermSignal();
+    const sigset_t term = KzaCore::SignalSet({SIGTERM});
     pthread_sigmask(SIG_UNBLOCK, &term, nullptr);
     return status;
 }

@@ -10,12 +10,12 @@
 
 #include "AgentApp.h"
 
+#include "base/ProcessAlive.h"
 #include "kza_core/Dom.h"
 #include "kza_core/PidFile.h"
 
 #include <wx/log.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -33,7 +33,7 @@ bool IsOwned(const wxString& pidFile)
     const int pid = KzaCore::ReadPidFile(pidFile);
     if (pid == 0)
         return false;
-    if (kill(pid, 0) == 0 || errno != ESRCH)
+    if (KzaCore::IsProcessAlive(pid))
         return true;
     wxLogVerbose("%.128s present (pid=%d), but doesn't seem to be running.",
                  pidFile, pid);

@@ -9,9 +9,10 @@
 #include "AgentApp.h"
 #include "Version.h"
 
+#include "base/SignalSet.h"
+
 #include <wx/log.h>
 
-#include <csignal>
 #include <cstdlib>
 
 int CAgentApp::OnRun()
@@ -33,9 +34,7 @@ void CAgentApp::RunScriptApp()
 {
     // Before any other thread exists, so that all of them inherit it: SIGTERM
     // stays pending until the script thread takes it with sigwait().
-    sigset_t term;
-    sigemptyset(&term);
-    sigaddset(&term, SIGTERM);
+    const sigset_t term = KzaCore::SignalSet({SIGTERM});
     sigprocmask(SIG_BLOCK, &term, nullptr);
 
     CScriptThread thread;

@@ -8,6 +8,8 @@
 
 #include "AgentApp.h"
 
+#include "base/SignalSet.h"
+
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -36,7 +38,7 @@ void Install(int signal, void (*handler)(int), int flags)
     };
     action.sa_handler = handler;
     action.sa_flags = flags;
-    sigemptyset(&action.sa_mask);
+    action.sa_mask = KzaCore::SignalSet({});
     sigaction(signal, &action, nullptr);
 }
 
@@ -67,10 +69,7 @@ void InstallSignalDispositions()
     Install(KzaCore::CRunnable::SigThreadDelete, KzaSignalHandler, 0);
     Install(SIGHUP, SIG_IGN, SA_RESTART);
 
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
+    const sigset_t stop = KzaCore::SignalSet({SIGINT, SIGTERM});
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
     Install(SIGALRM, KzaSignalHandler, 0);
@@ -87,7 +86,8 @@ void InstallStopRelay(const wxString& pidFile)
     };
     action.sa_sigaction = pass_signal;
     action.sa_flags = SA_SIGINFO; // no SA_RESTART: the wait must notice
-    sigemptyset(&action.sa_mask); // the signal itself is blocked all the same
+    // Without the signal itself, which is blocked all the same.
+    action.sa_mask = KzaCore::SignalSet({});
     sigaction(SIGTERM, &action, nullptr);
 }
 

@@ -11,6 +11,8 @@
 
 #include "service/RestartPolicy.h"
 
+#include "base/ProcessAlive.h"
+#include "base/SignalSet.h"
 #include "kza_core/Execute.h"
 #include "kza_core/PidFile.h"
 #include "kza_core/TimerSlack.h"
@@ -153,9 +155,7 @@ class CStopHeldBack
 public:
     CStopHeldBack()
     {
-        sigset_t stop;
-        sigemptyset(&stop);
-        sigaddset(&stop, SIGTERM);
+        const sigset_t stop = KzaCore::SignalSet({SIGTERM});
         sigprocmask(SIG_BLOCK, &stop, &m_previous);
     }
 
@@ -177,9 +177,7 @@ private:
 
 void BlockChildSignal()
 {
-    sigset_t child;
-    sigemptyset(&child);
-    sigaddset(&child, SIGCHLD);
+    const sigset_t child = KzaCore::SignalSet({SIGCHLD});
     sigprocmask(SIG_BLOCK, &child, nullptr);
 }
 
@@ -261,7 +259,7 @@ std::optional<int> DecideAfter(int status)
 bool NamesAnotherAgent(const wxString& pidFile)
 {
     const int pid = KzaCore::ReadPidFile(pidFile);
-    return pid != 0 && pid != getpid() && (kill(pid, 0) == 0 || errno != ESRCH);
+    return pid != 0 && pid != getpid() && KzaCore::IsProcessAlive(pid);
 }
 
 void RemovePidFile(const wxString& pidFile)

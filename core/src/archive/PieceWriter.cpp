@@ -4,12 +4,12 @@
 
 #include "archive/Inflate.h"
 #include "base/Error.h"
+#include "base/SignalSet.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <system_error>
 
 namespace KzaCore
@@ -56,9 +56,8 @@ CPieceWriter::~CPieceWriter()
 
 void CPieceWriter::Start()
 {
-    sigset_t all;
+    const sigset_t all = AllSignalsBut({});
     sigset_t before;
-    sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     try
     {

@@ -3,6 +3,7 @@
 #include "archive/UnzipDestination.h"
 
 #include "base/Error.h"
+#include "base/ProcessAlive.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,7 +13,6 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -66,8 +66,7 @@ bool IsLeftover(const char* name)
         return false;
     const long owner = std::strtol(name + kPrefixLength, nullptr, 10);
     return owner > 0 &&
-           (owner == getpid() ||
-            (kill(static_cast<pid_t>(owner), 0) != 0 && errno == ESRCH));
+           (owner == getpid() || !IsProcessAlive(static_cast<pid_t>(owner)));
 }
 
 bool MakeDirectories(const std::string& path)

@@ -5,6 +5,7 @@
 
 #include "kza_core/CrashHandler.h"
 
+#include "base/ProcessAlive.h"
 #include "crash/CrashPlan.h"
 #include "crash/CrashStack.h"
 #include "crash/CrashText.h"
@@ -14,9 +15,7 @@
 #include <wx/filename.h>
 #include <wx/log.h>
 
-#include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -107,7 +106,7 @@ void RemoveLeftovers(int directory, const char* dumpName)
     while (const dirent* const entry = readdir(listing))
     {
         const pid_t owner = OwnerOfUnfinished(entry->d_name, dumpName);
-        if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH)
+        if (owner > 0 && !IsProcessAlive(owner))
             unlinkat(directory, entry->d_name, 0);
     }
     closedir(listing);

@@ -2,6 +2,7 @@
 
 #include "kza_core/Runnable.h"
 
+#include "base/SignalSet.h"
 #include "process/ThreadLog.h"
 #include "process/WakeUp.h"
 
@@ -33,7 +34,7 @@ void EnsureWakeUpHandler()
         return;
     action.sa_handler = WakeUpSignalCB;
     action.sa_flags = 0; // no SA_RESTART: the call must return
-    sigemptyset(&action.sa_mask);
+    action.sa_mask = SignalSet({});
     sigaction(CRunnable::SigThreadDelete, &action, nullptr);
 }
 

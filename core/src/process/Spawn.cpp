@@ -2,6 +2,7 @@
 
 #include "process/Spawn.h"
 
+#include "base/SignalSet.h"
 #include "process/SpawnCloseFrom.h"
 
 #include <cerrno>
@@ -20,13 +21,11 @@ CSpawn::CSpawn()
     posix_spawnattr_init(&m_attributes);
     posix_spawn_file_actions_init(&m_actions);
 
-    sigset_t signals;
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&m_attributes, &signals);
-    sigfillset(&signals);
-    sigdelset(&signals, SIGKILL); // these two have no other disposition
-    sigdelset(&signals, SIGSTOP);
-    posix_spawnattr_setsigdefault(&m_attributes, &signals);
+    const sigset_t blocked = SignalSet({});
+    posix_spawnattr_setsigmask(&m_attributes, &blocked);
+    // These two have no other disposition.
+    const sigset_t defaults = AllSignalsBut({SIGKILL, SIGSTOP});
+    posix_spawnattr_setsigdefault(&m_attributes, &defaults);
     posix_spawnattr_setflags(&m_attributes,
                              POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 }

@@ -9,6 +9,7 @@
 
 #include "crash/linux/CrashSignals.h"
 
+#include "base/SignalSet.h"
 #include "crash/CrashText.h"
 
 #include <cerrno>
@@ -119,9 +120,7 @@ extern "C" void HoldExitDuringCrashCB()
     if (g_helper > 0)
         kill(g_helper, SIGKILL);
     SetDisposition(signal, SIG_DFL);
-    sigset_t unblocked;
-    sigemptyset(&unblocked);
-    sigaddset(&unblocked, signal);
+    const sigset_t unblocked = SignalSet({signal});
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     syscall(SYS_tgkill, getpid(), gettid(), signal);
     // The first process of a container survives that.
@@ -139,9 +138,7 @@ void DieOnReturn(int signal, siginfo_t* info)
     if (getpid() == 1)
         DieNow(signal);
     SetDisposition(signal, SIG_DFL);
-    sigset_t blocked;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, signal);
+    const sigset_t blocked = SignalSet({signal});
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     if (syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, info) != 0)
         DieNow(signal);
@@ -275,9 +272,7 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
     // A fault inside the handler comes back to it, so that the process still
     // dies of the first signal.
     action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
-    sigfillset(&action.sa_mask);
-    for (const int signal : kCrashSignals)
-        sigdelset(&action.sa_mask, signal);
+    action.sa_mask = AllSignalsBut(kCrashSignals);
     for (const int signal : kCrashSignals)
         if (sigaction(signal, &action, nullptr) != 0)
             return false;

@@ -18,6 +18,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdint>
+#include <initializer_list>
 
 #include <sys/types.h>
 #include <sys/ucontext.h>
@@ -26,8 +27,8 @@ namespace KzaCore
 {
 
 /// The signals of a fault.
-inline constexpr int kCrashSignals[] = {SIGSEGV, SIGBUS,  SIGILL,
-                                        SIGFPE,  SIGTRAP, SIGABRT};
+inline constexpr std::initializer_list<int> kCrashSignals = {
+    SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT};
 
 /// What the handler knows. Lives on the handler's stack; the helper has a
 /// copy at the same address.

@@ -2,7 +2,8 @@
 
 #include "kza_core/PendingSignal.h"
 
-#include <csignal>
+#include "base/SignalSet.h"
+
 #include <sys/signalfd.h>
 
 namespace KzaCore
@@ -10,9 +11,7 @@ namespace KzaCore
 
 int OpenPendingSignal(int signal)
 {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signal);
+    const sigset_t set = SignalSet({signal});
     return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
