@@ -52,12 +52,20 @@ enum class ELogLevel
     Trace
 };
 
+/// Whether `log.console` repeats a record on standard error.
+enum class EConsole
+{
+    Repeat,
+    Leave ///< the text stands there already
+};
+
 /// Writes one record straight to the disk log, past the framework, with the
 /// framework's threshold for the level applied.
 ///
 /// \param component  Empty for the default component.
 KZA_API void LogToDisk(ELogLevel level,
                        const wxString& component,
-                       const wxString& text);
+                       const wxString& text,
+                       EConsole console = EConsole::Repeat);
 
 } // namespace KzaCore

@@ -136,21 +136,21 @@ void CDiskLog::Write(const LogEntry& entry)
     if (line.Text().empty())
         Lose(ENOMEM);
     else
-        Deliver(line.Text());
+        Deliver(line.Text(), entry.console);
 }
 
-void CDiskLog::Deliver(std::string_view line)
+void CDiskLog::Deliver(std::string_view line, EConsole console)
 {
     if (!m_placeKnown)
     {
-        Keep(line);
+        Keep(line, console);
         return;
     }
     WriteKept();
-    WriteOut(line);
+    WriteOut(line, console);
 }
 
-void CDiskLog::Keep(std::string_view line)
+void CDiskLog::Keep(std::string_view line, EConsole console)
 {
     // The first ones tell more about a start that fails than the last.
     if (m_kept.size() == kMostKept ||
@@ -159,7 +159,7 @@ void CDiskLog::Keep(std::string_view line)
         ++m_dropped;
         return;
     }
-    m_kept.emplace_back(line);
+    m_kept.push_back({std::string(line), console});
     m_keptBytes += line.size();
 }
 
@@ -173,8 +173,8 @@ void CDiskLog::WriteKept()
         Complain(error); // and keep them
         return;
     }
-    for (const std::string& line : m_kept)
-        Append(line, now);
+    for (const SKept& kept : m_kept)
+        Append(kept.line, kept.console, now);
     m_kept = {};
     m_keptBytes = 0;
     if (m_dropped > 0)
@@ -184,16 +184,16 @@ void CDiskLog::WriteKept()
     m_dropped = 0;
 }
 
-void CDiskLog::WriteOut(std::string_view line)
+void CDiskLog::WriteOut(std::string_view line, EConsole console)
 {
     const std::time_t now = std::time(nullptr);
     if (m_lost > 0 && !TellLost(now))
     {
         Lose(m_lostError);
-        Repeat(line);
+        Repeat(line, console);
         return;
     }
-    Append(line, now);
+    Append(line, console, now);
     if (const int reason = m_file.TakeRotationError())
         Warn("Unable to rotate the log: " +
                  TextOfBytes(SystemErrorText(reason)),
@@ -212,26 +212,26 @@ bool CDiskLog::TellLost(std::time_t now)
     }
     m_lost = 0;
     m_complained = false;
-    Repeat(line.Text());
+    Repeat(line.Text(), EConsole::Repeat);
     return true;
 }
 
 void CDiskLog::Warn(const wxString& text, std::time_t now)
 {
     const CLogLine line({ELogLevel::Warning, {}, View(text), now});
-    Append(line.Text(), now);
+    Append(line.Text(), EConsole::Repeat, now);
 }
 
-void CDiskLog::Append(std::string_view line, std::time_t now)
+void CDiskLog::Append(std::string_view line, EConsole console, std::time_t now)
 {
     if (const int error = m_file.Append(line, now))
         Lose(error);
-    Repeat(line);
+    Repeat(line, console);
 }
 
-void CDiskLog::Repeat(std::string_view line) const
+void CDiskLog::Repeat(std::string_view line, EConsole console) const
 {
-    if (m_console)
+    if (m_console && console == EConsole::Repeat)
         Put(STDERR_FILENO, line);
 }
 
@@ -262,8 +262,9 @@ void CDiskLog::FlushKept()
     const std::unique_lock guard(m_lock, std::try_to_lock);
     if (!guard.owns_lock())
         return;
-    for (const std::string& line : m_kept)
-        Put(STDERR_FILENO, line);
+    for (const SKept& kept : m_kept)
+        if (kept.console == EConsole::Repeat)
+            Put(STDERR_FILENO, kept.line);
     m_kept.clear();
 }
 

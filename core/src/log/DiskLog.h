@@ -4,9 +4,9 @@
 // LogTrace().
 //
 // Records made before the place of the file is known are kept and written
-// first; when the process ends before that, they go to standard error. Records
-// that the file could not take are counted, and the count is logged when it
-// can again.
+// first; when the process ends before that, they go to standard error unless
+// their text stands there already. Records that the file could not take are
+// counted, and the count is logged when it can again.
 //
 // Threads: any. One lock covers file and settings; nothing is called from
 // under it that could log. A record made while its thread is inside the log,
@@ -66,14 +66,20 @@ public:
     void AfterForkInChild();
 
 private:
-    void Deliver(std::string_view line);
-    void Keep(std::string_view line);
+    struct SKept
+    {
+        std::string line;
+        EConsole console;
+    };
+
+    void Deliver(std::string_view line, EConsole console);
+    void Keep(std::string_view line, EConsole console);
     void WriteKept();
-    void WriteOut(std::string_view line);
+    void WriteOut(std::string_view line, EConsole console);
     bool TellLost(std::time_t now);
     void Warn(const wxString& text, std::time_t now);
-    void Append(std::string_view line, std::time_t now);
-    void Repeat(std::string_view line) const;
+    void Append(std::string_view line, EConsole console, std::time_t now);
+    void Repeat(std::string_view line, EConsole console) const;
     void Lose(int error);
     void Complain(int error);
 
@@ -84,7 +90,7 @@ private:
     bool m_console = false;
     bool m_complained = false; // that the file cannot be opened
 
-    std::vector<std::string> m_kept;
+    std::vector<SKept> m_kept;
     std::size_t m_keptBytes = 0;
     std::uint64_t m_dropped = 0; // there was no room to keep them
 

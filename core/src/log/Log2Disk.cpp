@@ -95,11 +95,16 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
     ProcessLog().Write(entry);
 }
 
-void LogToDisk(ELogLevel level, const wxString& component, const wxString& text)
+void LogToDisk(ELogLevel level,
+               const wxString& component,
+               const wxString& text,
+               EConsole console)
 {
-    if (IsAdmitted(level))
-        ProcessLog().Write(
-            {level, View(component), View(text), std::time(nullptr)});
+    if (!IsAdmitted(level))
+        return;
+    LogEntry entry = {level, View(component), View(text), std::time(nullptr)};
+    entry.console = console;
+    ProcessLog().Write(entry);
 }
 
 } // namespace KzaCore

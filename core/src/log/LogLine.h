@@ -39,6 +39,7 @@ struct LogEntry
     std::time_t time;
     const LogPosition* position = nullptr; // shown before the text
     bool ownThread = true; // false: of another thread, shown as number 0
+    EConsole console = EConsole::Repeat;
 };
 
 /// Keeps other threads from the C library's time zone across a fork.

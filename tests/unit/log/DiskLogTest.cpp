@@ -73,9 +73,13 @@ struct SPlace
     }
 };
 
-void Put(CDiskLog& log, const std::wstring& text)
+void Put(CDiskLog& log,
+         const std::wstring& text,
+         EConsole console = EConsole::Repeat)
 {
-    log.Write({ELogLevel::Message, L"Test", text, std::time(nullptr)});
+    LogEntry entry = {ELogLevel::Message, L"Test", text, std::time(nullptr)};
+    entry.console = console;
+    log.Write(entry);
 }
 
 // Directs the process's own log, as the application's keys would.
@@ -233,6 +237,34 @@ TEST(DiskLog, EndOfTheProcessInASignalHandlerInsideTheLogDoesNotHang)
     }
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST(DiskLogDeathTest, WhatStandsOnStandardErrorIsNotRepeatedThere)
+{
+    const SPlace place;
+    EXPECT_EXIT(
+        {
+            CDiskLog log;
+            Put(log, L"kept", EConsole::Leave);
+            LogSettings settings = place.Settings();
+            settings.console = true;
+            log.Configure(settings);
+            Put(log, L"said", EConsole::Leave);
+            Put(log, L"told");
+            _exit(ReadLines(place.log).size() == 3 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "^[^\n]*MESSAGE Test: told\n$");
+}
+
+TEST(DiskLogDeathTest, AnEndBeforeThePlaceIsKnownSaysNothingTwice)
+{
+    EXPECT_EXIT(
+        {
+            LogToDisk(ELogLevel::Error, "Early", "said", EConsole::Leave);
+            LogToDisk(ELogLevel::Error, "Early", "told");
+            exit(7);
+        },
+        testing::ExitedWithCode(7), "^[^\n]*ERROR Early: told\n$");
 }
 
 TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
