@@ -7,8 +7,6 @@
 #include <wx/log.h>
 
 #include <algorithm>
-#include <functional>
-#include <new>
 
 namespace KzaCore
 {
@@ -33,35 +31,7 @@ std::vector<std::string> Split(const std::string& list)
     return parts;
 }
 
-// A power of two, large enough for the few thousand names of many archives.
-constexpr std::size_t kHintWords = 16384;
-
-std::size_t HintWordOf(std::string_view name)
-{
-    return std::hash<std::string_view>()(name) & (kHintWords - 1);
-}
-
 } // namespace
-
-void CArchiveSet::CHints::Add(std::size_t member, const CZipArchive& archive)
-{
-    if (m_words == nullptr)
-        m_words.reset(static_cast<std::uint64_t*>(
-            std::calloc(kHintWords, sizeof(std::uint64_t))));
-    if (m_words == nullptr)
-        throw std::bad_alloc();
-    for (const SZipEntry& entry : archive.Entries())
-        m_words[HintWordOf(entry.name)] |= Bit(member);
-}
-
-std::uint64_t CArchiveSet::CHints::Of(
-    const std::vector<std::string>& names) const
-{
-    std::uint64_t bits = 0;
-    for (const std::string& name : names)
-        bits |= m_words == nullptr ? 0 : m_words[HintWordOf(name)];
-    return bits;
-}
 
 void CArchiveSet::SetPaths(const std::string& list)
 {
@@ -70,18 +40,17 @@ void CArchiveSet::SetPaths(const std::string& list)
     m_list = list;
     auto old = std::move(m_members);
     m_members.clear();
-    m_hints.Clear();
     for (std::string& path : Split(list))
     {
-        const auto kept = std::find_if(old.begin(), old.end(),
-                                       [&path](const SMember& member)
-                                       { return member.path == path; });
+        const auto isIt = [&path](const SMember& member)
+        { return member.path == path; };
+        if (std::any_of(m_members.begin(), m_members.end(), isIt))
+            continue;
+        const auto kept = std::find_if(old.begin(), old.end(), isIt);
         SMember member;
         if (kept != old.end())
             member = std::move(*kept);
         member.path = std::move(path);
-        if (member.archive != nullptr)
-            m_hints.Add(m_members.size(), *member.archive);
         m_members.push_back(std::move(member));
     }
 }
@@ -127,7 +96,6 @@ void CArchiveSet::Open(std::size_t at)
     if (member.archive->Open(member.path, member.problem))
     {
         member.warned = false;
-        m_hints.Add(at, *member.archive);
         return;
     }
     if (!member.warned)
@@ -161,15 +129,11 @@ bool CArchiveSet::RefreshAll()
 std::size_t CArchiveSet::Find(const std::vector<std::string>& names,
                               const SZipEntry*& entry)
 {
-    const std::uint64_t hints = m_hints.Of(names);
     for (std::size_t at = 0; at < m_members.size(); ++at)
     {
         const SMember& member = m_members[at];
-        const bool isNew = member.archive == nullptr;
-        if (isNew)
+        if (member.archive == nullptr)
             Open(at);
-        else if ((hints & CHints::Bit(at)) == 0)
-            continue;
         if (!member.IsUsable())
             continue;
         for (const std::string& name : names)

@@ -16,11 +16,8 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace KzaCore
@@ -36,7 +33,8 @@ public:
         Broken ///< there, but its bytes cannot be had
     };
 
-    /// Sets the archives: paths joined by ";". Those that stay are kept open.
+    /// Sets the archives: paths joined by ";". Those that stay are kept open. A
+    /// path that comes a second time counts once, at its first place.
     void SetPaths(const std::string& list);
 
     /// Reads the first of the named entries that an archive holds, trying all
@@ -70,37 +68,6 @@ private:
         }
     };
 
-    // Tells without a look into them which archives cannot hold a name: each
-    // archive has a bit, set in the word that the name's hash chooses. Most of
-    // many archives are passed over for the price of one look into memory.
-    class CHints
-    {
-    public:
-        void Clear() { m_words.reset(); }
-        void Add(std::size_t member, const CZipArchive& archive);
-
-        /// The bits of the archives that may hold one of the names.
-        [[nodiscard]] std::uint64_t Of(
-            const std::vector<std::string>& names) const;
-
-        /// The bit of an archive; the first one beyond the word's bits shares
-        /// that of the first.
-        [[nodiscard]] static std::uint64_t Bit(std::size_t member)
-        {
-            return std::uint64_t(1) << (member % 64);
-        }
-
-    private:
-        struct Free
-        {
-            void operator()(std::uint64_t* words) const { std::free(words); }
-        };
-
-        // Null before the first archive. From calloc(), which leaves the words
-        // that no name chooses untouched and so without memory.
-        std::unique_ptr<std::uint64_t[], Free> m_words;
-    };
-
     void Open(std::size_t member);
     bool Refresh(std::size_t member);
     bool RefreshAll();
@@ -113,7 +80,6 @@ private:
 
     std::string m_list;
     std::vector<SMember> m_members;
-    CHints m_hints; // of the members that are open
     std::chrono::steady_clock::time_point m_lastRefresh{};
 };
 

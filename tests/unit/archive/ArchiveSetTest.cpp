@@ -4,6 +4,7 @@
 
 #include "archive/ArchiveSet.h"
 
+#include "support/CollectedLog.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -91,7 +92,6 @@ TEST(ArchiveSet, AllNamesAreTriedInOneArchiveFirst)
 
 TEST(ArchiveSet, EveryOneOfManyArchivesIsLookedInto)
 {
-    // More than there are bits to tell them apart.
     constexpr int kCount = 150;
     const CTempDir place;
     std::string list;
@@ -137,6 +137,23 @@ TEST(ArchiveSet, ArchiveThatAppearsLaterIsUsed)
     EXPECT_EQ(Read(set, {"a"}), "missing");
     Make(place, "one", {{"a", "1"}});
     EXPECT_EQ(Read(set, {"a"}), "1");
+}
+
+TEST(ArchiveSet, BrokenArchiveListedTwiceIsWarnedOfOnce)
+{
+    const CTempDir place;
+    const std::string broken = place.File("broken");
+    TestSupport::WriteFile(broken, "no archive");
+    const std::string good = Make(place, "good", {{"a", "1"}});
+    const TestSupport::CCollectedLog log;
+    CArchiveSet set;
+    set.SetPaths(broken + ";" + good + ";" + broken);
+    EXPECT_EQ(Read(set, {"a"}), "1");
+    EXPECT_EQ(Read(set, {"b"}), "missing");
+    ASSERT_EQ(log.m_texts.size(), 1U);
+    EXPECT_EQ(log.m_texts[0].find("Archive '" + broken + "' is skipped: "), 0U);
+    EXPECT_EQ(set.DescribeMiss({"b"}).find(broken),
+              set.DescribeMiss({"b"}).rfind(broken));
 }
 
 TEST(ArchiveSet, MissNamesEveryPlace)
