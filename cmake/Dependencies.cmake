@@ -4,6 +4,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(OpenSSL REQUIRED)
+find_package(nlohmann_json REQUIRED)
 pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2-c++)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(ZLIB REQUIRED IMPORTED_TARGET zlib)

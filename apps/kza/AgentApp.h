@@ -9,6 +9,7 @@
 
 #pragma once
 
+#include "control/ControlSocket.h"
 #include "script/MainLoop.h"
 #include "service/StopWatch.h"
 #include "startup/ProcessLocale.h"
@@ -154,6 +155,7 @@ private:
     bool Daemonize(int& status);      // Daemon.cpp
     int RunWatchdog();                // Watchdog.cpp
     [[noreturn]] void RunScriptApp(); // Run.cpp
+    void OpenControlSocket();         // Run.cpp
 
     // Steps of the watchdog (Watchdog.cpp).
     int SuperviseWorkers();
@@ -179,6 +181,9 @@ private:
     // the join.
     CMainLoopProgress m_loopProgress;
     std::unique_ptr<CMainLoop> m_loop;
+
+    // With the setting control.socket; served by the loop.
+    std::unique_ptr<CControlSocket> m_control;
 };
 
 /// The thread on which the application script lives.

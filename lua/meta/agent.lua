@@ -149,6 +149,7 @@ function Dom:ReadArchive(name) end
 ---| "log.maxsize"         # integer: bytes of the log before it rotates
 ---| "log.keep"            # integer: older logs that are kept
 ---| "log.console"         # boolean: repeat the log on standard error
+---| "control.socket"      # boolean: answer operators through a socket, from the start on
 
 -- Globals --------------------------------------------------------------------
 

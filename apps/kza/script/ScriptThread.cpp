@@ -69,6 +69,8 @@ void CAgentApp::EndRun(int status)
         // not be on its way through them; asleep in its loop it does no harm.
         constexpr std::chrono::seconds kLongest{1};
         m_loopProgress.AwaitIdle(kLongest);
+        if (m_control)
+            m_control->RemoveFile();
         TerminationCleanup();
         exit(status);
     }

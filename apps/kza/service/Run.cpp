@@ -11,9 +11,27 @@
 
 #include "base/SignalSet.h"
 
+#include "kza_core/Dom.h"
+
 #include <wx/log.h>
 
 #include <cstdlib>
+
+namespace DomKey = KzaCore::DomKey;
+
+namespace
+{
+
+// A setting comes from Lua as what it is, from everywhere else as text.
+bool IsSwitchedOn(const KzaCore::DomValue& value)
+{
+    using KzaCore::DomValue;
+    return value == DomValue(true) || value == DomValue(1LL) ||
+           value == DomValue(std::string("1")) ||
+           value == DomValue(std::string("true"));
+}
+
+} // namespace
 
 int CAgentApp::OnRun()
 {
@@ -49,6 +67,7 @@ void CAgentApp::RunScriptApp()
     const int status = wxAppConsole::OnRun();
     thread.requestExit();
     thread.join();
+    m_control.reset();
     TerminationCleanup();
     exit(status);
 }
@@ -58,8 +77,21 @@ int CAgentApp::MainLoop()
     m_loop = std::make_unique<CMainLoop>(m_loopProgress);
     if (m_stopWatch)
         m_stopWatch->Start(*m_loop);
+    OpenControlSocket();
     OnLaunched();
     return m_loop->Run();
+}
+
+void CAgentApp::OpenControlSocket()
+{
+    if (!IsSwitchedOn(m_dom->Value(DomKey::kControlSocket)))
+        return;
+    const wxString directory = m_dom->GetPluginWorkdirWx("run");
+    if (directory.empty())
+        return; // said in the log
+    m_control = std::make_unique<CControlSocket>(
+        *m_dom, ControlIdentity{m_dom->Get(DomKey::kName), Version::kText});
+    m_control->Open(directory, *m_loop);
 }
 
 wxString CAgentApp::RunTimeText(const wxTimeSpan& runTime)

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 struct lua_State;
@@ -61,9 +62,15 @@ inline constexpr char kHeartbeatNow[] = "kza.HeartbeatNow";
 inline constexpr char kLogMaxSize[] = "log.maxsize";
 inline constexpr char kLogKeep[] = "log.keep";
 inline constexpr char kLogConsole[] = "log.console";
+// The application is to be asked through a socket (bool, 1 or "1" and "true");
+// counts when it starts.
+inline constexpr char kControlSocket[] = "control.socket";
 // Beginning of the names of SQLite's settings (integers).
 inline constexpr char kSqlitePrefix[] = "sqlite.config";
 } // namespace DomKey
+
+/// A value of any type, or none.
+using DomValue = std::variant<std::monostate, std::string, bool, long long>;
 
 class KZA_API CDom
 {
@@ -118,6 +125,9 @@ public:
     bool Get(const std::string& key, std::string& out) const;
     bool Get(const std::string& key, bool& out) const;
     bool Get(const std::string& key, long long& out) const;
+
+    /// The present value, whatever its type.
+    [[nodiscard]] DomValue Value(const std::string& key) const;
 
     /// The set keys that begin with `prefix`, sorted by byte.
     [[nodiscard]] std::vector<std::string> Keys(

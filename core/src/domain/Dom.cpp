@@ -119,6 +119,15 @@ bool CDom::Get(const std::string& key, long long& out) const
     return GetAs(*m_store, key, out);
 }
 
+DomValue CDom::Value(const std::string& key) const
+{
+    DomValue value;
+    m_store->Read(
+        key, [&value](const DomContent& content)
+        { std::visit([&value](const auto& held) { value = held; }, content); });
+    return value;
+}
+
 std::vector<std::string> CDom::Keys(const std::string& prefix) const
 {
     return m_store->Keys(prefix);

@@ -2,6 +2,7 @@
 
 #include "domain/DomStore.h"
 
+#include "domain/KeyFollowers.h"
 #include "domain/KeyObservers.h"
 #include "process/WakeUp.h"
 
@@ -149,6 +150,7 @@ void CDomStore::Remove(std::string_view key)
     FreeRetired();
     if (m_root != nullptr)
         NotifyKeyObservers(*m_root, key);
+    NotifyKeyFollowers(*m_root, key);
 }
 
 std::vector<std::string> CDomStore::Keys(std::string_view prefix) const
@@ -217,6 +219,7 @@ void CDomStore::Store(std::string_view key, ValuePtr value)
     FreeRetired();
     if (m_root != nullptr)
         NotifyKeyObservers(*m_root, key);
+    NotifyKeyFollowers(*m_root, key);
 }
 
 // Takes the value and returns true when the key is set. Under a guard.

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The language of the control socket: one JSON object a line each way.
+//
+//     {"do":"get","key":"app.name"} {"ok":true,"type":"string","value":"…"}
+//     {"do":"set","key":"k","value":7}   {"ok":true}
+//     {"do":"unset","key":"k"}           {"ok":true}
+//     {"do":"keys","prefix":"app."}      {"ok":true,"keys":["app.name",…]}
+//     {"do":"watch","key":"k"}           as get, now and after each change
+//     {"do":"version"} {"ok":true,"name":…,"version":…,"pid":…} anything else
+//     {"ok":false,"error":"…"}
+//
+// The types are `string`, `boolean`, `number` and, for an unset key, `nil`,
+// which has no `value`. A text that is not UTF-8 comes as `base64` in the place
+// of `value`. Lines are shown here without their line breaks.
+//
+// Threads: any. Nothing here waits.
+
+#pragma once
+
+#include "kza_core/Dom.h"
+
+#include <string>
+
+/// Who answers; the same for the life of the process.
+struct ControlIdentity
+{
+    std::string name;    // of the application, UTF-8
+    std::string version; // of the agent
+};
+
+struct ControlAnswer
+{
+    std::string line;    // empty when the key to watch shows the first answer
+    bool watch = false;  // the client wants to hear of changes
+    std::string watched; // of this key
+};
+
+/// Does what one line asks for.
+///
+/// \param line  Bytes of a client, without the line break; may be anything.
+[[nodiscard]] ControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
+                                                 const ControlIdentity& self,
+                                                 const std::string& line);
+
+/// The answer to `get` for a value, or for an unset key.
+[[nodiscard]] std::string ControlValueLine(const KzaCore::DomValue& value);
+
+/// The answer to a request that cannot be followed.
+[[nodiscard]] std::string ControlErrorLine(const std::string& reason);

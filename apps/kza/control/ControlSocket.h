@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The control socket: operators ask a running application for keys of the
+// domain and set them.
+//
+// The process that runs the application listens on a socket of the Unix domain
+// in its working directory, which only root and the agent's own user can reach.
+// The main thread's event loop serves it; no Lua runs and nothing blocks.
+//
+// In one turn the framework's loop may hold events of several descriptors, so
+// a handler must not take away what belongs to another descriptor. Handlers
+// therefore only ask for Serve(), which the loop calls between two turns.
+// Connections come and go there alone.
+//
+// Threads: the main thread. AskForTurn() may be called from any.
+
+#pragma once
+
+#include "control/ControlClient.h"
+
+#include <wx/evtloop.h>
+#include <wx/evtloopsrc.h>
+#include <wx/string.h>
+#include <wx/timer.h>
+
+#include <atomic>
+#include <cstddef>
+#include <list>
+#include <memory>
+
+class CControlSocket : private wxEventLoopSourceHandler, private wxTimer
+{
+public:
+    static constexpr std::size_t kMaxClients = 16;
+
+    CControlSocket(KzaCore::CDom& root, ControlIdentity self);
+    /// Closes every connection and removes the socket's file.
+    ~CControlSocket() override;
+
+    CControlSocket(const CControlSocket&) = delete;
+    CControlSocket& operator=(const CControlSocket&) = delete;
+
+    /// Begins to listen, with the loop as its server.
+    ///
+    /// \param directory  Of the socket's file; only its owner may enter it.
+    /// \param loop       Outlives this object.
+    ///
+    /// \return false when it cannot; the reason is a warning in the log.
+    bool Open(const wxString& directory, wxEventLoopBase& loop);
+
+    /// Removes the socket's file, for a process that is about to end. Threads:
+    /// any while the main thread sleeps in its loop.
+    void RemoveFile();
+
+private:
+    struct Connection
+    {
+        Connection(int fd, CControlClient::Time now) : client(fd, now) {}
+
+        CControlClient client;
+        int flags = 0; // what the source waits for
+        std::unique_ptr<wxEventLoopSource> source;
+    };
+
+    void OnReadWaiting() override { AskForTurn(); }
+    void OnWriteWaiting() override { AskForTurn(); }
+    void OnExceptionWaiting() override { AskForTurn(); }
+    void Notify() override { Serve(); }
+
+    void AskForTurn();
+    void Serve();
+    void Accept(CControlClient::Time now);
+    void Admit(int fd, CControlClient::Time now);
+    void AwaitEvents(Connection& connection);
+    void AwaitDeadline(CControlClient::Time now);
+
+    const ControlService m_service;
+    wxEventLoopBase* m_loop = nullptr;
+    std::string m_path; // of the socket's file, while there is one to remove
+    int m_listening = -1;
+    std::unique_ptr<wxEventLoopSource> m_source;
+    std::list<Connection> m_connections;
+    std::atomic<bool> m_asked{false}; // a turn is on its way
+};
