@@ -7,10 +7,10 @@
 
 #include "base/ProcessAlive.h"
 #include "crash/CrashPlan.h"
-#include "crash/CrashStack.h"
 #include "crash/CrashText.h"
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
+#include "process/SignalStack.h"
 
 #include <wx/filename.h>
 #include <wx/log.h>
@@ -115,7 +115,7 @@ void RemoveLeftovers(int directory, const char* dumpName)
 // For the life of the process: the main thread may crash while static objects
 // are destroyed. Volatile, so that the pointer is really kept: a leak checker
 // looks for it.
-const CCrashStack* volatile s_mainStack = nullptr;
+const CSignalStack* volatile s_mainStack = nullptr;
 
 } // namespace
 
@@ -125,7 +125,7 @@ void InitCrashHandler(const wxString& dumpFile,
 {
     static int directory = -1;
     if (s_mainStack == nullptr)
-        s_mainStack = new CCrashStack;
+        s_mainStack = new CSignalStack;
 
     wxFileName dump(dumpFile);
     dump.MakeAbsolute();

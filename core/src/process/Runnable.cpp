@@ -3,6 +3,7 @@
 #include "kza_core/Runnable.h"
 
 #include "base/SignalSet.h"
+#include "process/SignalStack.h"
 #include "process/ThreadLog.h"
 #include "process/WakeUp.h"
 
@@ -169,6 +170,7 @@ bool CRunnable::SleepFor(std::chrono::milliseconds time)
 
 wxThread::ExitCode CRunnable::Entry()
 {
+    const CSignalStack signalStack;
     const CThreadLog log;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

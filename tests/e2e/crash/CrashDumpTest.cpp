@@ -109,11 +109,10 @@ constexpr Way kWays[] = {
     {"heap", SIGABRT, "signal: 6 (SIGABRT)"},
 };
 
-// The thread sanitizer starts threads in its own way, without a crash stack,
-// and deals with a double free itself.
+// The thread sanitizer deals with a double free itself.
 bool IsForeseen(const std::string& way)
 {
-    return kSanitizer != "thread" || (way != "overflow" && way != "heap");
+    return kSanitizer != "thread" || way != "heap";
 }
 
 } // namespace
@@ -162,7 +161,12 @@ TEST_F(CrashDump, EachFaultOfAThreadThatTheAgentDoesNotKnow)
         const auto result =
             RunTool(std::string("crash.on_thread('") + way.name + "')");
         EXPECT_EQ(result.signal, way.signal);
-        EXPECT_TRUE(Notes(Dump(), way.note));
+        // The thread has no stack for the handler once its own has overflowed;
+        // the address sanitizer gives it one.
+        const bool hasDump =
+            std::string_view(way.name) != "overflow" ||
+            kSanitizer.find("address") != std::string_view::npos;
+        EXPECT_EQ(Notes(Dump(), way.note), hasDump);
         fs::remove(Dump());
     }
 }
@@ -292,8 +296,7 @@ TEST_F(CrashDump, ReportOfWhatIsNoDumpFails)
 
 TEST_F(CrashDump, OverflowShowsTheFunctionThatOverflowed)
 {
-    RunTool(kSanitizer == "thread" ? "crash.on_main('overflow')"
-                                   : "crash.now('overflow')");
+    RunTool("crash.now('overflow')");
     const std::string thread =
         ThreadPart(Report().out, " crashed: signal SIGSEGV");
     EXPECT_NE(thread.find("TestSupport::FaultStackOverflow(int)"),

@@ -2,7 +2,7 @@
 //
 // The alternate signal stack of one thread.
 
-#include "crash/CrashStack.h"
+#include "process/SignalStack.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,13 +13,13 @@ namespace KzaCore
 namespace
 {
 
-// Handler and helper use less than 16 KiB; the system puts up to 12 KiB of
-// registers there, and sanitizers make frames several times larger.
+// The crash handler and its helper use less than 16 KiB; the system puts up to
+// 12 KiB of registers there, and sanitizers make frames several times larger.
 constexpr std::size_t kStackSize = 128 * 1024;
 
 } // namespace
 
-CCrashStack::CCrashStack()
+CSignalStack::CSignalStack()
 {
     const auto guard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     m_size = guard + kStackSize;
@@ -35,7 +35,7 @@ CCrashStack::CCrashStack()
     sigaltstack(&stack, &m_before);
 }
 
-CCrashStack::~CCrashStack()
+CSignalStack::~CSignalStack()
 {
     if (m_mapping == MAP_FAILED)
         return;

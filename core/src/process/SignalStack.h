@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The stack on which a thread's signal handlers run, so that a thread whose
-// own stack has overflowed can still leave a dump.
+// The stack on which a thread's signal handlers run. A thread without one that
+// overflows its own stack leaves no crash dump: the system cannot run the
+// handler and ends the process. Only the thread itself can ask for the stack.
 //
 // Threads: made and destroyed by the thread it serves.
 
@@ -13,19 +14,18 @@
 namespace KzaCore
 {
 
-class CCrashStack
+class CSignalStack
 {
 public:
     /// Gives the calling thread the stack. Without memory for it the thread
-    /// keeps what it had; its crashes still leave a dump unless its stack
-    /// overflows.
-    CCrashStack();
+    /// keeps what it had.
+    CSignalStack();
 
     /// Gives the thread back the stack it had before.
-    ~CCrashStack();
+    ~CSignalStack();
 
-    CCrashStack(const CCrashStack&) = delete;
-    CCrashStack& operator=(const CCrashStack&) = delete;
+    CSignalStack(const CSignalStack&) = delete;
+    CSignalStack& operator=(const CSignalStack&) = delete;
 
 private:
     void* m_mapping;
