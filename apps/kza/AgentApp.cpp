@@ -53,6 +53,7 @@ wxLog* CAgentAppTraits::CreateLogTarget()
 CAgentApp::CAgentApp()
 {
     OpenStandardDescriptors();
+    IgnoreFileSizeSignal();
 
     tzset();
     m_startTime = wxDateTime::UNow();

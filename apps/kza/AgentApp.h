@@ -28,6 +28,7 @@ class wxInputStream;
 class wxOutputStream;
 class wxZipEntry;
 struct lua_State;
+class CStopRelay;
 
 namespace KzaCore
 {
@@ -159,7 +160,7 @@ private:
 
     // Steps of the watchdog (Watchdog.cpp).
     int SuperviseWorkers();
-    pid_t ForkWorker();
+    pid_t ForkWorker(CStopRelay& relay);
 
     bool m_reserved = false;
     bool m_installPlugins = false;
@@ -209,16 +210,9 @@ extern "C" void KzaSignalHandler(int signal);
 /// blocks SIGINT and SIGTERM in the calling thread.
 void InstallSignalDispositions();
 
-/// Makes the calling process, the watchdog, relay SIGTERM with pass_signal().
-///
-/// \param pidFile  The file that the first SIGTERM removes.
-void InstallStopRelay(const wxString& pidFile);
-
-/// The watchdog's relay of SIGTERM to its process group, and what it reads.
-/// Set before the handler is installed, constant afterwards.
-extern "C" void pass_signal(int signal, siginfo_t* info, void* context);
-extern wxString _the_pid_file;
-extern pid_t _my_pid;
+/// Lets a write beyond the limit on the size of files fail with EFBIG. By
+/// default it kills the process, also one that only logs.
+void IgnoreFileSizeSignal();
 
 // --- Lua entry points ------------------------------------------------------
 

@@ -8,10 +8,11 @@
 //   KZA_WAIT_THROW=type   waiting for a child throws a value of this type
 //   KZA_WAIT_OTHER=1      the first wait tells of another process
 //   KZA_NO_SIGNAL_NAMES=1 no signal has a description
-//   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted
+//   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted,
+//                         each with the process's id
 //   KZA_STEP_LOG=file     the steps of a daemon and of the clean-up are noted
-//   KZA_HOLD=call         setsid, rename, epoll_create, or sigaction for SIGINT
-//                         waits
+//   KZA_HOLD=call         setsid, rename, epoll_create, sigaction for SIGINT or
+//                         the write of the record of an interrupted wait waits
 //   KZA_HOLD_FILE=file    until the file is there; <file>.held says it waits
 
 #include <cerrno>
@@ -146,7 +147,8 @@ KZA_EXPORT int sigaction(int number,
     if (action != nullptr && number == SIGINT)
         Hold("sigaction");
     if (action != nullptr)
-        Note("KZA_SIGNAL_LOG", "sigaction %d %s flags %x mask %d\n", number,
+        Note("KZA_SIGNAL_LOG", "%d sigaction %d %s flags %x mask %d\n",
+             getpid(), number,
              action->sa_handler == SIG_IGN   ? "ignore"
              : action->sa_handler == SIG_DFL ? "default"
                                              : "handler",
@@ -162,7 +164,7 @@ KZA_EXPORT int pthread_sigmask(int how,
     if (set != nullptr && how == SIG_BLOCK)
         for (int number = 1; number < SIGRTMIN; ++number)
             if (sigismember(set, number) == 1)
-                Note("KZA_SIGNAL_LOG", "block %d\n", number);
+                Note("KZA_SIGNAL_LOG", "%d block %d\n", getpid(), number);
     return Next<int(int, const sigset_t*, sigset_t*)>("pthread_sigmask")(
         how, set, previous);
 }
@@ -223,6 +225,14 @@ KZA_EXPORT int epoll_create(int size) noexcept
 {
     Hold("epoll_create");
     return Next<int(int)>("epoll_create")(size);
+}
+
+KZA_EXPORT ssize_t write(int file, const void* text, size_t size)
+{
+    constexpr char kRecord[] = "child process interrupted";
+    if (memmem(text, size, kRecord, strlen(kRecord)) != nullptr)
+        Hold("write");
+    return Next<ssize_t(int, const void*, size_t)>("write")(file, text, size);
 }
 
 // The first step of the clean-up, KzaCore::OpenSSLThreadShutdown().

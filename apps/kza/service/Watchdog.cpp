@@ -9,10 +9,11 @@
 
 #include "AgentApp.h"
 
+#include "service/ParentDeath.h"
 #include "service/RestartPolicy.h"
+#include "service/StopRelay.h"
 
 #include "base/ProcessAlive.h"
-#include "base/SignalSet.h"
 #include "kza_core/Execute.h"
 #include "kza_core/PidFile.h"
 #include "kza_core/TimerSlack.h"
@@ -135,7 +136,9 @@ nanoseconds EndOfDelay(milliseconds delay, nanoseconds ended)
     return now + delay - std::min<nanoseconds>(now - ended, kMostCounted);
 }
 
-void DelayRestart(const CRestartPolicy::Decision& next, nanoseconds ended)
+void DelayRestart(const CStopRelay& relay,
+                  const CRestartPolicy::Decision& next,
+                  nanoseconds ended)
 {
     if (next.recentStarts == 0)
         return;
@@ -144,50 +147,23 @@ void DelayRestart(const CRestartPolicy::Decision& next, nanoseconds ended)
     const nanoseconds end = EndOfDelay(next.delay, ended);
     if (next.recentStarts == 1)
         RehearseLua();
+    const CStopRelay::CDelivery delivery(relay);
     WaitFullyUntil(end);
 }
 
-// Holds SIGTERM back while a worker is forked and the relay installed. One
-// that arrives meanwhile would find the worker under its parent's disposition,
-// which drops it, or the parent without a relay.
-class CStopHeldBack
+pid_t WaitOnce(const CStopRelay& relay, pid_t worker, int& status)
 {
-public:
-    CStopHeldBack()
-    {
-        const sigset_t stop = KzaCore::SignalSet({SIGTERM});
-        sigprocmask(SIG_BLOCK, &stop, &m_previous);
-    }
-
-    ~CStopHeldBack()
-    {
-        sigset_t now;
-        sigprocmask(SIG_SETMASK, nullptr, &now);
-        if (sigismember(&m_previous, SIGTERM) == 0)
-            sigdelset(&now, SIGTERM);
-        sigprocmask(SIG_SETMASK, &now, nullptr);
-    }
-
-    CStopHeldBack(const CStopHeldBack&) = delete;
-    CStopHeldBack& operator=(const CStopHeldBack&) = delete;
-
-private:
-    sigset_t m_previous;
-};
-
-void BlockChildSignal()
-{
-    const sigset_t child = KzaCore::SignalSet({SIGCHLD});
-    sigprocmask(SIG_BLOCK, &child, nullptr);
+    const CStopRelay::CDelivery delivery(relay);
+    return waitpid(worker, &status, 0);
 }
 
 // The wait status of the worker, nothing when waiting failed.
-std::optional<int> WaitForWorker(pid_t worker)
+std::optional<int> WaitForWorker(const CStopRelay& relay, pid_t worker)
 {
     for (;;)
     {
         int status = 0;
-        const pid_t ended = waitpid(worker, &status, 0);
+        const pid_t ended = WaitOnce(relay, worker, status);
         if (ended == worker)
             return status;
         if (ended != -1)
@@ -225,28 +201,34 @@ void ReportEnd(int status)
         wxLogVerbose("Child process exited with status %d", status);
 }
 
-void StopDriver()
+bool RunDriverScript(const CStopRelay& relay, wxString& error)
+{
+    const CStopRelay::CDelivery delivery(relay);
+    wxString output;
+    unsigned long result = 0;
+    return KzaCore::Execute(kDriverScript, kDriverScriptArguments, output,
+                            result, error);
+}
+
+void StopDriver(const CStopRelay& relay)
 {
     if (access(kDriverScript, X_OK) != 0)
         return;
-    wxString output;
     wxString error;
-    unsigned long result = 0;
-    if (KzaCore::Execute(kDriverScript, kDriverScriptArguments, output, result,
-                         error))
+    if (RunDriverScript(relay, error))
         wxLogMessage("Driver stopped using %s", wxString(kDriverScript));
     else
         wxLogError("Error stopping driver: %s", error);
 }
 
 // The service's exit status, nothing when the worker is to be started again.
-std::optional<int> DecideAfter(int status)
+std::optional<int> DecideAfter(const CStopRelay& relay, int status)
 {
     if (WIFEXITED(status))
     {
         if (WEXITSTATUS(status) != kExitStopDriver)
             return WEXITSTATUS(status);
-        StopDriver();
+        StopDriver(relay);
         return std::nullopt;
     }
     if (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM)
@@ -270,27 +252,28 @@ void RemovePidFile(const wxString& pidFile)
 
 } // namespace
 
-pid_t CAgentApp::ForkWorker()
+pid_t CAgentApp::ForkWorker(CStopRelay& relay)
 {
-    const CStopHeldBack heldBack;
-
+    const pid_t watchdog = getpid();
     // What lies in a buffer of the C library would be written twice.
     fflush(nullptr);
     const pid_t worker = fork();
     if (worker == 0)
-        RunScriptApp();
-    if (worker == -1)
     {
-        wxLogSysError("Unable to fork child");
-        return worker;
+        relay.LeaveToWorker();
+        StopWithParent(watchdog);
+        RunScriptApp();
     }
-    BlockChildSignal();
-    InstallStopRelay(m_pidFile);
+    if (worker == -1)
+        wxLogSysError("Unable to fork child");
+    else
+        relay.Install(m_pidFile);
     return worker;
 }
 
 int CAgentApp::SuperviseWorkers()
 {
+    CStopRelay relay;
     CRestartPolicy policy;
     nanoseconds ended{}; // the first start waits for nothing
     for (;;)
@@ -299,21 +282,21 @@ int CAgentApp::SuperviseWorkers()
         const CRestartPolicy::Decision next = policy.BeforeStart(now);
         if (!next.allowed)
             return ReportTooManyRestarts(next);
-        DelayRestart(next, ended);
+        DelayRestart(relay, next, ended);
 
         // The time from before the delay: a long back-off shortens the period
         // that the next count looks at.
         policy.NoteStart(now);
 
-        const pid_t worker = ForkWorker();
+        const pid_t worker = ForkWorker(relay);
         if (worker == -1)
             return kFailed;
-        const std::optional<int> status = WaitForWorker(worker);
+        const std::optional<int> status = WaitForWorker(relay, worker);
         if (!status)
             return kFailed;
         ended = Now();
         ReportEnd(*status);
-        if (const std::optional<int> result = DecideAfter(*status))
+        if (const std::optional<int> result = DecideAfter(relay, *status))
             return *result;
     }
 }

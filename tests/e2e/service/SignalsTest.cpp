@@ -65,9 +65,10 @@ public:
     void Hold(const std::string& phase) const { Write(phase + "_waits"); }
     void LetEnd(const std::string& phase) const { Write(phase + "_may_end"); }
 
-    [[nodiscard]] bool StartUntil(const std::string& text)
+    [[nodiscard]] bool StartUntil(const std::string& text,
+                                  const SServiceOptions& options = {})
     {
-        const bool started = m_service.StartUntil(text);
+        const bool started = m_service.StartUntil(text, options);
         m_watchdog = m_service.PidFromFile();
         return started;
     }
@@ -208,6 +209,45 @@ TEST(Stop, SecondRequestEndsTheWatchdogAndLeavesTheWorker)
     EXPECT_EQ(CountOf(service.Log(), "shutdown ends"), 1);
 }
 
+// The handler runs what the process's end needs. It must not interrupt the log,
+// whose lock its own thread would hold.
+TEST(Stop, SecondRequestDuringALogWriteEndsTheWatchdogAfterIt)
+{
+    CPhases phases;
+    const CService& service = phases.Service();
+    phases.Hold("shutdown");
+    const std::string goOn = service.Host().File("go-on");
+    SServiceOptions options;
+    options.withFaults = true;
+    options.process.env = {{"KZA_HOLD", "write"}, {"KZA_HOLD_FILE", goOn}};
+    ASSERT_TRUE(phases.StartUntil("main ends", options));
+    kill(phases.Watchdog(), SIGTERM);
+    ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
+
+    kill(phases.Watchdog(), SIGTERM);
+    EXPECT_TRUE(IsPending(phases.Watchdog(), SIGTERM));
+    WriteFile(goOn, "");
+    EXPECT_EQ(CService::StatusOf(phases.Watchdog()), 0);
+    EXPECT_EQ(CountOf(service.Log(), "interrupted - Try again"), 1);
+    phases.LetEnd("shutdown");
+    EXPECT_TRUE(service.WaitUntilGone());
+}
+
+// Without it, the worker would run beside that of the next service.
+TEST(Stop, WorkerWhoseWatchdogIsKilledStopsInOrder)
+{
+    CPhases phases;
+    const CService& service = phases.Service();
+    ASSERT_TRUE(phases.StartUntil("main ends"));
+    const pid_t worker = service.Worker();
+    kill(phases.Watchdog(), SIGKILL);
+    EXPECT_EQ(CService::StatusOf(worker), 5);
+    const Lines expected = {"MESSAGE kza: main ends", kCaught,
+                            "MESSAGE kza: shutdown runs",
+                            "MESSAGE kza: shutdown ends"};
+    EXPECT_EQ(phases.SaidFrom("main ends"), expected);
+}
+
 TEST(Stop, DuringTheBackOffOnlyASecondRequestEndsTheService)
 {
     CPhases phases;
@@ -281,6 +321,47 @@ TEST(Signals, TheWorkerTakesTheseWithoutEffect)
     said.resize(2);
     EXPECT_EQ(said, expected);
     EXPECT_EQ(CountOf(service.Log(), "init runs"), 1) << "it was restarted";
+}
+
+TEST(Signals, TheWatchdogTakesTheseWithoutEffect)
+{
+    CPhases phases;
+    const CService& service = phases.Service();
+    ASSERT_TRUE(phases.StartUntil("main ends"));
+    for (const int signal : {SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2, SIGALRM})
+        kill(phases.Watchdog(), signal);
+    kill(phases.Watchdog(), SIGTERM);
+    EXPECT_EQ(CService::StatusOf(phases.Watchdog()), 5);
+    EXPECT_EQ(CountOf(service.Log(), "init runs"), 1);
+}
+
+TEST(Signals, SigintToTheWatchdogStopsTheServiceInOrder)
+{
+    CPhases phases;
+    const CService& service = phases.Service();
+    phases.Hold("shutdown");
+    ASSERT_TRUE(phases.StartUntil("main ends"));
+    kill(phases.Watchdog(), SIGINT);
+    ASSERT_TRUE(service.WaitForLog("shutdown runs"));
+    EXPECT_TRUE(WaitUntil([&] { return !FileExists(service.PidFile()); }));
+    phases.LetEnd("shutdown");
+    EXPECT_EQ(CService::StatusOf(phases.Watchdog()), 5);
+    const Lines said = phases.SaidFrom("main ends");
+    EXPECT_TRUE(IsIn(said, kCaught));
+    EXPECT_TRUE(IsIn(said, kInterrupted));
+}
+
+// The second worker, which the watchdog forks with its own signals installed.
+TEST(Signals, SigintEndsALaterWorkerAsItEndsTheFirst)
+{
+    CPhases phases;
+    const CService& service = phases.Service();
+    ASSERT_TRUE(phases.StartUntil("main ends"));
+    kill(service.Worker(), SIGKILL);
+    ASSERT_TRUE(service.WaitForLog("main ends", 2));
+    kill(service.Worker(), SIGINT);
+    EXPECT_EQ(CService::StatusOf(phases.Watchdog()), 0);
+    EXPECT_EQ(CountOf(service.Log(), "shutdown runs"), 0);
 }
 
 TEST(Signals, SigintEndsTheWorkerAtOnceAndTheServiceWithZero)

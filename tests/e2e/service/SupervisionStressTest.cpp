@@ -16,6 +16,8 @@
 #include <set>
 #include <thread>
 
+#include <sys/resource.h>
+
 using namespace TestSupport;
 
 namespace
@@ -192,6 +194,35 @@ TEST(SupervisionStress, FullLogDiskStopsNothing)
     EXPECT_TRUE(NextWorker(service, second) != 0);
     EXPECT_TRUE(service.Stop());
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
+}
+
+// Its signal would kill the worker that logs, and then the watchdog that logs
+// the worker's end.
+TEST(SupervisionStress, FullLogFileStopsNothing)
+{
+    const CService service("limited");
+    service.SetModule("return { main = function()\n"
+                      "  for i = 1, 1000 do\n"
+                      "    dom:Log('message', ('x'):rep(100))\n"
+                      "  end\n"
+                      "  local file = io.open('lives', 'a')\n"
+                      "  file:write('x')\n"
+                      "  file:close()\n"
+                      "end }");
+    SServiceOptions options;
+    options.process.inChild = []
+    {
+        const rlimit limit{32768, 32768};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    EXPECT_EQ(service.Start(options).status, 0);
+    const std::string lives = service.Host().Work() + "/lives";
+    ASSERT_TRUE(WaitUntil([&] { return ReadFile(lives) == "x"; }));
+    const pid_t watchdog = service.PidFromFile();
+    kill(service.Worker(), SIGKILL);
+    ASSERT_TRUE(WaitUntil([&] { return ReadFile(lives) == "xx"; }));
+    EXPECT_EQ(ProcessInfo(service.Worker()).parent, watchdog);
+    EXPECT_TRUE(service.Stop());
 }
 
 // The thread sanitizer holds a signal back that comes right before waitpid(),

@@ -2,11 +2,16 @@
 
 #include "AgentApp.h"
 
+#include "support/TempDir.h"
+
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <functional>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -112,38 +117,22 @@ TEST(Signals, OnlySigintAndSigtermAreBlocked)
     EXPECT_EQ(WEXITSTATUS(status), 0) << "number of the wrong signal";
 }
 
-TEST(Signals, RelayIsInstalledWithItsOwnSignalBlockedAlone)
+TEST(Signals, WriteBeyondTheFileSizeLimitFailsAndKillsNothing)
 {
+    const TestSupport::CTempDir dir;
     const int status = WaitStatusOf(
-        []
+        [&]
         {
-            InstallStopRelay("/no/such/file");
-            struct sigaction action
-            {
-            };
-            sigaction(SIGTERM, nullptr, &action);
-            const bool ok = action.sa_sigaction == pass_signal &&
-                            (action.sa_flags & SA_SIGINFO) != 0 &&
-                            (action.sa_flags & SA_RESTART) == 0 &&
-                            _my_pid == getpid() &&
-                            _the_pid_file == "/no/such/file";
-            _exit(ok ? 0 : 1);
+            const rlimit limit{4, 4};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            IgnoreFileSizeSignal();
+            const int file =
+                open(dir.File("file").c_str(), O_WRONLY | O_CREAT, 0600);
+            const bool full = write(file, "12345678", 8) == 4;
+            const bool fails = write(file, "5", 1) == -1 && errno == EFBIG;
+            _exit(full && fails ? 0 : 1);
         });
     EXPECT_EQ(status, 0);
-}
-
-TEST(Signals, RelayIgnoresItsOwnBroadcast)
-{
-    const int status = WaitStatusOf(
-        []
-        {
-            setpgid(0, 0);
-            InstallStopRelay("/no/such/file");
-            for (int i = 0; i < 5; ++i)
-                kill(getpid(), SIGTERM); // a second one from outside would end
-            _exit(7);
-        });
-    EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
 TEST(ExitReport, RunTimeHasDaysHoursMinutesSecondsAndMilliseconds)
