@@ -12,6 +12,9 @@ local host = {}
 ---@field type "file"|"directory"|"link"|"other"
 ---@field size number      Bytes.
 ---@field mode integer     Permission bits.
+---@field user integer     Id of the owner.
+---@field group integer    Id of the group.
+---@field modified number  Last change of the content, seconds since the epoch.
 
 --- The names in a directory, sorted by byte, without "." and "..".
 ---@param path string
@@ -41,6 +44,7 @@ function host.deflate(bytes) end
 ---@field name string
 ---@field size number       Bytes once unpacked.
 ---@field mode integer      Permission bits, 0 when there are none.
+---@field crc integer      Checksum of the bytes, as host.crc32 has it.
 ---@field problem? string   Why it cannot be read.
 
 --- The entries of a zip archive, in its order.
@@ -61,5 +65,74 @@ function host.check_package(path, directory) end
 ---@param descriptor integer  0 is standard input, 1 standard output.
 ---@return boolean
 function host.isatty(descriptor) end
+
+--- What the system tells of a process.
+---@class kza.host.Process
+---@field pid integer
+---@field parent integer
+---@field name string         Of its program, perhaps cut short.
+---@field executable? string  Path, where the system tells it.
+---@field state string        "Z" for one that has ended, "?" when unknown.
+---@field started number      Seconds since the epoch.
+---@field cpu_s number        Seconds of CPU time of all its threads.
+---@field rss_kib? integer    Memory in use, where the system tells it.
+
+--- What the system tells of a process; nil when there is none.
+---@param pid integer
+---@return kza.host.Process? process
+function host.process(pid) end
+
+--- The ids of a process's children, in no order.
+---@param pid integer
+---@return integer[] pids
+function host.children(pid) end
+
+--- Sends a signal. "NONE" only asks whether one could be sent.
+---@param pid integer
+---@param signal "TERM"|"KILL"|"INT"|"NONE"
+---@return true? sent
+---@return string? message
+function host.kill(pid, signal) end
+
+--- Runs a program to its end, without a shell: its exit status, or 128 and the
+--- signal's number, and all that it wrote.
+---@param words string[]  The program's path, then its arguments.
+---@return integer? status
+---@return string output_or_message
+function host.run(words) end
+
+--- Seconds of a clock that only goes forward.
+---@return number
+function host.clock() end
+
+--- The id of the user that this process acts as.
+---@return integer
+function host.user() end
+
+--- Characters in a line of a terminal; nil when there is none.
+---@param descriptor? integer  1, standard output, unless given.
+---@return integer? columns
+function host.columns(descriptor) end
+
+--- The agent events in a database, oldest first. Makes no file.
+---@param path string
+---@param after? integer  Only events with a greater id.
+---@param last? integer   Of these the last so many.
+---@return kza.Event[]? events
+---@return string? message
+function host.events(path, after, last) end
+
+--- A connection to a socket. Each call takes 5 seconds at most unless told.
+---@class kza.host.Connection
+---@field send function   `send(bytes [, seconds])`: true, or nil and why not.
+---@field line function   `line([seconds])`: the next line without its end, or nil and "timeout", "closed" or the system's text. What came before a time-out is kept for the next call.
+---@field close function  `close()`.
+
+--- Connects to a socket of the Unix domain.
+---@param path string
+---@param seconds? number
+---@return kza.host.Connection? connection
+---@return string? message
+function host.connect(path, seconds) end
 
 return host

@@ -49,8 +49,11 @@ function TestHost:test_stat_tells_kind_size_and_rights()
     support.write(place .. "/file", "12345")
     support.shell(("cd %s && chmod 4751 file && ln -s file link && mkfifo p")
         :format(quote(place)))
-    lu.assertEquals(host.stat(place .. "/file"),
-        { type = "file", size = 5, mode = tonumber("4751", 8) })
+    local stat = host.stat(place .. "/file")
+    lu.assertAlmostEquals(stat.modified, os.time(), 3600)
+    lu.assertEquals(stat, { type = "file", size = 5,
+        mode = tonumber("4751", 8), user = host.user(), group = stat.group,
+        modified = stat.modified })
     lu.assertEquals(host.stat(place .. "/link").type, "file")
     lu.assertEquals(host.stat(place .. "/link", true).type, "link")
     lu.assertEquals(host.stat(place).type, "directory")
@@ -76,9 +79,10 @@ function TestHost:test_entries()
         { name = "c", executable = true },
     }))
     local entries = {
-        { name = "b", size = 2, mode = tonumber("644", 8) },
-        { name = "a/", size = 0, mode = tonumber("755", 8) },
-        { name = "c", size = 0, mode = tonumber("755", 8) },
+        { name = "b", size = 2, mode = tonumber("644", 8),
+            crc = host.crc32("12") },
+        { name = "a/", size = 0, mode = tonumber("755", 8), crc = 0 },
+        { name = "c", size = 0, mode = tonumber("755", 8), crc = 0 },
     }
     lu.assertEquals(host.entries(path), entries)
     lu.assertEquals(host.entries(path, true), entries)

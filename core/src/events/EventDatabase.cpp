@@ -3,6 +3,7 @@
 #include "events/EventDatabase.h"
 
 #include "base/Descriptor.h"
+#include "events/EventRow.h"
 #include "kza_core/AgentEvent.h"
 
 #include <sqlite3.h>
@@ -45,24 +46,6 @@ void MakeFile(const std::string& path)
 {
     constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
     const CDescriptor made(open(path.c_str(), kFlags, 0600));
-}
-
-SStoredEvent RowOf(sqlite3_stmt* row)
-{
-    SStoredEvent event;
-    event.id = sqlite3_column_int64(row, 0);
-    event.number = sqlite3_column_int64(row, 1);
-    event.severity = sqlite3_column_int64(row, 2);
-    event.time = sqlite3_column_int64(row, 3);
-    event.timeMs = sqlite3_column_int64(row, 4);
-    const unsigned char* const text = sqlite3_column_text(row, 5);
-    if (text != nullptr)
-    {
-        event.text.assign(
-            reinterpret_cast<const char*>(text),
-            static_cast<std::size_t>(sqlite3_column_bytes(row, 5)));
-    }
-    return event;
 }
 
 } // namespace
@@ -239,7 +222,7 @@ bool CEventDatabase::Select(std::int64_t afterId,
     sqlite3_bind_int64(m_select, 2, limit);
     int code = SQLITE_ROW;
     while ((code = sqlite3_step(m_select)) == SQLITE_ROW)
-        events.push_back(RowOf(m_select));
+        events.push_back(EventOfRow(m_select));
     if (code != SQLITE_DONE)
         Fail(sqlite3_extended_errcode(m_db));
     sqlite3_reset(m_select);

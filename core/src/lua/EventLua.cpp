@@ -98,6 +98,17 @@ void PushEvent(lua_State* L, const SStoredEvent& event)
 
 } // namespace
 
+void PushEvents(lua_State* L, const std::vector<SStoredEvent>& events)
+{
+    lua_createtable(L, static_cast<int>(events.size()), 0);
+    int at = 0;
+    for (const SStoredEvent& event : events)
+    {
+        PushEvent(L, event);
+        lua_rawseti(L, -2, ++at);
+    }
+}
+
 int LuaAgentEventWrite(lua_State* L)
 {
     CDom& dom = DomOfMethod(L);
@@ -127,13 +138,7 @@ int LuaAgentEvents(lua_State* L)
         lua_pushlstring(L, error.data(), error.size());
         return 2;
     }
-    lua_createtable(L, static_cast<int>(events.size()), 0);
-    int at = 0;
-    for (const SStoredEvent& event : events)
-    {
-        PushEvent(L, event);
-        lua_rawseti(L, -2, ++at);
-    }
+    PushEvents(L, events);
     return 1;
 }
 

@@ -7,6 +7,10 @@
 
 #pragma once
 
+#include "events/StoredEvent.h"
+
+#include <vector>
+
 struct lua_State;
 
 namespace KzaCore
@@ -20,5 +24,8 @@ int LuaAgentEventWrite(lua_State* L);
 /// severity, time, time_ms, text}, oldest first; nil and the reason when the
 /// events cannot be read.
 int LuaAgentEvents(lua_State* L);
+
+/// Pushes events as LuaAgentEvents() returns them.
+void PushEvents(lua_State* L, const std::vector<SStoredEvent>& events);
 
 } // namespace KzaCore

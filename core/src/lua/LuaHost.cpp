@@ -8,6 +8,7 @@
 #include "base/Error.h"
 #include "kza_core/Unzip.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaHostSystem.h"
 
 #include <libdeflate.h>
 #include <lua.hpp>
@@ -113,13 +114,19 @@ int Stat(lua_State* L)
     if ((nofollow ? lstat(path, &info) : stat(path, &info)) != 0)
         return PushSystemError(L, path);
 
-    lua_createtable(L, 0, 3);
+    lua_createtable(L, 0, 6);
     lua_pushstring(L, TypeName(info.st_mode));
     lua_setfield(L, -2, "type");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_size));
     lua_setfield(L, -2, "size");
     lua_pushnumber(L, info.st_mode & 07777U);
     lua_setfield(L, -2, "mode");
+    lua_pushnumber(L, info.st_uid);
+    lua_setfield(L, -2, "user");
+    lua_pushnumber(L, info.st_gid);
+    lua_setfield(L, -2, "group");
+    lua_pushnumber(L, static_cast<lua_Number>(info.st_mtime));
+    lua_setfield(L, -2, "modified");
     return 1;
 }
 
@@ -152,13 +159,15 @@ int Deflate(lua_State* L)
 
 void PushEntry(lua_State* L, const SZipEntry& entry)
 {
-    lua_createtable(L, 0, 4);
+    lua_createtable(L, 0, 5);
     lua_pushlstring(L, entry.name.data(), entry.name.size());
     lua_setfield(L, -2, "name");
     lua_pushnumber(L, static_cast<lua_Number>(entry.size));
     lua_setfield(L, -2, "size");
     lua_pushnumber(L, entry.UnixMode() & 07777U);
     lua_setfield(L, -2, "mode");
+    lua_pushnumber(L, entry.crc);
+    lua_setfield(L, -2, "crc");
 }
 
 // entries(path [, read]): the entries of a zip archive in its order. With
@@ -248,6 +257,7 @@ const luaL_Reg kFunctions[] = {
 int OpenHost(lua_State* L)
 {
     luaL_newlib(L, kFunctions);
+    AddLuaHostSystem(L);
     return 1;
 }
 

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Threads: any.
+
+#pragma once
+
+namespace KzaCore
+{
+
+/// How many characters a line of the terminal behind a descriptor has; 0 when
+/// there is no terminal or the system cannot tell.
+[[nodiscard]] int TerminalWidth(int descriptor);
+
+} // namespace KzaCore

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reading the events of another agent, which may run or not.
+//
+// Threads: any.
+
+#pragma once
+
+#include "events/StoredEvent.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KzaCore
+{
+
+struct EventRange
+{
+    std::int64_t afterId = 0; // only events with a greater id
+    std::int64_t last = -1;   // of these the last so many; negative for all
+};
+
+/// Reads events of a database, oldest first, and changes nothing: it makes no
+/// file, and waits for a few seconds at most when another process locks it.
+///
+/// \param events  Replaced by the result.
+/// \param error   Set to the reason after a failure.
+[[nodiscard]] bool ReadEventsOf(const std::string& path,
+                                const EventRange& range,
+                                std::vector<SStoredEvent>& events,
+                                std::string& error);
+
+} // namespace KzaCore

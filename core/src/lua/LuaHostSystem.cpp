@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "lua/LuaHostSystem.h"
+
+#include "base/Error.h"
+#include "base/TerminalWidth.h"
+#include "events/EventReader.h"
+#include "lua/EventLua.h"
+#include "lua/LuaConnection.h"
+#include "lua/LuaGuard.h"
+#include "process/ProcessInfo.h"
+#include "process/Program.h"
+
+#include <lua.hpp>
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+int PushFailure(lua_State* L, const std::string& message)
+{
+    lua_pushnil(L);
+    lua_pushlstring(L, message.data(), message.size());
+    return 2;
+}
+
+void SetText(lua_State* L, const char* field, const std::string& text)
+{
+    lua_pushlstring(L, text.data(), text.size());
+    lua_setfield(L, -2, field);
+}
+
+void SetNumber(lua_State* L, const char* field, double number)
+{
+    lua_pushnumber(L, number);
+    lua_setfield(L, -2, field);
+}
+
+pid_t CheckPid(lua_State* L)
+{
+    const lua_Number pid = luaL_checknumber(L, 1);
+    luaL_argcheck(L, pid >= 1 && pid <= 0x7fffffff, 1, "not a process id");
+    return static_cast<pid_t>(pid);
+}
+
+// process(pid): what the system tells of it, nil when there is none.
+int Process(lua_State* L)
+{
+    const pid_t pid = CheckPid(L);
+    const std::optional<ProcessInfo> info = InfoOfProcess(pid);
+    if (!info)
+        return 0;
+    lua_createtable(L, 0, 8);
+    SetNumber(L, "pid", pid);
+    SetNumber(L, "parent", info->parent);
+    SetText(L, "name", info->name);
+    if (!info->executable.empty())
+        SetText(L, "executable", info->executable);
+    SetText(L, "state", std::string(1, info->state));
+    SetNumber(L, "started", info->started);
+    SetNumber(L, "cpu_s", info->cpuSeconds);
+    if (info->residentKiB)
+        SetNumber(L, "rss_kib", static_cast<double>(*info->residentKiB));
+    return 1;
+}
+
+// children(pid): the ids of a process's children.
+int Children(lua_State* L)
+{
+    const std::vector<pid_t> children = ChildrenOfProcess(CheckPid(L));
+    lua_createtable(L, static_cast<int>(children.size()), 0);
+    for (std::size_t i = 0; i < children.size(); ++i)
+    {
+        lua_pushnumber(L, children[i]);
+        lua_rawseti(L, -2, static_cast<int>(i) + 1);
+    }
+    return 1;
+}
+
+int SignalNumber(lua_State* L)
+{
+    static const char* const kNames[] = {"TERM", "KILL", "INT", "NONE",
+                                         nullptr};
+    static constexpr int kNumbers[] = {SIGTERM, SIGKILL, SIGINT, 0};
+    return kNumbers[luaL_checkoption(L, 2, nullptr, kNames)];
+}
+
+// kill(pid, name): sends a signal; "NONE" only asks whether one could.
+int Kill(lua_State* L)
+{
+    const pid_t pid = CheckPid(L);
+    if (kill(pid, SignalNumber(L)) != 0)
+        return PushFailure(L, SystemErrorText(errno));
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
+std::vector<std::string> CheckWords(lua_State* L, int index)
+{
+    luaL_checktype(L, index, LUA_TTABLE);
+    std::vector<std::string> words;
+    for (std::size_t i = 1; i <= lua_rawlen(L, index); ++i)
+    {
+        lua_rawgeti(L, index, static_cast<int>(i));
+        std::size_t size = 0;
+        const char* const word = lua_tolstring(L, -1, &size);
+        luaL_argcheck(L, word != nullptr, index, "words expected");
+        words.emplace_back(word, size);
+        lua_pop(L, 1);
+    }
+    luaL_argcheck(L, !words.empty(), index, "a program expected");
+    return words;
+}
+
+// run(words): runs a program to its end, without a shell. Its exit status, 128
+// and the signal's number for one that was killed, and what it wrote.
+int Run(lua_State* L)
+{
+    const std::vector<std::string> words = CheckWords(L, 1);
+    std::string output;
+    const int status = RunProgram(words, output);
+    if (status == -1)
+        return PushFailure(L, words.front() + ": " + SystemErrorText(errno));
+    lua_pushnumber(L, WIFSIGNALED(status) ? 128 + WTERMSIG(status)
+                                          : WEXITSTATUS(status));
+    lua_pushlstring(L, output.data(), output.size());
+    return 2;
+}
+
+// clock(): seconds of a clock that only goes forward.
+int Clock(lua_State* L)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    lua_pushnumber(L, static_cast<double>(now.tv_sec) +
+                          static_cast<double>(now.tv_nsec) / 1e9);
+    return 1;
+}
+
+// user(): the id of the user that this process acts as.
+int User(lua_State* L)
+{
+    lua_pushnumber(L, geteuid());
+    return 1;
+}
+
+// columns([descriptor]): characters in a line of a terminal; nil for none.
+int Columns(lua_State* L)
+{
+    const int columns = TerminalWidth(luaL_optint(L, 1, STDOUT_FILENO));
+    if (columns <= 0)
+        return 0;
+    lua_pushnumber(L, columns);
+    return 1;
+}
+
+// events(path [, after [, last]]): the events of a database.
+int Events(lua_State* L)
+{
+    const std::string path = luaL_checkstring(L, 1);
+    EventRange range;
+    range.afterId = static_cast<std::int64_t>(luaL_optnumber(L, 2, 0));
+    range.last = static_cast<std::int64_t>(luaL_optnumber(L, 3, -1));
+    std::vector<SStoredEvent> events;
+    std::string error;
+    if (!ReadEventsOf(path, range, events, error))
+        return PushFailure(L, error);
+    PushEvents(L, events);
+    return 1;
+}
+
+const luaL_Reg kFunctions[] = {
+    {"process", Guarded<Process>},    {"children", Guarded<Children>},
+    {"kill", Guarded<Kill>},          {"run", Guarded<Run>},
+    {"clock", Guarded<Clock>},        {"user", Guarded<User>},
+    {"columns", Guarded<Columns>},    {"events", Guarded<Events>},
+    {"connect", Guarded<LuaConnect>}, {nullptr, nullptr},
+};
+
+} // namespace
+
+void AddLuaHostSystem(lua_State* L)
+{
+    luaL_setfuncs(L, kFunctions, 0);
+}
+
+} // namespace KzaCore

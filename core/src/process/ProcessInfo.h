@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the system tells of any process.
+//
+// Threads: any.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace KzaCore
+{
+
+struct ProcessInfo
+{
+    pid_t parent = 0;
+    std::string name;       // of its program, perhaps cut short
+    std::string executable; // path; empty when the system does not tell us
+    char state = '?';       // `Z` for one that has ended; `?` when unknown
+    double started = 0;     // seconds since the epoch; by the clock of today
+    double cpuSeconds = 0;  // in user and system mode, by all its threads
+    std::optional<std::int64_t> residentKiB;
+};
+
+/// Unset when there is no process of this number.
+[[nodiscard]] std::optional<ProcessInfo> InfoOfProcess(pid_t pid);
+
+/// The processes whose parent this is, zombies too; in no order.
+[[nodiscard]] std::vector<pid_t> ChildrenOfProcess(pid_t parent);
+
+} // namespace KzaCore

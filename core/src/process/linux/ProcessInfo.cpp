@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// From the files of /proc, whose formats proc(5) tells.
+
+#include "process/ProcessInfo.h"
+
+#include <array>
+#include <charconv>
+#include <climits>
+#include <fstream>
+#include <sstream>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <memory>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+std::string PathOf(pid_t pid, const char* file)
+{
+    return "/proc/" + std::to_string(pid) + "/" + file;
+}
+
+std::string ReadAll(const std::string& path)
+{
+    std::ifstream file(path);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+std::string LinkTarget(const std::string& path)
+{
+    std::array<char, PATH_MAX> target;
+    const ssize_t size = readlink(path.c_str(), target.data(), target.size());
+    return size < 0 ? std::string()
+                    : std::string(target.data(), static_cast<size_t>(size));
+}
+
+// When the system started, in seconds since the epoch.
+double BootTime()
+{
+    const std::string stat = ReadAll("/proc/stat");
+    const std::size_t at = stat.find("\nbtime ");
+    return at == std::string::npos ? 0 : std::stod(stat.substr(at + 7));
+}
+
+// The fields of `stat` that follow the program's name; the first is number 3.
+class CStatFields
+{
+public:
+    explicit CStatFields(const std::string& fields)
+    {
+        std::istringstream in(fields);
+        for (std::string field; in >> field;)
+            m_fields.push_back(field);
+    }
+
+    [[nodiscard]] char State() const
+    {
+        return m_fields.empty() ? '?' : m_fields.front().front();
+    }
+
+    // Field `number` as proc(5) counts; 0 when it is not there.
+    [[nodiscard]] long long Number(std::size_t number) const
+    {
+        long long value = 0;
+        if (number - 3 < m_fields.size())
+        {
+            const std::string& text = m_fields[number - 3];
+            std::from_chars(text.data(), text.data() + text.size(), value);
+        }
+        return value;
+    }
+
+private:
+    std::vector<std::string> m_fields;
+};
+
+} // namespace
+
+std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
+{
+    // The name may hold anything, parentheses and blanks too.
+    const std::string stat = ReadAll(PathOf(pid, "stat"));
+    const std::size_t begin = stat.find('(');
+    const std::size_t end = stat.rfind(')');
+    if (begin == std::string::npos || end == std::string::npos)
+        return std::nullopt;
+
+    const CStatFields fields(stat.substr(end + 1));
+    const auto ticks = static_cast<double>(sysconf(_SC_CLK_TCK));
+    ProcessInfo info;
+    info.name = stat.substr(begin + 1, end - begin - 1);
+    info.executable = LinkTarget(PathOf(pid, "exe"));
+    info.state = fields.State();
+    info.parent = static_cast<pid_t>(fields.Number(4));
+    info.cpuSeconds =
+        static_cast<double>(fields.Number(14) + fields.Number(15)) / ticks;
+    info.started = BootTime() + static_cast<double>(fields.Number(22)) / ticks;
+    info.residentKiB = fields.Number(24) * (sysconf(_SC_PAGESIZE) / 1024);
+    return info;
+}
+
+std::vector<pid_t> ChildrenOfProcess(pid_t parent)
+{
+    std::vector<pid_t> children;
+    const std::unique_ptr<DIR, int (*)(DIR*)> all(opendir("/proc"), closedir);
+    while (const dirent* entry = all ? readdir(all.get()) : nullptr)
+    {
+        const std::string name = entry->d_name;
+        pid_t pid = 0;
+        std::from_chars(name.data(), name.data() + name.size(), pid);
+        if (pid <= 0)
+            continue;
+        const std::string stat = ReadAll(PathOf(pid, "stat"));
+        const std::size_t end = stat.rfind(')');
+        if (end != std::string::npos &&
+            CStatFields(stat.substr(end + 1)).Number(4) == parent)
+            children.push_back(pid);
+    }
+    return children;
+}
+
+} // namespace KzaCore
