@@ -3,9 +3,10 @@
 // The application object: the whole life of the process, in the order in which
 // the framework drives it. Start reading here; each step has a file of its own.
 //
-// Threads: the main thread, but for the steps under "script thread". No lock
-// is needed between the two: the script thread starts after start-up and the
-// main thread touches it again only after the event loop has returned.
+// Threads: the main thread, but for the steps under "script thread". The
+// script thread starts after start-up, and the main thread waits for it as
+// soon as the event loop has returned. What both use in between, the stop
+// watch and the loop's progress, locks by itself.
 
 #pragma once
 
@@ -65,22 +66,27 @@ public:
     /// nothing. Callers must not race.
     static void TerminationCleanup();
 
-    // --- Start-up (StartUp.cpp, CommandLine.cpp) ---------------------------
+    wxAppTraits* CreateTraits() override;
+
+    // --- Start-up (startup/StartUp.cpp) ------------------------------------
 
     bool OnInit() override;
+    void OnInitCmdLine(wxCmdLineParser& parser) override;
+    bool OnCmdLineParsed(wxCmdLineParser& parser) override;
+
+    // --- The run and its end (service/Run.cpp) -----------------------------
+
     int OnRun() override;
+    int MainLoop() override;
     int OnExit() override;
 
     /// The run time as the exit report shows it: `1d 02:03:04.005`.
     static wxString RunTimeText(const wxTimeSpan& runTime);
 
-    void OnInitCmdLine(wxCmdLineParser& parser) override;
-    bool OnCmdLineParsed(wxCmdLineParser& parser) override;
+    // On the thread whose exception it is (script/UnhandledException.cpp).
     void OnUnhandledException() override;
-    wxAppTraits* CreateTraits() override;
-    int MainLoop() override;
 
-    // --- Script thread: the application script (ScriptThread.cpp) ----------
+    // --- Script thread: the application script (script/ScriptThread.cpp) ---
 
     /// The whole script: its status becomes the process's exit status.
     int OnRunScript();
@@ -94,15 +100,15 @@ public:
     int RunAppShutdown();
     int RunAppMethod(const wchar_t* method);
 
-    // Steps of the script thread, each in the file of its name.
+    // Steps of the script thread, each in a file of its own.
 
     void UninstallOldPlugins(); // packages/AppSteps.cpp
     void InstallNewPlugins();   // packages/AppSteps.cpp
     void ExpandZippath();       // packages/AppSteps.cpp
-    int SetupLua();             // LuaSetup.cpp
-    int RunUnitTests();         // UnitTests.cpp
+    int SetupLua();             // script/LuaSetup.cpp
+    int RunUnitTests();         // script/TestMode.cpp
 
-    /// Runs one chunk and takes its result as a status (Chunks.cpp).
+    /// Runs one chunk and takes its result as a status (script/Chunks.cpp).
     int RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
     int RunCodeSnippet(const wxString& code);
 
@@ -132,33 +138,15 @@ private:
     bool UninstallPluginZipCB(const wxZipEntry* entry,
                               const wxString* destPath);
 
-    void SetArguments(); // LuaSetup.cpp
+    void SetArguments(); // script/LuaSetup.cpp
     int RunToStandardOutput(const wxString& code, const wxString& name);
 
-    // Steps of OnCmdLineParsed (CommandLine.cpp).
-    void ApplyName(wxCmdLineParser& parser);
-    void ApplySwitches(wxCmdLineParser& parser);
-    void ApplyLuaPaths(wxCmdLineParser& parser);
-    void ApplyWorkingDirectory(wxCmdLineParser& parser);
-    void ApplyTrace(wxCmdLineParser& parser);
-    void ApplyDomainVariable(wxCmdLineParser& parser);
-    void ApplyUnitTest(wxCmdLineParser& parser);
-    void OpenConfiguration();
-    void ApplyConfiguration();
-    void ApplySqliteConfiguration();
+    // Steps of OnRun.
+    int RunWatchdog();                // service/Watchdog.cpp
+    [[noreturn]] void RunScriptApp(); // service/Run.cpp
+    void OpenControlSocket();         // service/Run.cpp
 
-    // Steps of OnInit (StartUp.cpp).
-    void WriteInstallationKeys();
-    void ArmCrashHandler();
-
-    // Steps of OnRun. Those that answer false or a status end it.
-    bool EnterFipsMode();             // Fips.cpp
-    bool Daemonize(int& status);      // Daemon.cpp
-    int RunWatchdog();                // Watchdog.cpp
-    [[noreturn]] void RunScriptApp(); // Run.cpp
-    void OpenControlSocket();         // Run.cpp
-
-    // Steps of the watchdog (Watchdog.cpp).
+    // Steps of the watchdog.
     int SuperviseWorkers();
     pid_t ForkWorker(CStopRelay& relay);
 
@@ -200,7 +188,7 @@ public:
 
 wxDECLARE_APP(CAgentApp);
 
-// --- Signals (Signals.cpp) -------------------------------------------------
+// --- Signals (service/Signals.cpp) -----------------------------------------
 
 /// Handler of a process that runs the application: ends it on SIGINT and
 /// SIGTERM, does nothing else.

@@ -1,30 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// Daemon: leave the terminal, with one agent of a name at most.
-//
-// Four processes take part: the launcher, which the service script waits for;
-// the session leader; and the process that survives and becomes the watchdog.
-// All run with one thread. The claim on the pid file is taken by the launcher
-// and handed down, so that nothing can start between the look at the pid file
-// and the new content in it.
 
-#include "AgentApp.h"
+#include "service/Daemon.h"
 
 #include "base/ProcessAlive.h"
-#include "kza_core/Dom.h"
 #include "kza_core/PidFile.h"
 
 #include <wx/log.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include <unistd.h>
 
 namespace
 {
 
-constexpr int kFailed = -1;
 constexpr int kExitPresent = 1;
 
 // True when a live process owns the pid file.
@@ -68,32 +59,29 @@ void LeaveTerminal()
 
 } // namespace
 
-bool CAgentApp::Daemonize(int& status)
+bool Daemonize(const wxString& pidFile, const wxString& workingDirectory)
 {
-    m_pidFile.Printf("/var/run/%s.pid", GetAppName());
-
-    KzaCore::CPidFileClaim claim(m_pidFile);
-    if (claim.IsTaken() || IsOwned(m_pidFile))
+    KzaCore::CPidFileClaim claim(pidFile);
+    if (claim.IsTaken() || IsOwned(pidFile))
     {
-        wxLogError("%.128s present, exiting", m_pidFile);
+        wxLogError("%.128s present, exiting", pidFile);
         claim.Release();
         exit(kExitPresent);
     }
 
-    status = kFailed;
     if (!GoOnInChild())
     {
         wxLogSysError("Unable to fork");
         return false;
     }
     setsid();
-    EnterWorkingDirectory(m_dom->GetWxString(KzaCore::DomKey::kPathWork));
+    EnterWorkingDirectory(workingDirectory);
     if (!GoOnInChild())
     {
         wxLogSysError("Unable to do 2nd fork");
         return false;
     }
     LeaveTerminal();
-    KzaCore::WritePidFile(m_pidFile);
+    KzaCore::WritePidFile(pidFile);
     return true;
 }

@@ -8,6 +8,8 @@
 
 #include "AgentApp.h"
 #include "Version.h"
+#include "service/Daemon.h"
+#include "startup/Fips.h"
 
 #include "base/SignalSet.h"
 
@@ -22,6 +24,8 @@ namespace DomKey = KzaCore::DomKey;
 namespace
 {
 
+constexpr int kFailed = -1;
+
 // A setting comes from Lua as what it is, from everywhere else as text.
 bool IsSwitchedOn(const KzaCore::DomValue& value)
 {
@@ -35,13 +39,13 @@ bool IsSwitchedOn(const KzaCore::DomValue& value)
 
 int CAgentApp::OnRun()
 {
-    if (!EnterFipsMode())
+    if (!EnterFipsMode(*m_dom))
         return 0;
     if (m_background)
     {
-        int status = 0;
-        if (!Daemonize(status))
-            return status;
+        m_pidFile.Printf("/var/run/%s.pid", GetAppName());
+        if (!Daemonize(m_pidFile, m_dom->GetWxString(DomKey::kPathWork)))
+            return kFailed;
         return RunWatchdog();
     }
     wxLog::SetLogLevel(wxLOG_Max);

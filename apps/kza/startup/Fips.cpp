@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// FIPS mode, when the configuration asks for it: before any fork, so that the
-// daemon, the watchdog and every worker have it.
 
-#include "AgentApp.h"
+#include "startup/Fips.h"
+
 #include "ApplTrace.h"
 
 #include "kza_core/Dom.h"
@@ -23,11 +21,11 @@ bool IsRequested(const wxString& mode)
 
 } // namespace
 
-bool CAgentApp::EnterFipsMode()
+bool EnterFipsMode(const KzaCore::CDom& dom)
 {
     using namespace KzaCore;
 
-    if (!IsRequested(m_dom->GetWxString(DomKey::kFipsMode)))
+    if (!IsRequested(dom.GetWxString(DomKey::kFipsMode)))
     {
         APPL_TRACE("FIPS mode is OFF");
         return true;
@@ -35,7 +33,7 @@ bool CAgentApp::EnterFipsMode()
 
     // The library directory is taken as a file's name here: what belongs to
     // OpenSSL is beside that directory, not in it.
-    wxFileName engines(m_dom->GetWxString(DomKey::kPathLib));
+    wxFileName engines(dom.GetWxString(DomKey::kPathLib));
     const wxString root = engines.GetPath();
     engines.AppendDir("engines");
     const bool setEnginesVariable =

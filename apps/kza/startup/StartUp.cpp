@@ -2,19 +2,50 @@
 //
 // Step: start-up initialisation, on the main thread, before any other exists.
 //
-// Its result decides whether the process goes on to OnRun().
+// The framework calls OnInit(), whose base parses the command line and calls
+// the other two. The result decides whether the process goes on to OnRun().
 
 #include "AgentApp.h"
 #include "Version.h"
+#include "startup/CommandLine.h"
+#include "startup/Configuration.h"
+#include "startup/Executable.h"
+#include "startup/Options.h"
 #include "startup/VendorDirectory.h"
 
 #include "kza_core/CrashHandler.h"
 #include "kza_core/Dom.h"
+#include "kza_core/SqliteDatabase.h"
 
+#include <wx/cmdline.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 
 namespace DomKey = KzaCore::DomKey;
+
+namespace
+{
+
+void WriteInstallationKeys(const wxFileName& executable, KzaCore::CDom& dom)
+{
+    wxFileName libraries = executable;
+    libraries.AppendDir("lib");
+
+    dom.SetWx(DomKey::kPathBin, executable.GetPath());
+    dom.SetWx(DomKey::kPathLib, libraries.GetPath());
+    dom.SetWx(DomKey::kPathVendor, VendorDirectory(executable));
+    dom.Set(DomKey::kVersion, Version::kText);
+}
+
+void ArmCrashHandler(const wxString& application, const KzaCore::CDom& dom)
+{
+    const wxFileName dump(dom.GetPluginWorkdirWx("diag"), application, "mdmp");
+    bool full = false;
+    dom.Get(DomKey::kFullDump, full);
+    KzaCore::InitCrashHandler(dump.GetFullPath(), application, full);
+}
+
+} // namespace
 
 bool CAgentApp::OnInit()
 {
@@ -22,35 +53,39 @@ bool CAgentApp::OnInit()
     // thread; a record of another thread before that would be dropped.
     wxLog::GetActiveTarget();
 
-    WriteInstallationKeys();
+    WriteInstallationKeys(ExecutableFrom(argv[0]), *m_dom);
     SetVendorName(wxGetTranslation("Orvalis"));
     if (!wxAppConsole::OnInit())
         return false;
-    ArmCrashHandler();
+    ArmCrashHandler(GetAppName(), *m_dom);
     if (m_isDefaultApp)
         wxLogVerbose("KZA %s starting.", Version::kText);
     return true;
 }
 
-void CAgentApp::WriteInstallationKeys()
+void CAgentApp::OnInitCmdLine(wxCmdLineParser& parser)
 {
-    wxFileName executable(argv[0]);
-    executable.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
-                         wxPATH_NORM_ABSOLUTE);
-    wxFileName libraries = executable;
-    libraries.AppendDir("lib");
-
-    m_dom->SetWx(DomKey::kPathBin, executable.GetPath());
-    m_dom->SetWx(DomKey::kPathLib, libraries.GetPath());
-    m_dom->SetWx(DomKey::kPathVendor, VendorDirectory(executable));
-    m_dom->Set(DomKey::kVersion, Version::kText);
+    wxAppConsole::OnInitCmdLine(parser);
+    DeclareOptions(parser);
 }
 
-void CAgentApp::ArmCrashHandler()
+bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
 {
-    const wxFileName dump(m_dom->GetPluginWorkdirWx("diag"), GetAppName(),
-                          "mdmp");
-    bool full = false;
-    m_dom->Get(DomKey::kFullDump, full);
-    KzaCore::InitCrashHandler(dump.GetFullPath(), GetAppName(), full);
+    const wxFileName executable = ExecutableFrom(argv[0]);
+    const CCommandLine line(parser, *m_dom);
+    line.ApplyName(executable, *this);
+    m_isDefaultApp = GetAppName() == kDefaultName;
+    m_background = line.ApplyBackground();
+    m_installPlugins = line.InstallPlugins();
+    m_extDir = line.ExtensionDirectory();
+    m_zipPath = line.ApplyLuaPaths();
+    line.ApplyWorkingDirectory(executable);
+    line.ApplyTrace();
+    line.ApplyDomainVariable();
+    m_unitTestScript = line.ApplyUnitTest();
+
+    OpenConfiguration(GetAppName(), GetVendorName(), *m_dom);
+    ApplyConfiguration(GetAppName(), m_isDefaultApp, *m_dom);
+    KzaCore::CSqliteDatabase::InitializeSQLite(*m_dom);
+    return wxAppConsole::OnCmdLineParsed(parser);
 }
