@@ -85,9 +85,7 @@ void CAgentApp::StartupInit()
         return;
     b_InitDone = true;
 
-    OPENSSL_add_all_algorithms_noconf();
-    SSL_library_init();
-    SSL_load_error_strings();
+    KzaCore::OpenSSLCompat::Initialize();
     KzaCore::OpenSSLThreadSetup();
     SeedRandomGenerator();
 }

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <ostream>
+#include <utility>
 
 using namespace TestSupport;
 
@@ -241,6 +242,18 @@ const SRefusal kRefusals[] = {
     {"Integrity", "configured", "ossl-modules/fipsmodule.cnf",
      "[fips_sect]\nmodule-mac = 00:00\n",
      "1C8000D6:Provider routines::module integrity failure"},
+    {"IntegrityOfAnActivatedModule", "configured",
+     "ossl-modules/fipsmodule.cnf",
+     "[fips_sect]\nactivate = 1\nmodule-mac = 00:00\n",
+     "1C8000D6:Provider routines::module integrity failure"},
+    {"IntegrityInAWholeConfiguration", "configured", "ossl-modules/openssl.cnf",
+     "openssl_conf = start\n[start]\nproviders = all\n[all]\nmy.fips = it\n"
+     "[it]\nmodule-mac = 00:00\nactivate = 1\n",
+     "1C8000D6:Provider routines::module integrity failure"},
+    {"NoConfigurationOfAnActivatedModule", "configured", "openssl.cnf",
+     "openssl_conf = start\n[start]\nproviders = all\n[all]\nfips = it\n"
+     "[it]\nactivate = 1\n",
+     "1C8000D5:Provider routines::missing config data"},
     {"BrokenConfiguration", "usable", "ossl-modules/fipsmodule.cnf",
      "[fips_sect\n",
      "07000064:configuration file routines::missing close square bracket"},
@@ -289,16 +302,114 @@ TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
     }
 }
 
+// Whatever the environment names stands in this directory of the host.
+SProcessOptions Environment(const CFipsHost& host,
+                            const std::string& modules,
+                            const char* configuration = nullptr)
+{
+    SProcessOptions options;
+    options.env = {{"OPENSSL_MODULES", host.Host().File(modules)}};
+    if (configuration != nullptr)
+        options.env.emplace_back("OPENSSL_CONF",
+                                 host.Host().File(configuration));
+    return options;
+}
+
 TEST(Fips, EnvironmentGoesBeforeWhatLiesBesideTheLibraries)
 {
     const CFipsHost host;
     host.Place("refuses", "ossl-modules");
     host.Place("configured", "elsewhere");
     WriteFile(host.Host().File("elsewhere/my.cnf"), kWholeFile);
-    SProcessOptions options;
-    options.env = {{"OPENSSL_MODULES", host.Host().File("elsewhere")},
-                   {"OPENSSL_CONF", host.Host().File("elsewhere/my.cnf")}};
-    EXPECT_EQ(host.Run("1", options).out.find("fips true"), 0U);
+    EXPECT_EQ(host.Run("1", Environment(host, "elsewhere", "elsewhere/my.cnf"))
+                  .out.find("fips true"),
+              0U);
+}
+
+TEST(Fips, DirectoryOfTheEnvironmentWithoutAModuleIsPassedOver)
+{
+    for (const char* const place : {"ossl-modules", "engines"})
+    {
+        SCOPED_TRACE(place);
+        const CFipsHost host;
+        host.Place("configured", place);
+        WriteFile(host.Host().File(std::string(place) + "/fipsmodule.cnf"),
+                  kModuleFile);
+        EXPECT_EQ(host.Run("1", Environment(host, "none"))
+                      .out.find("fips true, SHA256 from fips"),
+                  0U);
+    }
+}
+
+TEST(Fips, ConfigurationBesideTheModuleOfTheEnvironmentIsRead)
+{
+    for (const auto& [file, content] :
+         {std::pair("elsewhere/fipsmodule.cnf", kModuleFile),
+          std::pair("elsewhere/openssl.cnf", kWholeFile),
+          std::pair("fipsmodule.cnf", kModuleFile)})
+    {
+        SCOPED_TRACE(file);
+        const CFipsHost host;
+        host.Place("configured", "elsewhere");
+        WriteFile(host.Host().File(file), content);
+        EXPECT_EQ(host.Run("1", Environment(host, "elsewhere"))
+                      .out.find("fips true, SHA256 from fips"),
+                  0U);
+    }
+}
+
+TEST(Fips, FaultOfTheModuleThatTheEnvironmentActivatesIsNamed)
+{
+    const CFipsHost host;
+    host.Place("configured", "elsewhere");
+    WriteFile(host.Host().File("my.cnf"),
+              "openssl_conf = start\n[start]\nproviders = all\n"
+              "[all]\nfips = it\n[it]\nactivate = 1\nmodule-mac = 00:00\n");
+    EXPECT_EQ(host.Run("1", Environment(host, "elsewhere", "my.cnf")).out, "");
+    const Lines expected = {
+        host.Engines(),
+        "WARNING kza: Tried to enter FIPS mode but failed: "
+        "error:1C8000D6:Provider routines::module integrity failure",
+        kRefused};
+    EXPECT_EQ(host.Said(), expected);
+}
+
+TEST(Fips, FaultyConfigurationOfTheEnvironmentIsNamed)
+{
+    const CFipsHost host;
+    host.Place("usable", "ossl-modules");
+    WriteFile(host.Host().File("my.cnf"), "[start\n");
+    EXPECT_EQ(host.Run("1", Environment(host, "none", "my.cnf")).out, "");
+    const Lines expected = {
+        host.Engines(),
+        "WARNING kza: Tried to enter FIPS mode but failed: error:07000064:"
+        "configuration file routines::missing close square bracket",
+        kRefused};
+    EXPECT_EQ(host.Said(), expected);
+}
+
+TEST(Fips, OtherFaultsInTheEnvironmentsConfigurationDoNotCount)
+{
+    const CFipsHost host;
+    host.Place("configured", "ossl-modules");
+    WriteFile(host.Host().File("my.cnf"),
+              "openssl_conf = start\n[start]\nunknown = x\nproviders = all\n"
+              "[all]\nfips = it\n[it]\nactivate = 1\nmodule-mac = CA:FE\n");
+    EXPECT_EQ(host.Run("1", Environment(host, "none", "my.cnf"))
+                  .out.find("fips true, SHA256 from fips"),
+              0U);
+}
+
+TEST(Fips, NoConfigurationIsReadWhileItIsOff)
+{
+    const CFipsHost host;
+    // With the base provider alone there are no algorithms.
+    WriteFile(host.Host().File("my.cnf"),
+              "openssl_conf = start\n[start]\nproviders = all\n"
+              "[all]\nbase = it\n[it]\nactivate = 1\n");
+    EXPECT_EQ(host.Run("0", Environment(host, "none", "my.cnf")).out,
+              "fips false, SHA256 from default, MD5 from default, engines "
+              "nil\n");
 }
 
 TEST(Fips, OddCharactersInThePathAreNoSyntax)
