@@ -5,11 +5,9 @@
 #include "archive/Inflate.h"
 #include "base/Error.h"
 #include "base/SignalSet.h"
-
-#include <unistd.h>
+#include "base/WholeTransfer.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 
 namespace KzaCore
@@ -31,13 +29,11 @@ bool WriteAll(int file,
 {
     while (size > 0)
     {
-        const ssize_t written = write(file, bytes, std::min(size, kWriteSize));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
+        const std::size_t piece = std::min(size, kWriteSize);
+        if (WriteWhole(file, bytes, piece) != piece)
             return FailBySystem(error, "it cannot be written");
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
+        bytes += piece;
+        size -= piece;
     }
     return true;
 }

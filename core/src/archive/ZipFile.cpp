@@ -4,6 +4,7 @@
 
 #include "archive/Inflate.h"
 #include "base/Error.h"
+#include "base/WholeTransfer.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -188,22 +189,10 @@ bool CZipFile::ReadAt(std::uint64_t offset,
                       std::size_t size,
                       std::string& error) const
 {
-    char* next = static_cast<char*>(buffer);
-    while (size > 0)
-    {
-        const ssize_t got =
-            pread(m_file.Get(), next, size, static_cast<off_t>(offset));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return FailBySystem(error, "cannot be read");
-        if (got == 0)
-            return Fail(error, "the file ends too early");
-        next += got;
-        offset += static_cast<std::uint64_t>(got);
-        size -= static_cast<std::size_t>(got);
-    }
-    return true;
+    if (ReadWholeAt(m_file.Get(), offset, buffer, size) == size)
+        return true;
+    return errno == 0 ? Fail(error, "the file ends too early")
+                      : FailBySystem(error, "cannot be read");
 }
 
 // Reads as much of the file's end as there is, up to a size.

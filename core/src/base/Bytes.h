@@ -31,4 +31,10 @@ namespace KzaCore
     return {bytes.data(), bytes.length()};
 }
 
+/// The characters of a text, valid as long as it is and unchanged.
+[[nodiscard]] inline std::wstring_view CharactersOf(const wxString& text)
+{
+    return {text.wx_str(), text.length()};
+}
+
 } // namespace KzaCore

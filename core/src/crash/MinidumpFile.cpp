@@ -4,6 +4,8 @@
 
 #include "crash/MinidumpFile.h"
 
+#include "base/WholeTransfer.h"
+
 #include <cerrno>
 #include <cstring>
 
@@ -132,22 +134,8 @@ void CMinidumpFile::WriteAt(std::uint64_t offset,
                             const void* data,
                             std::size_t size)
 {
-    const auto* from = static_cast<const char*>(data);
-    while (size > 0 && m_error == 0)
-    {
-        const ssize_t written =
-            pwrite(m_file, from, size, static_cast<off_t>(offset));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-        {
-            m_error = written < 0 ? errno : EIO;
-            return;
-        }
-        from += written;
-        offset += static_cast<std::uint64_t>(written);
-        size -= static_cast<std::size_t>(written);
-    }
+    if (m_error == 0 && WriteWholeAt(m_file, offset, data, size) != size)
+        m_error = errno;
 }
 
 int CMinidumpFile::Finish(std::uint32_t time, std::uint64_t flags)

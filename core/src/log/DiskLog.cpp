@@ -4,6 +4,7 @@
 
 #include "base/Bytes.h"
 #include "base/Error.h"
+#include "base/WholeTransfer.h"
 
 #include <wx/log.h>
 
@@ -36,17 +37,10 @@ public:
     CInside& operator=(const CInside&) = delete;
 };
 
-// One attempt: there is nobody to tell when it fails.
+// Where a failure cannot be told to anybody.
 void Put(int file, std::string_view text)
 {
-    while (write(file, text.data(), text.size()) < 0 && errno == EINTR)
-    {
-    }
-}
-
-std::wstring_view View(const wxString& text)
-{
-    return {text.wx_str(), text.length()};
+    static_cast<void>(WriteWhole(file, text.data(), text.size()));
 }
 
 wxString Records(std::uint64_t count)
@@ -204,7 +198,7 @@ bool CDiskLog::TellLost(std::time_t now)
 {
     const wxString text =
         Records(m_lost) + " lost: " + TextOfBytes(SystemErrorText(m_lostError));
-    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
+    const CLogLine line({ELogLevel::Warning, {}, CharactersOf(text), now});
     if (const int error = m_file.Append(line.Text(), now))
     {
         m_lostError = error;
@@ -218,7 +212,7 @@ bool CDiskLog::TellLost(std::time_t now)
 
 void CDiskLog::Warn(const wxString& text, std::time_t now)
 {
-    const CLogLine line({ELogLevel::Warning, {}, View(text), now});
+    const CLogLine line({ELogLevel::Warning, {}, CharactersOf(text), now});
     Append(line.Text(), EConsole::Repeat, now);
 }
 

@@ -2,6 +2,7 @@
 
 #include "kza_core/Log2Disk.h"
 
+#include "base/Bytes.h"
 #include "log/DiskLog.h"
 #include "process/ThreadLog.h"
 
@@ -14,11 +15,6 @@ namespace KzaCore
 
 namespace
 {
-
-std::wstring_view View(const wxString& text)
-{
-    return {text.wx_str(), text.length()};
-}
 
 ELogLevel LevelOf(wxLogLevel level)
 {
@@ -86,7 +82,8 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
     const bool isNamed = info.component != nullptr && *info.component != '\0';
     const wxString component = isNamed ? wxString(info.component) : wxString();
     const LogPosition position = {info.filename, info.line, info.func};
-    LogEntry entry = {LevelOf(level), View(component), View(msg), 0};
+    LogEntry entry = {LevelOf(level), CharactersOf(component),
+                      CharactersOf(msg), 0};
     entry.time = static_cast<std::time_t>(info.timestampMS / 1000);
     if (entry.level == ELogLevel::Trace)
         entry.position = &position;
@@ -102,7 +99,8 @@ void LogToDisk(ELogLevel level,
 {
     if (!IsAdmitted(level))
         return;
-    LogEntry entry = {level, View(component), View(text), std::time(nullptr)};
+    LogEntry entry = {level, CharactersOf(component), CharactersOf(text),
+                      std::time(nullptr)};
     entry.console = console;
     ProcessLog().Write(entry);
 }

@@ -3,6 +3,7 @@
 #include "log/LogFile.h"
 
 #include "base/Descriptor.h"
+#include "base/WholeTransfer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -38,15 +39,6 @@ int AboveStandardStreams(int file)
     close(file);
     errno = error;
     return higher;
-}
-
-ssize_t WriteSome(int file, std::string_view text)
-{
-    ssize_t written = 0;
-    do
-        written = write(file, text.data(), text.size());
-    while (written < 0 && errno == EINTR);
-    return written;
 }
 
 bool IsSameFile(const struct stat& a, const struct stat& b)
@@ -258,23 +250,16 @@ int CLogFile::TakeRotationError()
 int CLogFile::Write(std::string_view line)
 {
     struct stat status = {};
-    if (m_torn && EndsInMidLine(status) && WriteSome(m_file, "\n") != 1)
+    if (m_torn && EndsInMidLine(status) && WriteWhole(m_file, "\n", 1) != 1)
         return errno;
     m_torn = false;
 
-    // More than one turn only when the disk fills up: the second one tells
-    // why.
-    while (!line.empty())
-    {
-        const ssize_t written = WriteSome(m_file, line);
-        if (written <= 0)
-            return written < 0 ? errno : EIO;
-        m_size += written;
-        m_unseen += written;
-        line.remove_prefix(static_cast<std::size_t>(written));
-        m_torn = !line.empty();
-    }
-    return 0;
+    // One system call, unless the disk fills up: the second one tells why.
+    const std::size_t written = WriteWhole(m_file, line.data(), line.size());
+    m_size += static_cast<std::int64_t>(written);
+    m_unseen += static_cast<std::int64_t>(written);
+    m_torn = written > 0 && written < line.size();
+    return written == line.size() ? 0 : errno;
 }
 
 // By a writer that died or by a full disk. While the system copies a line of

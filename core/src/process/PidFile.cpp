@@ -3,6 +3,7 @@
 #include "kza_core/PidFile.h"
 
 #include "base/Descriptor.h"
+#include "base/WholeTransfer.h"
 
 #include <wx/log.h>
 #include <wx/string.h>
@@ -56,20 +57,10 @@ int ParsePid(std::string_view content)
     return isNumber && pid > 0 ? pid : 0;
 }
 
-// As read(2), whatever signals arrive.
-ssize_t ReadOnce(int fd, char* data, std::size_t size)
-{
-    ssize_t count = 0;
-    do
-        count = read(fd, data, size);
-    while (count == -1 && errno == EINTR);
-    return count;
-}
-
 bool WriteContent(int fd, const std::string& content)
 {
-    return fchmod(fd, 0644) == 0 && write(fd, content.data(), content.size()) ==
-                                        static_cast<ssize_t>(content.size());
+    return fchmod(fd, 0644) == 0 &&
+           WriteWhole(fd, content.data(), content.size()) == content.size();
 }
 
 // Both descriptions of one file?
@@ -113,10 +104,9 @@ int ReadPidFile(const wxString& path)
     std::array<char, kLongestContent> content{};
     if (info.st_size > static_cast<off_t>(content.size()))
         return 0;
-    const ssize_t count = ReadOnce(file.Get(), content.data(), content.size());
-    return count > 0
-               ? ParsePid({content.data(), static_cast<std::size_t>(count)})
-               : 0;
+    const std::size_t size =
+        ReadWhole(file.Get(), content.data(), content.size());
+    return ParsePid({content.data(), size});
 }
 
 bool WritePidFile(const wxString& path)

@@ -4,6 +4,7 @@
 
 #include "crash/linux/CrashStreams.h"
 
+#include "base/WholeTransfer.h"
 #include "crash/CrashText.h"
 #include "crash/linux/CrashMaps.h"
 #include "crash/linux/CrashMemory.h"
@@ -335,11 +336,7 @@ void CCrashStreams::AddFile(Minidump::EStream type, const char* path)
     const int file = open(path, O_RDONLY | O_CLOEXEC);
     if (file < 0)
         return;
-    std::size_t size = 0;
-    ssize_t count = 0;
-    while (size < sizeof(g_block) &&
-           (count = read(file, g_block + size, sizeof(g_block) - size)) > 0)
-        size += static_cast<std::size_t>(count);
+    const std::size_t size = ReadWhole(file, g_block, sizeof(g_block));
     close(file);
     m_file.AddStream(type, m_file.Append(g_block, size));
 }
