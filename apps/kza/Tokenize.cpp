@@ -2,17 +2,15 @@
 
 #include "Tokenize.h"
 
+#include "base/Bytes.h"
+#include "base/SplitList.h"
+
 void Tokenize(std::list<wxString>& out,
               const wxString& text,
               const wchar_t* delimiters)
 {
-    std::size_t begin = text.find_first_not_of(delimiters);
-    while (begin != wxString::npos)
-    {
-        const std::size_t end = text.find_first_of(delimiters, begin);
-        out.push_back(text.substr(begin, end == wxString::npos ? wxString::npos
-                                                               : end - begin));
-        begin = end == wxString::npos ? wxString::npos
-                                      : text.find_first_not_of(delimiters, end);
-    }
+    using KzaCore::CharactersOf;
+    for (const std::wstring_view element :
+         KzaCore::SplitList<std::wstring_view>(CharactersOf(text), delimiters))
+        out.emplace_back(element.data(), element.size());
 }

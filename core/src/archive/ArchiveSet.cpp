@@ -3,6 +3,7 @@
 #include "archive/ArchiveSet.h"
 
 #include "base/Bytes.h"
+#include "base/SplitList.h"
 
 #include <wx/log.h>
 
@@ -16,21 +17,6 @@ namespace
 
 constexpr std::chrono::seconds kRefreshInterval{1};
 
-std::vector<std::string> Split(const std::string& list)
-{
-    std::vector<std::string> parts;
-    for (std::size_t begin = 0; begin < list.size();)
-    {
-        std::size_t end = list.find(';', begin);
-        if (end == std::string::npos)
-            end = list.size();
-        if (end > begin)
-            parts.push_back(list.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return parts;
-}
-
 } // namespace
 
 void CArchiveSet::SetPaths(const std::string& list)
@@ -40,7 +26,7 @@ void CArchiveSet::SetPaths(const std::string& list)
     m_list = list;
     auto old = std::move(m_members);
     m_members.clear();
-    for (std::string& path : Split(list))
+    for (const std::string_view path : SplitList<std::string_view>(list, ";"))
     {
         const auto isIt = [&path](const SMember& member)
         { return member.path == path; };
@@ -50,7 +36,7 @@ void CArchiveSet::SetPaths(const std::string& list)
         SMember member;
         if (kept != old.end())
             member = std::move(*kept);
-        member.path = std::move(path);
+        member.path = path;
         m_members.push_back(std::move(member));
     }
 }

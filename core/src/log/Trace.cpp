@@ -2,6 +2,7 @@
 
 #include "kza_core/Trace.h"
 
+#include "base/Bytes.h"
 #include "log/DiskLog.h"
 
 #include <ctime>
@@ -16,11 +17,8 @@ void LogTrace(const wxString& component,
               const wxString& text)
 {
     const LogPosition position = {file, line, function};
-    ProcessLog().Write({ELogLevel::Trace,
-                        {component.wx_str(), component.length()},
-                        {text.wx_str(), text.length()},
-                        std::time(nullptr),
-                        &position});
+    ProcessLog().Write({ELogLevel::Trace, CharactersOf(component),
+                        CharactersOf(text), std::time(nullptr), &position});
 }
 
 } // namespace KzaCore

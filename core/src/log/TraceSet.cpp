@@ -2,6 +2,8 @@
 
 #include "log/TraceSet.h"
 
+#include "base/Bytes.h"
+#include "base/SplitList.h"
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Trace.h"
@@ -64,7 +66,7 @@ void RefreshTrace(const CDom* root)
     if (root != nullptr)
         list = root->GetWxString(DomKey::kTrace) + "," +
                root->GetWxString(DomKey::kTraceMore);
-    Publish(CTraceSet({list.wx_str(), list.length()}));
+    Publish(CTraceSet(CharactersOf(list)));
 }
 
 constexpr std::string_view kKeys[] = {DomKey::kTrace, DomKey::kTraceMore};
@@ -74,11 +76,10 @@ const CKeyObserver s_observer(kKeys, RefreshTrace);
 
 CTraceSet::CTraceSet(std::wstring_view list)
 {
-    while (!list.empty())
+    for (const std::wstring_view element :
+         SplitList<std::wstring_view>(list, L","))
     {
-        const std::size_t comma = std::min(list.find(L','), list.size());
-        const std::wstring_view name = Trim(list.substr(0, comma));
-        list.remove_prefix(std::min(comma + 1, list.size()));
+        const std::wstring_view name = Trim(element);
         if (name == L"*")
             m_all = true;
         else if (!name.empty())
@@ -98,8 +99,7 @@ namespace TraceDetail
 
 bool IsInSet(const wxString& component)
 {
-    return std::atomic_load(&Published())
-        ->Has({component.wx_str(), component.length()});
+    return std::atomic_load(&Published())->Has(CharactersOf(component));
 }
 
 } // namespace TraceDetail

@@ -2,6 +2,7 @@
 
 #include "lua/LuaSearchers.h"
 
+#include "base/SplitList.h"
 #include "lua/LuaGuard.h"
 
 #include <lua.hpp>
@@ -48,15 +49,9 @@ void SetStringField(lua_State* L,
 std::string AbsoluteEntries(const std::string& list)
 {
     std::string result;
-    for (std::size_t begin = 0; begin < list.size();)
-    {
-        std::size_t end = list.find(';', begin);
-        if (end == std::string::npos)
-            end = list.size();
-        if (list[begin] == '/')
-            result += ";" + list.substr(begin, end - begin);
-        begin = end + 1;
-    }
+    for (const std::string_view entry : SplitList<std::string_view>(list, ";"))
+        if (entry.front() == '/')
+            result.append(";").append(entry);
     return result;
 }
 

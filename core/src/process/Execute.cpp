@@ -4,10 +4,10 @@
 
 #include "base/Bytes.h"
 #include "base/Error.h"
+#include "base/SplitList.h"
 #include "process/Program.h"
 
 #include <wx/string.h>
-#include <wx/tokenzr.h>
 
 #include <cerrno>
 #include <string>
@@ -25,9 +25,9 @@ std::vector<std::string> Words(const wxString& program,
                                const wxString& arguments)
 {
     std::vector<std::string> words{std::string(program.fn_str())};
-    wxStringTokenizer tokens(arguments, " \t", wxTOKEN_STRTOK);
-    while (tokens.HasMoreTokens())
-        words.emplace_back(tokens.GetNextToken().fn_str());
+    for (const std::wstring_view word :
+         SplitList<std::wstring_view>(CharactersOf(arguments), L" \t"))
+        words.emplace_back(wxString(word.data(), word.size()).fn_str());
     return words;
 }
 
