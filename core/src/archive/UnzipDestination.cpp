@@ -3,6 +3,7 @@
 #include "archive/UnzipDestination.h"
 
 #include "base/Error.h"
+#include "base/Hash.h"
 #include "base/ProcessAlive.h"
 
 #include <dirent.h>
@@ -15,7 +16,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <utility>
 
@@ -132,8 +132,8 @@ bool CUnzipDestination::IsNew(std::string_view directory)
 {
     constexpr std::size_t kSlots = 4096;
     m_searched.resize(kSlots);
-    const std::size_t hash = std::hash<std::string_view>()(directory);
-    std::size_t& slot = m_searched[hash % kSlots];
+    const std::uint64_t hash = HashBytes(directory);
+    std::uint64_t& slot = m_searched[hash % kSlots];
     return std::exchange(slot, hash) != hash;
 }
 

@@ -12,6 +12,7 @@
 
 #include "base/Descriptor.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,7 +79,7 @@ private:
     std::vector<std::string> m_leftovers; // full paths
 
     // Hashes of the directories that were searched last, each in its slot.
-    std::vector<std::size_t> m_searched;
+    std::vector<std::uint64_t> m_searched;
     bool m_isSearching = true; // until RemoveLeftovers()
 };
 

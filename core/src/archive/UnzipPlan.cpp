@@ -2,8 +2,8 @@
 
 #include "archive/UnzipPlan.h"
 
-#include "archive/NameHash.h"
 #include "base/Error.h"
+#include "base/Hash.h"
 
 #include <sys/stat.h>
 
@@ -91,7 +91,7 @@ class CConflicts
 {
 public:
     CConflicts(const CZipFile& archive, std::size_t maxLength)
-        : m_archive(archive), m_maxLength(maxLength), m_seed(NewHashSeed(this))
+        : m_archive(archive), m_maxLength(maxLength), m_seed(NewHashSeed())
     {
     }
 
@@ -106,7 +106,7 @@ private:
     [[nodiscard]] std::uint64_t KeyOf(std::string_view path,
                                       bool isDirectory) const
     {
-        return (HashName(path, m_seed) & ~std::uint64_t(1)) |
+        return (HashBytes(path, m_seed) & ~std::uint64_t(1)) |
                (isDirectory ? 1 : 0);
     }
 

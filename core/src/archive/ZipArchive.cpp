@@ -3,8 +3,8 @@
 #include "archive/ZipArchive.h"
 
 #include "archive/Inflate.h"
-#include "archive/NameHash.h"
 #include "base/Error.h"
+#include "base/Hash.h"
 
 #include <cstring>
 
@@ -21,7 +21,7 @@ constexpr std::uint64_t kMaxWhole = 1ULL << 30;
 
 bool CZipArchive::Open(const std::string& path, std::string& error)
 {
-    m_seed = NewHashSeed(this);
+    m_seed = NewHashSeed();
     if (!m_file.Open(path, error) || !ReadDirectory(error))
     {
         m_entries.clear();
@@ -69,7 +69,7 @@ void CZipArchive::Index()
 std::size_t CZipArchive::SlotOf(std::string_view name) const
 {
     const std::size_t mask = m_slots.size() - 1;
-    std::size_t at = HashName(name, m_seed) & mask;
+    std::size_t at = HashBytes(name, m_seed) & mask;
     while (m_slots[at] != 0 && m_entries[m_slots[at] - 1].name != name)
         at = (at + 1) & mask;
     return at;

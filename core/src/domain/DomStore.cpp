@@ -210,7 +210,7 @@ CDomStore::CNode* CDomStore::Find(const CIndex* index,
 
 void CDomStore::Store(std::string_view key, ValuePtr value)
 {
-    const std::uint64_t hash = HashOfKey(key);
+    const std::uint64_t hash = HashBytes(key);
     {
         const CEpochGuard guard;
         if (!Replace(key, hash, value))
@@ -258,7 +258,7 @@ bool CDomStore::Unset(std::string_view key)
 {
     const CEpochGuard guard;
     std::unique_lock<std::mutex> lock(m_mutex);
-    CNode* const node = Find(Load(m_index), key, HashOfKey(key));
+    CNode* const node = Find(Load(m_index), key, HashBytes(key));
     if (node == nullptr || Load(node->value) == nullptr)
         return false;
     const CDomValue* const old =
@@ -308,7 +308,7 @@ CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
 CDomStore::CNode& CDomStore::Pin(std::string_view key)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    CNode& node = FindOrAdd(key, HashOfKey(key));
+    CNode& node = FindOrAdd(key, HashBytes(key));
     if (!node.pinned && Load(node.value) == nullptr)
         --m_removed;
     node.pinned = true;

@@ -13,8 +13,9 @@
 
 #pragma once
 
+#include "base/Hash.h"
 #include "domain/Epoch.h"
-#include "domain/KeyHash.h"
+#include "domain/SameKey.h"
 
 #include <atomic>
 #include <chrono>
@@ -68,7 +69,7 @@ public:
     template <typename TUse>
     bool Read(std::string_view key, TUse use) const
     {
-        const std::uint64_t hash = HashOfKey(key);
+        const std::uint64_t hash = HashBytes(key);
         const CEpochGuard guard;
         const CNode* const node = Find(Load(m_index), key, hash);
         const CDomValue* const value = node ? Load(node->value) : nullptr;

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Random bytes from the system.
+//
+// Threads: any.
+
+#pragma once
+
+#include <cstddef>
+
+namespace KzaCore
+{
+
+/// Fills a buffer with bytes that no other process can guess. Does not wait:
+/// early in the life of a host the system may have none yet.
+///
+/// \param size  At most 256.
+///
+/// \return false when there are none; the buffer is then undefined.
+[[nodiscard]] bool FillWithRandomBytes(void* buffer, std::size_t size);
+
+} // namespace KzaCore
