@@ -16,13 +16,10 @@
 #include "base/ProcessAlive.h"
 #include "kza_core/Execute.h"
 #include "kza_core/PidFile.h"
-#include "kza_core/TimerSlack.h"
 
-#include <lua.hpp>
 #include <wx/filefn.h>
 #include <wx/log.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -63,27 +60,23 @@ int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
     return kFailed;
 }
 
-// By the clock that nobody sets, since the host's may be set while it starts.
-nanoseconds Now()
+// By the clock that is never set: the host's time may be set while it starts.
+timespec TimeAfter(milliseconds delay)
 {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
-}
-
-timespec ToTimespec(nanoseconds time)
-{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const nanoseconds time =
+        seconds(now.tv_sec) + nanoseconds(now.tv_nsec) + delay;
     const auto whole = std::chrono::duration_cast<seconds>(time);
     return {static_cast<time_t>(whole.count()),
             static_cast<long>((time - whole).count())};
 }
 
 // Nothing signals the condition, and a signal to the process does not cut the
-// wait short: a back-off lasts as long as the log says, and no longer.
-void WaitFullyUntil(nanoseconds time)
+// wait short: a back-off lasts as long as the log says.
+void WaitFully(milliseconds delay)
 {
-    const timespec end = ToTimespec(time);
-    const KzaCore::CNoTimerSlack punctual;
+    const timespec end = TimeAfter(delay);
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
     pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
@@ -100,55 +93,14 @@ void WaitFullyUntil(nanoseconds time)
     pthread_condattr_destroy(&attributes);
 }
 
-// Goes the way to a module. No path leads to a file: nobody's code runs here.
-constexpr char kRehearsal[] = "package.path = '/dev/null/?'\n"
-                              "package.cpath = package.path\n"
-                              "pcall(require, 'nothing')\n"
-                              "dofile('/dev/null')\n";
-
-int RehearseCB(lua_State* L)
-{
-    luaL_openlibs(L);
-    luaL_dostring(L, kRehearsal);
-    return 0;
-}
-
-// A function of a library is looked up when it is first called, which takes
-// long for the many that Lua is made of. What is called here, while there is
-// nothing to do but wait, no later worker has to look up.
-void RehearseLua()
-{
-    lua_State* const L = luaL_newstate();
-    if (L == nullptr)
-        return;
-    lua_pushcfunction(L, RehearseCB);
-    (void)lua_pcall(L, 0, 0, 0); // without memory: then not
-    lua_close(L);
-}
-
-// What has passed since the last worker's end, mostly the report about it, is
-// part of the delay. No more than a millisecond: where a report took long, the
-// wait still is what the log says.
-nanoseconds EndOfDelay(milliseconds delay, nanoseconds ended)
-{
-    constexpr milliseconds kMostCounted{1};
-    const nanoseconds now = Now();
-    return now + delay - std::min<nanoseconds>(now - ended, kMostCounted);
-}
-
-void DelayRestart(const CStopRelay& relay,
-                  const CRestartPolicy::Decision& next,
-                  nanoseconds ended)
+void DelayRestart(const CStopRelay& relay, const CRestartPolicy::Decision& next)
 {
     if (next.recentStarts == 0)
         return;
     wxLogVerbose("Delaying %dms before restart %d",
                  static_cast<int>(next.delay.count()), next.recentStarts);
-    const nanoseconds end = EndOfDelay(next.delay, ended);
-    if (next.recentStarts == 1)
-        RehearseLua();
     const CStopRelay::CDelivery delivery(relay);
-    WaitFullyUntil(end);
+    WaitFully(next.delay);
 }
 
 pid_t WaitOnce(const CStopRelay& relay, pid_t worker, int& status)
@@ -275,14 +227,13 @@ int CAgentApp::SuperviseWorkers()
 {
     CStopRelay relay;
     CRestartPolicy policy;
-    nanoseconds ended{}; // the first start waits for nothing
     for (;;)
     {
         const time_t now = time(nullptr);
         const CRestartPolicy::Decision next = policy.BeforeStart(now);
         if (!next.allowed)
             return ReportTooManyRestarts(next);
-        DelayRestart(relay, next, ended);
+        DelayRestart(relay, next);
 
         // The time from before the delay: a long back-off shortens the period
         // that the next count looks at.
@@ -294,7 +245,6 @@ int CAgentApp::SuperviseWorkers()
         const std::optional<int> status = WaitForWorker(relay, worker);
         if (!status)
             return kFailed;
-        ended = Now();
         ReportEnd(*status);
         if (const std::optional<int> result = DecideAfter(relay, *status))
             return *result;

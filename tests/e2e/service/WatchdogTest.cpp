@@ -198,29 +198,6 @@ TEST(Watchdog, DriverScriptHasACleanSignalState)
     EXPECT_EQ(ReadFile(service.Host().Work() + "/fds"), "0\n1\n2\n3\n");
 }
 
-TEST(Watchdog, StoppingTheDriverIsNotPartOfTheDelay)
-{
-    const CService service;
-    service.SetModule(EndsAtFirst(3));
-    WriteFile(service.DriverScript(),
-              "#!/bin/sh\n"
-              "sleep 1.1\n"
-              "cut -d ' ' -f 1 /proc/uptime >stopped\n");
-    chmod(service.DriverScript().c_str(), 0700);
-    ASSERT_TRUE(service.StartUntil("Delaying 1000ms"));
-    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
-    std::vector<std::string> lives;
-    ASSERT_TRUE(WaitUntil(
-        [&]
-        {
-            lives = ReadLines(service.Host().Work() + "/lives");
-            return lives.size() == 2;
-        }));
-    const std::string stopped = ReadFile(service.Host().Work() + "/stopped");
-    EXPECT_GT(std::stod(lives[1]) - std::stod(stopped), 0.98);
-    EXPECT_TRUE(service.Stop());
-}
-
 TEST(Watchdog, FirstDelaysInRealTime)
 {
     const CService service("delays");

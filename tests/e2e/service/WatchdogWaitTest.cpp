@@ -10,8 +10,6 @@
 #include <csignal>
 #include <filesystem>
 
-#include <unistd.h>
-
 using namespace TestSupport;
 
 namespace
@@ -71,23 +69,6 @@ TEST(Watchdog, RareWaitStatuses)
         EXPECT_EQ(Said(service).at(1), row.said);
         EXPECT_EQ(Said(service).at(2), Delaying(1000, 1));
     }
-}
-
-std::string TimerSlack(pid_t pid)
-{
-    return ReadFile("/proc/" + std::to_string(pid) + "/timerslack_ns");
-}
-
-TEST(Watchdog, WaitsOnTimeAndItsWorkersAsOthersDo)
-{
-    const CService service("on-time");
-    service.SetModule(EndsAtFirst(3));
-    ASSERT_TRUE(service.StartUntil("Delaying 1000ms"));
-    const pid_t watchdog = service.PidFromFile();
-    EXPECT_TRUE(WaitUntil([&] { return TimerSlack(watchdog) == "1\n"; }));
-    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
-    EXPECT_EQ(TimerSlack(service.Worker()), TimerSlack(getpid()));
-    EXPECT_TRUE(service.Stop());
 }
 
 TEST(Watchdog, KilledBySigtermIsSuccess)
