@@ -7,6 +7,7 @@
 
 #include "AgentApp.h"
 
+#include "service/Signals.h"
 #include "startup/StandardDescriptors.h"
 
 #include "kza_core/Dom.h"

@@ -188,20 +188,6 @@ public:
 
 wxDECLARE_APP(CAgentApp);
 
-// --- Signals (service/Signals.cpp) -----------------------------------------
-
-/// Handler of a process that runs the application: ends it on SIGINT and
-/// SIGTERM, does nothing else.
-extern "C" void KzaSignalHandler(int signal);
-
-/// Installs the dispositions of a process that runs the application and
-/// blocks SIGINT and SIGTERM in the calling thread.
-void InstallSignalDispositions();
-
-/// Lets a write beyond the limit on the size of files fail with EFBIG. By
-/// default it kills the process, also one that only logs.
-void IgnoreFileSizeSignal();
-
 // --- Lua entry points ------------------------------------------------------
 
 /// Runs CAgentApp::SetupLua() for the application in upvalue 1.

@@ -9,6 +9,7 @@
 #include "AgentApp.h"
 #include "ApplTrace.h"
 #include "StandardError.h"
+#include "service/Signals.h"
 
 #include "base/Bytes.h"
 #include "base/SignalSet.h"

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// The signals of a process that runs the application: its handler and the
-// table of dispositions.
 
-#include "AgentApp.h"
+#include "service/Signals.h"
 
 #include "base/SignalSet.h"
+#include "kza_core/Runnable.h"
+
+#include <csignal>
 
 #include <unistd.h>
 

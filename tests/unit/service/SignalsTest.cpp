@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include "service/Signals.h"
+
 #include "AgentApp.h"
 
 #include "support/TempDir.h"
