@@ -24,7 +24,7 @@ const char* __tsan_default_suppressions()
 {
     return "race_top:pthread_mutex_destroy\n"
            "race:wxMutex::wxMutex\n"
-           "signal:CAgentApp::SuperviseWorkers\n";
+           "signal:CWatchdog::Supervise\n";
 }
 
 // By default every process sleeps for a second at its end, so that threads may

@@ -21,7 +21,6 @@
 #include <wx/apptrait.h>
 #include <wx/datetime.h>
 
-#include <csignal>
 #include <memory>
 
 class wxFileName;
@@ -29,7 +28,6 @@ class wxInputStream;
 class wxOutputStream;
 class wxZipEntry;
 struct lua_State;
-class CStopRelay;
 
 namespace KzaCore
 {
@@ -142,13 +140,8 @@ private:
     int RunToStandardOutput(const wxString& code, const wxString& name);
 
     // Steps of OnRun.
-    int RunWatchdog();                // service/Watchdog.cpp
     [[noreturn]] void RunScriptApp(); // service/Run.cpp
     void OpenControlSocket();         // service/Run.cpp
-
-    // Steps of the watchdog.
-    int SuperviseWorkers();
-    pid_t ForkWorker(CStopRelay& relay);
 
     bool m_reserved = false;
     bool m_installPlugins = false;

@@ -4,10 +4,8 @@
 // C library's calls:
 //   KZA_FAIL_FORK=n       the nth fork of the family fails with EAGAIN
 //   KZA_FAIL_LOCK=n       locking a file fails with this error number
-//   KZA_WAIT_STATUS=n     children are reported with this wait status
 //   KZA_WAIT_THROW=type   waiting for a child throws a value of this type
 //   KZA_WAIT_OTHER=1      the first wait tells of another process
-//   KZA_NO_SIGNAL_NAMES=1 no signal has a description
 //   KZA_SIGNAL_LOG=file   changes of dispositions and thread masks are noted,
 //                         each with the process's id
 //   KZA_STEP_LOG=file     the steps of a daemon and of the clean-up are noted
@@ -132,12 +130,7 @@ KZA_EXPORT pid_t waitpid(pid_t pid, int* status, int options)
         *status = 0;
         return pid + 1;
     }
-    const pid_t ended =
-        Next<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
-    const char* const instead = getenv("KZA_WAIT_STATUS");
-    if (ended > 0 && instead != nullptr)
-        *status = Number(instead);
-    return ended;
+    return Next<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
 }
 
 KZA_EXPORT int sigaction(int number,
@@ -167,13 +160,6 @@ KZA_EXPORT int pthread_sigmask(int how,
                 Note("KZA_SIGNAL_LOG", "%d block %d\n", getpid(), number);
     return Next<int(int, const sigset_t*, sigset_t*)>("pthread_sigmask")(
         how, set, previous);
-}
-
-KZA_EXPORT char* strsignal(int number) noexcept
-{
-    return getenv("KZA_NO_SIGNAL_NAMES") == nullptr
-               ? Next<char*(int)>("strsignal")(number)
-               : nullptr;
 }
 
 KZA_EXPORT pid_t setsid() noexcept

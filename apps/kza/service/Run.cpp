@@ -9,6 +9,7 @@
 #include "AgentApp.h"
 #include "Version.h"
 #include "service/Daemon.h"
+#include "service/Watchdog.h"
 #include "startup/Fips.h"
 
 #include "base/SignalSet.h"
@@ -46,7 +47,7 @@ int CAgentApp::OnRun()
         m_pidFile.Printf("/var/run/%s.pid", GetAppName());
         if (!Daemonize(m_pidFile, m_dom->GetWxString(DomKey::kPathWork)))
             return kFailed;
-        return RunWatchdog();
+        return CWatchdog(m_pidFile, [this]() -> int { RunScriptApp(); }).Run();
     }
     wxLog::SetLogLevel(wxLOG_Max);
     RunScriptApp();

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Watchdog: keep one worker alive and know when to stop trying.
-//
-// Forks while it has one thread, no Lua state and no open database; only that
-// makes the plain fork below safe. Whether to start again and after which delay
-// is decided by CRestartPolicy; this file forks, waits and reports. The
-// watchdog reaps each worker before it starts the next one.
+// Whether and when a worker is started is decided by CRestartPolicy, what its
+// end means by JudgeWorkerEnd(), and signals are left to CStopRelay. This file
+// forks, waits and reports. Each worker is reaped before the next one starts.
 
-#include "AgentApp.h"
+#include "service/Watchdog.h"
 
 #include "service/ParentDeath.h"
-#include "service/RestartPolicy.h"
-#include "service/StopRelay.h"
+#include "service/WorkerEnd.h"
 
 #include "base/ProcessAlive.h"
 #include "kza_core/Execute.h"
@@ -23,9 +19,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <ctime>
-#include <optional>
+#include <utility>
 
 #include <pthread.h>
 #include <sys/wait.h>
@@ -40,17 +36,8 @@ using std::chrono::seconds;
 
 constexpr int kFailed = -1;
 
-// A worker that ends with this code wants the kernel driver stopped before its
-// successor starts.
-constexpr int kExitStopDriver = 3;
 constexpr char kDriverScript[] = "/opt/kz_agent/SunOS.init";
 constexpr char kDriverScriptArguments[] = "stopmod";
-
-bool IsCrashSignal(int signal)
-{
-    return signal == SIGILL || signal == SIGTRAP || signal == SIGABRT ||
-           signal == SIGSEGV;
-}
 
 int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
 {
@@ -93,101 +80,6 @@ void WaitFully(milliseconds delay)
     pthread_condattr_destroy(&attributes);
 }
 
-void DelayRestart(const CStopRelay& relay, const CRestartPolicy::Decision& next)
-{
-    if (next.recentStarts == 0)
-        return;
-    wxLogVerbose("Delaying %dms before restart %d",
-                 static_cast<int>(next.delay.count()), next.recentStarts);
-    const CStopRelay::CDelivery delivery(relay);
-    WaitFully(next.delay);
-}
-
-pid_t WaitOnce(const CStopRelay& relay, pid_t worker, int& status)
-{
-    const CStopRelay::CDelivery delivery(relay);
-    return waitpid(worker, &status, 0);
-}
-
-// The wait status of the worker, nothing when waiting failed.
-std::optional<int> WaitForWorker(const CStopRelay& relay, pid_t worker)
-{
-    for (;;)
-    {
-        int status = 0;
-        const pid_t ended = WaitOnce(relay, worker, status);
-        if (ended == worker)
-            return status;
-        if (ended != -1)
-            continue;
-        if (errno != EINTR)
-        {
-            wxLogSysError("Error waiting for child process");
-            return std::nullopt;
-        }
-        wxLogWarning("Waiting for child process interrupted - Try again");
-    }
-}
-
-void ReportSignalled(int status)
-{
-    const int signal = WTERMSIG(status);
-    const char* const known = strsignal(signal);
-    const wxString description = known != nullptr ? known : "Unknown Signal";
-    if (IsCrashSignal(signal))
-        wxLogError("Child process crashed with status %d (signal %d: %s)",
-                   status, signal, description);
-    else
-        wxLogVerbose("Child process exited with status %d (signal %d: %s)",
-                     status, signal, description);
-}
-
-void ReportEnd(int status)
-{
-    if (WIFEXITED(status))
-        wxLogVerbose("Child process exited with status %d (exit %d)", status,
-                     WEXITSTATUS(status));
-    else if (WIFSIGNALED(status))
-        ReportSignalled(status);
-    else
-        wxLogVerbose("Child process exited with status %d", status);
-}
-
-bool RunDriverScript(const CStopRelay& relay, wxString& error)
-{
-    const CStopRelay::CDelivery delivery(relay);
-    wxString output;
-    unsigned long result = 0;
-    return KzaCore::Execute(kDriverScript, kDriverScriptArguments, output,
-                            result, error);
-}
-
-void StopDriver(const CStopRelay& relay)
-{
-    if (access(kDriverScript, X_OK) != 0)
-        return;
-    wxString error;
-    if (RunDriverScript(relay, error))
-        wxLogMessage("Driver stopped using %s", wxString(kDriverScript));
-    else
-        wxLogError("Error stopping driver: %s", error);
-}
-
-// The service's exit status, nothing when the worker is to be started again.
-std::optional<int> DecideAfter(const CStopRelay& relay, int status)
-{
-    if (WIFEXITED(status))
-    {
-        if (WEXITSTATUS(status) != kExitStopDriver)
-            return WEXITSTATUS(status);
-        StopDriver(relay);
-        return std::nullopt;
-    }
-    if (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM)
-        return 0;
-    return std::nullopt;
-}
-
 // After a stop request the file has gone and the next agent may have started
 // while the worker was still at its shutdown: that agent's file stays.
 bool NamesAnotherAgent(const wxString& pidFile)
@@ -204,56 +96,137 @@ void RemovePidFile(const wxString& pidFile)
 
 } // namespace
 
-pid_t CAgentApp::ForkWorker(CStopRelay& relay)
+CWatchdog::CWatchdog(wxString pidFile, WorkerMain workerMain)
+    : m_pidFile(std::move(pidFile)), m_workerMain(std::move(workerMain))
 {
-    const pid_t watchdog = getpid();
-    // What lies in a buffer of the C library would be written twice.
-    fflush(nullptr);
-    const pid_t worker = fork();
-    if (worker == 0)
-    {
-        relay.LeaveToWorker();
-        StopWithParent(watchdog);
-        RunScriptApp();
-    }
-    if (worker == -1)
-        wxLogSysError("Unable to fork child");
-    else
-        relay.Install(m_pidFile);
-    return worker;
 }
 
-int CAgentApp::SuperviseWorkers()
+int CWatchdog::Run()
 {
-    CStopRelay relay;
-    CRestartPolicy policy;
+    const int result = Supervise();
+    RemovePidFile(m_pidFile);
+    return result;
+}
+
+int CWatchdog::Supervise()
+{
     for (;;)
     {
         const time_t now = time(nullptr);
-        const CRestartPolicy::Decision next = policy.BeforeStart(now);
+        const CRestartPolicy::Decision next = m_policy.BeforeStart(now);
         if (!next.allowed)
             return ReportTooManyRestarts(next);
-        DelayRestart(relay, next);
+        Delay(next);
 
         // The time from before the delay: a long back-off shortens the period
         // that the next count looks at.
-        policy.NoteStart(now);
+        m_policy.NoteStart(now);
 
-        const pid_t worker = ForkWorker(relay);
+        const pid_t worker = ForkWorker();
         if (worker == -1)
             return kFailed;
-        const std::optional<int> status = WaitForWorker(relay, worker);
+        const std::optional<int> status = WaitForWorker(worker);
         if (!status)
             return kFailed;
-        ReportEnd(*status);
-        if (const std::optional<int> result = DecideAfter(relay, *status))
-            return *result;
+        const CWorkerEnd end = JudgeWorkerEnd(*status);
+        wxLogGeneric(end.level, "%s", end.text);
+        if (end.next == EAfterWorker::EndService)
+            return end.serviceStatus;
+        if (end.next == EAfterWorker::StopDriverAndRestart)
+            StopDriver();
     }
 }
 
-int CAgentApp::RunWatchdog()
+void CWatchdog::Delay(const CRestartPolicy::Decision& next) const
 {
-    const int result = SuperviseWorkers();
-    RemovePidFile(m_pidFile);
-    return result;
+    if (next.recentStarts == 0)
+        return;
+    wxLogVerbose("Delaying %dms before restart %d",
+                 static_cast<int>(next.delay.count()), next.recentStarts);
+    const CStopRelay::CDelivery delivery(m_relay);
+    WaitFully(next.delay);
+}
+
+// A plain fork without exec: the worker goes on with the daemon's memory, which
+// is sound because the daemon has one thread, no Lua state and no open
+// database. Only the parent returns from here.
+//
+// SIGTERM is blocked in both processes across the fork, with the watchdog's
+// other signals. A stop request that comes meanwhile stays pending: in the
+// parent until it waits for the worker, in the worker until the script thread
+// waits for the signal. Delivered at once, it would kill a watchdog whose relay
+// is not installed yet, and leave its worker alone; it would kill the first
+// worker; and a later worker, which inherits the relay as its handler, would
+// drop it as a broadcast of its own.
+pid_t CWatchdog::ForkWorker()
+{
+    const pid_t watchdog = getpid();
+    // Both processes would write what lies in a buffer of the C library.
+    fflush(nullptr);
+    const pid_t worker = fork();
+    if (worker == 0)
+        BecomeWorker(watchdog);
+    if (worker == -1)
+        wxLogSysError("Unable to fork child");
+    else
+        m_relay.Install(m_pidFile);
+    return worker;
+}
+
+// Ends the process, so that nothing of the watchdog above on the stack, such as
+// the removal of the pid file, ever runs in a worker.
+void CWatchdog::BecomeWorker(pid_t watchdog) const
+{
+    m_relay.LeaveToWorker();
+    StopWithParent(watchdog);
+    exit(m_workerMain());
+}
+
+// As waitpid(), open to signals.
+pid_t CWatchdog::Wait(pid_t worker, int& status) const
+{
+    const CStopRelay::CDelivery delivery(m_relay);
+    return waitpid(worker, &status, 0);
+}
+
+// The wait status of the worker, nothing when waiting failed.
+std::optional<int> CWatchdog::WaitForWorker(pid_t worker) const
+{
+    for (;;)
+    {
+        int status = 0;
+        const pid_t ended = Wait(worker, status);
+        if (ended == worker)
+            return status;
+        if (ended != -1)
+            continue;
+        if (errno != EINTR)
+        {
+            wxLogSysError("Error waiting for child process");
+            return std::nullopt;
+        }
+        wxLogWarning("Waiting for child process interrupted - Try again");
+    }
+}
+
+void CWatchdog::StopDriver() const
+{
+    if (access(kDriverScript, X_OK) != 0)
+        return;
+    wxString error;
+    if (RunDriverScript(error))
+        wxLogMessage("Driver stopped using %s", wxString(kDriverScript));
+    else
+        wxLogError("Error stopping driver: %s", error);
+}
+
+// The script may take its time: a second stop request ends the watchdog
+// meanwhile.
+bool CWatchdog::RunDriverScript(wxString& error) const
+{
+    const CStopRelay::CDelivery delivery(m_relay);
+    wxString output;
+    unsigned long result = 0;
+    return KzaCore::Execute(kDriverScript, kDriverScriptArguments, output,
+                            result, error);
 }

@@ -35,7 +35,7 @@ SServiceOptions NoCores()
 
 TEST(Watchdog, WorkersStatusEndsTheService)
 {
-    for (const int status : {1, 2, 4, 7, 255})
+    for (const int status : {1, 255})
     {
         SCOPED_TRACE(status);
         const CService service;
@@ -87,21 +87,16 @@ TEST(Watchdog, SignalsOtherThanSigtermMeanARestart)
     const struct
     {
         int signal;
-        bool crash;
-        const char* description;
+        const char* said;
     } table[] = {
-        {SIGILL, true, "Illegal instruction"},
-        {SIGTRAP, true, "Trace/breakpoint trap"},
-        {SIGABRT, true, "Aborted"},
-        {SIGSEGV, true, "Segmentation fault"},
-        {SIGKILL, false, "Killed"},
-        {SIGBUS, false, "Bus error"},
-        {SIGFPE, false, "Floating point exception"},
-        {SIGXCPU, false, "CPU time limit exceeded"},
+        {SIGSEGV, "ERROR kza: Child process crashed with status 11 "
+                  "(signal 11: Segmentation fault)"},
+        {SIGKILL, "INFO kza: Child process exited with status 9 "
+                  "(signal 9: Killed)"},
     };
     for (const auto& row : table)
     {
-        SCOPED_TRACE(row.description);
+        SCOPED_TRACE(row.said);
         const CService service("signalled");
         service.SetModule(Worker(""));
         ASSERT_TRUE(service.StartUntil(kRuns, NoCores()));
@@ -110,15 +105,8 @@ TEST(Watchdog, SignalsOtherThanSigtermMeanARestart)
         ASSERT_TRUE(service.WaitForLog(kRuns, 2));
         EXPECT_NE(service.Worker(), first);
         EXPECT_TRUE(service.Stop());
-
-        const std::string number = std::to_string(row.signal);
         const Lines said = Said(service);
-        std::string expected =
-            row.crash ? "ERROR kza: Child process crashed with status "
-                      : "INFO kza: Child process exited with status ";
-        expected += number;
-        expected += " (signal " + number + ": " + row.description + ")";
-        EXPECT_EQ(std::count(said.begin(), said.end(), expected), 1)
+        EXPECT_EQ(std::count(said.begin(), said.end(), row.said), 1)
             << service.Log();
     }
 }
