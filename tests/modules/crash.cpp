@@ -5,7 +5,7 @@
 //
 //   crash.now(way)         on the calling thread
 //   crash.on_main(way)     on the main thread, wherever it is
-//   crash.on_thread(way)   on a thread that the agent knows nothing of
+//   crash.on_thread(way)   on a thread that the agent did not start
 //   crash.threads(count)   starts threads that wait for ever
 //   crash.fill(megabytes)  allocates memory and writes to all of it
 

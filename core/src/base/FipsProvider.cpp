@@ -47,19 +47,19 @@ constexpr char kModuleFile[] = "/fips.so";
 constexpr char kInstalledSection[] = "fips_sect";
 
 // The providers stay loaded for as long as the mode lasts.
-struct Providers
+struct CProviders
 {
     OSSL_PROVIDER* fips = nullptr;
     OSSL_PROVIDER* base = nullptr;
 };
 
-Providers s_held;
+CProviders s_held;
 
-struct FreeConf
+struct CFreeConf
 {
     void operator()(CONF* conf) const { NCONF_free(conf); }
 };
-using ConfPtr = std::unique_ptr<CONF, FreeConf>;
+using ConfPtr = std::unique_ptr<CONF, CFreeConf>;
 
 enum class EConfiguration
 {
@@ -69,7 +69,7 @@ enum class EConfiguration
     System,       // the host's own
 };
 
-struct ConfigurationFile
+struct CConfigurationFile
 {
     EConfiguration kind;
     std::string path;
@@ -97,8 +97,8 @@ std::string FindModules(const std::string& root)
     return {};
 }
 
-ConfigurationFile FindConfiguration(const std::string& root,
-                                    const std::string& modules)
+CConfigurationFile FindConfiguration(const std::string& root,
+                                     const std::string& modules)
 {
     if (const char* const named = getenv("OPENSSL_CONF"))
         return {EConfiguration::Named, named};
@@ -185,7 +185,7 @@ bool ApplyModuleSection(const CONF* conf, const char* section)
     return module && CONF_modules_load(module.get(), "kza", 0) > 0;
 }
 
-ConfPtr Read(const ConfigurationFile& file)
+ConfPtr Read(const CConfigurationFile& file)
 {
     ConfPtr conf(NCONF_new(nullptr));
     // The host need not have one, and an empty name asks for none.
@@ -213,7 +213,7 @@ bool EnableModule()
            EVP_default_properties_enable_fips(nullptr, 1) == 1;
 }
 
-bool Enter(const ConfigurationFile& file)
+bool Enter(const CConfigurationFile& file)
 {
     const ConfPtr conf = Read(file);
     if (!conf)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Arming: everything that can be settled beforehand, while memory, locks and
-// the log still work.
+// Arming the crash handler: all that can be settled beforehand is settled here,
+// while memory, locks and the log still work.
 
 #include "kza_core/CrashHandler.h"
 
@@ -51,9 +51,9 @@ void Keep(char (&buffer)[size], const char* text)
     CCrashText(buffer, size).Add(text);
 }
 
-CrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
+CCrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
 {
-    CrashPlan plan = {};
+    CCrashPlan plan = {};
     Keep(plan.directory, dump.GetPath().fn_str());
     Keep(plan.fileName, dump.GetFullName().fn_str());
     Keep(plan.application, appName.utf8_str());
@@ -63,9 +63,9 @@ CrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
     return plan;
 }
 
-// Kept open, so that the dump finds its directory whatever becomes of the
-// path and of the process's right to walk it.
-int OpenDirectory(const CrashPlan& plan)
+// The directory stays open, so that the dump finds it also when the path has
+// changed or the process has lost the right to walk it.
+int OpenDirectory(const CCrashPlan& plan)
 {
     const int directory = open(plan.directory, kOpenCrashDirectory);
     if (directory < 0 || faccessat(directory, ".", W_OK, AT_EACCESS) != 0)
@@ -91,8 +91,8 @@ pid_t OwnerOfUnfinished(std::string_view name, std::string_view dumpName)
     return parsed.ec == std::errc() && parsed.ptr == end ? owner : 0;
 }
 
-// A helper that was killed together with its process, or with the power, has
-// left what it had written. A directory that cannot be read has none to remove.
+// Removes the unfinished dumps of helpers that were killed, or lost their
+// power, together with their process. A directory that cannot be read has none.
 void RemoveLeftovers(int directory, const char* dumpName)
 {
     const int duplicate = fcntl(directory, F_DUPFD_CLOEXEC, 0);
@@ -112,9 +112,9 @@ void RemoveLeftovers(int directory, const char* dumpName)
     closedir(listing);
 }
 
-// For the life of the process: the main thread may crash while static objects
-// are destroyed. Volatile, so that the pointer is really kept: a leak checker
-// looks for it.
+// The stack lasts as long as the process, because the main thread may crash
+// while static objects are destroyed. The pointer is volatile so that the
+// compiler keeps it: a leak checker looks for it.
 const CSignalStack* volatile s_mainStack = nullptr;
 
 } // namespace
@@ -129,7 +129,7 @@ void InitCrashHandler(const wxString& dumpFile,
 
     wxFileName dump(dumpFile);
     dump.MakeAbsolute();
-    CrashPlan plan = MakePlan(dump, appName, fullDump);
+    CCrashPlan plan = MakePlan(dump, appName, fullDump);
     plan.directoryFd = OpenDirectory(plan);
     RemoveLeftovers(plan.directoryFd, plan.fileName);
     ArmCrashDumps(plan);

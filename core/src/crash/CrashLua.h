@@ -3,10 +3,9 @@
 // Which Lua states a dump tells of, and what it tells.
 //
 // While all is well this costs nothing but remembering the states: the
-// interpreter is not slowed by a single instruction. A traceback is taken in
-// a throw-away copy of the crashed process, where Lua may be asked about its
-// call chain whatever the state of the original; a copy that faults or hangs
-// on broken data is lost without harm.
+// interpreter is not slowed by a single instruction. After a crash, a copy of
+// the process asks Lua about its call chain. The copy may fault or hang on
+// broken data: it is thrown away in any case.
 
 #pragma once
 
@@ -15,8 +14,8 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// Remembers a state, owned by the calling thread. A few are kept at a time;
-/// more than that are not told of.
+/// Remembers a state, owned by the calling thread. Eight are kept at a time; a
+/// dump does not tell of more.
 ///
 /// Threads: any.
 void RememberLuaState(lua_State* L);

@@ -15,7 +15,7 @@ namespace KzaCore
 {
 
 /// Fixed buffers, because the reader may neither allocate nor trust the heap.
-struct CrashPlan
+struct CCrashPlan
 {
     int directoryFd;                // open; kept for the life of the process
     char directory[PATH_MAX];       // absolute
@@ -39,6 +39,6 @@ inline constexpr char kUnfinishedDumpSuffix[] = ".tmp";
 
 /// Arms the process; where dumps cannot be made, says so in the log and lets
 /// the system do what it does. A second call replaces the plan.
-void ArmCrashDumps(const CrashPlan& plan);
+void ArmCrashDumps(const CCrashPlan& plan);
 
 } // namespace KzaCore

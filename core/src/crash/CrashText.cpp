@@ -14,7 +14,7 @@ namespace
 
 constexpr std::int64_t kSecondsPerDay = 86400;
 
-struct Date
+struct CDate
 {
     unsigned year;
     unsigned month;
@@ -23,7 +23,7 @@ struct Date
 
 // The system's own conversion may take a lock. Years begin in March here, so
 // that the leap day is their last; an era is 400 of them.
-Date DateOfDay(std::int64_t daysSinceEpoch)
+CDate DateOfDay(std::int64_t daysSinceEpoch)
 {
     const std::int64_t days = daysSinceEpoch + 719468; // since 0000-03-01
     const std::int64_t era = days / 146097;
@@ -111,7 +111,7 @@ CCrashText& CCrashText::AddHex(std::uint64_t number)
 
 CCrashText& CCrashText::AddTime(std::int64_t secondsSinceEpoch)
 {
-    const Date date = DateOfDay(secondsSinceEpoch / kSecondsPerDay);
+    const CDate date = DateOfDay(secondsSinceEpoch / kSecondsPerDay);
     const auto second =
         static_cast<unsigned>(secondsSinceEpoch % kSecondsPerDay);
     AddPadded(date.year, 4).Add("-");

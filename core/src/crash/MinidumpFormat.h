@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The public minidump format: the records that a dump of ours holds.
+// The public minidump format: the records that every dump of ours holds, under
+// the format's own names. Registers have a header for each processor.
 //
 // Numbers are little-endian and packed to four bytes. A location is an offset
 // from the start of the file ("rva").
@@ -18,9 +19,7 @@ inline constexpr std::uint32_t kSignature = 0x504d444d; // "MDMP"
 inline constexpr std::uint32_t kVersion = 0x0000a793;
 inline constexpr std::uint64_t kWithFullMemory = 0x2;
 
-inline constexpr std::uint16_t kArchitectureAmd64 = 9;
 inline constexpr std::uint32_t kPlatformLinux = 0x8201;
-inline constexpr std::uint32_t kContextAmd64 = 0x0010000f;
 inline constexpr std::uint32_t kMiscHasProcessId = 1;
 
 // A module's identity: the build identifier that the linker put into it.
@@ -165,22 +164,6 @@ struct MiscInfo
     std::uint32_t kernelTime;
 };
 
-struct ContextAmd64
-{
-    std::uint64_t home[6];
-    std::uint32_t flags;
-    std::uint32_t mxcsr;
-    std::uint16_t cs, ds, es, fs, gs, ss;
-    std::uint32_t eflags;
-    std::uint64_t debug[6];
-    std::uint64_t rax, rcx, rdx, rbx, rsp, rbp, rsi, rdi;
-    std::uint64_t r8, r9, r10, r11, r12, r13, r14, r15;
-    std::uint64_t rip;
-    std::uint8_t floatSave[512]; // as the fxsave instruction lays it out
-    std::uint8_t vector[416];
-    std::uint64_t control[6];
-};
-
 #pragma pack(pop)
 
 static_assert(sizeof(Header) == 32);
@@ -192,6 +175,5 @@ static_assert(sizeof(Module) == 108);
 static_assert(sizeof(Exception) == 168);
 static_assert(sizeof(SystemInfo) == 56);
 static_assert(sizeof(MiscInfo) == 24);
-static_assert(sizeof(ContextAmd64) == 1232);
 
 } // namespace KzaCore::Minidump

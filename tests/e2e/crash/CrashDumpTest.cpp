@@ -76,7 +76,7 @@ protected:
     const CHost m_host;
 };
 
-// The note is text in the file, whatever else the file is.
+// The note stands in the binary file as plain text.
 bool Notes(const std::string& dump, const std::string& line)
 {
     return ReadFile(dump).find("\n" + line + "\n") != std::string::npos;

@@ -2,6 +2,7 @@
 //
 // What a dump holds and what it does not.
 
+#include "crash/MinidumpAmd64.h"
 #include "unit/crash/CrashFixture.h"
 
 #include <chrono>
@@ -29,7 +30,7 @@ void WriteMarker(char* to)
 {
     for (const char* c = kCodedMarker; *c != '\0'; c++)
         *to++ = static_cast<char>(*c - 1);
-    asm volatile("" : : "r"(to) : "memory"); // somebody might read it
+    asm volatile("" : : "r"(to) : "memory"); // keeps the writes
 }
 
 std::string Marker()

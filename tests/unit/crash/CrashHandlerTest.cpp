@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How a process dies of a fault, whatever state it is in.
+// How a process dies of a fault, also when its memory or threads are in
+// disorder.
 
 #include "crash/CrashLua.h"
+#include "crash/MinidumpAmd64.h"
 #include "kza_core/Runnable.h"
 #include "support/Process.h"
 #include "unit/crash/CrashFixture.h"
@@ -260,7 +262,7 @@ TEST_F(CrashHandler, BrokenHeapDoesNotMatter)
     const int status = Crash(
         []
         {
-            // Every list of the allocator, and whatever else is near.
+            // Overwrites every list of the allocator and what lies near them.
             auto* block = static_cast<char*>(malloc(64));
             asm volatile("" : "+r"(block));
             const std::size_t damage = 100000;
@@ -291,7 +293,7 @@ TEST_F(CrashHandler, BrokenLuaStateCostsTheTracebackAlone)
 
 TEST_F(CrashHandler, TracedProcessLeavesADumpOfTheCrashedThread)
 {
-    // Where somebody else traces the threads, the helper may not.
+    // Where another process traces the threads, the helper may not.
     const CShared<std::size_t> count;
     StartChild(
         [this, &count]

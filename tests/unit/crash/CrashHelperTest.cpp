@@ -28,14 +28,14 @@ class CrashHelper : public CCrashTest
 {
 };
 
-void HangingWriter(const CrashPlan& plan, const CrashCause& cause)
+void HangingWriter(const CCrashPlan& plan, const CCrashCause& cause)
 {
     close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
     for (;;)
         pause();
 }
 
-void FaultingWriter(const CrashPlan& plan, const CrashCause& cause)
+void FaultingWriter(const CCrashPlan& plan, const CCrashCause& cause)
 {
     close(openat(plan.directoryFd, cause.unfinishedName, O_CREAT, 0600));
     struct sigaction action = {};
@@ -45,7 +45,7 @@ void FaultingWriter(const CrashPlan& plan, const CrashCause& cause)
 }
 
 // Slow, but getting on.
-void SlowWriter(const CrashPlan& plan, const CrashCause& cause)
+void SlowWriter(const CCrashPlan& plan, const CCrashCause& cause)
 {
     for (int i = 0; i < 60; i++)
     {
@@ -59,7 +59,7 @@ void SlowWriter(const CrashPlan& plan, const CrashCause& cause)
 
 // Makes the thread that waits in the handler jump to nowhere, and then gives
 // it every reason to wait on.
-void SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
+void SabotagingWriter(const CCrashPlan& /*plan*/, const CCrashCause& cause)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     user_regs_struct registers = {};
@@ -76,7 +76,7 @@ void SabotagingWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
 }
 
 // Sends the waiting process each signal that could mean a second fault.
-void SignallingWriter(const CrashPlan& plan, const CrashCause& cause)
+void SignallingWriter(const CCrashPlan& plan, const CCrashCause& cause)
 {
     for (const int signal : kCrashSignals)
         kill(cause.process, signal);
@@ -89,7 +89,7 @@ void SignallingWriter(const CrashPlan& plan, const CrashCause& cause)
 std::atomic<bool>* g_isWriting = nullptr;
 
 // Lets every thread of the process go on for a while.
-void UnconcernedWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
+void UnconcernedWriter(const CCrashPlan& /*plan*/, const CCrashCause& cause)
 {
     *g_isWriting = true;
     const timespec pause = {0, 100000000};
@@ -97,9 +97,9 @@ void UnconcernedWriter(const CrashPlan& /*plan*/, const CrashCause& cause)
     NoteCrashServed(cause);
 }
 
-CrashPlan PlanFor(const std::string& directory)
+CCrashPlan PlanFor(const std::string& directory)
 {
-    CrashPlan plan = {};
+    CCrashPlan plan = {};
     plan.directoryFd =
         open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     directory.copy(plan.directory, sizeof(plan.directory) - 1);

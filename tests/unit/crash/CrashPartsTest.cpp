@@ -84,7 +84,7 @@ TEST(CrashMaps, TakesTheLinesOfTheSystem)
         "7ffd2a9f0000-7ffd2a9f1000 ---p 00000000 00:00 0 ",
     });
     ASSERT_EQ(maps->end() - maps->begin(), 4);
-    const CrashMapping* code = maps->begin() + 1;
+    const CCrashMapping* code = maps->begin() + 1;
     EXPECT_EQ(code->start, 0x5581e1c01000U);
     EXPECT_EQ(code->end, 0x5581e1c02000U);
     EXPECT_EQ(code->offset, 0x1000U);
@@ -135,7 +135,7 @@ TEST(CrashMaps, FindsTheMappingOfAnAddress)
 TEST(CrashMaps, StackOfAnOverflowLiesAboveItsGuard)
 {
     const auto maps = Maps({kThreadStack[0], kThreadStack[1]});
-    const CrashMapping* stack = maps->begin() + 1;
+    const CCrashMapping* stack = maps->begin() + 1;
     EXPECT_EQ(maps->FindStack(0x7f0000400000), stack);
     EXPECT_EQ(maps->FindStack(0x7f0000000ff0), stack); // in the guard
     EXPECT_EQ(maps->FindStack(0x7efffffff000), stack); // beyond it

@@ -6,6 +6,7 @@
 
 #include "crash/CrashText.h"
 #include "crash/linux/CrashStreams.h"
+#include "crash/linux/CrashThreads.h"
 
 #include <cerrno>
 
@@ -28,16 +29,14 @@ int g_directory = -1;
 // The helper must not dump itself when it fails.
 void BecomeHelper()
 {
-    struct sigaction action = {};
-    action.sa_handler = SIG_DFL;
     for (const int signal : kCrashSignals)
-        sigaction(signal, &action, nullptr);
+        SetDefaultAction(signal);
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
 }
 
-// The process may have died of having no descriptor left; the helper's own
-// table has room once emptied.
+// The process may have died of having no descriptor left. The helper's table
+// of them is a copy, which has room again once it is emptied.
 void CloseInherited(int kept)
 {
     constexpr unsigned kFirst = STDERR_FILENO + 1;
@@ -59,9 +58,9 @@ int CreateUnfinished(const char* name)
                   S_IRUSR | S_IWUSR);
 }
 
-// The directory may have been removed and made anew since arming, or its
-// descriptor been closed by someone who closes all.
-int CreateUnfinished(const CrashPlan& plan, const char* name)
+// Since arming, the directory may have been removed and made anew, or its
+// descriptor closed by code that closes every descriptor.
+int CreateUnfinished(const CCrashPlan& plan, const char* name)
 {
     g_directory = plan.directoryFd;
     const int file = CreateUnfinished(name);
@@ -77,7 +76,7 @@ int CreateUnfinished(const CrashPlan& plan, const char* name)
     return CreateUnfinished(name);
 }
 
-int Publish(const CrashPlan& plan, const char* unfinished)
+int Publish(const CCrashPlan& plan, const char* unfinished)
 {
     char previous[sizeof(plan.fileName) + sizeof(kPreviousDumpSuffix)];
     CCrashText name(previous, sizeof(previous));
@@ -90,7 +89,7 @@ int Publish(const CrashPlan& plan, const char* unfinished)
     return 0;
 }
 
-int WriteUnder(const CrashPlan& plan, const CrashCause& cause)
+int WriteUnder(const CCrashPlan& plan, const CCrashCause& cause)
 {
     const int descriptor = CreateUnfinished(plan, cause.unfinishedName);
     if (descriptor < 0)
@@ -104,10 +103,11 @@ int WriteUnder(const CrashPlan& plan, const CrashCause& cause)
     return error;
 }
 
-// For whoever started the agent in the foreground; the log takes locks. Here
-// and not in the crashing process, which must not wait for a reader.
-void TellStandardError(const CrashPlan& plan,
-                       const CrashCause& cause,
+// Standard error serves a user who started the agent in the foreground; the log
+// takes locks. The helper writes it because the crashing process must not wait
+// for a reader.
+void TellStandardError(const CCrashPlan& plan,
+                       const CCrashCause& cause,
                        int error)
 {
     static char buffer[PATH_MAX + 512];
@@ -120,12 +120,12 @@ void TellStandardError(const CrashPlan& plan,
         text.Add(" (error ").AddNumber(error).Add(")");
     text.Add("\n");
     if (write(STDERR_FILENO, text.Text(), text.Length()) < 0)
-        return; // nobody is listening
+        return; // standard error is closed or has no reader
 }
 
 } // namespace
 
-void WriteCrashDump(const CrashPlan& plan, const CrashCause& cause)
+void WriteCrashDump(const CCrashPlan& plan, const CCrashCause& cause)
 {
     BecomeHelper();
     CloseInherited(plan.directoryFd);
@@ -137,7 +137,7 @@ void WriteCrashDump(const CrashPlan& plan, const CrashCause& cause)
     AwaitDeathOfThreads();
 }
 
-void ArmCrashDumps(const CrashPlan& plan)
+void ArmCrashDumps(const CCrashPlan& plan)
 {
     if (!ArmCrashSignals(plan, WriteCrashDump))
         wxLogSysError("Crash dumps cannot be armed");

@@ -15,6 +15,6 @@ namespace KzaCore
 /// place; nothing is left behind when that fails. Standard error says where the
 /// dump is, or why there is none. Returns when the process is dead or a second
 /// after the work is done.
-void WriteCrashDump(const CrashPlan& plan, const CrashCause& cause);
+void WriteCrashDump(const CCrashPlan& plan, const CCrashCause& cause);
 
 } // namespace KzaCore

@@ -90,7 +90,7 @@ void CCrashMaps::AddMapping(const char* line)
 {
     if (m_count == kMaxMappings)
         return;
-    CrashMapping& mapping = m_mappings[m_count++];
+    CCrashMapping& mapping = m_mappings[m_count++];
     mapping.start = TakeHex(line);
     line++; // the dash
     mapping.end = TakeHex(line);
@@ -134,22 +134,22 @@ std::uint32_t CCrashMaps::KeepName(const char* name)
     return m_lastName;
 }
 
-const char* CCrashMaps::Name(const CrashMapping& mapping) const
+const char* CCrashMaps::Name(const CCrashMapping& mapping) const
 {
     return m_names + mapping.name;
 }
 
-const CrashMapping* CCrashMaps::Find(std::uint64_t address) const
+const CCrashMapping* CCrashMaps::Find(std::uint64_t address) const
 {
-    for (const CrashMapping& mapping : *this)
+    for (const CCrashMapping& mapping : *this)
         if (mapping.start <= address && address < mapping.end)
             return &mapping;
     return nullptr;
 }
 
-const CrashMapping* CCrashMaps::FindStack(std::uint64_t pointer) const
+const CCrashMapping* CCrashMaps::FindStack(std::uint64_t pointer) const
 {
-    for (const CrashMapping& mapping : *this)
+    for (const CCrashMapping& mapping : *this)
         if (pointer < mapping.end && mapping.writable)
             return mapping.start < pointer + kGuardReach ? &mapping : nullptr;
     return nullptr;

@@ -15,7 +15,7 @@
 namespace KzaCore
 {
 
-struct CrashMapping
+struct CCrashMapping
 {
     std::uint64_t start;
     std::uint64_t end;
@@ -39,21 +39,21 @@ public:
     /// Takes one line of the system's text, without its end.
     void AddLine(const char* line);
 
-    [[nodiscard]] const CrashMapping* begin() const { return m_mappings; }
-    [[nodiscard]] const CrashMapping* end() const
+    [[nodiscard]] const CCrashMapping* begin() const { return m_mappings; }
+    [[nodiscard]] const CCrashMapping* end() const
     {
         return m_mappings + m_count;
     }
 
     /// What is mapped there: a path, or a name in brackets, or nothing.
-    [[nodiscard]] const char* Name(const CrashMapping& mapping) const;
+    [[nodiscard]] const char* Name(const CCrashMapping& mapping) const;
 
     /// The mapping that holds the address, null when there is none.
-    [[nodiscard]] const CrashMapping* Find(std::uint64_t address) const;
+    [[nodiscard]] const CCrashMapping* Find(std::uint64_t address) const;
 
     /// The stack that a stack pointer points into. After an overflow it
     /// points below its stack, and the stack is what lies above.
-    [[nodiscard]] const CrashMapping* FindStack(std::uint64_t pointer) const;
+    [[nodiscard]] const CCrashMapping* FindStack(std::uint64_t pointer) const;
 
 private:
     static constexpr std::size_t kMaxMappings = 16384;
@@ -63,7 +63,7 @@ private:
     void AddFlags(const char* flags);
     std::uint32_t KeepName(const char* name);
 
-    CrashMapping m_mappings[kMaxMappings];
+    CCrashMapping m_mappings[kMaxMappings];
     std::size_t m_count = 0;
     // Names one after the other, each with its zero; at 0 stands the empty
     // one.

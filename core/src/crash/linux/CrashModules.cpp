@@ -27,7 +27,7 @@ constexpr std::size_t RoundUp(std::size_t size)
 }
 
 // Looks for the linker's identifier in a segment of notes.
-bool TakeBuildId(const char* notes, std::size_t size, CrashModule& module)
+bool TakeBuildId(const char* notes, std::size_t size, CCrashModule& module)
 {
     std::size_t at = 0;
     while (at + sizeof(Elf64_Nhdr) <= size)
@@ -51,7 +51,7 @@ bool TakeBuildId(const char* notes, std::size_t size, CrashModule& module)
 
 void FindBuildId(const Elf64_Phdr* headers,
                  std::size_t count,
-                 CrashModule& module)
+                 CCrashModule& module)
 {
     static char notes[kMaxNotes];
     std::uint64_t bias = module.base;
@@ -72,10 +72,10 @@ void FindBuildId(const Elf64_Phdr* headers,
 }
 
 // A module's parts follow one another, with nameless memory between them.
-std::uint64_t EndOfModule(const CCrashMaps& maps, const CrashMapping& first)
+std::uint64_t EndOfModule(const CCrashMaps& maps, const CCrashMapping& first)
 {
     std::uint64_t end = first.end;
-    for (const CrashMapping* next = &first + 1; next != maps.end(); next++)
+    for (const CCrashMapping* next = &first + 1; next != maps.end(); next++)
     {
         if (next->name == 0)
             continue;
@@ -89,8 +89,8 @@ std::uint64_t EndOfModule(const CCrashMaps& maps, const CrashMapping& first)
 } // namespace
 
 bool DescribeModule(const CCrashMaps& maps,
-                    const CrashMapping& mapping,
-                    CrashModule& module)
+                    const CCrashMapping& mapping,
+                    CCrashModule& module)
 {
     const char* path = maps.Name(mapping);
     const bool isVdso = std::strcmp(path, "[vdso]") == 0;

@@ -17,7 +17,7 @@ namespace KzaCore
 inline constexpr std::size_t kMaxBuildId = 64;
 inline constexpr std::size_t kVersionNumbers = 4;
 
-struct CrashModule
+struct CCrashModule
 {
     std::uint64_t base;
     std::uint64_t end;
@@ -32,8 +32,8 @@ struct CrashModule
 ///
 /// \return false when no module begins there.
 bool DescribeModule(const CCrashMaps& maps,
-                    const CrashMapping& mapping,
-                    CrashModule& module);
+                    const CCrashMapping& mapping,
+                    CCrashModule& module);
 
 /// Up to four numbers with dots between them, as in "12.0.0.2932"; those that
 /// are not there are 0.

@@ -27,25 +27,25 @@ namespace
 // Longest silence of the process that reads Lua's call chain.
 constexpr int kLuaPatienceMs = 1000;
 
-struct SignalName
+struct CSignalName
 {
     int signal;
     const char* name;
 };
 
-constexpr SignalName kSignalNames[] = {
+constexpr CSignalName kSignalNames[] = {
     {SIGSEGV, "SIGSEGV"}, {SIGBUS, "SIGBUS"},   {SIGILL, "SIGILL"},
     {SIGFPE, "SIGFPE"},   {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"}};
 
 const char* NameOfSignal(int signal)
 {
-    for (const SignalName& entry : kSignalNames)
+    for (const CSignalName& entry : kSignalNames)
         if (entry.signal == signal)
             return entry.name;
     return "unknown";
 }
 
-void AddCause(CCrashText& note, const CrashCause& cause)
+void AddCause(CCrashText& note, const CCrashCause& cause)
 {
     const siginfo_t& info = *cause.info;
     note.Add("process: ").AddNumber(cause.process).Add("\n");
@@ -103,7 +103,7 @@ std::size_t ReadLuaTracebacks(char* buffer, std::size_t size)
 
 } // namespace
 
-std::size_t ComposeCrashNote(const CrashPlan& plan, const CrashCause& cause)
+std::size_t ComposeCrashNote(const CCrashPlan& plan, const CCrashCause& cause)
 {
     CCrashText note(kza_crash_note, sizeof(kza_crash_note));
     note.Add("application: ").Add(plan.application).Add("\n");

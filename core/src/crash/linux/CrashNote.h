@@ -25,6 +25,6 @@ namespace KzaCore
 /// Writes the note into kza_crash_note.
 ///
 /// \return its length.
-std::size_t ComposeCrashNote(const CrashPlan& plan, const CrashCause& cause);
+std::size_t ComposeCrashNote(const CCrashPlan& plan, const CCrashCause& cause);
 
 } // namespace KzaCore

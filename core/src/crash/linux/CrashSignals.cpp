@@ -3,9 +3,20 @@
 // The handler of the signals of a fault.
 //
 // The crashing process may hold any lock and have any of its memory broken.
-// The handler therefore only copies the process (a plain system call, so that
-// no library's fork hooks run), waits, and dies. All reading and writing is
-// done by the copy.
+// The handler therefore only copies the process, waits for the copy, and dies.
+// It copies by a plain system call, so that no library's fork hooks run. The
+// copy, called the helper, does all reading and writing.
+//
+// One thread of a process moves through these states; g_crashing names it:
+//
+//   1. It claims g_crashing. Threads that crash later, and threads that call
+//      exit(), stop for good.
+//   2. It starts the helper and looks every millisecond whether the helper has
+//      served it, made progress, or ended.
+//   3. It lets the signal come again, now with the system's own action. The
+//      helper holds the other threads until the process is dead.
+//
+// A fault of that thread inside the handler leads directly to the last state.
 
 #include "crash/linux/CrashSignals.h"
 
@@ -29,28 +40,31 @@ namespace KzaCore
 namespace
 {
 
-// A helper that gets nowhere for this long is given up.
+// A helper that makes no progress for this long is killed.
 constexpr std::int64_t kPatienceMs = 5000;
-// After which the system has this long to remove it.
+// The system then has this long to remove it.
 constexpr std::int64_t kRemovalMs = 1000;
 
-CrashPlan g_plan;
+CCrashPlan g_plan;
 CrashDumpWriter g_writer = nullptr;
 
 // What the helper tells the process that waits for it. The page is mapped once
 // and survives every fork, so a worker shares it with its watchdog: when both
 // crash at once, each waits a little longer than it had to.
-struct HelperNews
+struct CHelperNews
 {
     std::atomic<unsigned> progress{0};
     std::atomic<pid_t> servedProcess{0};
 };
 
-HelperNews* g_news = nullptr;
+CHelperNews* g_news = nullptr;
 
-// Process and thread that are leaving a dump; the process is part of it
-// because a child forked meanwhile inherits the value.
+// The process (upper half) and the thread that are leaving a dump; 0 while none
+// is. The process is part of it because a child forked meanwhile inherits the
+// value.
 std::atomic<std::uint64_t> g_crashing{0};
+
+// Of that process; written by that thread alone.
 int g_signal = 0;
 pid_t g_helper = 0;
 
@@ -61,16 +75,9 @@ std::int64_t NowMs()
     return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
-void SetDisposition(int signal, void (*handler)(int))
-{
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    sigaction(signal, &action, nullptr);
-}
-
-// What other libraries put before the C library's functions may wait for a
-// lock that the crashed code holds, so ends and waits go to the system
-// directly.
+// Functions that other libraries put before those of the C library may wait for
+// a lock that the crashed code holds. So the ends and waits of this file are
+// system calls.
 [[noreturn]] void EndNow(int status)
 {
     for (;;)
@@ -83,7 +90,7 @@ void SetDisposition(int signal, void (*handler)(int))
         pause();
 }
 
-// The process id in the upper half, so that one exchange claims both.
+// The calling process and thread, as g_crashing has them.
 std::uint64_t CrashingIdentity()
 {
     return static_cast<std::uint64_t>(getpid()) << 32U |
@@ -94,11 +101,8 @@ std::uint64_t CrashingIdentity()
 // the calling thread's mask makes this thread take it.
 void TakePendingCrashSignal()
 {
-    sigset_t crashSignals;
+    const sigset_t crashSignals = SignalSet(kCrashSignals);
     sigset_t before;
-    sigemptyset(&crashSignals);
-    for (const int signal : kCrashSignals)
-        sigaddset(&crashSignals, signal);
     pthread_sigmask(SIG_BLOCK, &crashSignals, &before);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -119,7 +123,7 @@ extern "C" void HoldExitDuringCrashCB()
 {
     if (g_helper > 0)
         kill(g_helper, SIGKILL);
-    SetDisposition(signal, SIG_DFL);
+    SetDefaultAction(signal);
     const sigset_t unblocked = SignalSet({signal});
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     syscall(SYS_tgkill, getpid(), gettid(), signal);
@@ -137,21 +141,21 @@ void DieOnReturn(int signal, siginfo_t* info)
     // handler.
     if (getpid() == 1)
         DieNow(signal);
-    SetDisposition(signal, SIG_DFL);
+    SetDefaultAction(signal);
     const sigset_t blocked = SignalSet({signal});
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     if (syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, info) != 0)
         DieNow(signal);
 }
 
-pid_t StartHelper(const CrashCause& cause)
+pid_t StartHelper(const CCrashCause& cause)
 {
-    // Where a process may only be traced by its parents, the helper may not
-    // trace this one until told so. This process is as good as dead: anyone
-    // who could trace it otherwise may.
+    // On hosts where only a parent may trace a process, the helper, a child,
+    // needs this permission. It is given to every process that has the other
+    // rights to trace this one, which is about to die.
     prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);
-    // No signal at its end: another thread that waits for any child of its
-    // own must not be given this one.
+    // The helper ends without a signal to this process, and so another thread
+    // that waits for any child is not given the helper.
     const long helper = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
     if (helper == 0)
     {
@@ -192,7 +196,7 @@ bool AwaitHelper(pid_t helper, std::int64_t patienceMs)
     return false;
 }
 
-void WriteDump(const CrashCause& cause)
+void WriteDump(const CCrashCause& cause)
 {
     // A process of the same id may have crashed before this one was forked.
     g_news->servedProcess.store(0);
@@ -217,12 +221,12 @@ void LeaveDump(const siginfo_t* info, const void* context)
     name.Add(kUnfinishedDumpSuffix);
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    const CrashCause cause = {getpid(),
-                              gettid(),
-                              now.tv_sec,
-                              info,
-                              static_cast<const ucontext_t*>(context),
-                              unfinished};
+    const CCrashCause cause = {getpid(),
+                               gettid(),
+                               now.tv_sec,
+                               info,
+                               static_cast<const ucontext_t*>(context),
+                               unfinished};
     WriteDump(cause);
 }
 
@@ -240,7 +244,7 @@ extern "C" void CrashSignalCB(int signal, siginfo_t* info, void* context)
         }
     if (crashing != self)
         StopHere();
-    // This thread is in the handler already. A signal that somebody sent
+    // This thread is in the handler already. A signal that a process sent
     // changes nothing; a fault means that the handler itself is broken.
     if (info->si_code > 0)
         DieNow(g_signal);
@@ -251,17 +255,17 @@ bool PrepareOnce()
 {
     if (g_news != nullptr)
         return true;
-    void* page = mmap(nullptr, sizeof(HelperNews), PROT_READ | PROT_WRITE,
+    void* page = mmap(nullptr, sizeof(CHelperNews), PROT_READ | PROT_WRITE,
                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED || std::atexit(HoldExitDuringCrashCB) != 0)
         return false;
-    g_news = new (page) HelperNews;
+    g_news = new (page) CHelperNews;
     return true;
 }
 
 } // namespace
 
-bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
+bool ArmCrashSignals(const CCrashPlan& plan, CrashDumpWriter writer)
 {
     g_plan = plan;
     g_writer = writer;
@@ -279,12 +283,19 @@ bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer)
     return true;
 }
 
+void SetDefaultAction(int signal)
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    sigaction(signal, &action, nullptr);
+}
+
 void NoteCrashProgress()
 {
     g_news->progress.fetch_add(1);
 }
 
-void NoteCrashServed(const CrashCause& cause)
+void NoteCrashServed(const CCrashCause& cause)
 {
     g_news->servedProcess.store(cause.process);
 }
@@ -292,8 +303,8 @@ void NoteCrashServed(const CrashCause& cause)
 void PauseCrashPoll()
 {
     constexpr long kMillisecondNs = 1000000;
-    const timespec pause = {0, kMillisecondNs};
-    syscall(SYS_nanosleep, &pause, nullptr);
+    const timespec time = {0, kMillisecondNs};
+    syscall(SYS_nanosleep, &time, nullptr);
 }
 
 } // namespace KzaCore

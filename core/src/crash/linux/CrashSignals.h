@@ -32,7 +32,7 @@ inline constexpr std::initializer_list<int> kCrashSignals = {
 
 /// What the handler knows. Lives on the handler's stack; the helper has a
 /// copy at the same address.
-struct CrashCause
+struct CCrashCause
 {
     pid_t process;
     pid_t thread;
@@ -42,26 +42,29 @@ struct CrashCause
     const char* unfinishedName; // of the dump being written
 };
 
+/// Gives a signal the system's own action. Async-signal-safe.
+void SetDefaultAction(int signal);
+
 /// Writes the dump and calls NoteCrashServed(); runs in the helper,
 /// async-signal-safe. An unfinished dump is removed when the helper ends
 /// without that call.
-using CrashDumpWriter = void (*)(const CrashPlan&, const CrashCause&);
+using CrashDumpWriter = void (*)(const CCrashPlan&, const CCrashCause&);
 
 /// Installs the handler. The writer is a parameter for the tests.
 ///
 /// \return false when the system refuses; errno says why.
-bool ArmCrashSignals(const CrashPlan& plan, CrashDumpWriter writer);
+bool ArmCrashSignals(const CCrashPlan& plan, CrashDumpWriter writer);
 
 /// The writer tells the waiting handler that it is getting on.
 void NoteCrashProgress();
 
 /// The writer is done with the dump, or with the attempt, and has left no
 /// unfinished one: the process dies now, while the helper may live on.
-void NoteCrashServed(const CrashCause& cause);
+void NoteCrashServed(const CCrashCause& cause);
 
-/// Lets a millisecond pass between two looks. Async-signal-safe; asks the
-/// system itself, since what other libraries put before the C library's
-/// functions may wait for a lock that the crashed code holds.
+/// Lets a millisecond pass between two looks. Async-signal-safe: it is a system
+/// call, since functions that other libraries put before those of the C library
+/// may wait for a lock that the crashed code holds.
 void PauseCrashPoll();
 
 } // namespace KzaCore

@@ -1,6 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The streams, one function each.
+// The streams, one function each, in an order that matters:
+//
+//   1. The other threads are stopped. From here on neither the map nor a stack
+//      changes, and only from here on may memory be read.
+//   2. The registers at the fault and the map are taken; all streams need them.
+//   3. The streams are written that answer "who, where, why" first, so that a
+//      disk that fills up loses the least. Those that have memory of the
+//      process with them (stacks, the note, what surrounds the fault) put it
+//      into the file by AddMemory(), which also enters it in g_memory.
+//   4. The memory list is written from g_memory, after the last of these.
+//   5. Copies of the system's own texts follow.
+//   6. The whole memory of a full dump comes last: it may reach beyond the
+//      4 GiB that all other streams can address.
+//
+// What lives how long:
+//
+//   g_maps     filled in step 2, unchanged afterwards.
+//   g_stopped  filled in step 1; its first m_stoppedCount entries count.
+//   g_memory   grows in step 3; its first m_memoryCount entries count.
+//   g_threads, g_modules  belong to the one function that fills and writes
+//   them. g_block    is scratch for each copy into the file. AddMemory(),
+//   AddFile()
+//              and AddAllMemory() overwrite it, and none of them calls another.
 
 #include "crash/linux/CrashStreams.h"
 
@@ -10,11 +32,11 @@
 #include "crash/linux/CrashMemory.h"
 #include "crash/linux/CrashModules.h"
 #include "crash/linux/CrashNote.h"
+#include "crash/linux/CrashThreads.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include <cpuid.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/auxv.h>
@@ -27,8 +49,8 @@ namespace KzaCore
 namespace
 {
 
-// The part of a stack that is kept, from its top. After an endless recursion
-// this shows what recurses; nobody needs all of it.
+// The part of a stack that is kept, from its innermost frame on. After an
+// endless recursion that is enough to show which functions recurse.
 constexpr std::uint64_t kCrashedStackSize = 512 * 1024;
 constexpr std::uint64_t kOtherStackSize = 64 * 1024;
 // Below the stack pointer, where leaf functions keep data.
@@ -39,8 +61,8 @@ constexpr std::uint64_t kAroundCode = 256;
 constexpr std::size_t kMaxModules = 2048;
 constexpr std::size_t kMaxMemory = kMaxCrashThreads + 16;
 
-// Static, because the helper may not allocate and its stack is small; unused
-// it costs the process nothing but addresses.
+// Static, because the helper may not allocate and its stack is small. Until a
+// crash they cost the process nothing but addresses.
 CCrashMaps g_maps;
 pid_t g_stopped[kMaxCrashThreads];
 Minidump::Thread g_threads[kMaxCrashThreads + 1];
@@ -73,32 +95,10 @@ std::uint8_t CountProcessors()
     return static_cast<std::uint8_t>(std::min(CPU_COUNT(&set), UINT8_MAX));
 }
 
-void DescribeProcessor(Minidump::SystemInfo& system)
-{
-    unsigned a = 0;
-    unsigned b = 0;
-    unsigned c = 0;
-    unsigned d = 0;
-    if (__get_cpuid(0, &a, &b, &c, &d) == 0)
-        return;
-    system.processor[0] = b; // the three parts of the vendor's name
-    system.processor[1] = d;
-    system.processor[2] = c;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0)
-        return;
-    system.processor[3] = a;
-    system.processor[4] = d;
-    const unsigned family = (a >> 8U & 0xfU) + (a >> 20U & 0xffU);
-    const unsigned model = (a >> 4U & 0xfU) + (a >> 12U & 0xf0U);
-    system.processorLevel = static_cast<std::uint16_t>(family);
-    system.processorRevision =
-        static_cast<std::uint16_t>(model << 8U | (a & 0xfU));
-}
-
 } // namespace
 
-CCrashStreams::CCrashStreams(const CrashPlan& plan,
-                             const CrashCause& cause,
+CCrashStreams::CCrashStreams(const CCrashPlan& plan,
+                             const CCrashCause& cause,
                              CMinidumpFile& file)
     : m_plan(plan), m_cause(cause), m_file(file)
 {
@@ -106,11 +106,11 @@ CCrashStreams::CCrashStreams(const CrashPlan& plan,
 
 int CCrashStreams::Write()
 {
-    m_stopped = StopThreads(m_cause.process, m_cause.thread, g_stopped,
-                            kMaxCrashThreads);
+    m_stoppedCount = StopThreads(m_cause.process, m_cause.thread, g_stopped,
+                                 kMaxCrashThreads);
     OpenCrashMemory(m_cause.process);
-    TakeRegisters(*m_cause.context, m_context);
-    // Without the map there are no stacks, but still signal and registers.
+    TakeRegisters(*m_cause.context, m_crashedRegisters);
+    // Without the map the dump still has signal and registers, but no stacks.
     (void)g_maps.Load(m_cause.process, m_plan.full);
     NoteCrashProgress();
     AddSystemInfo();
@@ -123,7 +123,7 @@ int CCrashStreams::Write()
     if (m_cause.info->si_code > 0)
         AddMemoryAround(reinterpret_cast<std::uintptr_t>(m_cause.info->si_addr),
                         kAroundFault);
-    AddMemoryAround(m_context.rip, kAroundCode);
+    AddMemoryAround(m_crashedRegisters.instruction, kAroundCode);
     AddMemoryList();
     AddFile(Minidump::EStream::LinuxCpuInfo, "/proc/cpuinfo");
     AddProcFile(Minidump::EStream::LinuxProcStatus, "status");
@@ -150,7 +150,6 @@ void CCrashStreams::AddSystemInfo()
             .Add(" ")
             .Add(names.machine);
     Minidump::SystemInfo system = {};
-    system.architecture = Minidump::kArchitectureAmd64;
     system.platform = Minidump::kPlatformLinux;
     system.processorCount = CountProcessors();
     DescribeProcessor(system);
@@ -178,7 +177,8 @@ void CCrashStreams::AddException()
     if (m_cause.info->si_code > 0)
         exception.address =
             reinterpret_cast<std::uintptr_t>(m_cause.info->si_addr);
-    exception.context = m_file.Append(&m_context, sizeof(m_context));
+    exception.context =
+        m_file.Append(m_crashedRegisters.record, m_crashedRegisters.recordSize);
     m_file.AddStream(Minidump::EStream::Exception,
                      m_file.Append(&exception, sizeof(exception)));
 }
@@ -186,28 +186,28 @@ void CCrashStreams::AddException()
 void CCrashStreams::AddThreads()
 {
     std::size_t count = 0;
-    g_threads[count++] = DescribeThread(m_cause.thread, m_context);
-    for (std::size_t i = 0; i < m_stopped; i++)
+    g_threads[count++] = DescribeThread(m_cause.thread, m_crashedRegisters);
+    for (std::size_t i = 0; i < m_stoppedCount; i++)
     {
-        Minidump::ContextAmd64 context;
-        if (ReadRegisters(g_stopped[i], context))
-            g_threads[count++] = DescribeThread(g_stopped[i], context);
+        CCrashRegisters registers;
+        if (ReadRegisters(g_stopped[i], registers))
+            g_threads[count++] = DescribeThread(g_stopped[i], registers);
         NoteCrashProgress();
     }
     AddList(m_file, Minidump::EStream::ThreadList, g_threads, count);
 }
 
-Minidump::Thread CCrashStreams::DescribeThread(
-    pid_t id, const Minidump::ContextAmd64& context)
+Minidump::Thread CCrashStreams::DescribeThread(pid_t id,
+                                               const CCrashRegisters& registers)
 {
     Minidump::Thread thread = {};
     thread.id = static_cast<std::uint32_t>(id);
-    thread.context = m_file.Append(&context, sizeof(context));
-    const CrashMapping* stack = g_maps.FindStack(context.rsp);
+    thread.context = m_file.Append(registers.record, registers.recordSize);
+    const CCrashMapping* stack = g_maps.FindStack(registers.stackPointer);
     if (stack == nullptr)
         return thread;
-    const std::uint64_t start =
-        std::max(stack->start, (context.rsp - kRedZone) & ~std::uint64_t{7});
+    const std::uint64_t start = std::max(
+        stack->start, (registers.stackPointer - kRedZone) & ~std::uint64_t{7});
     std::uint64_t end = stack->end;
     // Above the main thread's frames lie the words of the command line and
     // the environment, which may hold secrets.
@@ -223,9 +223,9 @@ Minidump::Thread CCrashStreams::DescribeThread(
 void CCrashStreams::AddModules()
 {
     std::size_t count = 0;
-    for (const CrashMapping& mapping : g_maps)
+    for (const CCrashMapping& mapping : g_maps)
     {
-        CrashModule found;
+        CCrashModule found;
         if (count == kMaxModules || !DescribeModule(g_maps, mapping, found))
             continue;
         Minidump::Module& module = g_modules[count++];
@@ -245,7 +245,7 @@ void CCrashStreams::AddModules()
 }
 
 Minidump::FixedFileInfo CCrashStreams::VersionOf(
-    const CrashModule& module) const
+    const CCrashModule& module) const
 {
     const auto holds = [&module](std::uint64_t address)
     { return module.base <= address && address < module.end; };
@@ -302,7 +302,7 @@ Minidump::MemoryDescriptor CCrashStreams::AddMemory(std::uint64_t start,
 
 void CCrashStreams::AddMemoryAround(std::uint64_t address, std::uint64_t reach)
 {
-    const CrashMapping* mapping = g_maps.Find(address);
+    const CCrashMapping* mapping = g_maps.Find(address);
     if (mapping == nullptr || !mapping->readable)
         return;
     const auto holdsIt = [address](const Minidump::MemoryDescriptor& memory)
@@ -343,7 +343,7 @@ void CCrashStreams::AddFile(Minidump::EStream type, const char* path)
 
 void CCrashStreams::AddAllMemory()
 {
-    const auto isWanted = [](const CrashMapping& mapping)
+    const auto isWanted = [](const CCrashMapping& mapping)
     { return mapping.readable && !mapping.excluded; };
     const auto count = static_cast<std::uint64_t>(
         std::count_if(g_maps.begin(), g_maps.end(), isWanted));
@@ -353,7 +353,7 @@ void CCrashStreams::AddAllMemory()
     const Minidump::Memory64Head head = {count, m_file.Position()};
     m_file.Fill(list, &head, sizeof(head));
     auto at = static_cast<std::uint32_t>(list.rva + sizeof(head));
-    for (const CrashMapping& mapping : g_maps)
+    for (const CCrashMapping& mapping : g_maps)
     {
         if (!isWanted(mapping))
             continue;

@@ -7,8 +7,8 @@
 #pragma once
 
 #include "crash/MinidumpFile.h"
+#include "crash/linux/CrashRegisters.h"
 #include "crash/linux/CrashSignals.h"
-#include "crash/linux/CrashThreads.h"
 
 namespace KzaCore
 {
@@ -17,8 +17,8 @@ class CCrashStreams
 {
 public:
     /// Nothing is copied and nothing owned.
-    CCrashStreams(const CrashPlan& plan,
-                  const CrashCause& cause,
+    CCrashStreams(const CCrashPlan& plan,
+                  const CCrashCause& cause,
                   CMinidumpFile& file);
 
     /// Stops the process's threads, which go on when the helper ends, and
@@ -32,10 +32,9 @@ private:
     void AddMiscInfo();
     void AddException();
     void AddThreads();
-    Minidump::Thread DescribeThread(pid_t id,
-                                    const Minidump::ContextAmd64& context);
+    Minidump::Thread DescribeThread(pid_t id, const CCrashRegisters& registers);
     void AddModules();
-    Minidump::FixedFileInfo VersionOf(const struct CrashModule& module) const;
+    Minidump::FixedFileInfo VersionOf(const struct CCrashModule& module) const;
     void AddNote();
     void AddMemoryList();
     void AddProcFile(Minidump::EStream type, const char* name);
@@ -48,12 +47,12 @@ private:
     void AddMemoryAround(std::uint64_t address, std::uint64_t reach);
     void ListMemory(const Minidump::MemoryDescriptor& memory);
 
-    const CrashPlan& m_plan;
-    const CrashCause& m_cause;
+    const CCrashPlan& m_plan;
+    const CCrashCause& m_cause;
     CMinidumpFile& m_file;
-    Minidump::ContextAmd64 m_context = {}; // of the crashed thread
-    std::size_t m_stopped = 0;
-    std::size_t m_memoryCount = 0;
+    CCrashRegisters m_crashedRegisters = {}; // of the crashed thread
+    std::size_t m_stoppedCount = 0;          // other threads
+    std::size_t m_memoryCount = 0;           // blocks that AddMemory() wrote
 };
 
 } // namespace KzaCore

@@ -11,13 +11,11 @@
 #include "crash/linux/CrashSignals.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
-#include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,7 +40,7 @@ pid_t ToThread(const char* name)
 }
 
 // The threads already seized or refused, and room for more.
-struct Seizure
+struct CSeizure
 {
     pid_t crashed;
     pid_t* threads;
@@ -50,7 +48,7 @@ struct Seizure
     std::size_t size;
 };
 
-bool Seize(Seizure& seizure, pid_t thread)
+bool Seize(CSeizure& seizure, pid_t thread)
 {
     pid_t* end = seizure.threads + seizure.count;
     if (thread == 0 || thread == seizure.crashed ||
@@ -65,7 +63,7 @@ bool Seize(Seizure& seizure, pid_t thread)
 }
 
 // Looks once through the process's threads; true when one was new.
-bool SeizeNew(Seizure& seizure, int directory)
+bool SeizeNew(CSeizure& seizure, int directory)
 {
     alignas(dirent64) static char buffer[16 * 1024];
     bool found = false;
@@ -110,7 +108,7 @@ std::size_t StopThreads(pid_t process,
     const int directory = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (directory < 0)
         return 0;
-    Seizure seizure = {crashed, threads, 0, size};
+    CSeizure seizure = {crashed, threads, 0, size};
     for (int look = 0; look < kLooks && SeizeNew(seizure, directory); look++)
         NoteCrashProgress();
     close(directory);
@@ -134,84 +132,6 @@ void AwaitDeathOfThreads()
             return; // none is left
         PauseCrashPoll();
     }
-}
-
-bool ReadRegisters(pid_t thread, Minidump::ContextAmd64& context)
-{
-    user_regs_struct general = {};
-    user_fpregs_struct floating = {};
-    if (ptrace(PTRACE_GETREGS, thread, nullptr, &general) != 0 ||
-        ptrace(PTRACE_GETFPREGS, thread, nullptr, &floating) != 0)
-        return false;
-    context = {};
-    context.flags = Minidump::kContextAmd64;
-    context.mxcsr = floating.mxcsr;
-    context.cs = static_cast<std::uint16_t>(general.cs);
-    context.ds = static_cast<std::uint16_t>(general.ds);
-    context.es = static_cast<std::uint16_t>(general.es);
-    context.fs = static_cast<std::uint16_t>(general.fs);
-    context.gs = static_cast<std::uint16_t>(general.gs);
-    context.ss = static_cast<std::uint16_t>(general.ss);
-    context.eflags = static_cast<std::uint32_t>(general.eflags);
-    context.rax = general.rax;
-    context.rcx = general.rcx;
-    context.rdx = general.rdx;
-    context.rbx = general.rbx;
-    context.rsp = general.rsp;
-    context.rbp = general.rbp;
-    context.rsi = general.rsi;
-    context.rdi = general.rdi;
-    context.r8 = general.r8;
-    context.r9 = general.r9;
-    context.r10 = general.r10;
-    context.r11 = general.r11;
-    context.r12 = general.r12;
-    context.r13 = general.r13;
-    context.r14 = general.r14;
-    context.r15 = general.r15;
-    context.rip = general.rip;
-    static_assert(sizeof(floating) == sizeof(context.floatSave));
-    std::memcpy(context.floatSave, &floating, sizeof(floating));
-    return true;
-}
-
-void TakeRegisters(const ucontext_t& from, Minidump::ContextAmd64& context)
-{
-    const auto& registers = from.uc_mcontext.gregs;
-    const auto value = [&registers](int which)
-    { return static_cast<std::uint64_t>(registers[which]); };
-    const std::uint64_t segments = value(REG_CSGSFS);
-    context = {};
-    context.flags = Minidump::kContextAmd64;
-    context.cs = static_cast<std::uint16_t>(segments);
-    context.gs = static_cast<std::uint16_t>(segments >> 16U);
-    context.fs = static_cast<std::uint16_t>(segments >> 32U);
-    context.ss = static_cast<std::uint16_t>(segments >> 48U);
-    context.eflags = static_cast<std::uint32_t>(value(REG_EFL));
-    context.rax = value(REG_RAX);
-    context.rcx = value(REG_RCX);
-    context.rdx = value(REG_RDX);
-    context.rbx = value(REG_RBX);
-    context.rsp = value(REG_RSP);
-    context.rbp = value(REG_RBP);
-    context.rsi = value(REG_RSI);
-    context.rdi = value(REG_RDI);
-    context.r8 = value(REG_R8);
-    context.r9 = value(REG_R9);
-    context.r10 = value(REG_R10);
-    context.r11 = value(REG_R11);
-    context.r12 = value(REG_R12);
-    context.r13 = value(REG_R13);
-    context.r14 = value(REG_R14);
-    context.r15 = value(REG_R15);
-    context.rip = value(REG_RIP);
-    if (from.uc_mcontext.fpregs == nullptr)
-        return;
-    context.mxcsr = from.uc_mcontext.fpregs->mxcsr;
-    static_assert(sizeof(*from.uc_mcontext.fpregs) ==
-                  sizeof(context.floatSave));
-    std::memcpy(context.floatSave, from.uc_mcontext.fpregs,
-                sizeof(context.floatSave));
 }
 
 } // namespace KzaCore

@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The threads of the crashed process and their registers.
+// The threads of the crashed process.
 //
 // Threads: the helper has one. Async-signal-safe.
 
 #pragma once
 
-#include "crash/MinidumpFormat.h"
-
 #include <cstddef>
 
 #include <sys/types.h>
-#include <sys/ucontext.h>
 
 namespace KzaCore
 {
@@ -37,11 +34,5 @@ std::size_t StopThreads(pid_t process,
 /// Waits until all threads that were stopped are dead, for a second at most;
 /// they go on when the helper ends.
 void AwaitDeathOfThreads();
-
-/// The registers of a stopped thread.
-bool ReadRegisters(pid_t thread, Minidump::ContextAmd64& context);
-
-/// The registers at the fault, as the handler got them.
-void TakeRegisters(const ucontext_t& from, Minidump::ContextAmd64& context);
 
 } // namespace KzaCore

@@ -12,7 +12,7 @@
 namespace KzaCore
 {
 
-void ArmCrashDumps(const CrashPlan& plan)
+void ArmCrashDumps(const CCrashPlan& plan)
 {
     rlimit core = {};
     if (getrlimit(RLIMIT_CORE, &core) == 0)
