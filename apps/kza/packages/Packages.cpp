@@ -5,9 +5,9 @@
 #include "ApplTrace.h"
 #include "packages/PackageEvent.h"
 #include "packages/PackageName.h"
+#include "packages/SyncFileSystem.h"
 
 #include "kza_core/Dom.h"
-#include "kza_core/SyncFileSystem.h"
 
 #include <wx/arrstr.h>
 #include <wx/dir.h>
@@ -163,7 +163,7 @@ bool CPackages::InstallOne(const wxFileName& package,
 
     // A package that is marked done must not have lost its files in a power
     // cut.
-    KzaCore::SyncFileSystem(m_directory);
+    SyncFileSystem(m_directory);
 
     // The message's words are fixed; the package is in fact renamed.
     APPL_TRACE(wxString::Format(

@@ -2,7 +2,8 @@
 
 #include "service/StopWatch.h"
 
-#include "kza_core/PendingSignal.h"
+#include "service/PendingSignal.h"
+
 #include "kza_core/Runnable.h"
 
 #include <csignal>
@@ -19,7 +20,7 @@ CStopWatch::~CStopWatch()
 
 void CStopWatch::Start(wxEventLoopBase& loop)
 {
-    m_pending = KzaCore::OpenPendingSignal(SIGTERM);
+    m_pending = OpenPendingSignal(SIGTERM);
     if (m_pending >= 0)
         m_source.reset(
             loop.AddSourceForFD(m_pending, this, wxEVENT_SOURCE_INPUT));

@@ -3,17 +3,12 @@
 // POSIX knows all file systems or one file. All of them may include one that
 // hangs, but one file says nothing about the others.
 
-#include "base/SyncDescriptor.h"
+#include "packages/SyncFileSystem.h"
 
 #include <unistd.h>
 
-namespace KzaCore
-{
-
-bool SyncDescriptor(int /*fd*/)
+bool SyncFileSystem(const wxFileName& /*directory*/)
 {
     sync();
     return true;
 }
-
-} // namespace KzaCore

@@ -2,14 +2,9 @@
 //
 // POSIX tells of pending signals only to who asks again and again.
 
-#include "kza_core/PendingSignal.h"
-
-namespace KzaCore
-{
+#include "service/PendingSignal.h"
 
 int OpenPendingSignal(int /*signal*/)
 {
     return -1;
 }
-
-} // namespace KzaCore

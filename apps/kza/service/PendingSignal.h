@@ -6,17 +6,10 @@
 
 #pragma once
 
-#include "kza_core/Export.h"
-
-namespace KzaCore
-{
-
 /// Opens a descriptor that polls readable while the signal, blocked in every
 /// thread, is pending for the process. It is not to be read from: that would
 /// take the signal from whoever waits for it.
 ///
 /// \return the descriptor, closed on exec and owned by the caller; -1 where
 ///         the system has no such thing.
-[[nodiscard]] KZA_API int OpenPendingSignal(int signal);
-
-} // namespace KzaCore
+[[nodiscard]] int OpenPendingSignal(int signal);
