@@ -179,11 +179,9 @@ public:
     /// \return the id under which it was stored, 0 when it was not.
     std::int64_t AgentEventWrite(CAgentEvent& event);
 
-    /// The store itself, for the library's own binding to Lua.
-    [[nodiscard]] CDomStore& Store() { return *m_store; }
-    [[nodiscard]] const CDomStore& Store() const { return *m_store; }
-
 private:
+    friend CDomStore& StoreOf(CDom& dom);
+
     explicit CDom(const char* name);
 
     std::string m_name;

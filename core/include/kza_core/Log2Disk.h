@@ -22,6 +22,7 @@
 #pragma once
 
 #include "kza_core/Export.h"
+#include "kza_core/LogLevel.h"
 
 #include <wx/log.h>
 #include <wx/string.h>
@@ -38,25 +39,6 @@ protected:
     void DoLogRecord(wxLogLevel level,
                      const wxString& msg,
                      const wxLogRecordInfo& info) override;
-};
-
-/// Levels of a record as the file names them.
-enum class ELogLevel
-{
-    Error,
-    Warning,
-    Message,
-    Info,
-    Verbose,
-    Debug,
-    Trace
-};
-
-/// Whether `log.console` repeats a record on standard error.
-enum class EConsole
-{
-    Repeat,
-    Leave ///< the text stands there already
 };
 
 /// Writes one record straight to the disk log, past the framework, with the

@@ -18,6 +18,8 @@
 #include "log/LogFile.h"
 #include "log/LogLine.h"
 
+#include <wx/string.h>
+
 #include <cstdint>
 #include <mutex>
 #include <string>

@@ -4,6 +4,8 @@
 
 #include "base/ThreadId.h"
 
+#include <wx/unichar.h>
+
 #include <charconv>
 #include <cstdint>
 #include <cstring>

@@ -8,7 +8,7 @@
 
 #pragma once
 
-#include "kza_core/Log2Disk.h"
+#include "kza_core/LogLevel.h"
 
 #include <array>
 #include <cstddef>

@@ -1,14 +1,97 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A look at the set of traced components has two stages. Nearly every component
+// is off, which a table of bits answers without a lock: each name in the set
+// sets the bit of its hash, and a clear bit means "off". A bit that is set may
+// be another name's, so the set itself decides then.
 
 #include "kza_core/Trace.h"
 
 #include "base/Bytes.h"
+#include "domain/KeyObservers.h"
+#include "kza_core/Dom.h"
 #include "log/DiskLog.h"
+#include "log/TraceSet.h"
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <ctime>
+#include <memory>
 
 namespace KzaCore
 {
+
+namespace
+{
+
+constexpr std::size_t kWordBits = 64;
+constexpr std::size_t kFilterWords = 16;
+std::atomic<std::uint64_t> s_filter[kFilterWords];
+
+using TraceSetPtr = std::shared_ptr<const CTraceSet>;
+
+// Never destroyed: a thread may ask while the process ends.
+TraceSetPtr& Published()
+{
+    static auto& published =
+        *new TraceSetPtr(std::make_shared<const CTraceSet>());
+    return published;
+}
+
+// The number of a name's bit. Three characters and the length tell the names of
+// components apart well enough.
+std::uint32_t BitOf(std::wstring_view name)
+{
+    const std::size_t length = name.size();
+    if (length == 0)
+        return 0;
+    const auto at = [name](std::size_t i)
+    { return static_cast<std::uint32_t>(name[i]); };
+    const std::uint32_t mix = at(0) + at(length - 1) * 31U +
+                              at(length / 2) * 1009U +
+                              static_cast<std::uint32_t>(length) * 40503U;
+    return (mix * 2654435761U) >> 22; // top ten bits, Knuth's multiplier
+}
+
+void Publish(const CTraceSet& set)
+{
+    std::atomic_store(&Published(), std::make_shared<const CTraceSet>(set));
+
+    std::uint64_t filter[kFilterWords] = {};
+    for (const std::wstring& name : set.Names())
+    {
+        const std::uint32_t bit = BitOf(name);
+        filter[bit / kWordBits] |= std::uint64_t{1} << (bit % kWordBits);
+    }
+    for (std::size_t i = 0; i < kFilterWords; ++i)
+        s_filter[i].store(set.HasAll() ? ~std::uint64_t{0} : filter[i],
+                          std::memory_order_relaxed);
+}
+
+void RefreshTrace(const CDom* root)
+{
+    wxString list;
+    if (root != nullptr)
+        list = root->GetWxString(DomKey::kTrace) + "," +
+               root->GetWxString(DomKey::kTraceMore);
+    Publish(CTraceSet(CharactersOf(list)));
+}
+
+constexpr std::string_view kKeys[] = {DomKey::kTrace, DomKey::kTraceMore};
+const CKeyObserver s_observer(kKeys, RefreshTrace);
+
+} // namespace
+
+bool LogTraceIsEnabled(const wxString& component)
+{
+    const std::wstring_view name = CharactersOf(component);
+    const std::uint32_t bit = BitOf(name);
+    const std::uint64_t word =
+        s_filter[bit / kWordBits].load(std::memory_order_relaxed);
+    return ((word >> (bit % kWordBits)) & 1U) != 0 &&
+           std::atomic_load(&Published())->Has(name);
+}
 
 void LogTrace(const wxString& component,
               const char* file,

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The set of traced components, behind LogTraceIsEnabled(). It follows the root
-// domain's keys `app.trace` and `app.trace+`, whose lists add up.
+// A set of traced components, as the settings write it.
 //
 // Threads: any.
 
@@ -14,7 +13,7 @@
 namespace KzaCore
 {
 
-/// A set of components as the settings write it; never changes once made.
+/// Never changes once made.
 class CTraceSet
 {
 public:

@@ -10,6 +10,7 @@
 #include "base/Bytes.h"
 #include "base/PluginWorkdir.h"
 #include "domain/DomStore.h"
+#include "domain/StoreOf.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
 #include "kza_core/Runnable.h"
@@ -71,7 +72,7 @@ void Push(lua_State* L, const DomContent& content)
 
 int Get(lua_State* L)
 {
-    const CDomStore& store = DomOfMethod(L).Store();
+    const CDomStore& store = StoreOf(DomOfMethod(L));
     const bool isSet = store.Read(
         CheckBytes(L, 2), [L](const DomContent& content) { Push(L, content); });
     if (!isSet)
@@ -104,7 +105,7 @@ void SetNumber(lua_State* L, CDomStore& store, std::string_view key)
 
 int Set(lua_State* L)
 {
-    CDomStore& store = DomOfMethod(L).Store();
+    CDomStore& store = StoreOf(DomOfMethod(L));
     const std::string_view key = CheckBytes(L, 2);
     switch (lua_type(L, 3))
     {
@@ -128,7 +129,7 @@ int Set(lua_State* L)
 
 int Keys(lua_State* L)
 {
-    const CDomStore& store = DomOfMethod(L).Store();
+    const CDomStore& store = StoreOf(DomOfMethod(L));
     const std::vector<std::string> keys = store.Keys(
         lua_isnoneornil(L, 2) ? std::string_view() : CheckBytes(L, 2));
     lua_createtable(L, static_cast<int>(keys.size()), 0);
@@ -166,9 +167,9 @@ int Wait(lua_State* L)
     lua_rawget(L, 4);
     // A number holds every count of changes that there will ever be.
     std::uint64_t seen = lua_isnil(L, -1)
-                             ? dom.Store().Generation(key)
+                             ? StoreOf(dom).Generation(key)
                              : static_cast<std::uint64_t>(lua_tonumber(L, -1));
-    const bool changed = dom.Store().Wait(key, timeout, seen);
+    const bool changed = StoreOf(dom).Wait(key, timeout, seen);
 
     lua_pushvalue(L, 2);
     lua_pushnumber(L, static_cast<lua_Number>(seen));

@@ -6,6 +6,7 @@
 
 #include "base/ThreadId.h"
 #include "kza_core/Dom.h"
+#include "kza_core/Log2Disk.h"
 #include "kza_core/Trace.h"
 
 #include "support/InChild.h"
