@@ -2,6 +2,8 @@
 
 #include "support/Heap.h"
 
+#include <sys/resource.h>
+
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define KZA_SANITIZER_HEAP
@@ -24,4 +26,11 @@ std::size_t TestSupport::HeapInUse()
 #else
     return mallinfo2().uordblks;
 #endif
+}
+
+long TestSupport::PeakKiB()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
 }

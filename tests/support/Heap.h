@@ -13,4 +13,8 @@ namespace TestSupport
 /// which has a heap of its own.
 std::size_t HeapInUse();
 
+/// The most memory that the process has had so far, in KiB; of a forked child
+/// without what its parent had before.
+long PeakKiB();
+
 } // namespace TestSupport

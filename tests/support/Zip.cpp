@@ -86,6 +86,7 @@ std::string LocalHeader(const SZipFile& file, const SRecord& record)
 
 std::string DirectoryRecord(const SZipFile& file, const SRecord& record)
 {
+    const std::size_t zip64Size = file.zip64Disk ? 28 : 24;
     std::string out;
     Put(out, 0x02014b50, 4);
     Put(out, 20, 1);
@@ -99,9 +100,9 @@ std::string DirectoryRecord(const SZipFile& file, const SRecord& record)
         4);
     Put(out, file.zip64 ? kFull32 : record.size, 4);
     Put(out, file.name.size(), 2);
-    Put(out, file.zip64 ? 28 : 0, 2);
+    Put(out, file.zip64 ? 4 + zip64Size : 0, 2);
     Put(out, 0, 2);
-    Put(out, file.diskNumber.value_or(0), 2);
+    Put(out, file.zip64Disk ? 0xFFFF : file.diskNumber.value_or(0), 2);
     Put(out, 0, 2);
     Put(out, static_cast<std::uint64_t>(file.mode) << 16, 4);
     Put(out, file.zip64 ? kFull32 : file.offset.value_or(record.offset), 4);
@@ -109,10 +110,12 @@ std::string DirectoryRecord(const SZipFile& file, const SRecord& record)
     if (file.zip64)
     {
         Put(out, 0x0001, 2);
-        Put(out, 24, 2);
+        Put(out, zip64Size, 2);
         Put(out, record.size, 8);
         Put(out, file.packedSize.value_or(record.packedSize), 8);
         Put(out, file.offset.value_or(record.offset), 8);
+        if (file.zip64Disk)
+            Put(out, *file.zip64Disk, 4);
     }
     return out;
 }
@@ -129,7 +132,8 @@ void PutEnd(std::string& out,
         Put(out, 44, 8);
         Put(out, 45, 2);
         Put(out, 45, 2);
-        Put(out, 0, 8);
+        Put(out, options.disk, 4);
+        Put(out, options.disk, 4);
         Put(out, count, 8);
         Put(out, count, 8);
         Put(out, end - start, 8);
@@ -140,7 +144,7 @@ void PutEnd(std::string& out,
         Put(out, 1, 4);
     }
     Put(out, 0x06054b50, 4);
-    Put(out, 0, 4);
+    Put(out, options.fullDisks ? kFull32 : 0, 4);
     Put(out, options.zip64End ? 0xFFFF : count, 2);
     Put(out, options.zip64End ? 0xFFFF : count, 2);
     Put(out, options.zip64End ? kFull32 : end - start, 4);

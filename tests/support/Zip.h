@@ -46,12 +46,15 @@ struct SZipFile
     std::optional<std::uint64_t> packedSize;  ///< in the directory
     std::optional<std::string> packed;        ///< instead of the real data
     std::optional<std::uint16_t> diskNumber;  ///< in the directory
+    std::optional<std::uint32_t> zip64Disk;   ///< in the 64-bit fields instead
 };
 
 struct SZipOptions
 {
-    bool zip64End = false; ///< write the zip64 end record, fill the short one
-    std::string before;    ///< bytes before the first entry
+    bool zip64End = false;  ///< write the zip64 end record, fill the short one
+    bool fullDisks = false; ///< fill the short one's disk numbers too
+    std::uint32_t disk = 0; ///< in the zip64 end record
+    std::string before;     ///< bytes before the first entry
     std::string comment;
 };
 

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 struct libdeflate_decompressor;
 
@@ -32,7 +33,29 @@ public:
                                void* out,
                                std::size_t outSize);
 
+    /// The same into a buffer that grows with what comes out, so that a stream
+    /// which holds less than it should takes no more memory than it fills.
+    ///
+    /// \param out      Replaced by `outSize` bytes; undefined after a failure.
+    /// \param outSize  What the stream should hold; nobody has checked it.
+    [[nodiscard]] bool InflateGrowing(const void* in,
+                                      std::size_t inSize,
+                                      std::string& out,
+                                      std::size_t outSize);
+
 private:
+    enum class EResult
+    {
+        Done,
+        NoRoom, // the stream holds more than fits
+        Failed
+    };
+
+    EResult Try(const void* in,
+                std::size_t inSize,
+                void* out,
+                std::size_t outSize);
+
     libdeflate_decompressor* m_decompressor; // null when memory is short
 };
 

@@ -70,10 +70,11 @@ bool CheckKind(const SZipEntry& entry, std::string& error)
     const mode_t mode = entry.UnixMode();
     if (S_ISLNK(mode))
         return Fail(error, "it is a symbolic link");
-    const bool isKnown = (mode & S_IFMT) == 0 || S_ISREG(mode) || S_ISDIR(mode);
-    if (!isKnown)
+    // What Info-ZIP read from a pipe is marked as one, and holds what came out.
+    const bool isFile = S_ISREG(mode) || S_ISFIFO(mode);
+    if ((mode & S_IFMT) != 0 && !isFile && !S_ISDIR(mode))
         return Fail(error, "it is a device or another special file");
-    if (entry.IsDirectory() ? S_ISREG(mode) : S_ISDIR(mode))
+    if (entry.IsDirectory() ? isFile : S_ISDIR(mode))
         return Fail(error, "its name and its mode disagree on what it is");
     if (entry.IsDirectory() && entry.size != 0)
         return Fail(error, "it is a directory with contents");

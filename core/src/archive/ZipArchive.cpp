@@ -58,10 +58,8 @@ void CZipArchive::Index()
     for (std::size_t i = 0; i < m_entries.size(); ++i)
     {
         std::uint32_t& slot = m_slots[SlotOf(m_entries[i].name)];
-        if (slot == 0)
+        if (slot == 0) // else the first of that name is found
             slot = static_cast<std::uint32_t>(i + 1);
-        else if (m_duplicate == nullptr)
-            m_duplicate = &m_entries[i];
     }
 }
 
@@ -91,9 +89,9 @@ bool CZipArchive::Read(const SZipEntry& entry,
     if (entry.size > kMaxWhole || entry.compressedSize > kMaxWhole)
         return Fail(error, "too large to be read at once");
 
-    bytes.resize(entry.size);
     if (entry.method == SZipEntry::kStored)
     {
+        bytes.resize(entry.size);
         if (!m_file.ReadAt(data, &bytes[0], bytes.size(), error))
             return false;
     }
@@ -103,8 +101,8 @@ bool CZipArchive::Read(const SZipEntry& entry,
         if (!m_file.ReadAt(data, packed.data(), packed.size(), error))
             return false;
         static thread_local CInflater inflater;
-        if (!inflater.Inflate(packed.data(), packed.size(), &bytes[0],
-                              bytes.size()))
+        if (!inflater.InflateGrowing(packed.data(), packed.size(), bytes,
+                                     entry.size))
             return Fail(error, "damaged compressed data");
     }
     if (Crc32(0, bytes.data(), bytes.size()) != entry.crc)

@@ -49,9 +49,6 @@ public:
         return m_entries;
     }
 
-    /// The first entry whose name an earlier one has, null when there is none.
-    [[nodiscard]] const SZipEntry* Duplicate() const { return m_duplicate; }
-
     /// Reads the whole content of an entry, checked against its CRC.
     ///
     /// \param bytes  Replaced by the content; undefined after a failure.
@@ -71,7 +68,6 @@ private:
     CZipFile m_file;
     std::unique_ptr<char[]> m_names; // the names, end to end
     std::vector<SZipEntry> m_entries;
-    const SZipEntry* m_duplicate = nullptr;
 
     // Open addressing over m_entries: position plus one, 0 for a free slot.
     // The size is a power of two and at least twice the number of entries.

@@ -97,6 +97,15 @@ public:
         return true;
     }
 
+    // True when the next value, or its short form when that is not full, is
+    // the number of the only disk.
+    [[nodiscard]] bool IsOnlyDisk(std::uint16_t shortForm) const
+    {
+        if (shortForm != kFull16)
+            return shortForm == 0;
+        return m_left >= 4 && Get32(m_next) == 0;
+    }
+
 private:
     const unsigned char* m_next = nullptr;
     std::size_t m_left = 0;
@@ -129,6 +138,16 @@ bool AgreesWithLocal(const SZipEntry& entry,
            Get16(header + 8) == entry.method &&
            agrees(Get32(header + 14), entry.crc) && agrees(size, entry.size) &&
            agrees(compressedSize, entry.compressedSize);
+}
+
+// True for an end record that counts more than one disk. Where a zip64 record
+// stands in for it, its numbers may all be full.
+bool IsOfDividedArchive(const unsigned char* end, bool hasZip64)
+{
+    const auto isNone = [hasZip64](std::uint16_t disk)
+    { return disk == 0 || (hasZip64 && disk == kFull16); };
+    return !isNone(Get16(end + 4)) || !isNone(Get16(end + 6)) ||
+           Get16(end + 8) != Get16(end + 10);
 }
 
 // Finds the end record whose comment reaches exactly to the end of the tail.
@@ -233,16 +252,16 @@ bool CZipFile::FindDirectory(std::string& error)
     }
 
     const unsigned char* const end = &tail[at];
-    if (Get16(end + 4) != 0 || Get16(end + 6) != 0 ||
-        Get16(end + 8) != Get16(end + 10))
-        return Fail(error, "one part of a divided archive");
     directory.count = Get16(end + 10);
     directory.size = Get32(end + 12);
     directory.offset = Get32(end + 16);
 
-    std::uint64_t directoryEnd = fileSize - tail.size() + at;
-    if (!ReadZip64End(directoryEnd, directory, directoryEnd, error))
+    const std::uint64_t endOffset = fileSize - tail.size() + at;
+    std::uint64_t directoryEnd = endOffset;
+    if (!ReadZip64End(endOffset, directory, directoryEnd, error))
         return false;
+    if (IsOfDividedArchive(end, directoryEnd != endOffset))
+        return Fail(error, "one part of a divided archive");
     if (directory.offset > directoryEnd ||
         directory.size != directoryEnd - directory.offset)
         return Fail(error,
@@ -280,6 +299,7 @@ bool CZipFile::ReadZip64End(std::uint64_t end,
     const std::uint64_t offset = Get64(record + 48);
     const bool agrees =
         Get32(record) == kZip64EndSignature && Get64(record + 24) == count &&
+        Get32(record + 16) == 0 && Get32(record + 20) == 0 && // the only disk
         Get64(record + 4) == end - sizeof locator - at - 12 &&
         (directory.count == kFull16 || directory.count == count) &&
         (directory.size == kFull32 || directory.size == size) &&
@@ -432,7 +452,7 @@ bool CZipWalk::Take(const unsigned char* record, std::string& error)
     const bool whole = extra.Take(Get32(record + 24), entry.size) &&
                        extra.Take(Get32(record + 20), entry.compressedSize) &&
                        extra.Take(Get32(record + 42), entry.offset) &&
-                       Get16(record + 34) == 0;
+                       extra.IsOnlyDisk(Get16(record + 34));
     // The local header repeats the name, so this much stands there at least.
     const std::uint64_t headers = kLocalSize + nameSize;
     const bool fits = whole && entry.offset <= limit &&

@@ -198,6 +198,19 @@ TEST_F(Unzip, ReadsWhatArchiversWrite)
     }
 }
 
+// The archiver marks the entry as the pipe that its content came from.
+TEST_F(Unzip, WhatAnArchiverReadFromAPipeIsAFile)
+{
+    const std::string command =
+        "cd '" + m_dir.Path() + "' && echo text | zip -q '" + m_archive + "' -";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    ASSERT_TRUE(Run(ReadFile(m_archive)));
+    EXPECT_EQ(ReadFile(m_dest + "/-"), "text\n");
+    struct stat status = {};
+    ASSERT_EQ(lstat((m_dest + "/-").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+}
+
 TEST_F(Unzip, AsksForEveryEntryInTheArchivesOrder)
 {
     m_witness.answer = [](const wxString& name) { return name != "b/two"; };

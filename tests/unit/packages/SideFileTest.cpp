@@ -2,6 +2,7 @@
 
 #include "packages/SideFile.h"
 
+#include "support/Heap.h"
 #include "support/InChild.h"
 #include "support/TempDir.h"
 
@@ -13,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace TestSupport;
@@ -193,13 +193,6 @@ TEST_F(SideFile, AFileThatCannotBeReadHoldsNoVersion)
     SExtensionVersion version;
     EXPECT_EQ(ReadSideFile("/proc/self/mem", version),
               ESideFile::NoVersionLine);
-}
-
-long PeakKiB()
-{
-    rusage usage = {};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 TEST_F(SideFile, ItsSizeDoesNotCount)
