@@ -1,8 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A member of the set is untried, usable or broken. The first look-up that
+// comes as far as an untried member opens it (Open()), which makes it usable or
+// broken. From then on Refresh() opens it again when its file has changed, and
+// whenever it is broken; so a member goes from usable to broken and back, and
+// never becomes untried again. A change of the list keeps the members whose
+// paths stay, in whatever state they are.
+//
+// Comparing an archive with its file is a system call, and a look-up should not
+// make one for each archive that does not have the name. So a look-up goes like
+// this (FindFresh()):
+//
+//   1. When the last comparison of all tried members is more than a second ago,
+//      all are compared. This finds the changes that step 3 does not look for:
+//      a name that is new in an archive before the one that has it.
+//   2. The members are asked for the name in order; the first that has it is
+//      the answer.
+//   3. The member that has the name is compared with its file. When none has
+//      it, all are: a module that was just installed is found at once.
+//   4. When that opened an archive anew, step 2 is repeated, and its answer
+//      stands.
 
 #include "archive/ArchiveSet.h"
 
 #include "base/Bytes.h"
+#include "base/Error.h"
 #include "base/SplitList.h"
 
 #include <wx/log.h>
@@ -79,7 +101,10 @@ void CArchiveSet::Open(std::size_t at)
     SMember& member = m_members[at];
     member.problem.clear();
     member.archive = std::make_unique<CZipArchive>();
-    if (member.archive->Open(member.path, member.problem))
+    const bool isOpen = member.path.front() == '/'
+                            ? member.archive->Open(member.path, member.problem)
+                            : Fail(member.problem, "its path is not absolute");
+    if (isOpen)
     {
         member.warned = false;
         return;
@@ -105,7 +130,7 @@ bool CArchiveSet::RefreshAll()
 {
     bool changed = false;
     for (std::size_t at = 0; at < m_members.size(); ++at)
-        if (m_members[at].archive != nullptr) // else opened when it is needed
+        if (m_members[at].IsTried())
             changed = Refresh(at) || changed;
     m_lastRefresh = std::chrono::steady_clock::now();
     return changed;
@@ -118,7 +143,7 @@ std::size_t CArchiveSet::Find(const std::vector<std::string>& names,
     for (std::size_t at = 0; at < m_members.size(); ++at)
     {
         const SMember& member = m_members[at];
-        if (member.archive == nullptr)
+        if (!member.IsTried())
             Open(at);
         if (!member.IsUsable())
             continue;

@@ -3,10 +3,7 @@
 // The archives that modules and data files are searched in, in order.
 //
 // Each archive is opened and indexed once, on first use, and again when it has
-// changed on disk. To keep a look-up free of system calls for archives that
-// hold nothing of that name, a change is looked for in the archive that has
-// the name, in all of them when none has it, and in all of them when the last
-// such look is a second old.
+// changed on disk; the source says when that is looked for.
 //
 // Threads: one object belongs to one thread.
 
@@ -34,7 +31,10 @@ public:
     };
 
     /// Sets the archives: paths joined by ";". Those that stay are kept open. A
-    /// path that comes a second time counts once, at its first place.
+    /// path that comes a second time counts once, at its first place. One that
+    /// is not absolute is skipped as a broken archive is: it may be a part of a
+    /// path with a ";" in it, and what the current directory holds under that
+    /// name could be anybody's.
     void SetPaths(const std::string& list);
 
     /// Reads the first of the named entries that an archive holds, trying all
@@ -55,16 +55,21 @@ public:
         const std::vector<std::string>& names) const;
 
 private:
+    // Untried: without an archive. Usable: with one and no problem. Broken:
+    // with one and a problem.
     struct SMember
     {
         std::string path;
-        std::unique_ptr<CZipArchive> archive; // null until tried
-        std::string problem; // why it cannot be used, empty when it can
-        bool warned = false;
+        std::unique_ptr<CZipArchive> archive;
+        std::string problem; // why it cannot be used
+        bool warned =
+            false; // of this problem or one before, since it was usable
+
+        [[nodiscard]] bool IsTried() const { return archive != nullptr; }
 
         [[nodiscard]] bool IsUsable() const
         {
-            return archive != nullptr && problem.empty();
+            return IsTried() && problem.empty();
         }
     };
 
@@ -78,8 +83,10 @@ private:
 
     static constexpr std::size_t kNone = ~std::size_t(0);
 
-    std::string m_list;
-    std::vector<SMember> m_members;
+    std::string m_list;             // as last set
+    std::vector<SMember> m_members; // in the list's order, each path once
+
+    // When all files were last compared with what was opened.
     std::chrono::steady_clock::time_point m_lastRefresh{};
 };
 

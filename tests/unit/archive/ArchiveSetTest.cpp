@@ -11,6 +11,7 @@
 #include <wx/wfstream.h>
 #include <wx/zipstrm.h>
 
+#include <filesystem>
 #include <utility>
 
 using namespace KzaCore;
@@ -154,6 +155,30 @@ TEST(ArchiveSet, BrokenArchiveListedTwiceIsWarnedOfOnce)
     EXPECT_EQ(log.m_texts[0].find("Archive '" + broken + "' is skipped: "), 0U);
     EXPECT_EQ(set.DescribeMiss({"b"}).find(broken),
               set.DescribeMiss({"b"}).rfind(broken));
+}
+
+// A file name with a ";" in it makes two items; the second one could name a
+// file in the current directory.
+TEST(ArchiveSet, ARelativePathIsSkippedWithOneWarning)
+{
+    const CTempDir place;
+    Make(place, "one", {{"a", "1"}});
+    const std::string relative =
+        std::filesystem::relative(place.File("one")).string();
+    const std::string good = Make(place, "good", {{"a", "2"}});
+    const TestSupport::CCollectedLog log;
+    CArchiveSet set;
+    set.SetPaths(relative + ";" + good);
+    EXPECT_EQ(Read(set, {"a"}), "2");
+    EXPECT_EQ(Read(set, {"b"}), "missing");
+    set.SetPaths(good + ";" + relative);
+    EXPECT_EQ(Read(set, {"b"}), "missing");
+    ASSERT_EQ(log.m_texts.size(), 1U);
+    EXPECT_EQ(log.m_texts[0], "Archive '" + relative +
+                                  "' is skipped: its path is not absolute");
+    EXPECT_EQ(set.DescribeMiss({"b"}),
+              "\n\tno file '" + good + "/b'\n\tno usable archive '" + relative +
+                  "': its path is not absolute");
 }
 
 TEST(ArchiveSet, MissNamesEveryPlace)
