@@ -15,6 +15,8 @@ local host = {}
 ---@field user integer     Id of the owner.
 ---@field group integer    Id of the group.
 ---@field modified number  Last change of the content, seconds since the epoch.
+---@field device number    With `inode`, what tells one file from another.
+---@field inode number
 
 --- The names in a directory, sorted by byte, without "." and "..".
 ---@param path string
@@ -76,6 +78,9 @@ function host.isatty(descriptor) end
 ---@field started number      Seconds since the epoch.
 ---@field cpu_s number        Seconds of CPU time of all its threads.
 ---@field rss_kib? integer    Memory in use, where the system tells it.
+---@field threads? integer    How many it has, where the system tells it.
+---@field directory? string   The current one, where the system tells it.
+---@field words string[]      Of its command line, where the system tells them.
 
 --- What the system tells of a process; nil when there is none.
 ---@param pid integer
@@ -86,6 +91,22 @@ function host.process(pid) end
 ---@param pid integer
 ---@return integer[] pids
 function host.children(pid) end
+
+--- The ids of the processes that run an executable, also when its file has been
+--- replaced since; in no order.
+---@param executable string  Absolute path without symbolic links.
+---@return integer[] pids
+function host.processes(executable) end
+
+--- The path, absolute and without symbolic links.
+---@param path string
+---@return string? path
+---@return string? message
+function host.real_path(path) end
+
+--- Versions of the libraries that this process runs with.
+---@return { wxwidgets: string, lua: string, openssl: string, sqlite: string }
+function host.versions() end
 
 --- Sends a signal. "NONE" only asks whether one could be sent.
 ---@param pid integer

@@ -34,6 +34,36 @@ function TestProcesses:test_process_tells_of_itself()
     lu.assertTrue(math.abs(own.started - os.time()) < 3600)
     lu.assertTrue(own.cpu_s >= 0 and own.cpu_s < 3600)
     lu.assertTrue(own.rss_kib > 1000)
+    lu.assertTrue(own.threads >= 2)
+    lu.assertStrMatches(own.directory, "/.*")
+    lu.assertStrContains(table.concat(own.words, " "), " --unittest ")
+end
+
+function TestProcesses:test_processes_of_an_executable()
+    local pids = host.processes(support.agent)
+    local own = false
+    for _, pid in ipairs(pids) do
+        own = own or pid == own_pid()
+    end
+    lu.assertTrue(own)
+    lu.assertEquals(host.processes("/nowhere"), {})
+end
+
+function TestProcesses:test_real_path()
+    local place = support.directory()
+    support.shell("ln -s . " .. support.quote(place .. "/link"))
+    lu.assertEquals(host.real_path(place .. "/link/./link"),
+        host.real_path(place))
+    lu.assertEquals({ host.real_path(place .. "/none") },
+        { nil, place .. "/none: No such file or directory" })
+end
+
+function TestProcesses:test_versions()
+    local versions = host.versions()
+    lu.assertStrMatches(versions.lua, "Lua 5%.2.*")
+    lu.assertStrMatches(versions.openssl, "OpenSSL .*")
+    lu.assertStrMatches(versions.sqlite, "3%..*")
+    lu.assertStrMatches(versions.wxwidgets, ".*%d+%.%d+%.%d+.*")
 end
 
 function TestProcesses:test_children_are_listed_with_their_parent()

@@ -53,7 +53,10 @@ function TestHost:test_stat_tells_kind_size_and_rights()
     lu.assertAlmostEquals(stat.modified, os.time(), 3600)
     lu.assertEquals(stat, { type = "file", size = 5,
         mode = tonumber("4751", 8), user = host.user(), group = stat.group,
-        modified = stat.modified })
+        modified = stat.modified, device = stat.device, inode = stat.inode })
+    support.shell(("cd %s && ln file other"):format(quote(place)))
+    lu.assertEquals(host.stat(place .. "/other").inode, stat.inode)
+    lu.assertNotEquals(host.stat(place).inode, stat.inode)
     lu.assertEquals(host.stat(place .. "/link").type, "file")
     lu.assertEquals(host.stat(place .. "/link", true).type, "link")
     lu.assertEquals(host.stat(place).type, "directory")

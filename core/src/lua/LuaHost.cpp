@@ -114,7 +114,7 @@ int Stat(lua_State* L)
     if ((nofollow ? lstat(path, &info) : stat(path, &info)) != 0)
         return PushSystemError(L, path);
 
-    lua_createtable(L, 0, 6);
+    lua_createtable(L, 0, 8);
     lua_pushstring(L, TypeName(info.st_mode));
     lua_setfield(L, -2, "type");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_size));
@@ -127,6 +127,10 @@ int Stat(lua_State* L)
     lua_setfield(L, -2, "group");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_mtime));
     lua_setfield(L, -2, "modified");
+    lua_pushnumber(L, static_cast<lua_Number>(info.st_dev));
+    lua_setfield(L, -2, "device");
+    lua_pushnumber(L, static_cast<lua_Number>(info.st_ino));
+    lua_setfield(L, -2, "inode");
     return 1;
 }
 

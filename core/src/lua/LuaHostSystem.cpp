@@ -12,10 +12,15 @@
 #include "process/Program.h"
 
 #include <lua.hpp>
+#include <openssl/crypto.h>
+#include <sqlite3.h>
+#include <wx/version.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,6 +52,16 @@ void SetNumber(lua_State* L, const char* field, double number)
     lua_setfield(L, -2, field);
 }
 
+void PushTexts(lua_State* L, const std::vector<std::string>& texts)
+{
+    lua_createtable(L, static_cast<int>(texts.size()), 0);
+    for (std::size_t i = 0; i < texts.size(); ++i)
+    {
+        lua_pushlstring(L, texts[i].data(), texts[i].size());
+        lua_rawseti(L, -2, static_cast<int>(i) + 1);
+    }
+}
+
 pid_t CheckPid(lua_State* L)
 {
     const lua_Number pid = luaL_checknumber(L, 1);
@@ -61,7 +76,7 @@ int Process(lua_State* L)
     const std::optional<ProcessInfo> info = InfoOfProcess(pid);
     if (!info)
         return 0;
-    lua_createtable(L, 0, 8);
+    lua_createtable(L, 0, 11);
     SetNumber(L, "pid", pid);
     SetNumber(L, "parent", info->parent);
     SetText(L, "name", info->name);
@@ -72,19 +87,60 @@ int Process(lua_State* L)
     SetNumber(L, "cpu_s", info->cpuSeconds);
     if (info->residentKiB)
         SetNumber(L, "rss_kib", static_cast<double>(*info->residentKiB));
+    if (info->threads)
+        SetNumber(L, "threads", *info->threads);
+    if (!info->directory.empty())
+        SetText(L, "directory", info->directory);
+    PushTexts(L, info->words);
+    lua_setfield(L, -2, "words");
+    return 1;
+}
+
+int PushPids(lua_State* L, const std::vector<pid_t>& pids)
+{
+    lua_createtable(L, static_cast<int>(pids.size()), 0);
+    for (std::size_t i = 0; i < pids.size(); ++i)
+    {
+        lua_pushnumber(L, pids[i]);
+        lua_rawseti(L, -2, static_cast<int>(i) + 1);
+    }
     return 1;
 }
 
 // children(pid): the ids of a process's children.
 int Children(lua_State* L)
 {
-    const std::vector<pid_t> children = ChildrenOfProcess(CheckPid(L));
-    lua_createtable(L, static_cast<int>(children.size()), 0);
-    for (std::size_t i = 0; i < children.size(); ++i)
-    {
-        lua_pushnumber(L, children[i]);
-        lua_rawseti(L, -2, static_cast<int>(i) + 1);
-    }
+    return PushPids(L, ChildrenOfProcess(CheckPid(L)));
+}
+
+// processes(executable): the ids of those that run it.
+int Processes(lua_State* L)
+{
+    return PushPids(L, ProcessesOf(luaL_checkstring(L, 1)));
+}
+
+// real_path(path): absolute and without symbolic links.
+int RealPath(lua_State* L)
+{
+    const char* const path = luaL_checkstring(L, 1);
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path, nullptr),
+                                                      std::free);
+    if (!real)
+        return PushFailure(L,
+                           std::string(path) + ": " + SystemErrorText(errno));
+    lua_pushstring(L, real.get());
+    return 1;
+}
+
+// versions(): of the libraries. The framework tells only with which version
+// this library was built.
+int Versions(lua_State* L)
+{
+    lua_createtable(L, 0, 4);
+    SetText(L, "wxwidgets", wxVERSION_NUM_DOT_STRING);
+    SetText(L, "lua", LUA_RELEASE);
+    SetText(L, "openssl", SSLeay_version(SSLEAY_VERSION));
+    SetText(L, "sqlite", sqlite3_libversion());
     return 1;
 }
 
@@ -181,11 +237,19 @@ int Events(lua_State* L)
 }
 
 const luaL_Reg kFunctions[] = {
-    {"process", Guarded<Process>},    {"children", Guarded<Children>},
-    {"kill", Guarded<Kill>},          {"run", Guarded<Run>},
-    {"clock", Guarded<Clock>},        {"user", Guarded<User>},
-    {"columns", Guarded<Columns>},    {"events", Guarded<Events>},
-    {"connect", Guarded<LuaConnect>}, {nullptr, nullptr},
+    {"process", Guarded<Process>},
+    {"children", Guarded<Children>},
+    {"kill", Guarded<Kill>},
+    {"run", Guarded<Run>},
+    {"clock", Guarded<Clock>},
+    {"user", Guarded<User>},
+    {"columns", Guarded<Columns>},
+    {"events", Guarded<Events>},
+    {"processes", Guarded<Processes>},
+    {"real_path", Guarded<RealPath>},
+    {"versions", Guarded<Versions>},
+    {"connect", Guarded<LuaConnect>},
+    {nullptr, nullptr},
 };
 
 } // namespace

@@ -25,6 +25,11 @@ struct ProcessInfo
     double started = 0;     // seconds since the epoch; by the clock of today
     double cpuSeconds = 0;  // in user and system mode, by all its threads
     std::optional<std::int64_t> residentKiB;
+
+    // Empty or unset when the system does not tell us.
+    std::optional<int> threads;
+    std::string directory; // its current one
+    std::vector<std::string> words;
 };
 
 /// Unset when there is no process of this number.
@@ -32,5 +37,11 @@ struct ProcessInfo
 
 /// The processes whose parent this is, zombies too; in no order.
 [[nodiscard]] std::vector<pid_t> ChildrenOfProcess(pid_t parent);
+
+/// The processes that run an executable, also when its file has been replaced
+/// since; in no order. Without those whose executable we are not told.
+///
+/// \param path  Absolute, without symbolic links.
+[[nodiscard]] std::vector<pid_t> ProcessesOf(const std::string& path);
 
 } // namespace KzaCore

@@ -8,12 +8,11 @@
 #include <charconv>
 #include <climits>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include <dirent.h>
 #include <unistd.h>
-
-#include <memory>
 
 namespace KzaCore
 {
@@ -82,6 +81,22 @@ private:
     std::vector<std::string> m_fields;
 };
 
+template <typename TPredicate>
+std::vector<pid_t> ProcessesThat(TPredicate holds)
+{
+    std::vector<pid_t> found;
+    const std::unique_ptr<DIR, int (*)(DIR*)> all(opendir("/proc"), closedir);
+    while (const dirent* entry = all ? readdir(all.get()) : nullptr)
+    {
+        const std::string name = entry->d_name;
+        pid_t pid = 0;
+        std::from_chars(name.data(), name.data() + name.size(), pid);
+        if (pid > 0 && holds(pid))
+            found.push_back(pid);
+    }
+    return found;
+}
+
 } // namespace
 
 std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
@@ -104,27 +119,34 @@ std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
         static_cast<double>(fields.Number(14) + fields.Number(15)) / ticks;
     info.started = BootTime() + static_cast<double>(fields.Number(22)) / ticks;
     info.residentKiB = fields.Number(24) * (sysconf(_SC_PAGESIZE) / 1024);
+    info.threads = static_cast<int>(fields.Number(20));
+    info.directory = LinkTarget(PathOf(pid, "cwd"));
+    std::istringstream words(ReadAll(PathOf(pid, "cmdline")));
+    for (std::string word; std::getline(words, word, '\0');)
+        info.words.push_back(word);
     return info;
 }
 
 std::vector<pid_t> ChildrenOfProcess(pid_t parent)
 {
-    std::vector<pid_t> children;
-    const std::unique_ptr<DIR, int (*)(DIR*)> all(opendir("/proc"), closedir);
-    while (const dirent* entry = all ? readdir(all.get()) : nullptr)
-    {
-        const std::string name = entry->d_name;
-        pid_t pid = 0;
-        std::from_chars(name.data(), name.data() + name.size(), pid);
-        if (pid <= 0)
-            continue;
-        const std::string stat = ReadAll(PathOf(pid, "stat"));
-        const std::size_t end = stat.rfind(')');
-        if (end != std::string::npos &&
-            CStatFields(stat.substr(end + 1)).Number(4) == parent)
-            children.push_back(pid);
-    }
-    return children;
+    return ProcessesThat(
+        [parent](pid_t pid)
+        {
+            const std::string stat = ReadAll(PathOf(pid, "stat"));
+            const std::size_t end = stat.rfind(')');
+            return end != std::string::npos &&
+                   CStatFields(stat.substr(end + 1)).Number(4) == parent;
+        });
+}
+
+std::vector<pid_t> ProcessesOf(const std::string& path)
+{
+    return ProcessesThat(
+        [&path](pid_t pid)
+        {
+            const std::string target = LinkTarget(PathOf(pid, "exe"));
+            return target == path || target == path + " (deleted)";
+        });
 }
 
 } // namespace KzaCore

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // From ps(1), as POSIX has it: it tells neither the executable's path nor the
-// resident memory.
+// current directory, the resident memory and the threads.
 
 #include "process/ProcessInfo.h"
 
@@ -71,6 +71,11 @@ std::vector<pid_t> ChildrenOfProcess(pid_t parent)
         if (its == parent)
             children.push_back(pid);
     return children;
+}
+
+std::vector<pid_t> ProcessesOf(const std::string&)
+{
+    return {};
 }
 
 } // namespace KzaCore

@@ -1,0 +1,142 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- kzctl: for operators, what a service does and what it is told. A tool that
+-- the agent runs, beside a service that may run or not:
+--
+--     kz_agent --appname kzctl -- status
+
+local argparse = require("argparse")
+local place = require("kza.ctl.place")
+
+local FAILURE, WRONG_USAGE = 1, 2
+
+-- Each module holds commands that belong together.
+local MODULES = { "status", "start_stop", "log", "events", "domain" }
+
+local function complain(message)
+    io.stderr:write("kzctl: ", (message:gsub("%s*\n%s*", " ")), "\n")
+end
+
+-- Options that every command takes, before or after its name.
+local function add_options(parser)
+    parser:option("--appname", "name of the agent's application")
+        :argname("NAME")
+    parser:option("--workdir", "its working directory"):argname("DIR")
+    parser:flag("--json", "print JSON, one object a line")
+end
+
+local function new_parser()
+    local parser = argparse("kzctl")
+        :description("Shows what a kz_agent service does, and controls it.")
+        :epilog("kzctl help COMMAND tells more of one. The agent is 'kz_agent' "
+            .. "unless --appname or KZ_APPNAME names another; its working "
+            .. "directory that of --workdir or KZ_WORKDIR, or the usual one.")
+        :require_command(false)
+        :add_help(false)
+        :help_max_width(80)
+        :usage_max_width(80)
+        :command_target("command")
+    add_options(parser)
+    parser:flag("-h --help", "show this help"):target("help")
+    return parser
+end
+
+-- The parser of all commands, and the commands by name.
+local function build()
+    local parser = new_parser()
+    local commands = {}
+    for _, module in ipairs(MODULES) do
+        for _, command in ipairs(require("kza.ctl." .. module)) do
+            commands[command.name] = command
+            command.parser = parser:command(command.name, command.summary)
+                :add_help(false):help_max_width(80):usage_max_width(80)
+            if command.define then
+                command.define(command.parser)
+            end
+        end
+    end
+    parser:command("help", "tells more of a command"):add_help(false)
+        :argument("topic", "the command"):args("?"):argname("COMMAND")
+    return parser, commands
+end
+
+local function print_help(parser, command)
+    if not command then
+        io.write(parser:get_help(), "\n")
+        return
+    end
+    command.parser:description(command.description)
+    io.write(command.parser:get_help(), "\n")
+end
+
+-- "-NAME" of the command trace is a word, not an option: it goes behind "--".
+local function shield(words)
+    local shielded, change, is_trace = {}, nil, false
+    for _, word in ipairs(words) do
+        if is_trace and word:find("^%-[^-]") and word ~= "-h" then
+            change = word
+        else
+            shielded[#shielded + 1] = word
+        end
+        is_trace = is_trace or word == "trace"
+    end
+    if change then
+        shielded[#shielded + 1] = "--"
+        shielded[#shielded + 1] = change
+    end
+    return shielded
+end
+
+local function usage(message)
+    complain(message .. "; kzctl help tells more")
+    return WRONG_USAGE
+end
+
+local function run(command, args)
+    local context = { args = args, json = args.json == true,
+        where = place.find(args) }
+    local ok, result = pcall(command.run, context)
+    if ok then
+        return result
+    end
+    if type(result) == "table" then
+        complain(result.message)
+        return result.status
+    end
+    complain(tostring(result))
+    return FAILURE
+end
+
+local function status_of(words)
+    local parser, commands = build()
+    local ok, args = parser:pparse(shield(words))
+    if not ok then
+        return usage(args)
+    end
+    if args.command == "help" then
+        if args.topic and not commands[args.topic] then
+            return usage(("there is no command '%s'"):format(args.topic))
+        end
+        print_help(parser, commands[args.topic])
+        return 0
+    end
+    if args.help then
+        print_help(parser, commands[args.command])
+        return 0
+    end
+    if not args.command then
+        return usage("a command is needed")
+    end
+    return run(commands[args.command], args)
+end
+
+local function main()
+    local status = status_of(arg)
+    if status ~= 0 then
+        -- To return it would add an empty line to the complaint: the agent
+        -- writes the report of an error there that did not happen.
+        os.exit(status)
+    end
+end
+
+return { main = main }
