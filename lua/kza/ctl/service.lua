@@ -19,7 +19,8 @@ local service = {}
 local PERIOD = 512
 
 -- The value of an option among the words of a command line, in any form that
--- the agent takes: `--name v`, `--name=v`, `-nv`, `-n v`, `-n=v`. The last wins.
+-- the agent takes: `--name v`, `--name=v`, `-nv`, `-n v`, `-n=v`. The last one
+-- wins.
 local function option_in(words, long, short)
     local value
     for i, word in ipairs(words) do
