@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <sys/mount.h>
@@ -229,8 +230,13 @@ std::vector<std::string> CService::Records() const
 {
     std::vector<std::string> records;
     std::istringstream log(Log());
+    const std::regex start("INFO kza: Worker [0-9]+ started");
     for (std::string line; std::getline(log, line);)
-        records.push_back(RecordText(line));
+    {
+        const std::string record = RecordText(line);
+        if (!std::regex_match(record, start))
+            records.push_back(record);
+    }
     return records;
 }
 

@@ -105,7 +105,8 @@ public:
 
     [[nodiscard]] std::string Log() const { return m_host.Log(m_name); }
 
-    /// The log's records as the text after the level, in order.
+    /// The log's records as the text after the level, in order. Without those
+    /// of workers' starts: a worker may be faster than the watchdog's record.
     [[nodiscard]] std::vector<std::string> Records() const;
 
     /// Waits until the log shows the text at least so many times.

@@ -10,6 +10,7 @@
 #include "Version.h"
 #include "service/Daemon.h"
 #include "service/Watchdog.h"
+#include "startup/DumpFile.h"
 #include "startup/Fips.h"
 
 #include "base/SignalSet.h"
@@ -47,7 +48,9 @@ int CAgentApp::OnRun()
         m_pidFile.Printf("/var/run/%s.pid", GetAppName());
         if (!Daemonize(m_pidFile, m_dom->GetWxString(DomKey::kPathWork)))
             return kFailed;
-        return CWatchdog(m_pidFile, [this]() -> int { RunScriptApp(); }).Run();
+        CWatchdog watchdog(m_pidFile, DumpFile(GetAppName(), *m_dom),
+                           [this]() -> int { RunScriptApp(); });
+        return watchdog.Run();
     }
     wxLog::SetLogLevel(wxLOG_Max);
     RunScriptApp();

@@ -94,10 +94,18 @@ void RemovePidFile(const wxString& pidFile)
         wxRemoveFile(pidFile);
 }
 
+// As the system shows it to the process that waits for this one.
+int AsExitStatus(int result)
+{
+    return result & 0xFF;
+}
+
 } // namespace
 
-CWatchdog::CWatchdog(wxString pidFile, WorkerMain workerMain)
-    : m_pidFile(std::move(pidFile)), m_workerMain(std::move(workerMain))
+CWatchdog::CWatchdog(wxString pidFile, wxString dumpFile, WorkerMain workerMain)
+    : m_pidFile(std::move(pidFile)),
+      m_dump(std::move(dumpFile)),
+      m_workerMain(std::move(workerMain))
 {
 }
 
@@ -105,6 +113,8 @@ int CWatchdog::Run()
 {
     const int result = Supervise();
     RemovePidFile(m_pidFile);
+    if (result != 0)
+        wxLogError("The service ends with status %d", AsExitStatus(result));
     return result;
 }
 
@@ -129,7 +139,7 @@ int CWatchdog::Supervise()
         if (!status)
             return kFailed;
         const CWorkerEnd end = JudgeWorkerEnd(*status);
-        wxLogGeneric(end.level, "%s", end.text);
+        Report(end);
         if (end.next == EAfterWorker::EndService)
             return end.serviceStatus;
         if (end.next == EAfterWorker::StopDriverAndRestart)
@@ -167,9 +177,12 @@ pid_t CWatchdog::ForkWorker()
     if (worker == 0)
         BecomeWorker(watchdog);
     if (worker == -1)
+    {
         wxLogSysError("Unable to fork child");
-    else
-        m_relay.Install(m_pidFile);
+        return worker;
+    }
+    m_relay.Install(m_pidFile);
+    wxLogVerbose("Worker %d started", static_cast<int>(worker));
     return worker;
 }
 
@@ -207,6 +220,16 @@ std::optional<int> CWatchdog::WaitForWorker(pid_t worker) const
         }
         wxLogWarning("Waiting for child process interrupted - Try again");
     }
+}
+
+void CWatchdog::Report(const CWorkerEnd& end)
+{
+    wxLogGeneric(end.level, "%s", end.text);
+    if (!m_dump.HasNew())
+        return;
+    const wxLogLevel level =
+        end.level == wxLOG_Error ? wxLOG_Message : wxLOG_Info;
+    wxLogGeneric(level, "Crash dump: %s", m_dump.Path());
 }
 
 void CWatchdog::StopDriver() const

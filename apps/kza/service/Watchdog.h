@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include "service/DumpWatch.h"
 #include "service/RestartPolicy.h"
 #include "service/StopRelay.h"
 
@@ -16,6 +17,8 @@
 
 #include <sys/types.h>
 
+struct CWorkerEnd;
+
 class CWatchdog
 {
 public:
@@ -23,8 +26,9 @@ public:
     /// the worker only, as its last act.
     using WorkerMain = std::function<int()>;
 
-    /// \param pidFile  Removed by the first stop request, else by Run().
-    CWatchdog(wxString pidFile, WorkerMain workerMain);
+    /// \param pidFile   Removed by the first stop request, else by Run().
+    /// \param dumpFile  Where a worker that crashes leaves its dump.
+    CWatchdog(wxString pidFile, wxString dumpFile, WorkerMain workerMain);
 
     /// Starts workers, one after the other, until one of them ends the service.
     /// The process must have one thread, no Lua state and no open database.
@@ -40,10 +44,12 @@ private:
     [[noreturn]] void BecomeWorker(pid_t watchdog) const;
     [[nodiscard]] pid_t Wait(pid_t worker, int& status) const;
     [[nodiscard]] std::optional<int> WaitForWorker(pid_t worker) const;
+    void Report(const CWorkerEnd& end);
     void StopDriver() const;
     bool RunDriverScript(wxString& error) const;
 
     const wxString m_pidFile;
+    CDumpWatch m_dump;
     const WorkerMain m_workerMain;
     CRestartPolicy m_policy;
     CStopRelay m_relay;

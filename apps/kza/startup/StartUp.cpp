@@ -9,6 +9,7 @@
 #include "Version.h"
 #include "startup/CommandLine.h"
 #include "startup/Configuration.h"
+#include "startup/DumpFile.h"
 #include "startup/Executable.h"
 #include "startup/Options.h"
 #include "startup/VendorDirectory.h"
@@ -39,10 +40,9 @@ void WriteInstallationKeys(const wxFileName& executable, KzaCore::CDom& dom)
 
 void ArmCrashHandler(const wxString& application, const KzaCore::CDom& dom)
 {
-    const wxFileName dump(dom.GetPluginWorkdirWx("diag"), application, "mdmp");
     bool full = false;
     dom.Get(DomKey::kFullDump, full);
-    KzaCore::InitCrashHandler(dump.GetFullPath(), application, full);
+    KzaCore::InitCrashHandler(DumpFile(application, dom), application, full);
 }
 
 } // namespace

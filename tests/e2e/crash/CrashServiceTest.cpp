@@ -55,6 +55,8 @@ TEST(CrashService, WorkerIsRestartedAndItsDumpsAreKept)
     EXPECT_EQ(CountOf(service.Log(), "Child process crashed with status "), 2);
     EXPECT_EQ(CountOf(service.Log(), " (signal 11: Segmentation fault)"), 2);
     const std::string dump = service.Host().File("work/diag/kz_agent.mdmp");
+    EXPECT_EQ(CountOf(service.Log(), "MESSAGE kza: Crash dump: " + dump + "\n"),
+              2);
     const std::string last = NotedProcess(dump);
     const std::string first = NotedProcess(dump + ".1");
     EXPECT_NE(last, "");

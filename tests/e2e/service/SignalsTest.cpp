@@ -122,11 +122,12 @@ TEST(Stop, PidFileGoesAtOnceAndTheWorkersStatusEndsTheService)
     phases.LetEnd("shutdown");
     EXPECT_EQ(CService::StatusOf(phases.Watchdog()), 5);
     const Lines said = phases.SaidFrom("main ends");
-    EXPECT_EQ(said.size(), 6U) << service.Log();
+    ASSERT_EQ(said.size(), 7U) << service.Log();
     EXPECT_TRUE(IsIn(said, kCaught));
     EXPECT_TRUE(IsIn(said, kInterrupted));
-    EXPECT_EQ(said.back(),
+    EXPECT_EQ(said[5],
               "INFO kza: Child process exited with status 1280 (exit 5)");
+    EXPECT_EQ(said[6], "ERROR kza: The service ends with status 5");
     EXPECT_TRUE(service.WaitUntilGone());
 }
 
@@ -156,6 +157,7 @@ TEST_P(StopDuring, ThePhaseIsFinishedFirst)
         "MESSAGE kza: shutdown runs",
         "MESSAGE kza: shutdown ends",
         "INFO kza: Child process exited with status 1280 (exit 5)",
+        "ERROR kza: The service ends with status 5",
     };
     EXPECT_EQ(phases.SaidFrom("main ends"), expected);
 }

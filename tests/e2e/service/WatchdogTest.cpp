@@ -49,7 +49,7 @@ TEST(Watchdog, WorkersStatusEndsTheService)
                                 "INFO kza: Child process exited with status " +
                                     std::to_string(status << 8) + " (exit " +
                                     std::to_string(status) + ")",
-                                kExiting};
+                                ServiceEnds(status), kExiting};
         EXPECT_EQ(Said(service), expected);
         EXPECT_TRUE(fs::is_empty(service.RunDir()));
     }
@@ -70,6 +70,21 @@ TEST(Watchdog, CleanShutdownIsNotRestarted)
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }
 
+TEST(Watchdog, EachWorkersStartIsSaidUnderEveryName)
+{
+    const CService service("other");
+    service.SetModule(EndsAtFirst(3));
+    ASSERT_TRUE(service.StartUntil("Delaying 1000ms"));
+    ASSERT_TRUE(service.WaitForLog(kRuns, 2));
+    const std::string second =
+        "INFO kza: Worker " + std::to_string(service.Worker()) + " started\n";
+    EXPECT_TRUE(service.WaitForLog(second));
+    EXPECT_TRUE(service.WaitForLog(" started\n", 2));
+    EXPECT_TRUE(service.Stop());
+    EXPECT_EQ(CountOf(service.Log(), "INFO kza: Worker "), 2);
+    EXPECT_EQ(CountOf(service.Log(), "The service ends"), 0);
+}
+
 TEST(Watchdog, NoRunTimeIsReportedUnderAnotherName)
 {
     const CService service("other");
@@ -77,8 +92,8 @@ TEST(Watchdog, NoRunTimeIsReportedUnderAnotherName)
     ASSERT_TRUE(service.StartUntil(kRuns));
     ASSERT_TRUE(service.WaitUntilGone());
     const Lines expected = {
-        kWorkerRuns,
-        "INFO kza: Child process exited with status 1792 (exit 7)"};
+        kWorkerRuns, "INFO kza: Child process exited with status 1792 (exit 7)",
+        ServiceEnds(7)};
     EXPECT_EQ(Said(service), expected);
 }
 
@@ -260,6 +275,7 @@ TEST(Watchdog, NinthStartEndsTheService)
     expected.emplace_back(
         "ERROR kza: Too many restarts in too short of a time, exiting (8 "
         "restarts in less than 512 seconds)");
+    expected.push_back(ServiceEnds(255));
     expected.push_back(kExiting);
     EXPECT_EQ(Said(service), expected);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
@@ -299,7 +315,7 @@ TEST(Watchdog, WorkerThatCannotBeForkedEndsTheService)
     const Lines expected = {kStarting,
                             "ERROR kza: Unable to fork child (error 11: "
                             "Resource temporarily unavailable)",
-                            kExiting};
+                            ServiceEnds(255), kExiting};
     EXPECT_EQ(Said(service), expected);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }

@@ -80,6 +80,11 @@ inline const std::string kWorkerRuns = "MESSAGE kza: worker runs";
 inline const std::string kExiting =
     "INFO kza: KZA 12.0.0.2932 exiting. Run time was ";
 
+inline std::string ServiceEnds(int status)
+{
+    return "ERROR kza: The service ends with status " + std::to_string(status);
+}
+
 inline std::string Delaying(int ms, int count)
 {
     return "INFO kza: Delaying " + std::to_string(ms) + "ms before restart " +

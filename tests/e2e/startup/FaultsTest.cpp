@@ -74,7 +74,8 @@ TEST(Faults, AServiceThatCannotWaitForItsEndShutsDown)
     const std::vector<std::string> expected = {
         "ERROR kza: sigwait (error 22: Invalid argument)",
         "MESSAGE kza: shutdown",
-        "INFO kza: Child process exited with status 1792 (exit 7)"};
+        "INFO kza: Child process exited with status 1792 (exit 7)",
+        "ERROR kza: The service ends with status 7"};
     EXPECT_EQ(service.Records(), expected);
 }
 
