@@ -2,22 +2,19 @@
 
 #include "packages/SideFile.h"
 
+#include "kza_core/OpenedFile.h"
+
 #include <wx/filename.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstring>
-#include <memory>
+#include <string>
 
 namespace
 {
-
-using CFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 struct SEncoding
 {
@@ -43,9 +40,10 @@ public:
     static constexpr int kEnd = -1;
     static constexpr int kOther = 0x80;
 
-    explicit CCharacters(std::FILE* file)
-        : m_file(file), m_encoding(DetectEncoding(file))
+    explicit CCharacters(const KzaCore::COpenedFile& file) : m_file(file)
     {
+        Fill();
+        DetectEncoding();
     }
 
     // The next one; kEnd at the end, in the middle of a unit, and when the file
@@ -53,44 +51,47 @@ public:
     int Next()
     {
         unsigned long unit = 0;
-        for (int i = 0; i < m_encoding.width; ++i)
+        for (int i = 0; i < m_encoding->width; ++i)
         {
-            const int byte = getc_unlocked(m_file);
-            if (byte == EOF)
+            if (m_at == m_filled && !Fill())
                 return kEnd;
-            const auto bits = static_cast<unsigned long>(byte);
-            unit = m_encoding.isBigEndian ? unit << 8 | bits
-                                          : unit | bits << (8 * i);
+            const unsigned long byte = m_buffer[m_at++];
+            unit = m_encoding->isBigEndian ? unit << 8 | byte
+                                           : unit | byte << (8 * i);
         }
         return unit < kOther ? static_cast<int>(unit) : kOther;
     }
 
 private:
-    // Leaves the file behind the mark.
-    static const SEncoding& DetectEncoding(std::FILE* file)
+    bool Fill()
     {
-        char begin[4] = {};
-        const std::size_t size = fread(begin, 1, sizeof begin, file);
-        const SEncoding& found = *std::find_if(
-            std::begin(kEncodings), std::end(kEncodings) - 1,
-            [&](const SEncoding& encoding)
-            {
-                return encoding.markSize <= size &&
-                       memcmp(begin, encoding.mark, encoding.markSize) == 0;
-            });
-        fseek(file, static_cast<long>(found.markSize), SEEK_SET);
-        return found;
+        const ssize_t size = read(m_file.Get(), m_buffer, sizeof m_buffer);
+        m_at = 0;
+        m_filled = size > 0 ? static_cast<std::size_t>(size) : 0;
+        return m_filled > 0;
     }
 
-    std::FILE* m_file;
-    const SEncoding& m_encoding;
+    // Goes behind the mark.
+    void DetectEncoding()
+    {
+        while (m_encoding->markSize > m_filled ||
+               memcmp(m_buffer, m_encoding->mark, m_encoding->markSize) != 0)
+            ++m_encoding;
+        m_at = m_encoding->markSize;
+    }
+
+    const KzaCore::COpenedFile& m_file;
+    unsigned char m_buffer[1 << 16];
+    std::size_t m_at = 0; // in m_buffer
+    std::size_t m_filled = 0;
+    const SEncoding* m_encoding = kEncodings;
 };
 
 // Reads a version with one character of look-ahead.
 class CVersionReader
 {
 public:
-    explicit CVersionReader(std::FILE* file)
+    explicit CVersionReader(const KzaCore::COpenedFile& file)
         : m_characters(file), m_next(m_characters.Next())
     {
     }
@@ -164,31 +165,16 @@ private:
     int m_next;
 };
 
-// Opens a regular file; null for anything else.
-CFile OpenRegularFile(const wxString& path)
-{
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    const int descriptor = open(path.fn_str(), kFlags);
-    if (descriptor < 0)
-        return {nullptr, fclose};
-    struct stat status = {};
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
-        if (std::FILE* const file = fdopen(descriptor, "rb"))
-            return {file, fclose};
-    close(descriptor);
-    return {nullptr, fclose};
-}
-
 } // namespace
 
 ESideFile ReadSideFile(const wxString& path, SExtensionVersion& version)
 {
     if (!wxFileName::FileExists(path))
         return ESideFile::Missing;
-    const CFile file = OpenRegularFile(path);
-    if (!file)
+    KzaCore::COpenedFile file;
+    if (!file.Open(std::string(path.fn_str())) || !file.IsRegular())
         return ESideFile::NoVersionLine;
-    CVersionReader reader(file.get());
+    CVersionReader reader(file);
     if (!reader.FindVersionLine())
         return ESideFile::NoVersionLine;
     return reader.ReadVersion(version) ? ESideFile::Good : ESideFile::Malformed;

@@ -6,8 +6,7 @@
 #include "base/Error.h"
 #include "base/WholeTransfer.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -184,23 +183,18 @@ std::string ShowName(std::string_view name)
 
 bool CZipFile::Open(const std::string& path, std::string& error)
 {
-    return OpenFile(path, error) && FindDirectory(error);
+    COpenedFile file;
+    if (!file.Open(path))
+        return FailBySystem(error, "cannot be opened");
+    return Open(std::move(file), error);
 }
 
-bool CZipFile::OpenFile(const std::string& path, std::string& error)
+bool CZipFile::Open(COpenedFile file, std::string& error)
 {
-    m_path = path;
-
-    // A pipe of that name must not hold the process up.
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    m_file = CDescriptor(open(path.c_str(), kFlags));
-    struct stat status = {};
-    if (!m_file.IsOpen() || fstat(m_file.Get(), &status) != 0)
-        return FailBySystem(error, "cannot be opened");
-    if (!S_ISREG(status.st_mode))
+    if (!file.IsRegular())
         return Fail(error, "not a regular file");
-    m_stamp = {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
-    return true;
+    m_file = std::move(file);
+    return FindDirectory(error);
 }
 
 bool CZipFile::ReadAt(std::uint64_t offset,
@@ -219,7 +213,7 @@ bool CZipFile::ReadTail(std::size_t most,
                         std::vector<unsigned char>& tail,
                         std::string& error) const
 {
-    const auto fileSize = static_cast<std::uint64_t>(m_stamp.size);
+    const auto fileSize = m_file.Size();
     tail.resize(
         static_cast<std::size_t>(std::min<std::uint64_t>(fileSize, most)));
     return ReadAt(fileSize - tail.size(), tail.data(), tail.size(), error);
@@ -231,7 +225,7 @@ bool CZipFile::ReadTail(std::size_t most,
 bool CZipFile::FindDirectory(std::string& error)
 {
     SDirectory& directory = m_directory;
-    const auto fileSize = static_cast<std::uint64_t>(m_stamp.size);
+    const auto fileSize = m_file.Size();
     if (fileSize < kEndSize)
     {
         return Fail(error, fileSize == 0 ? "the file is empty"
@@ -355,15 +349,6 @@ bool CZipFile::Locate(const SZipEntry& entry,
         !AgreesWithLocal(entry, far.empty() ? near : far.data(), extraSize))
         return Fail(error, "the zip directory disagrees with its header");
     return true;
-}
-
-bool CZipFile::IsStale() const
-{
-    struct stat now = {};
-    return stat(m_path.c_str(), &now) != 0 || now.st_dev != m_stamp.device ||
-           now.st_ino != m_stamp.inode || now.st_size != m_stamp.size ||
-           now.st_mtim.tv_sec != m_stamp.changed.tv_sec ||
-           now.st_mtim.tv_nsec != m_stamp.changed.tv_nsec;
 }
 
 // --- The walk --------------------------------------------------------------

@@ -12,15 +12,15 @@
 
 #pragma once
 
-#include "base/Descriptor.h"
+#include "kza_core/OpenedFile.h"
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KzaCore
@@ -80,6 +80,12 @@ public:
     /// \return false for anything that is not a zip archive.
     [[nodiscard]] bool Open(const std::string& path, std::string& error);
 
+    /// The same for a file that is open already.
+    [[nodiscard]] bool Open(COpenedFile file, std::string& error);
+
+    /// The open file, which the object is of no use without.
+    [[nodiscard]] COpenedFile Release() { return std::move(m_file); }
+
     /// How many entries the directory has to have.
     [[nodiscard]] std::size_t Count() const
     {
@@ -106,19 +112,10 @@ public:
 
     /// True when the path no longer leads to the file that was opened, or that
     /// file has changed since.
-    [[nodiscard]] bool IsStale() const;
+    [[nodiscard]] bool IsStale() const { return !m_file.IsInPlace(); }
 
 private:
     friend class CZipWalk;
-
-    // Identity of a file and of its content.
-    struct SStamp
-    {
-        dev_t device = 0;
-        ino_t inode = 0;
-        off_t size = 0;
-        timespec changed = {};
-    };
 
     // Where the directory lies.
     struct SDirectory
@@ -128,7 +125,6 @@ private:
         std::uint64_t count = 0;
     };
 
-    bool OpenFile(const std::string& path, std::string& error);
     bool ReadTail(std::size_t most,
                   std::vector<unsigned char>& tail,
                   std::string& error) const;
@@ -138,9 +134,7 @@ private:
                       std::uint64_t& directoryEnd,
                       std::string& error) const;
 
-    std::string m_path;
-    CDescriptor m_file;
-    SStamp m_stamp;
+    COpenedFile m_file;
     SDirectory m_directory; // also where the entries end
 };
 

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A file that is held open to be told from another that takes its name.
+//
+// While it is open its identity cannot pass to a new file, so the answers of
+// IsInPlace() hold also where others rename, replace or rewrite files.
+//
+// Threads: one object belongs to one thread; several may read through its
+// descriptor.
+
+#pragma once
+
+#include "kza_core/Export.h"
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+
+namespace KzaCore
+{
+
+class KZA_API COpenedFile
+{
+public:
+    COpenedFile() = default;
+    ~COpenedFile();
+
+    COpenedFile(COpenedFile&& other) noexcept;
+    COpenedFile& operator=(COpenedFile&& other) noexcept;
+
+    COpenedFile(const COpenedFile&) = delete;
+    COpenedFile& operator=(const COpenedFile&) = delete;
+
+    /// Opens for reading and takes note of the file as it is. Follows symbolic
+    /// links; waits neither for a pipe's writer nor for a device.
+    ///
+    /// \param path  As the system takes it.
+    ///
+    /// \return false with errno set; nothing is open then.
+    [[nodiscard]] bool Open(const std::string& path);
+
+    [[nodiscard]] bool IsOpen() const { return m_descriptor >= 0; }
+
+    /// The descriptor, closed with the object.
+    [[nodiscard]] int Get() const { return m_descriptor; }
+
+    /// What the file was like when it was opened.
+    [[nodiscard]] const struct stat& Status() const { return m_status; }
+    [[nodiscard]] bool IsRegular() const { return S_ISREG(m_status.st_mode); }
+    [[nodiscard]] std::uint64_t Size() const
+    {
+        return static_cast<std::uint64_t>(m_status.st_size);
+    }
+
+    /// True while the path leads to the file that was opened, and neither its
+    /// size nor the time of its last change is another.
+    [[nodiscard]] bool IsInPlace() const;
+
+private:
+    std::string m_path;
+    int m_descriptor = -1;
+    struct stat m_status = {};
+};
+
+} // namespace KzaCore

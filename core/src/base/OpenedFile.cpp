@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "kza_core/OpenedFile.h"
+
+#include "base/Descriptor.h"
+
+#include <fcntl.h>
+
+#include <utility>
+
+namespace KzaCore
+{
+
+COpenedFile::~COpenedFile()
+{
+    CDescriptor(m_descriptor).Close();
+}
+
+COpenedFile::COpenedFile(COpenedFile&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+COpenedFile& COpenedFile::operator=(COpenedFile&& other) noexcept
+{
+    std::swap(m_path, other.m_path);
+    std::swap(m_descriptor, other.m_descriptor);
+    std::swap(m_status, other.m_status);
+    return *this;
+}
+
+bool COpenedFile::Open(const std::string& path)
+{
+    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    CDescriptor descriptor(open(path.c_str(), kFlags));
+    struct stat status = {};
+    if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
+        return false;
+    CDescriptor(m_descriptor).Close();
+    m_path = path;
+    m_descriptor = descriptor.Get();
+    m_status = status;
+    descriptor.Disown();
+    return true;
+}
+
+bool COpenedFile::IsInPlace() const
+{
+    struct stat now = {};
+    return stat(m_path.c_str(), &now) == 0 && now.st_dev == m_status.st_dev &&
+           now.st_ino == m_status.st_ino && now.st_size == m_status.st_size &&
+           now.st_mtim.tv_sec == m_status.st_mtim.tv_sec &&
+           now.st_mtim.tv_nsec == m_status.st_mtim.tv_nsec;
+}
+
+} // namespace KzaCore
