@@ -89,17 +89,27 @@ local function check_visible(problems, path)
     end
 end
 
-local function check_entries(problems, path)
-    local ok, message = host.check_package(path, dom:Get("app.path.bin"))
+local function check_archive(problems, path, names_only)
+    local ok, message = host.check_package(
+        path, dom:Get("app.path.bin"), names_only)
     if not ok then
         problems[#problems + 1] = message
     end
 end
 
+local function check_entries(problems, path)
+    check_archive(problems, path, false)
+end
+
+-- Nothing of a removal package is unpacked.
+local function check_names(problems, path)
+    check_archive(problems, path, true)
+end
+
 local checks = {
     kze = { check_content, check_side_file },
     kzp = { check_visible, check_plugin_name, check_entries, check_content },
-    kzu = { check_visible, check_entries },
+    kzu = { check_visible, check_names },
 }
 
 --- The reasons for which the agent would refuse a file, none when it accepts

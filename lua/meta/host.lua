@@ -56,12 +56,14 @@ function host.deflate(bytes) end
 ---@return string? message
 function host.entries(path, read) end
 
---- Whether the agent would take a package apart in a directory. Writes nothing.
+--- Whether the agent would take a package apart in a directory. Touches nothing.
 ---@param path string
 ---@param directory string
+---@param names_only? boolean  Of the entries only the names matter, as in a
+---                            removal package.
 ---@return true? accepted
 ---@return string? message
-function host.check_package(path, directory) end
+function host.check_package(path, directory, names_only) end
 
 --- Whether a descriptor is a terminal.
 ---@param descriptor integer  0 is standard input, 1 standard output.

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 
 namespace fs = std::filesystem;
 using TestSupport::FileExists;
@@ -43,6 +44,9 @@ protected:
 };
 
 CCountingLog* g_log = nullptr;
+
+// Those that Reset() makes.
+constexpr int kNames = 5;
 
 void Require(bool isTrue, const char* what)
 {
@@ -86,13 +90,27 @@ void CSandbox::Reset() const
 void CSandbox::Unzip(const std::string& archive)
 {
     WriteFile(m_archive, archive);
+    const bool areNamesGood = UnzipOnce(true);
+    const auto names = fs::recursive_directory_iterator(m_dest);
+    Require(std::distance(begin(names), end(names)) == kNames,
+            "names alone write nothing");
+    const bool isUnpacked = UnzipOnce(false);
+    Require(areNamesGood || !isUnpacked, "no bad name is unpacked");
+    Reset();
+}
+
+bool CSandbox::UnzipOnce(bool namesOnly) const
+{
+    KzaCore::SUnzipOptions options;
+    options.namesOnly = namesOnly;
     g_log->m_count = 0;
     wxString dest = wxString::FromUTF8(m_dest.c_str());
+    const wxFileName archive(wxString::FromUTF8(m_archive.c_str()));
+    const wxFileName destDir(dest, wxEmptyString);
     const bool isUnpacked =
-        KzaCore::Unzip(wxFileName(wxString::FromUTF8(m_archive.c_str())),
-                       wxFileName(dest, wxEmptyString), AnswerCB, &dest);
+        KzaCore::Unzip(archive, destDir, AnswerCB, &dest, options);
     Check(isUnpacked);
-    Reset();
+    return isUnpacked;
 }
 
 void CSandbox::Check(bool isUnpacked) const

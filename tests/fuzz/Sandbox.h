@@ -18,10 +18,12 @@ public:
     CSandbox();
 
     /// Unpacks an archive into the directory, which holds links that lead
-    /// outside and inside; aborts when it did what it must never do.
+    /// outside and inside, after a walk for its names alone; aborts when
+    /// either did what it must never do.
     void Unzip(const std::string& archive);
 
 private:
+    bool UnzipOnce(bool namesOnly) const;
     void Reset() const;
     void Check(bool isUnpacked) const;
 

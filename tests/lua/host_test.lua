@@ -101,6 +101,23 @@ function TestHost:test_an_unusable_package_is_told_and_nothing_written()
     lu.assertEquals(host.list(place), { "p.kzp" })
 end
 
+function TestHost:test_check_package_makes_no_directory()
+    local place = support.directory()
+    local package = support.write(place .. "/p.kzp",
+        zip.pack({ { name = "lib/good", bytes = "x" } }))
+    lu.assertTrue(host.check_package(package, place .. "/bin"))
+    lu.assertEquals(host.list(place), { "p.kzp" })
+end
+
+function TestHost:test_check_package_may_look_at_names_only()
+    local place = support.directory()
+    local file = { name = "file", bytes = "x" }
+    local package = support.write(place .. "/p.kzu", zip.pack({ file, file }))
+    local _, message = host.check_package(package, place)
+    lu.assertStrContains(message, "it is there twice")
+    lu.assertTrue(host.check_package(package, place, true))
+end
+
 TestFiles = {}
 
 function TestFiles:test_write_replaces_whole()

@@ -151,6 +151,16 @@ function TestPackage.test_removal_has_no_version_check()
     assert_refused(support.write(place .. "/Text.kzu", "no archive"), "")
 end
 
+function TestPackage.test_of_a_removal_package_only_names_matter()
+    local place = support.directory()
+    local file = { name = "file", bytes = "x" }
+    local twice = zip.pack({ file, file })
+    assert_accepted(support.write(place .. "/Twice.kzu", twice))
+    assert_refused(support.write(place .. "/Twice.kzp", twice), "")
+    assert_refused(support.write(place .. "/Climb.kzu",
+        zip.pack({ { name = "../x", bytes = "" } })), "")
+end
+
 function TestPackage.test_several_files()
     local place = support.directory()
     local good = support.write(place .. "/Good.kzu", GOOD)

@@ -114,7 +114,9 @@ bool CPackages::RemoveOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Removing files from " + path);
-    if (!KzaCore::Unzip(package, m_directory, callback, context))
+    KzaCore::SUnzipOptions options;
+    options.namesOnly = true;
+    if (!KzaCore::Unzip(package, m_directory, callback, context, options))
         return false;
     APPL_TRACE(wxString::Format(
         "Successfully removed files for plugin '%s'. Deleting '%s'",

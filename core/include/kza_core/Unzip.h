@@ -5,15 +5,16 @@
 // The whole archive is checked before the first byte is written: an entry with
 // an absolute path, a `..` component, a backslash or a NUL, a symbolic link, a
 // device, an unknown or encrypted method makes the call answer false with
-// nothing touched and one warning that names the entry. A file is written
-// beside its place and renamed into it, so that a running program or library
-// is never overwritten in place.
+// nothing touched and one warning that names the entry; so does a lack of room
+// for all of it. A file is written beside its place and renamed into it, so
+// that a running program or library is never overwritten in place.
 //
 // Threads: any; two calls into one destination at once are the caller's risk.
 
 #pragma once
 
 #include "kza_core/Export.h"
+#include "kza_core/OpenedFile.h"
 
 class wxFileName;
 class wxString;
@@ -33,10 +34,26 @@ using UnzipCB = bool (*)(void* context,
                          const wxZipEntry* entry,
                          const wxString* destPath);
 
+/// What is asked of a walk besides its callback.
+struct SUnzipOptions
+{
+    /// The names of the entries are all that matters. Each is shown to the
+    /// callback, whose answer does not count, and nothing is written. How an
+    /// entry is packed, that it is encrypted, or that a name comes twice is no
+    /// reason to refuse the archive; names are checked as ever.
+    bool namesOnly = false;
+
+    /// When not null, set to the archive, which stays open in it, once it was
+    /// processed.
+    COpenedFile* opened = nullptr;
+};
+
 /// Walks an archive and writes the entries that the callback chooses.
 ///
-/// Parents are made, permission bits of the archive kept (set-id bits are
-/// not), contents checked against their CRC. Nothing is ever written or
+/// Parents are made; a missing destination is, once the archive was found good.
+/// Contents are checked against their CRC. Permission bits of the archive are
+/// kept, but those to write for group and others and the set-id bits;
+/// directories that are there already keep theirs. Nothing is ever written or
 /// deleted outside the destination.
 ///
 /// \param archive   The zip file.
@@ -50,6 +67,16 @@ using UnzipCB = bool (*)(void* context,
 KZA_API bool Unzip(const wxFileName& archive,
                    const wxFileName& destDir,
                    UnzipCB callback,
-                   void* context);
+                   void* context,
+                   const SUnzipOptions& options = {});
+
+/// Makes the checks of Unzip() and touches nothing.
+///
+/// \param error  Set to the text of Unzip()'s warning when it would refuse the
+///               archive as a whole.
+KZA_API bool CanUnzip(const wxFileName& archive,
+                      const wxFileName& destDir,
+                      const SUnzipOptions& options,
+                      wxString& error);
 
 } // namespace KzaCore

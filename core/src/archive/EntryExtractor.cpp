@@ -5,7 +5,6 @@
 #include "archive/PieceWriter.h"
 #include "base/Error.h"
 
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -23,26 +22,8 @@ constexpr std::size_t kBufferSize = 4 << 20;
 constexpr std::size_t kPiece = 256 << 10;
 static_assert(kPiece + CPieceWriter::kBufferSize <= kBufferSize);
 
-// Files of this size and more are not begun where there is no room for them.
-constexpr std::uint64_t kLarge = 1 << 20;
-
 constexpr char kWrongChecksum[] = "its checksum is wrong";
 constexpr char kDamaged[] = "its compressed data are damaged";
-
-// Filling a file system only to find that it is full would hurt everybody else
-// on it.
-bool HasRoom(int file, std::uint64_t size, std::string& error)
-{
-    struct statvfs status = {};
-    if (fstatvfs(file, &status) != 0)
-        return true; // the write will tell
-    const std::uint64_t room =
-        static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
-    if (size <= room)
-        return true;
-    return Fail(error, "it needs " + std::to_string(size) + " bytes where " +
-                           std::to_string(room) + " are free");
-}
 
 // One raw deflate stream, ended with the object.
 class CStream
@@ -77,8 +58,6 @@ bool CEntryExtractor::Extract(const SZipEntry& entry,
                               int file,
                               std::string& error)
 {
-    if (entry.size >= kLarge && !HasRoom(file, entry.size, error))
-        return false;
     if (!m_buffer)
         m_buffer.reset(new unsigned char[kBufferSize]);
     if (entry.method == SZipEntry::kStored)

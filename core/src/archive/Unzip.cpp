@@ -1,10 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A call of Unzip() goes through these states. The first failure ends it.
+//
+//   1. Opening. Archive and destination are opened; nothing is made.
+//   2. Checking, in three walks over the archive: each entry by itself; the
+//      entries beside each other; the directories they lead to, with the room
+//      on their file systems. A failure up to here has touched nothing.
+//   3. Preparing. A missing destination is made, and what dead processes have
+//      left of files is removed.
+//   4. Walking. Each entry is read and checked again, since the archive may
+//      have changed, shown to the callback and written beside its place. The
+//      rename into its place is the moment from which it is there; before, a
+//      failure leaves what was there. Entries before it stay.
+//   5. Closing. Directories made in this call get their final modes, after a
+//      failure too: a mode that forbids writing would be in the way of 4.
+//
+// Where only names matter, 2 looks at no more than these, 3 and 5 are left out,
+// and 4 writes nothing.
 
 #include "kza_core/Unzip.h"
 
 #include "archive/EntryExtractor.h"
 #include "archive/UnzipDestination.h"
 #include "archive/UnzipPlan.h"
+#include "archive/UnzipRoom.h"
 #include "archive/ZipFile.h"
 #include "base/Bytes.h"
 #include "base/Error.h"
@@ -17,7 +36,10 @@
 #include <sys/stat.h>
 
 #include <climits>
-#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace KzaCore
 {
@@ -26,10 +48,12 @@ namespace
 {
 
 constexpr mode_t kFileMode = 0600;
-constexpr mode_t kPermissions = 0777; // without the set-id bits
 
-// The entry as the framework has it. Made once and filled for each, which
-// saves most of its cost.
+// The permission bits that an archive may give.
+constexpr mode_t kPermissions = 0755;
+
+// The entry as the framework has it. One object is made and filled for each,
+// which saves most of the cost.
 class CShownEntry
 {
 public:
@@ -59,25 +83,34 @@ private:
 class CUnzip
 {
 public:
-    CUnzip(UnzipCB callback, void* context)
-        : m_callback(callback),
-          m_context(context),
+    explicit CUnzip(const SUnzipOptions& options)
+        : m_namesOnly(options.namesOnly),
           m_extractor(m_archive),
           m_temporary(TemporaryName())
     {
     }
 
+    /// Opening and checking.
+    bool Check(const std::string& archive, const std::string& destination);
+
+    /// All that follows. Once per object, after a check that answered true.
+    ///
     /// \param shownAs  The destination as the callback is to see it.
-    bool Run(const std::string& archive,
-             const std::string& destination,
-             const wxString& shownAs);
+    bool Run(UnzipCB callback, void* context, const wxString& shownAs);
 
     [[nodiscard]] const std::string& Error() const { return m_error; }
+    [[nodiscard]] COpenedFile ReleaseArchive() { return m_archive.Release(); }
 
 private:
     bool CheckDirectories();
-    bool WriteEntries(const wxString& base);
-    bool Write(const SZipEntry& entry, const SPlannedEntry& planned);
+    bool Plan(const SZipEntry& entry, SPlannedEntry& planned);
+    bool WalkEntries(UnzipCB callback, void* context, const wxString& base);
+    bool Write(const SZipEntry& entry,
+               const SPlannedEntry& planned,
+               bool isNewDirectory);
+    bool MakeDirectory(const SZipEntry& entry,
+                       std::string_view path,
+                       bool isNew);
     bool WriteFile(const SZipEntry& entry,
                    std::uint64_t data,
                    int directory,
@@ -86,14 +119,17 @@ private:
     bool SetDirectoryMode(const SZipEntry& entry, std::string& error);
     bool FailEntry(const SZipEntry& entry);
 
-    UnzipCB m_callback;
-    void* m_context;
+    const bool m_namesOnly;
     CZipFile m_archive;
     std::size_t m_maxLength = 0; // of a path under the destination
     CUnzipDestination m_destination;
     CEntryExtractor m_extractor;
     std::string m_temporary;
-    std::vector<bool> m_isToSetMode; // for the entries up to the last of them
+
+    // For each entry, whether it is a directory that was not there before and
+    // whose mode is to be set.
+    std::vector<bool> m_isNewDirectory;
+    std::size_t m_walked = 0; // entries whose turn has come
     std::string m_error;
 };
 
@@ -103,83 +139,110 @@ std::string_view DirectoryOf(const SZipEntry& entry, std::string_view path)
     return entry.IsDirectory() ? path : ParentOf(path);
 }
 
+// The bytes that a path may have under a destination.
+std::size_t MaxLength(const std::string& destination)
+{
+    const std::size_t used = destination.size() + 2; // a slash and a NUL
+    return used < PATH_MAX ? PATH_MAX - used : 0;
+}
+
 bool CUnzip::FailEntry(const SZipEntry& entry)
 {
     return Fail(m_error, "entry " + ShowName(entry.name) + ": " + m_error);
 }
 
-bool CUnzip::Run(const std::string& archive,
-                 const std::string& destination,
-                 const wxString& shownAs)
+bool CUnzip::Check(const std::string& archive, const std::string& destination)
 {
     if (!m_archive.Open(archive, m_error) ||
         !m_destination.Open(destination, m_error))
         return false;
-    const std::size_t used = m_destination.Path().size() + 2;
-    m_maxLength = used < PATH_MAX ? PATH_MAX - used : 0;
-    if (!CheckArchive(m_archive, m_maxLength, m_error) || !CheckDirectories())
-        return false;
-    m_destination.RemoveLeftovers();
-
-    // The modes last: one that forbids writing must not get in the way, and
-    // what was written before a failure gets the right ones too.
-    const bool isWritten = WriteEntries(shownAs + '/');
-    return SetDirectoryModes() && isWritten;
+    m_maxLength = MaxLength(m_destination.Path());
+    return (m_namesOnly ? CheckNames(m_archive, m_maxLength, m_error)
+                        : CheckArchive(m_archive, m_maxLength, m_error)) &&
+           CheckDirectories();
 }
 
 bool CUnzip::CheckDirectories()
 {
+    using ELook = CUnzipDestination::ELook;
+    m_isNewDirectory.resize(m_archive.Count());
+    CUnzipRoom room;
     CZipWalk walk(m_archive);
-    std::string last;
-    while (const SZipEntry* const entry = walk.Next(m_error))
+    std::optional<std::string> last;
+    ELook look = ELook::Missing;
+    for (std::size_t i = 0; const SZipEntry* const entry = walk.Next(m_error);
+         ++i)
     {
         std::string_view path;
         if (!PlanPath(entry->name, path, m_error))
             return FailEntry(*entry);
         const std::string_view directory = DirectoryOf(*entry, path);
-        if (directory == last)
-            continue;
-        if (!m_destination.Check(directory, m_error))
-            return FailEntry(*entry);
-        last = directory;
+        if (last != directory)
+        {
+            look = m_destination.Look(directory, m_error);
+            if (look == ELook::Refused)
+                return FailEntry(*entry);
+            room.ChooseFileSystem(m_destination.Nearest());
+            last = directory;
+        }
+        room.Add(entry->size);
+        m_isNewDirectory[i] = look == ELook::Missing && entry->IsDirectory() &&
+                              entry->UnixMode() != 0;
     }
-    return walk.IsWhole();
+    return walk.IsWhole() && (m_namesOnly || room.IsThere(m_error));
 }
 
-bool CUnzip::WriteEntries(const wxString& base)
+bool CUnzip::Run(UnzipCB callback, void* context, const wxString& shownAs)
+{
+    const wxString base = shownAs + '/';
+    if (m_namesOnly)
+        return WalkEntries(callback, context, base);
+    if (!m_destination.Make(m_error))
+        return false;
+    m_maxLength = MaxLength(m_destination.Path());
+    m_destination.RemoveLeftovers();
+    const bool isWritten = WalkEntries(callback, context, base);
+    return SetDirectoryModes() && isWritten;
+}
+
+bool CUnzip::Plan(const SZipEntry& entry, SPlannedEntry& planned)
+{
+    return m_namesOnly
+               ? PlanName(entry, m_maxLength, planned, m_error)
+               : PlanEntry(m_archive, entry, m_maxLength, planned, m_error);
+}
+
+bool CUnzip::WalkEntries(UnzipCB callback, void* context, const wxString& base)
 {
     CShownEntry shown;
     wxString path;
     SPlannedEntry planned;
     CZipWalk walk(m_archive);
-    for (std::size_t i = 0; const SZipEntry* const entry = walk.Next(m_error);
-         ++i)
+    for (; const SZipEntry* const entry = walk.Next(m_error); ++m_walked)
     {
-        if (!PlanEntry(m_archive, *entry, m_maxLength, planned, m_error))
+        if (!Plan(*entry, planned))
             return false;
         // Again: the callback may delete what the path leads to.
-        if (!m_destination.Check(DirectoryOf(*entry, planned.path), m_error))
+        if (m_destination.Look(DirectoryOf(*entry, planned.path), m_error) ==
+            CUnzipDestination::ELook::Refused)
             return FailEntry(*entry);
         path = base;
         path += TextOfBytes(planned.path);
-        if (!m_callback(m_context, shown.Show(*entry), &path))
-            continue;
-        if (!Write(*entry, planned))
+        const bool isChosen = callback(context, shown.Show(*entry), &path);
+        if (!isChosen || m_namesOnly)
+            m_isNewDirectory[m_walked] = false;
+        else if (!Write(*entry, planned, m_isNewDirectory[m_walked]))
             return FailEntry(*entry);
-        if (entry->IsDirectory() && entry->UnixMode() != 0 &&
-            !planned.path.empty())
-        {
-            m_isToSetMode.resize(i + 1);
-            m_isToSetMode[i] = true;
-        }
     }
     return walk.IsWhole();
 }
 
-bool CUnzip::Write(const SZipEntry& entry, const SPlannedEntry& planned)
+bool CUnzip::Write(const SZipEntry& entry,
+                   const SPlannedEntry& planned,
+                   bool isNewDirectory)
 {
     if (entry.IsDirectory())
-        return m_destination.Enter(planned.path, m_error) >= 0;
+        return MakeDirectory(entry, planned.path, isNewDirectory);
     const std::string_view parent = ParentOf(planned.path);
     const int directory = m_destination.Enter(parent, m_error);
     if (directory < 0)
@@ -190,6 +253,21 @@ bool CUnzip::Write(const SZipEntry& entry, const SPlannedEntry& planned)
         return true;
     unlinkat(directory, m_temporary.c_str(), 0);
     return false;
+}
+
+// A new directory gets its mode at once, but for what would be in the way of
+// its files: a kill before the end must not leave it closed to everybody, since
+// the next call finds it there.
+bool CUnzip::MakeDirectory(const SZipEntry& entry,
+                           std::string_view path,
+                           bool isNew)
+{
+    const int directory = m_destination.Enter(path, m_error);
+    if (directory < 0)
+        return false;
+    const mode_t mode = (entry.UnixMode() & kPermissions) | S_IRWXU;
+    return !isNew || fchmod(directory, mode) == 0 ||
+           FailBySystem(m_error, "its mode cannot be set");
 }
 
 bool CUnzip::WriteFile(const SZipEntry& entry,
@@ -215,12 +293,12 @@ bool CUnzip::SetDirectoryModes()
 {
     std::string error;
     CZipWalk walk(m_archive);
-    for (std::size_t i = 0; i < m_isToSetMode.size(); ++i)
+    for (std::size_t i = 0; i < m_walked; ++i)
     {
         const SZipEntry* const entry = walk.Next(error);
         if (entry == nullptr)
             break;
-        if (m_isToSetMode[i] && !SetDirectoryMode(*entry, error))
+        if (m_isNewDirectory[i] && !SetDirectoryMode(*entry, error))
             break;
     }
     if (m_error.empty())
@@ -251,21 +329,48 @@ std::string BytesOfPath(const wxString& path)
     return std::string(path.fn_str());
 }
 
+bool Check(CUnzip& unzip, const wxFileName& archive, const wxFileName& destDir)
+{
+    return unzip.Check(BytesOfPath(archive.GetFullPath()),
+                       BytesOfPath(destDir.GetPath(wxPATH_GET_VOLUME)));
+}
+
+wxString Refusal(const CUnzip& unzip, const wxFileName& archive)
+{
+    return wxString::Format("Unable to unpack '%s': %s", archive.GetFullPath(),
+                            TextOfBytes(unzip.Error()));
+}
+
 } // namespace
 
 bool Unzip(const wxFileName& archive,
            const wxFileName& destDir,
            UnzipCB callback,
-           void* context)
+           void* context,
+           const SUnzipOptions& options)
 {
     wxCHECK(callback != nullptr, false);
-    const wxString destination = destDir.GetPath(wxPATH_GET_VOLUME);
-    CUnzip unzip(callback, context);
-    if (unzip.Run(BytesOfPath(archive.GetFullPath()), BytesOfPath(destination),
-                  destination))
+    CUnzip unzip(options);
+    if (!Check(unzip, archive, destDir) ||
+        !unzip.Run(callback, context, destDir.GetPath(wxPATH_GET_VOLUME)))
+    {
+        wxLogWarning("%s", Refusal(unzip, archive));
+        return false;
+    }
+    if (options.opened != nullptr)
+        *options.opened = unzip.ReleaseArchive();
+    return true;
+}
+
+bool CanUnzip(const wxFileName& archive,
+              const wxFileName& destDir,
+              const SUnzipOptions& options,
+              wxString& error)
+{
+    CUnzip unzip(options);
+    if (Check(unzip, archive, destDir))
         return true;
-    wxLogWarning("Unable to unpack '%s': %s", archive.GetFullPath(),
-                 TextOfBytes(unzip.Error()));
+    error = Refusal(unzip, archive);
     return false;
 }
 

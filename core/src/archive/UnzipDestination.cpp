@@ -2,6 +2,7 @@
 
 #include "archive/UnzipDestination.h"
 
+#include "archive/UnzipPlan.h"
 #include "base/Error.h"
 #include "base/Hash.h"
 #include "base/ProcessAlive.h"
@@ -24,9 +25,6 @@ namespace KzaCore
 
 namespace
 {
-
-// Each level holds a descriptor while something below it is written.
-constexpr std::size_t kMaxLevels = 100;
 
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
@@ -69,6 +67,14 @@ bool IsLeftover(const char* name)
            (owner == getpid() || !IsProcessAlive(static_cast<pid_t>(owner)));
 }
 
+// The first bytes of a path, which end with one of its directories.
+std::string Beginning(const std::string& path, std::size_t size)
+{
+    if (size > 0 || path.empty())
+        return path.substr(0, size);
+    return path[0] == '/' ? "/" : ".";
+}
+
 bool MakeDirectories(const std::string& path)
 {
     for (std::size_t i = 1; i <= path.size(); ++i)
@@ -91,24 +97,46 @@ std::string TemporaryName()
 
 bool CUnzipDestination::Open(const std::string& path, std::string& error)
 {
-    m_path = RealPath(path);
-    if (m_path.empty() && errno == ENOENT && MakeDirectories(path))
-        m_path = RealPath(path);
-    if (!m_path.empty())
-        m_root = CDescriptor(open(m_path.c_str(), kOpenDirectory));
-    if (!m_root.IsOpen())
-        return FailBySystem(error,
-                            "the destination '" + path + "' cannot be opened");
-    NoteLeftovers();
+    m_given = path;
+    std::size_t there = path.size();
+    while ((m_path = RealPath(Beginning(path, there))).empty() &&
+           errno == ENOENT && there > 0)
+        there = ParentOf(std::string_view(path).substr(0, there)).size();
+    if (!OpenRoot(error))
+        return false;
+    m_isMissing = there < path.size();
+    if (m_isMissing)
+        m_path += "/" + path.substr(there);
+    else
+        NoteLeftovers();
     return true;
 }
 
-int CUnzipDestination::Top() const
+bool CUnzipDestination::OpenRoot(std::string& error)
+{
+    if (!m_path.empty())
+        m_root = CDescriptor(open(m_path.c_str(), kOpenDirectory));
+    return m_root.IsOpen() ||
+           FailBySystem(error,
+                        "the destination '" + m_given + "' cannot be opened");
+}
+
+bool CUnzipDestination::Make(std::string& error)
+{
+    if (!m_isMissing)
+        return true;
+    m_isMissing = false;
+    m_root = CDescriptor();
+    m_path = MakeDirectories(m_given) ? RealPath(m_given) : std::string();
+    return OpenRoot(error);
+}
+
+int CUnzipDestination::Nearest() const
 {
     return m_levels.empty() ? m_root.Get() : m_levels.back().directory.Get();
 }
 
-std::string CUnzipDestination::TopPath() const
+std::string CUnzipDestination::NearestPath() const
 {
     std::string path = m_path;
     for (const SLevel& level : m_levels)
@@ -116,14 +144,15 @@ std::string CUnzipDestination::TopPath() const
     return path;
 }
 
-bool CUnzipDestination::Check(std::string_view directory, std::string& error)
+CUnzipDestination::ELook CUnzipDestination::Look(std::string_view directory,
+                                                 std::string& error)
 {
-    return Walk(directory, false, error) != EStep::Failed;
+    return m_isMissing ? ELook::Missing : Walk(directory, false, error);
 }
 
 int CUnzipDestination::Enter(std::string_view directory, std::string& error)
 {
-    return Walk(directory, true, error) == EStep::Done ? Top() : -1;
+    return Walk(directory, true, error) == ELook::There ? Nearest() : -1;
 }
 
 // False for a directory that was searched lately. An archive whose entries
@@ -139,7 +168,7 @@ bool CUnzipDestination::IsNew(std::string_view directory)
 
 // Makes the levels those of the directory, keeping what they have in common
 // with where the last walk ended.
-CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
+CUnzipDestination::ELook CUnzipDestination::Walk(std::string_view directory,
                                                  bool make,
                                                  std::string& error)
 {
@@ -154,15 +183,10 @@ CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
     m_levels.resize(kept);
     while (!directory.empty())
     {
-        if (m_levels.size() == kMaxLevels)
-        {
-            error = "too many directories deep";
-            return EStep::Failed;
-        }
         const std::string_view name = FirstComponent(directory);
         CDescriptor next;
-        const EStep step = Step(name, make, next, error);
-        if (step != EStep::Done)
+        const ELook step = Step(name, make, next, error);
+        if (step != ELook::There)
             return step;
         m_levels.push_back({std::string(name), std::move(next)});
         const auto entered =
@@ -171,49 +195,50 @@ CUnzipDestination::EStep CUnzipDestination::Walk(std::string_view directory,
             NoteLeftovers();
         DropFirstComponent(directory);
     }
-    return EStep::Done;
+    return ELook::There;
 }
 
-CUnzipDestination::EStep CUnzipDestination::Step(std::string_view name,
+CUnzipDestination::ELook CUnzipDestination::Step(std::string_view name,
                                                  bool make,
                                                  CDescriptor& next,
                                                  std::string& error)
 {
     const std::string component(name);
-    next = CDescriptor(openat(Top(), component.c_str(), kOpenDirectory));
+    next = CDescriptor(openat(Nearest(), component.c_str(), kOpenDirectory));
     if (!next.IsOpen() && errno == ENOENT)
     {
         if (!make)
-            return EStep::Missing;
-        if (mkdirat(Top(), component.c_str(), 0700) == 0 || errno == EEXIST)
-            next =
-                CDescriptor(openat(Top(), component.c_str(), kOpenDirectory));
+            return ELook::Missing;
+        if (mkdirat(Nearest(), component.c_str(), 0700) == 0 || errno == EEXIST)
+            next = CDescriptor(
+                openat(Nearest(), component.c_str(), kOpenDirectory));
     }
     if (next.IsOpen())
-        return EStep::Done;
+        return ELook::There;
 
     const int code = errno;
-    if (IsSymbolicLink(Top(), component))
+    if (IsSymbolicLink(Nearest(), component))
         return StepThroughLink(name, next, error);
     // What is no directory has nothing in it either.
     if (!make && code == ENOTDIR)
-        return EStep::Missing;
+        return ELook::Missing;
     errno = code;
     FailBySystem(error, "the directory '" + component + "' cannot be entered");
-    return EStep::Failed;
+    return ELook::Refused;
 }
 
-// Walks to where a link leads, again without following any other on the way:
-// a path that had none a moment ago has none unless somebody plays tricks.
-CUnzipDestination::EStep CUnzipDestination::StepThroughLink(
+// Walks to where a link leads without following another link on the way: the
+// path that the system resolved has none, unless it was changed since.
+CUnzipDestination::ELook CUnzipDestination::StepThroughLink(
     std::string_view name, CDescriptor& next, std::string& error)
 {
     const std::string link = "the symbolic link '" + std::string(name) + "'";
-    const std::string target = RealPath(TopPath() + "/" + std::string(name));
+    const std::string target =
+        RealPath(NearestPath() + "/" + std::string(name));
     if (target.empty())
     {
         FailBySystem(error, link + " cannot be followed");
-        return EStep::Failed;
+        return ELook::Refused;
     }
     const std::string inside = m_path == "/" ? m_path : m_path + "/";
     std::string_view rest;
@@ -222,7 +247,7 @@ CUnzipDestination::EStep CUnzipDestination::StepThroughLink(
     else if (target != m_path)
     {
         error = link + " leads outside of the destination";
-        return EStep::Failed;
+        return ELook::Refused;
     }
 
     next = CDescriptor(openat(m_root.Get(), ".", kOpenDirectory));
@@ -234,21 +259,21 @@ CUnzipDestination::EStep CUnzipDestination::StepThroughLink(
         DropFirstComponent(rest);
     }
     if (next.IsOpen())
-        return EStep::Done;
+        return ELook::There;
     FailBySystem(error, link + " cannot be followed");
-    return EStep::Failed;
+    return ELook::Refused;
 }
 
 void CUnzipDestination::NoteLeftovers()
 {
-    CDescriptor again(openat(Top(), ".", kOpenDirectory));
+    CDescriptor again(openat(Nearest(), ".", kOpenDirectory));
     DIR* const stream = again.IsOpen() ? fdopendir(again.Get()) : nullptr;
     if (stream == nullptr)
         return;
     again.Disown(); // the stream closes it
     while (const dirent* const entry = readdir(stream))
         if (IsLeftover(entry->d_name))
-            m_leftovers.push_back(TopPath() + "/" + entry->d_name);
+            m_leftovers.push_back(NearestPath() + "/" + entry->d_name);
     closedir(stream);
 }
 

@@ -23,21 +23,37 @@ namespace KzaCore
 class CUnzipDestination
 {
 public:
-    /// Opens the destination; makes it when it is missing.
+    /// What became of a look at a directory.
+    enum class ELook
+    {
+        There,
+        Missing, ///< nothing, or no directory, is in its place
+        Refused  ///< its path leads outside, or cannot be walked
+    };
+
+    /// Opens the destination if it is there; makes nothing.
     [[nodiscard]] bool Open(const std::string& path, std::string& error);
 
     /// The destination without links in its path.
     [[nodiscard]] const std::string& Path() const { return m_path; }
 
-    /// Checks that a directory, as far as it exists, lies inside, and, before
-    /// RemoveLeftovers(), notes what an interrupted earlier run has left in it.
-    /// Cheapest when what lies in one directory comes together.
+    /// Looks for a directory, which must lie inside as far as it exists.
+    /// Before RemoveLeftovers(), notes what an interrupted earlier run has left
+    /// in it. Cheapest when entries of one directory come together.
     ///
-    /// \param directory  Plain relative path, empty for the destination.
-    /// \param error      Set to the reason after a failure.
-    [[nodiscard]] bool Check(std::string_view directory, std::string& error);
+    /// \param directory  Plain relative path of at most kMaxLevels components,
+    ///                   empty for the destination.
+    /// \param error      Set to the reason when the answer is Refused.
+    [[nodiscard]] ELook Look(std::string_view directory, std::string& error);
 
-    /// Removes what Check() has noted. Once per object.
+    /// Descriptor of what is there of the directory looked for last: itself or
+    /// the nearest one above it. Good until the next call.
+    [[nodiscard]] int Nearest() const;
+
+    /// Makes the destination when it is missing. Comes before Enter().
+    [[nodiscard]] bool Make(std::string& error);
+
+    /// Removes what Look() has noted. Once per object.
     void RemoveLeftovers();
 
     /// Opens a directory, made with all above it when missing.
@@ -53,28 +69,26 @@ private:
         CDescriptor directory;
     };
 
-    enum class EStep
-    {
-        Done,
-        Missing,
-        Failed
-    };
-
-    EStep Walk(std::string_view directory, bool make, std::string& error);
-    EStep Step(std::string_view name,
+    bool OpenRoot(std::string& error);
+    ELook Walk(std::string_view directory, bool make, std::string& error);
+    ELook Step(std::string_view name,
                bool make,
                CDescriptor& next,
                std::string& error);
-    EStep StepThroughLink(std::string_view name,
+    ELook StepThroughLink(std::string_view name,
                           CDescriptor& next,
                           std::string& error);
-    [[nodiscard]] int Top() const;
-    [[nodiscard]] std::string TopPath() const;
+    [[nodiscard]] std::string NearestPath() const;
     [[nodiscard]] bool IsNew(std::string_view directory);
     void NoteLeftovers();
 
+    std::string m_given; // path of the destination as Open() got it
     std::string m_path;
+    bool m_isMissing = false;
+
+    // The destination or, while it is missing, the nearest directory above it.
     CDescriptor m_root;
+
     std::vector<SLevel> m_levels; // the directories from m_root to the last one
     std::vector<std::string> m_leftovers; // full paths
 

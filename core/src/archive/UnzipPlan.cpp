@@ -240,16 +240,19 @@ bool PlanPath(std::string_view name, std::string_view& path, std::string& error)
         name.remove_prefix(2);
     if (!name.empty() && name.front() == '/')
         return Fail(error, "its name is an absolute path");
-    if (!name.empty() && name.back() == '/')
+    const bool isDirectory = !name.empty() && name.back() == '/';
+    if (isDirectory)
         name.remove_suffix(1);
     path = name;
-    while (!name.empty())
+    for (std::size_t level = 0; !name.empty(); ++level)
     {
         const std::size_t end = std::min(name.find('/'), name.size());
         if (!CheckComponent(name.substr(0, end), error))
             return false;
         if (end + 1 == name.size()) // a second slash at the end
             return CheckComponent({}, error);
+        if (level == kMaxLevels && (isDirectory || end < name.size()))
+            return Fail(error, "too many directories deep");
         name.remove_prefix(std::min(end + 1, name.size()));
     }
     return true;
@@ -261,6 +264,19 @@ std::string_view ParentOf(std::string_view path)
     return path.substr(0, slash == std::string_view::npos ? 0 : slash);
 }
 
+bool PlanName(const SZipEntry& entry,
+              std::size_t maxLength,
+              SPlannedEntry& planned,
+              std::string& error)
+{
+    std::string why;
+    if (!PlanPath(entry.name, planned.path, why))
+        return Refuse(error, entry.name, why);
+    if (planned.path.size() > maxLength)
+        return Refuse(error, entry.name, "its name is too long");
+    return true;
+}
+
 bool PlanEntry(const CZipFile& archive,
                const SZipEntry& entry,
                std::size_t maxLength,
@@ -268,14 +284,23 @@ bool PlanEntry(const CZipFile& archive,
                std::string& error)
 {
     std::string why;
-    if (!PlanPath(entry.name, planned.path, why) || !CheckKind(entry, why))
-        return Refuse(error, entry.name, why);
-    if (planned.path.size() > maxLength)
-        return Refuse(error, entry.name, "its name is too long");
-    if (planned.path.empty() && !entry.IsDirectory())
-        return Refuse(error, entry.name, "its name is not a plain path");
-    return archive.Locate(entry, planned.data, why) ||
+    if (!PlanName(entry, maxLength, planned, error))
+        return false;
+    return (CheckKind(entry, why) &&
+            archive.Locate(entry, planned.data, why)) ||
            Refuse(error, entry.name, why);
+}
+
+bool CheckNames(const CZipFile& archive,
+                std::size_t maxLength,
+                std::string& error)
+{
+    SPlannedEntry planned;
+    CZipWalk walk(archive);
+    while (const SZipEntry* const entry = walk.Next(error))
+        if (!PlanName(*entry, maxLength, planned, error))
+            return false;
+    return walk.IsWhole();
 }
 
 bool CheckArchive(const CZipFile& archive,

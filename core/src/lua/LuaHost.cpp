@@ -13,7 +13,6 @@
 #include <libdeflate.h>
 #include <lua.hpp>
 #include <wx/filename.h>
-#include <wx/log.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -135,11 +134,11 @@ int Stat(lua_State* L)
 }
 
 // crc32(bytes): the checksum that zip archives use.
-int Crc32(lua_State* L)
+int Checksum(lua_State* L)
 {
     std::size_t size = 0;
     const char* bytes = luaL_checklstring(L, 1, &size);
-    lua_pushnumber(L, KzaCore::Crc32(0, bytes, size));
+    lua_pushnumber(L, Crc32(0, bytes, size));
     return 1;
 }
 
@@ -201,45 +200,19 @@ int Entries(lua_State* L)
     return 1;
 }
 
-// Keeps what a service logs about its refusal.
-class CReasonLog : public wxLog
-{
-public:
-    [[nodiscard]] const wxString& Reason() const { return m_reason; }
-
-protected:
-    void DoLogRecord(wxLogLevel /*level*/,
-                     const wxString& text,
-                     const wxLogRecordInfo& /*info*/) override
-    {
-        m_reason = text;
-    }
-
-private:
-    wxString m_reason;
-};
-
-bool LeaveOutCB(void* /*context*/,
-                const wxZipEntry* /*entry*/,
-                const wxString* /*destPath*/)
-{
-    return false;
-}
-
-// check_package(path, directory): true when Unzip() would take the archive
-// apart in that directory, else nil and what it would log. Writes nothing.
+// check_package(path, directory [, names_only]): true when Unzip() would take
+// the archive apart in that directory, else nil and what it would log. Touches
+// nothing. With `names_only` as for a removal package.
 int CheckPackage(lua_State* L)
 {
     const wxFileName archive(TextOfBytes(CheckPath(L, 1)));
     const wxFileName directory =
         wxFileName::DirName(TextOfBytes(CheckPath(L, 2)));
-
-    CReasonLog log;
-    wxLog* const usual = wxLog::SetThreadActiveTarget(&log);
-    const bool ok = Unzip(archive, directory, LeaveOutCB, nullptr);
-    wxLog::SetThreadActiveTarget(usual);
-    if (!ok)
-        return PushFailure(L, log.Reason().utf8_str());
+    SUnzipOptions options;
+    options.namesOnly = lua_toboolean(L, 3) != 0;
+    wxString error;
+    if (!CanUnzip(archive, directory, options, error))
+        return PushFailure(L, error.utf8_str());
     lua_pushboolean(L, 1);
     return 1;
 }
@@ -253,7 +226,7 @@ int IsATty(lua_State* L)
 
 const luaL_Reg kFunctions[] = {
     {"list", Guarded<List>},       {"stat", Guarded<Stat>},
-    {"crc32", Guarded<Crc32>},     {"deflate", Guarded<Deflate>},
+    {"crc32", Guarded<Checksum>},  {"deflate", Guarded<Deflate>},
     {"entries", Guarded<Entries>}, {"check_package", Guarded<CheckPackage>},
     {"isatty", Guarded<IsATty>},   {nullptr, nullptr},
 };

@@ -170,6 +170,24 @@ TEST(Packages, RemovalDeletesTheFilesOfTheNames)
     EXPECT_EQ(host.Tree(), (Lines{"gone/", "kept"}));
 }
 
+TEST(Packages, RemovalLooksAtNamesAlone)
+{
+    CPackageHost host;
+    SZipFile encrypted{"encrypted", "secret"};
+    encrypted.flags = 1;
+    SZipFile other{"other", "packed by a better method"};
+    other.method = 14;
+    SZipFile link{"link", "target"};
+    link.mode = 0120777;
+    host.Add("x.kzu", {encrypted, other, link, {"twice", "1"}, {"twice", "2"}});
+    for (const char* name : {"encrypted", "other", "link", "twice"})
+        host.Add(name, std::string("removed"));
+    host.Run();
+    EXPECT_EQ(host.Events(), Lines{Event(kRemoved, "x.kzu")});
+    EXPECT_EQ(host.Problems(), Lines{});
+    EXPECT_EQ(host.Tree(), Lines{});
+}
+
 TEST(Packages, RefusedRemovalsStayAndTouchNothing)
 {
     CPackageHost host;

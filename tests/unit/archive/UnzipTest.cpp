@@ -3,6 +3,7 @@
 #include "kza_core/Unzip.h"
 
 #include "support/CollectedLog.h"
+#include "support/InChild.h"
 #include "support/Process.h"
 #include "support/TempDir.h"
 #include "support/Zip.h"
@@ -77,7 +78,7 @@ protected:
         WriteFile(m_archive, bytes);
         return KzaCore::Unzip(wxFileName(m_archive),
                               wxFileName(m_dest, wxEmptyString), WitnessCB,
-                              &m_witness);
+                              &m_witness, m_options);
     }
 
     bool Run(const std::vector<SZipFile>& files) { return Run(MakeZip(files)); }
@@ -121,6 +122,7 @@ protected:
     std::string m_archive = m_dir.File("package.kzp");
     std::string m_dest = m_dir.File("bin");
     std::string m_outside = m_dir.File("outside");
+    KzaCore::SUnzipOptions m_options;
     SWitness m_witness;
     CCollectedLog m_log;
 };
@@ -250,33 +252,67 @@ TEST_F(Unzip, WhatTheCallbackLeavesOutIsNotTouched)
     EXPECT_EQ(ReadFile(m_dest + "/old"), "old");
 }
 
-TEST_F(Unzip, KeepsPermissionsButNotSetIdBits)
+TEST_F(Unzip, KeepsPermissionsOfTheOwnerAndToRead)
 {
     const mode_t before = umask(077);
     SZipFile program{"program", "x"};
     program.mode = 0106755;
     SZipFile shared{"shared", "x"};
     shared.mode = 0100666;
+    SZipFile all{"all", "x"};
+    all.mode = 0107777;
     SZipFile unknown{"unknown", "x"};
     unknown.mode = 0;
     SZipFile dos{"dos", "x"};
     dos.mode = 0100777;
     dos.system = 0;
-    const bool isUnpacked =
-        Run(std::vector<SZipFile>{program,
-                                  shared,
-                                  unknown,
-                                  dos,
-                                  ZipDirectory("open/", 043777),
-                                  {"made/x", ""}});
+    const bool isUnpacked = Run(std::vector<SZipFile>{
+        program, shared, all, unknown, dos, {"made/x", ""}});
     umask(before);
     ASSERT_TRUE(isUnpacked);
     EXPECT_EQ(ModeOf(m_dest + "/program"), 0755U);
-    EXPECT_EQ(ModeOf(m_dest + "/shared"), 0666U);
+    EXPECT_EQ(ModeOf(m_dest + "/shared"), 0644U);
+    EXPECT_EQ(ModeOf(m_dest + "/all"), 0755U);
     EXPECT_EQ(ModeOf(m_dest + "/unknown"), 0600U);
     EXPECT_EQ(ModeOf(m_dest + "/dos"), 0600U);
-    EXPECT_EQ(ModeOf(m_dest + "/open"), 0777U);
     EXPECT_EQ(ModeOf(m_dest + "/made"), 0700U);
+}
+
+TEST_F(Unzip, DirectoriesThatItMakesGetTheirMode)
+{
+    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("open/", 043777),
+                                          {"late/x", ""},
+                                          ZipDirectory("late/", 040755)}));
+    EXPECT_EQ(ModeOf(m_dest + "/open"), 0755U);
+    EXPECT_EQ(ModeOf(m_dest + "/late"), 0755U);
+}
+
+TEST_F(Unzip, DirectoriesThatAreThereKeepTheirMode)
+{
+    fs::create_directories(m_dest + "/lib/deep");
+    chmod((m_dest + "/lib").c_str(), 0710);
+    chmod((m_dest + "/lib/deep").c_str(), 01770);
+    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("lib/", 040777),
+                                          {"lib/deep/x", "y"},
+                                          ZipDirectory("lib/deep/", 040700)}));
+    EXPECT_EQ(ModeOf(m_dest + "/lib"), 0710U);
+    EXPECT_EQ(ModeOf(m_dest + "/lib/deep"), 01770U);
+}
+
+// The next call finds the directory there and leaves its mode alone.
+TEST_F(Unzip, ANewDirectoryIsNotClosedInTheMeantime)
+{
+    mode_t seen = 0;
+    m_witness.answer = [&](const wxString& name)
+    {
+        if (name == "open/x")
+            seen = ModeOf(m_dest + "/open");
+        return true;
+    };
+    ASSERT_TRUE(Run(
+        std::vector<SZipFile>{ZipDirectory("open/", 040555), {"open/x", ""}}));
+    EXPECT_EQ(seen, 0755U);
+    EXPECT_EQ(ModeOf(m_dest + "/open"), 0555U);
 }
 
 TEST_F(Unzip, ADirectoryThatForbidsWritingIsFilledFirst)
@@ -326,6 +362,44 @@ TEST_F(Unzip, MakesAMissingDestination)
     ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", "y"}}));
     EXPECT_EQ(ReadFile(m_dest + "/x"), "y");
     EXPECT_EQ(ModeOf(m_dir.File("new")), 0700U);
+}
+
+TEST_F(Unzip, ARefusedArchiveMakesNoDestination)
+{
+    m_dest = m_dir.File("new/bin");
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{"good", ""}, {"../x", "evil"}}));
+    ExpectWarning("entry '../x': its name leads out of its directory");
+    EXPECT_FALSE(Run(std::string("no archive at all, but long enough")));
+    ExpectWarning(
+        "no zip directory at its end: truncated or not a zip archive");
+    EXPECT_FALSE(FileExists(m_dir.File("new")));
+}
+
+TEST_F(Unzip, ADestinationMayBeRelativeAndMissing)
+{
+    const fs::path before = fs::current_path();
+    fs::current_path(m_dir.Path());
+    m_dest = "new/bin";
+    const bool isUnpacked = Run(std::vector<SZipFile>{{"x", "y"}});
+    fs::current_path(before);
+    EXPECT_TRUE(isUnpacked);
+    EXPECT_EQ(ReadFile(m_dir.File("new/bin/x")), "y");
+}
+
+TEST_F(Unzip, AFileInTheDestinationsPlaceIsAnError)
+{
+    WriteFile(m_dir.File("file"), "kept");
+    for (const char* name : {"file", "file/bin"})
+    {
+        m_dest = m_dir.File(name);
+        EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+        ExpectWarning("the destination '" + m_dest +
+                      "' cannot be opened: Not a directory");
+    }
+    m_dest.clear();
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    ExpectWarning(
+        "the destination '' cannot be opened: No such file or directory");
 }
 
 TEST_F(Unzip, ArchivesThatAimElsewhereAreRefused)
@@ -606,15 +680,165 @@ TEST_F(Unzip, AnUnwritableDestinationIsAnError)
         chmod(m_dest.c_str(), 0700);
 }
 
-TEST_F(Unzip, TooDeepATreeIsAnError)
+TEST_F(Unzip, TooDeepATreeIsRefused)
 {
     std::string name;
     for (int i = 0; i < 101; ++i)
         name += "d/";
     EXPECT_TRUE(Run(std::vector<SZipFile>{{name.substr(2) + "x", "y"}}));
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{name + "x", "y"}}));
-    ExpectWarning("entry '" + name.substr(0, 200) +
-                  "...': too many directories deep");
+    ExpectRefused({{"good", "x"}, {name + "x", "y"}},
+                  "entry '" + name.substr(0, 200) +
+                      "...': too many directories deep");
+}
+
+TEST_F(Unzip, WhatItCannotHoldIsRefusedAtOnce)
+{
+    const int status = InChild(
+        [&]
+        {
+            EnterMountNamespace();
+            MountTmpfs(m_dest, "1m");
+            const std::string zeros(600 << 10, '\0');
+            ExpectRefused({{"small", "x"}, {"a", zeros}, {"b", zeros}},
+                          "its files need 1228801 bytes where 1048576 are "
+                          "free");
+            EXPECT_TRUE(
+                Run(std::vector<SZipFile>{{"small", "x"}, {"a", zeros}}));
+
+            // What is there already takes room until it is replaced.
+            ExpectRefused({{"a", zeros}},
+                          "its files need 614400 bytes where 430080 are free");
+        });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Unzip, EachFileSystemNeedsItsRoom)
+{
+    fs::create_directories(m_dest + "/small");
+    const int status = InChild(
+        [&]
+        {
+            EnterMountNamespace();
+            MountTmpfs(m_dest + "/small", "1m");
+            const std::string zeros(600 << 10, '\0');
+            ExpectRefused(
+                {{"first", zeros}, {"small/a", zeros}, {"small/new/b", zeros}},
+                "its files need 1228800 bytes where 1048576 are free");
+            EXPECT_TRUE(Run(std::vector<SZipFile>{
+                {"first", zeros}, {"small/a", zeros}, {"second", zeros}}));
+        });
+    EXPECT_EQ(status, 0);
+}
+
+// --- Where only names matter -----------------------------------------------
+
+class UnzipNames : public Unzip
+{
+protected:
+    UnzipNames() { m_options.namesOnly = true; }
+};
+
+TEST_F(UnzipNames, EveryEntryIsShownAndNothingIsWritten)
+{
+    SZipFile encrypted{"lib/encrypted", "text"};
+    encrypted.flags = 1;
+    SZipFile other{"other", "text"};
+    other.method = 14;
+    SZipFile large{"large", ""};
+    large.size = 0xF0000000;
+    m_dest = m_dir.File("missing");
+    ASSERT_TRUE(Run(std::vector<SZipFile>{encrypted,
+                                          other,
+                                          large,
+                                          {"twice", "1"},
+                                          {"twice", "2"},
+                                          ZipDirectory("made/", 040777)}));
+    Names names;
+    for (const SCall& call : m_witness.calls)
+        names.push_back(std::string(call.path.utf8_str()));
+    EXPECT_EQ(names, (Names{m_dest + "/lib/encrypted", m_dest + "/other",
+                            m_dest + "/large", m_dest + "/twice",
+                            m_dest + "/twice", m_dest + "/made"}));
+    EXPECT_FALSE(FileExists(m_dest));
+    EXPECT_TRUE(m_log.m_texts.empty());
+}
+
+TEST_F(UnzipNames, NamesAreCheckedAsEver)
+{
+    fs::create_directory_symlink(m_outside, m_dest + "/out");
+    ExpectRefused({{"good", "x"}, {"../outside/secret", ""}},
+                  "entry '../outside/secret': its name leads out of its "
+                  "directory");
+    ExpectRefused({{"good", "x"}, {"out/secret", ""}},
+                  "entry 'out/secret': the symbolic link 'out' leads outside "
+                  "of the destination");
+}
+
+TEST_F(UnzipNames, WhatIsThereKeepsItsMode)
+{
+    fs::create_directory(m_dest + "/lib");
+    chmod((m_dest + "/lib").c_str(), 0710);
+    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("lib/", 040700)}));
+    EXPECT_EQ(ModeOf(m_dest + "/lib"), 0710U);
+}
+
+// --- The check alone -------------------------------------------------------
+
+class CanUnzip : public Unzip
+{
+protected:
+    // The warning that unpacking would give, empty when it would give none.
+    std::string RefusalOf(const std::vector<SZipFile>& files)
+    {
+        WriteFile(m_archive, MakeZip(files));
+        wxString error;
+        const bool can = KzaCore::CanUnzip(wxFileName(m_archive),
+                                           wxFileName(m_dest, wxEmptyString),
+                                           m_options, error);
+        EXPECT_EQ(can, error.empty());
+        return std::string(error.utf8_str());
+    }
+};
+
+TEST_F(CanUnzip, SaysWhatTheWarningWouldAndLogsNothing)
+{
+    EXPECT_EQ(RefusalOf({{"x", ""}}), "");
+    EXPECT_EQ(RefusalOf({{"x", ""}, {"../x", ""}}),
+              "Unable to unpack '" + m_archive +
+                  "': entry '../x': its name leads out of its directory");
+    EXPECT_EQ(RefusalOf({{"x", "1"}, {"x", "2"}}),
+              "Unable to unpack '" + m_archive +
+                  "': entry 'x': it is there twice");
+    m_options.namesOnly = true;
+    EXPECT_EQ(RefusalOf({{"x", "1"}, {"x", "2"}}), "");
+    EXPECT_TRUE(m_log.m_texts.empty());
+}
+
+TEST_F(CanUnzip, TouchesNothing)
+{
+    const std::string leftover =
+        "/.kza_unzip." + std::to_string(getpid()) + ".7";
+    WriteFile(m_dest + leftover, "half");
+    EXPECT_EQ(RefusalOf({{"x", ""}}), "");
+    EXPECT_EQ(Tree(), Names{leftover.substr(1)});
+    m_dest = m_dir.File("missing");
+    EXPECT_EQ(RefusalOf({{"x", ""}}), "");
+    EXPECT_FALSE(FileExists(m_dest));
+}
+
+// --- The archive afterwards ------------------------------------------------
+
+TEST_F(Unzip, TheArchiveStaysOpenForItsCaller)
+{
+    KzaCore::COpenedFile opened;
+    m_options.opened = &opened;
+    EXPECT_FALSE(Run(std::vector<SZipFile>{{"../x", ""}}));
+    EXPECT_FALSE(opened.IsOpen());
+    m_log.m_texts.clear();
+    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", ""}}));
+    EXPECT_TRUE(opened.IsInPlace());
+    fs::rename(m_archive, m_archive + ".done");
+    EXPECT_FALSE(opened.IsInPlace());
 }
 
 } // namespace
