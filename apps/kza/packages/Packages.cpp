@@ -58,6 +58,19 @@ bool IsReadable(const wxString& package)
     return false;
 }
 
+// False when another file has taken the package's name since it was opened, or
+// its content has changed: what is there now has not been applied.
+bool IsTheOneApplied(const KzaCore::COpenedFile& applied,
+                     const wxString& package)
+{
+    if (applied.IsInPlace() || !wxFileName::Exists(package))
+        return true;
+    wxLogWarning("Plugin file '%s' was replaced while it was applied. It stays "
+                 "for the next start.",
+                 package);
+    return false;
+}
+
 void ReportUndeletable(const wxString& package)
 {
     const unsigned long code = wxSysErrorCode();
@@ -114,14 +127,16 @@ bool CPackages::RemoveOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Removing files from " + path);
+    KzaCore::COpenedFile applied;
     KzaCore::SUnzipOptions options;
     options.namesOnly = true;
+    options.opened = &applied;
     if (!KzaCore::Unzip(package, m_directory, callback, context, options))
         return false;
     APPL_TRACE(wxString::Format(
         "Successfully removed files for plugin '%s'. Deleting '%s'",
         package.GetName(), path));
-    if (!RemoveFile(path))
+    if (IsTheOneApplied(applied, path) && !RemoveFile(path))
         ReportUndeletable(path);
     return true;
 }
@@ -160,7 +175,10 @@ bool CPackages::InstallOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Extracting files from " + path);
-    if (!KzaCore::Unzip(package, m_directory, callback, context))
+    KzaCore::COpenedFile applied;
+    KzaCore::SUnzipOptions options;
+    options.opened = &applied;
+    if (!KzaCore::Unzip(package, m_directory, callback, context, options))
         return false;
 
     // A package that is marked done must not have lost its files in a power
@@ -171,7 +189,7 @@ bool CPackages::InstallOne(const wxFileName& package,
     APPL_TRACE(wxString::Format(
         "Successfully extracted files for plugin '%s'. Deleting '%s'",
         package.GetName(), path));
-    if (!MoveFile(path, path + kDoneSuffix))
+    if (IsTheOneApplied(applied, path) && !MoveFile(path, path + kDoneSuffix))
         ReportUndeletable(path);
     return true;
 }
