@@ -27,31 +27,14 @@ function files.read(path)
     return bytes
 end
 
---- Writes a file under another name and renames it into its place, so that a
---- reader finds either the old content or the new, whole.
+--- Puts a file with these bytes in the place of a path, so that a reader finds
+--- either the old content or the new, whole.
 ---@param path string
 ---@param bytes string
 ---@return true? written
 ---@return string? message
 function files.write(path, bytes)
-    local aside = path .. ".tmp"
-    local file, message = io.open(aside, "wb")
-    if not file then
-        return nil, message
-    end
-    -- A full disk may show as late as at the close.
-    local written, reason = file:write(bytes)
-    local closed, late_reason = file:close()
-    if not (written and closed) then
-        os.remove(aside)
-        return nil, aside .. ": " .. (reason or late_reason)
-    end
-    local renamed, why = os.rename(aside, path)
-    if not renamed then
-        os.remove(aside)
-        return nil, why
-    end
-    return true
+    return host.write(path, bytes)
 end
 
 --- True when the path leads to a directory, through symbolic links too.

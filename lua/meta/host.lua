@@ -31,6 +31,16 @@ function host.list(path) end
 ---@return string? message
 function host.stat(path, nofollow) end
 
+--- Puts a file with these bytes in the place of a path, so that a reader finds
+--- either the old content or the new, whole. They are first written beside it,
+--- to a new file under a name that nobody can foresee. A symbolic link at the
+--- path is replaced itself.
+---@param path string
+---@param bytes string
+---@return true? written
+---@return string? message
+function host.write(path, bytes) end
+
 --- The checksum that zip archives use.
 ---@param bytes string
 ---@return integer crc

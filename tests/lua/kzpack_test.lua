@@ -4,6 +4,7 @@
 -- where it matters an agent then uses what came out.
 
 local lu = require("luaunit")
+local kza_host = require("kza.host")
 local support = require("support")
 
 local quote = support.quote
@@ -237,7 +238,7 @@ function TestArchive.test_what_cannot_be_read_or_written_is_said()
     local out = support.directory() .. "/w.kze"
     assert_fails("/no/such: No such file or directory",
         out, "archive", out, "/no/such")
-    assert_fails("/no/such/w.kze.tmp: No such file or directory",
+    assert_fails("/no/such/w.kze: No such file or directory",
         out, "archive", "/no/such/w.kze", tree({ ["a.lua"] = "" }))
     assert_fails("w.zip: the name of an archive ends with .kze",
         out, "archive", "w.zip", tree({ ["a.lua"] = "" }))
@@ -254,9 +255,24 @@ function TestArchive.test_a_full_disk_leaves_the_old_archive()
         ("trap '' XFSZ; ulimit -f 8; %s archive %s %s"):format(
             quote(support.stage .. "/kzpack"), quote(out), quote(place)))
     lu.assertEquals(result.status, 1)
-    lu.assertStrContains(result.err, "kzpack: " .. out .. ".tmp: File too ")
+    lu.assertStrContains(result.err, "kzpack: " .. out .. ": File too ")
     lu.assertTrue(support.read(out) == before)
-    lu.assertNil(io.open(out .. ".tmp"))
+    local names = kza_host.list((out:match("^(.*)/")))
+    lu.assertEquals(names, { "w.kze", "w.kze.version" })
+end
+
+function TestArchive.test_nothing_prepared_beside_the_output_is_written_to()
+    local place = tree({ ["a.lua"] = "return 1" })
+    local target = support.write(support.directory() .. "/target", "kept")
+    local out = support.directory() .. "/w.kze"
+    for _, name in ipairs({ out, out .. ".tmp", out .. ".version",
+        out .. ".version.tmp" }) do
+        support.shell(("ln -s %s %s"):format(quote(target), quote(name)))
+    end
+    pack("archive", out, place)
+    lu.assertEquals(support.read(target), "kept")
+    lu.assertEquals(names_in(out), "a.lua")
+    lu.assertEquals(kza_host.stat(out, true).type, "file")
 end
 
 TestPackage = {}

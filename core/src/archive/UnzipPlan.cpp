@@ -4,6 +4,7 @@
 
 #include "base/Error.h"
 #include "base/Hash.h"
+#include "base/RandomNumber.h"
 
 #include <sys/stat.h>
 
@@ -92,7 +93,7 @@ class CConflicts
 {
 public:
     CConflicts(const CZipFile& archive, std::size_t maxLength)
-        : m_archive(archive), m_maxLength(maxLength), m_seed(NewHashSeed())
+        : m_archive(archive), m_maxLength(maxLength), m_seed(RandomNumber())
     {
     }
 

@@ -5,6 +5,7 @@
 #include "archive/Inflate.h"
 #include "base/Error.h"
 #include "base/Hash.h"
+#include "base/RandomNumber.h"
 
 #include <cstring>
 
@@ -21,7 +22,7 @@ constexpr std::uint64_t kMaxWhole = 1ULL << 30;
 
 bool CZipArchive::Open(const std::string& path, std::string& error)
 {
-    m_seed = NewHashSeed();
+    m_seed = RandomNumber();
     if (!m_file.Open(path, error) || !ReadDirectory(error))
     {
         m_entries.clear();

@@ -73,8 +73,4 @@ inline std::uint64_t ShortWord(std::string_view bytes)
     return hash;
 }
 
-/// A seed that others cannot guess, as long as the system has random numbers;
-/// where it has none, at least another one for each process.
-[[nodiscard]] std::uint64_t NewHashSeed();
-
 } // namespace KzaCore

@@ -6,6 +6,7 @@
 #include "archive/ZipArchive.h"
 #include "base/Bytes.h"
 #include "base/Error.h"
+#include "base/ReplaceFile.h"
 #include "kza_core/Unzip.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHostSystem.h"
@@ -160,6 +161,18 @@ int Deflate(lua_State* L)
     return 1;
 }
 
+// write(path, bytes): replaces a file whole.
+int Write(lua_State* L)
+{
+    const char* path = CheckPath(L, 1);
+    std::size_t size = 0;
+    const char* bytes = luaL_checklstring(L, 2, &size);
+    if (!ReplaceFile(path, {bytes, size}))
+        return PushSystemError(L, path);
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
 void PushEntry(lua_State* L, const SZipEntry& entry)
 {
     lua_createtable(L, 0, 5);
@@ -225,10 +238,15 @@ int IsATty(lua_State* L)
 }
 
 const luaL_Reg kFunctions[] = {
-    {"list", Guarded<List>},       {"stat", Guarded<Stat>},
-    {"crc32", Guarded<Checksum>},  {"deflate", Guarded<Deflate>},
-    {"entries", Guarded<Entries>}, {"check_package", Guarded<CheckPackage>},
-    {"isatty", Guarded<IsATty>},   {nullptr, nullptr},
+    {"list", Guarded<List>},
+    {"stat", Guarded<Stat>},
+    {"crc32", Guarded<Checksum>},
+    {"deflate", Guarded<Deflate>},
+    {"entries", Guarded<Entries>},
+    {"check_package", Guarded<CheckPackage>},
+    {"isatty", Guarded<IsATty>},
+    {"write", Guarded<Write>},
+    {nullptr, nullptr},
 };
 
 int OpenHost(lua_State* L)

@@ -2,12 +2,14 @@
 
 #include "base/RandomBytes.h"
 
+#include "base/RandomNumber.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <string>
 
-using KzaCore::FillWithRandomBytes;
+using namespace KzaCore;
 
 TEST(RandomBytes, FillTheWholeBufferEachTimeWithOthers)
 {
@@ -18,4 +20,9 @@ TEST(RandomBytes, FillTheWholeBufferEachTimeWithOthers)
     EXPECT_NE(first, second);
     // All zeros by chance: once in 2^64 runs.
     EXPECT_NE(std::string(first.end() - 8, first.end()), std::string(8, '\0'));
+}
+
+TEST(RandomBytes, EachNumberIsAnother)
+{
+    EXPECT_NE(RandomNumber(), RandomNumber());
 }

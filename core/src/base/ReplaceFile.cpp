@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "base/ReplaceFile.h"
+
+#include "base/Descriptor.h"
+#include "base/RandomNumber.h"
+#include "base/WholeTransfer.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+// Hidden, so that nobody takes a file left by a kill for one of the directory.
+// Of its own length, so that it fits wherever the path's name does.
+std::string NameBeside(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string directory =
+        path.substr(0, slash == std::string::npos ? 0 : slash + 1);
+    return directory + ".kza_write." + std::to_string(RandomNumber());
+}
+
+bool WriteNew(const std::string& path, std::string_view bytes)
+{
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    CDescriptor file(open(path.c_str(), kFlags, 0666));
+    if (!file.IsOpen())
+        return false;
+    // A full disk may show as late as at the close.
+    if (WriteWhole(file.Get(), bytes.data(), bytes.size()) == bytes.size() &&
+        file.Close())
+        return true;
+    const int reason = errno;
+    unlink(path.c_str());
+    errno = reason;
+    return false;
+}
+
+} // namespace
+
+bool ReplaceFile(const std::string& path, std::string_view bytes)
+{
+    const std::string beside = NameBeside(path);
+    if (!WriteNew(beside, bytes))
+        return false;
+    if (rename(beside.c_str(), path.c_str()) == 0)
+        return true;
+    const int reason = errno;
+    unlink(beside.c_str());
+    errno = reason;
+    return false;
+}
+
+} // namespace KzaCore
