@@ -5,8 +5,8 @@
 -- The rules are those by which the agent acts; for what an archive may hold it
 -- is the very same code.
 
-local files = require("kza.files")
 local host = require("kza.host")
+local read_side_file = require("kza.side_file")
 
 local function agent_version()
     return dom:Get("app.version"):match("^(%d+%.%d+%.%d+)%.%d+$")
@@ -27,35 +27,13 @@ local function check_content(problems, path)
     end
 end
 
--- The first line of the side file that begins with "version:", after that.
-local function version_line(text)
-    text = text:gsub("^\239\187\191", ""):gsub("\r\n?", "\n")
-    return ("\n" .. text):match("\nversion:([^\n]*)")
-end
-
 -- Extension archives: the version is in a file beside the archive.
 local function check_side_file(problems, path)
     local side = path .. ".version"
-    local text = files.read(side)
-    if not text then
-        problems[#problems + 1] = side .. " is missing"
-        return
-    end
-    local line = version_line(text)
-    if not line then
-        problems[#problems + 1] = side .. " has no line 'version: ...'"
-        return
-    end
-    local number = "%s*([+-]?%d+)"
-    local major, minor, patch = line:match(
-        "^" .. number .. "%." .. number .. "%." .. number .. "%-" .. number)
-    if not major then
-        problems[#problems + 1] =
-            side .. " has a malformed line 'version:" .. line .. "'"
-        return
-    end
-    local version = ("%d.%d.%d"):format(major, minor, patch)
-    if version ~= agent_version() then
+    local version, message = read_side_file(side)
+    if not version then
+        problems[#problems + 1] = side .. " " .. message
+    elseif version ~= agent_version() then
         problems[#problems + 1] = ("made for version %s, this agent is %s")
             :format(version, agent_version())
     end

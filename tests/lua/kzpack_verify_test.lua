@@ -30,6 +30,16 @@ end
 
 TestExtension = {}
 
+-- An ASCII text in units of several bytes, after the mark of that order.
+local function wide(width, is_big_endian, text)
+    local zeros = ("\0"):rep(width - 1)
+    local mark = ("\0"):rep(width - 2) .. "\254\255"
+    local function unit(character)
+        return is_big_endian and zeros .. character or character .. zeros
+    end
+    return (is_big_endian and mark or mark:reverse()) .. text:gsub(".", unit)
+end
+
 -- Side files and why they are refused, false for those that are not.
 local SIDE_FILES = {
     { "version: 12.0.0-2932\n", false },
@@ -43,6 +53,28 @@ local SIDE_FILES = {
     { "version: x\nversion: 12.0.0-1\n", "%s has a malformed line" },
     { "Version: 12.0.0-1\n", "%s has no line 'version: ...'" },
     { "", "%s has no line 'version: ...'" },
+    { wide(2, false, "x\nversion: 12.0.0-1\r\n"), false },
+    { wide(2, true, "version: 12.0.0-1"), false },
+    { wide(4, false, "version: 12.0.0-1"), false },
+    { wide(4, true, "\r\rversion: 12.0.0-1\n"), false },
+    { wide(2, true, "version: 12.0.1-1"), "made for version 12.0.1" },
+    { wide(2, false, "version: 12.0.0"),
+        "%s has a malformed line 'version: 12.0.0'" },
+    -- A character that holds the byte of a "v".
+    { "\255\254\0vversion: 12.0.0-1", "%s has no line 'version: ...'" },
+    { "version: 12.0.0-99999999999999999999999", false },
+    { "version: 12.0.0-4294967296", false },
+    -- In 32 bits these are 12, 0 and 0.
+    { "version: 4294967308.0.0-1", "made for version 2147483647.0.0" },
+    { "version: 12.4294967296.0-1", "made for version 12.2147483647.0" },
+    { "version: 12.0.18446744073709551616-1", "made for version 12.0.2147" },
+    { "version: 12.0.-4294967296-1", "made for version 12.0.-2147483647" },
+    { "version: -12.0.0-1", "made for version -12.0.0" },
+    { "version:\t012.00.\v0-+1.5", false },
+    { "version: +-12.0.0-1", "%s has a malformed line" },
+    { "version:" .. (" "):rep(100000) .. "12.0.0-1", false },
+    { ("x"):rep(100000) .. "\nversion: 12.0.0-1", false },
+    { "version: 12.0.0-\n1", "%s has a malformed line 'version: 12.0.0-'" },
 }
 
 -- Whether an agent that finds the archive through a wildcard loads from it.
