@@ -5,6 +5,7 @@
 --
 --     kz_agent --appname kzpack -- archive widget.kze src
 
+local argparse = require("argparse")
 local host = require("kza.host")
 local pack = require("kza.pack")
 local verify = require("kza.verify")
@@ -35,44 +36,15 @@ left out. The same input always gives the same bytes.
 
 local FAILURE, WRONG_USAGE = 1, 2
 
-local SWITCHES = {
-    ["-c"] = "compile", ["--compile"] = "compile",
-    ["-s"] = "strip", ["--strip"] = "strip",
-    ["-h"] = "help", ["--help"] = "help",
-}
-local VALUES = {
-    ["-b"] = "build", ["--build"] = "build",
-    ["-o"] = "output", ["--output"] = "output",
-    ["--system"] = "system", ["--machine"] = "machine",
-}
-
 local function complain(text, ...)
     io.stderr:write("kzpack: ", text:format(...), "\n")
 end
 
--- Splits the words into options and the rest; nil and a message when an option
--- makes no sense.
-local function parse(words)
-    local options, rest = {}, {}
-    local wanted -- the option whose value comes next
-    for _, word in ipairs(words) do
-        if wanted then
-            options[wanted], wanted = word, nil
-        elseif SWITCHES[word] then
-            options[SWITCHES[word]] = true
-        elseif VALUES[word] then
-            wanted = VALUES[word]
-        elseif word:find("^%-.") then
-            return nil, ("there is no option '%s'"):format(word)
-        else
-            rest[#rest + 1] = word
-        end
-    end
-    if wanted then
-        return nil, ("the last option needs a value")
-    end
-    return options, rest
-end
+-- The commands ---------------------------------------------------------------
+
+-- Each gets what the command line holds, by the names of its words below, and
+-- answers with the status.
+local commands = {}
 
 local function report(result)
     print(("%s: %d entries, %d bytes"):format(
@@ -80,24 +52,22 @@ local function report(result)
     return 0
 end
 
-local commands = {}
-
-function commands.archive(options, path, ...)
-    return report(pack.archive(path, { ... }, options))
+function commands.archive(line)
+    return report(pack.archive(line.file, line.inputs, line))
 end
 
-function commands.plugin(options, name, ...)
+function commands.plugin(line)
     return report(
-        pack.plugin(name, options.output or ".", { ... }, options))
+        pack.plugin(line.name, line.output or ".", line.inputs, line))
 end
 
-function commands.removal(options, name, ...)
+function commands.removal(line)
     return report(
-        pack.removal(name, options.output or ".", { ... }, options))
+        pack.removal(line.name, line.output or ".", line.inputs, line))
 end
 
-function commands.list(_, path)
-    local entries, message = host.entries(path)
+function commands.list(line)
+    local entries, message = host.entries(line.file)
     if not entries then
         error(message, 0)
     end
@@ -107,9 +77,9 @@ function commands.list(_, path)
     return 0
 end
 
-function commands.verify(_, ...)
+function commands.verify(line)
     local status = 0
-    for _, path in ipairs({ ... }) do
+    for _, path in ipairs(line.files) do
         local problems = verify(path)
         if #problems == 0 then
             print(path .. ": accepted")
@@ -123,41 +93,96 @@ function commands.verify(_, ...)
     return status
 end
 
--- How many words a command takes, at least and at most.
-local COUNTS = {
-    archive = { 2, math.huge },
-    plugin = { 2, math.huge },
-    removal = { 2, math.huge },
-    list = { 1, 1 },
-    verify = { 1, math.huge },
+-- The command line -----------------------------------------------------------
+
+-- The words of each command: a name, and "+" for one or more.
+local WORDS = {
+    archive = { { "file" }, { "inputs", "+" } },
+    plugin = { { "name" }, { "inputs", "+" } },
+    removal = { { "name" }, { "inputs", "+" } },
+    list = { { "file" } },
+    verify = { { "files", "+" } },
 }
 
-local function usage(message)
-    complain("%s; kzpack --help tells more", message)
-    return WRONG_USAGE
+-- Answers with the parser, and with a table of its commands' names by their
+-- parsers.
+local function new_parser()
+    local parser = argparse("kzpack"):add_help(false):command_target("command")
+    parser:flag("-c --compile")
+    parser:flag("-s --strip")
+    parser:option("-b --build")
+    parser:option("-o --output")
+    parser:option("--system")
+    parser:option("--machine")
+
+    local names = {}
+    for name, words in pairs(WORDS) do
+        local command = parser:command(name):add_help(false)
+        for _, word in ipairs(words) do
+            command:argument(word[1]):args(word[2] or 1)
+        end
+        names[command] = name
+    end
+    return parser, names
+end
+
+-- The parser's complaint in the words of this tool.
+local function in_own_words(complaint, command, last_word)
+    local unknown = complaint:match("^unknown option '([^\n]*)'")
+    if unknown then
+        return ("there is no option '%s'"):format(unknown)
+    end
+    local bare = complaint:match("^option '([^\n]*)' requires an argument$")
+    if bare then
+        return bare == last_word and "the last option needs a value"
+            or ("option '%s' needs a value"):format(bare)
+    end
+    unknown = complaint:match("^unknown command '([^\n]*)'")
+    if unknown then
+        return ("there is no command '%s'"):format(unknown)
+    end
+    if complaint == "a command is required" then
+        return "a command is needed"
+    end
+    if complaint:find("^missing argument ") or complaint:find("^argument ")
+        or complaint == "too many arguments" then
+        return ("'%s' takes other words"):format(command)
+    end
+    return complaint
+end
+
+-- What the words mean, by name; nil and a message when they make no sense.
+local function parse(words)
+    local parser, names = new_parser()
+    local help_wanted, message = false, nil
+    parser:flag("-h --help"):action(function() help_wanted = true end)
+    function parser.error(current, complaint)
+        message = in_own_words(complaint, names[current], words[#words])
+        error(message, 0)
+    end
+
+    local ok, result = pcall(parser.parse, parser, words)
+    if help_wanted then
+        return { command = "help" }
+    end
+    if not ok and not message then
+        error(result, 0)
+    end
+    return ok and result or nil, message
+end
+
+function commands.help()
+    io.write(USAGE)
+    return 0
 end
 
 local function main()
-    local options, words = parse(arg)
-    if not options then
-        return usage(words)
+    local line, message = parse(arg)
+    if not line then
+        complain("%s; kzpack --help tells more", message)
+        return WRONG_USAGE
     end
-    if options.help then
-        io.write(USAGE)
-        return 0
-    end
-
-    local name = table.remove(words, 1)
-    local count = COUNTS[name]
-    if not count then
-        return usage(name and ("there is no command '%s'"):format(name)
-            or "a command is needed")
-    end
-    if #words < count[1] or #words > count[2] then
-        return usage(("'%s' takes other words"):format(name))
-    end
-
-    local ok, status = pcall(commands[name], options, table.unpack(words))
+    local ok, status = pcall(commands[line.command], line)
     if not ok then
         complain("%s", status)
         return FAILURE

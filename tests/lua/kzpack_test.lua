@@ -355,6 +355,27 @@ TestUsage = {}
 function TestUsage.test_help_is_no_failure()
     local result = pack("--help")
     lu.assertStrContains(result.out, "Usage: kzpack archive [option...]")
+    for _, words in ipairs({ { "-h" }, { "archive", "--help" },
+        { "list", "-h", "a", "b" } }) do
+        lu.assertEquals(pack(table.unpack(words)).out, result.out)
+    end
+end
+
+function TestUsage.test_options_stand_anywhere_and_in_every_form()
+    local place = tree({ ["widget.lua"] = "return {}", ["-b"] = "data" })
+    local out = support.directory() .. "/w.kze"
+    for _, words in ipairs({
+        { "-c", "-b", "7", "archive", out, place },
+        { "archive", "--build", "7", out, "--compile", place },
+        { "archive", "-cb7", out, place },
+        { "archive", out, place, "--compile", "--build=7" },
+        { "archive", "-b", "8", "-c", "-b", "7", "--", out, place },
+    }) do
+        local result = pack(table.unpack(words))
+        lu.assertStrContains(result.out, out .. ": 2 entries, ")
+        lu.assertEquals(
+            support.read(out .. ".version"), "version: 12.0.0-7\n")
+    end
 end
 
 function TestUsage.test_wrong_words_are_told()
@@ -366,6 +387,9 @@ function TestUsage.test_wrong_words_are_told()
         { "'list' takes other words", "list" },
         { "'list' takes other words", "list", "a", "b" },
         { "'archive' takes other words", "archive", "a.kze" },
+        { "option '-b' needs a value", "archive", "-b", "-c", "a.kze", "x" },
+        { "there is no option '-z'", "archive", "-cz", "a.kze", "x" },
+        { "option '--strip' does not take arguments", "--strip=1" },
     }
     for _, row in ipairs(wrong) do
         local result = kzpack(table.unpack(row, 2))
