@@ -47,6 +47,9 @@ end
 local commands = {}
 
 local function report(result)
+    for _, text in ipairs(result.warnings or {}) do
+        complain("warning: %s", text)
+    end
     print(("%s: %d entries, %d bytes"):format(
         result.path, result.count, result.size))
     return 0

@@ -7,6 +7,7 @@
 local files = require("kza.files")
 local host = require("kza.host")
 local strip = require("kza.strip")
+local unloadable = require("kza.unloadable")
 local zip = require("kza.zip")
 
 local pack = {}
@@ -121,7 +122,7 @@ local function prepare_module(entry, archive, options)
     end
 end
 
--- The bytes of the archive of that name that holds all inputs.
+-- The bytes of the archive of that name that holds all inputs, and its entries.
 local function archive_of(archive, inputs, options)
     local entries = collect(inputs)
     for _, entry in ipairs(entries) do
@@ -129,7 +130,7 @@ local function archive_of(archive, inputs, options)
             prepare_module(entry, archive, options)
         end
     end
-    return must(zip.pack(entries)), #entries
+    return must(zip.pack(entries)), entries
 end
 
 -- Versions and names ---------------------------------------------------------
@@ -174,10 +175,19 @@ end
 ---@field path string
 ---@field count number  How many entries it has.
 ---@field size number   Bytes.
+---@field warnings? string[]  What in an archive can never be loaded.
 
-local function write(path, bytes, count)
+local function write(path, bytes, entries)
     must(files.write(path, bytes))
-    return { path = path, count = count, size = #bytes }
+    return { path = path, count = #entries, size = #bytes }
+end
+
+local function names_of(entries)
+    local names = {}
+    for i, entry in ipairs(entries) do
+        names[i] = entry.name
+    end
+    return names
 end
 
 --- Makes an extension archive and its version side file beside it.
@@ -192,9 +202,10 @@ function pack.archive(path, inputs, options)
     local version, build = agent_version()
     local side = ("version: %s-%s\n"):format(
         version, check_build(options.build or build))
-    local bytes, count = archive_of(path:match("[^/]*$"), inputs, options)
-    local result = write(path, bytes, count)
+    local bytes, entries = archive_of(path:match("[^/]*$"), inputs, options)
+    local result = write(path, bytes, entries)
     must(files.write(path .. ".version", side))
+    result.warnings = unloadable(names_of(entries))
     return result
 end
 
@@ -206,8 +217,8 @@ end
 ---@return kza.pack.Result
 function pack.plugin(plugin, directory, inputs, options)
     local name = pack.package_name(plugin, options) .. ".kzp"
-    local bytes, count = archive_of(name, inputs, options)
-    return write(files.join(directory, name), bytes, count)
+    local bytes, entries = archive_of(name, inputs, options)
+    return write(files.join(directory, name), bytes, entries)
 end
 
 --- Makes a removal package: the files that the inputs hold are removed from
@@ -224,7 +235,7 @@ function pack.removal(plugin, directory, inputs, options)
         entries[i] = { name = entry.name }
     end
     local bytes = must(zip.pack(entries))
-    return write(files.join(directory, name), bytes, #entries)
+    return write(files.join(directory, name), bytes, entries)
 end
 
 return pack

@@ -69,7 +69,7 @@ TestArchive = {}
 
 function TestArchive.test_holds_the_files_of_its_inputs_sorted_by_byte()
     local place = tree({
-        ["b.lua"] = "return 1", ["B.lua"] = "return 1", ["a/z.lua"] = "",
+        ["b.lua"] = "return 1", ["C.lua"] = "return 1", ["a/z.lua"] = "",
         ["a-b/data.txt"] = "x", ["ä.txt"] = "", [".hidden"] = "",
         ["a/.git/config"] = "",
     })
@@ -77,7 +77,7 @@ function TestArchive.test_holds_the_files_of_its_inputs_sorted_by_byte()
     local out = support.directory() .. "/w.kze"
     local result = pack("archive", out, place, more .. "/one.lua")
     lu.assertEquals(
-        names_in(out), "B.lua a-b/data.txt a/z.lua b.lua one.lua ä.txt")
+        names_in(out), "C.lua a-b/data.txt a/z.lua b.lua one.lua ä.txt")
     lu.assertStrMatches(result.out, ".*/w.kze: 6 entries, %d+ bytes\n")
 end
 
@@ -273,6 +273,63 @@ function TestArchive.test_nothing_prepared_beside_the_output_is_written_to()
     lu.assertEquals(support.read(target), "kept")
     lu.assertEquals(names_in(out), "a.lua")
     lu.assertEquals(kza_host.stat(out, true).type, "file")
+end
+
+-- Archives that their authors will be sorry for: the files, the standard error.
+local SORRY = {
+    {
+        { "a.lua", "lib/fast.so", "lib/fast.c", "lib/fast.h" },
+        "no C module is ever loaded from an archive: lib/fast.c (2 files)",
+    },
+    {
+        { "src/uni.lua", "src/more/two.lua", "data/x.txt" },
+        "no Lua file lies at the root: src/more/two.lua would be required as "
+            .. "'src.more.two' (2 files)",
+    },
+    {
+        { "src/uni.lua", "x.txt" },
+        "no Lua file lies at the root: src/uni.lua would be required as "
+            .. "'src.uni' (1 file)",
+    },
+    {
+        { "uni.lua", "uni/init.lua", "uni/more.lua" },
+        "uni/init.lua is never loaded, uni.lua is the same module (1 file)",
+    },
+    {
+        { "uni.lua", "Uni.lua", "data/A.txt", "data/a.txt" },
+        "data/a.txt differs from data/A.txt by case only (2 files)",
+    },
+    {
+        { "src/uni.so", "src/uni.lua" },
+        "no C module is ever loaded from an archive: src/uni.so (1 file)",
+        "no Lua file lies at the root: src/uni.lua would be required as "
+            .. "'src.uni' (1 file)",
+    },
+    { { "uni/init.lua", "uni/a.lua", "uni.c.txt", "a.b/c.lua" } },
+    { { "data/x.txt", "readme" } },
+}
+
+function TestArchive.test_what_can_never_be_loaded_is_warned_of()
+    for _, row in ipairs(SORRY) do
+        local contents, expected = {}, {}
+        for _, name in ipairs(row[1]) do
+            contents[name] = ""
+        end
+        for i = 2, #row do
+            expected[i - 1] = "kzpack: warning: " .. row[i] .. "\n"
+        end
+        local out = support.directory() .. "/w.kze"
+        local result = kzpack("archive", out, tree(contents))
+        lu.assertEquals(result.status, 0)
+        lu.assertEquals(result.err, table.concat(expected))
+        lu.assertStrContains(
+            result.out, ("%s: %d entries, "):format(out, #row[1]))
+    end
+end
+
+function TestArchive.test_packages_hold_what_cannot_be_required()
+    local place = tree({ ["lib/lua/fast.so"] = "", ["src/uni.lua"] = "" })
+    pack("plugin", "-o", support.directory(), "Widget", place)
 end
 
 TestPackage = {}
