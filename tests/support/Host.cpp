@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <regex>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -28,6 +29,15 @@ CHost::CHost(bool withArchives)
     CopyInto(stage / "lua", File("lua"));
     if (withArchives)
         CopyInto(stage / "kza_core", File("kza_core"));
+}
+
+std::vector<std::string> CHost::Records(const std::string& application) const
+{
+    std::vector<std::string> records;
+    std::istringstream log(Log(application));
+    for (std::string line; std::getline(log, line);)
+        records.push_back(RecordText(line));
+    return records;
 }
 
 void CHost::AddModule(const std::string& name, const std::string& source) const

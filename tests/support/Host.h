@@ -40,6 +40,10 @@ public:
         return ReadFile(File("work/log/" + application + ".log"));
     }
 
+    /// Its records as the text after the level, in order.
+    [[nodiscard]] std::vector<std::string> Records(
+        const std::string& application = "kz_agent") const;
+
     /// Writes a Lua module to <bin>/lua/<name>.lua, where `require` finds it.
     void AddModule(const std::string& name, const std::string& source) const;
 

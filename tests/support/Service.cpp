@@ -229,14 +229,10 @@ pid_t CService::Worker() const
 std::vector<std::string> CService::Records() const
 {
     std::vector<std::string> records;
-    std::istringstream log(Log());
     const std::regex start("INFO kza: Worker [0-9]+ started");
-    for (std::string line; std::getline(log, line);)
-    {
-        const std::string record = RecordText(line);
+    for (const std::string& record : m_host.Records(m_name))
         if (!std::regex_match(record, start))
             records.push_back(record);
-    }
     return records;
 }
 

@@ -13,6 +13,9 @@
 #include <wx/cmdline.h>
 #include <wx/fileconf.h>
 #include <wx/filename.h>
+#include <wx/log.h>
+
+#include <clocale>
 
 namespace DomKey = KzaCore::DomKey;
 
@@ -31,6 +34,20 @@ bool IsUsableTestScript(const wxString& script)
     const bool isPattern = script.find_first_of("*?") != wxString::npos;
     return isPattern || (wxFileName::FileExists(script) &&
                          wxFileName::IsFileReadable(script));
+}
+
+// A part of a domain variable as bytes. What the locale cannot express becomes
+// empty, so that no other text takes its place.
+std::string InLocalesEncoding(const wxString& text,
+                              const wxString& variable,
+                              const char* part)
+{
+    std::string bytes = text.ToStdString();
+    if (bytes.empty() && !text.empty())
+        wxLogWarning("--domain_var '%s': the locale '%s' cannot express the "
+                     "%s, an empty text is stored in its place",
+                     variable, setlocale(LC_CTYPE, nullptr), part);
+    return bytes;
 }
 
 // The missing parents keep these rights too; the last level gets what a
@@ -126,11 +143,11 @@ void CCommandLine::ApplyTrace() const
     m_dom.SetWx(DomKey::kTrace, components);
 }
 
-void CCommandLine::ApplyDomainVariable() const
+std::string CCommandLine::ApplyDomainVariable() const
 {
     wxString given;
     if (!m_parser.Found("domain_var", &given))
-        return;
+        return {};
     const std::size_t equals = given.find('=');
     if (equals == wxString::npos || equals == 0)
     {
@@ -138,10 +155,12 @@ void CCommandLine::ApplyDomainVariable() const
             "Ignoring invalid domain variable specification '%s': expected "
             "name=value format\n",
             given));
-        return;
+        return {};
     }
-    m_dom.Set(given.substr(0, equals).ToStdString(),
-              given.substr(equals + 1).ToStdString());
+    const wxString name = given.substr(0, equals);
+    std::string key = InLocalesEncoding(name, name, "name");
+    m_dom.Set(key, InLocalesEncoding(given.substr(equals + 1), name, "value"));
+    return key;
 }
 
 wxString CCommandLine::ApplyUnitTest() const

@@ -13,6 +13,8 @@
 
 #include <wx/string.h>
 
+#include <string>
+
 class wxAppConsole;
 class wxCmdLineParser;
 class wxFileName;
@@ -62,9 +64,12 @@ public:
     /// Writes `app.trace` when components were given, without quotes.
     void ApplyTrace() const;
 
-    /// Sets the key of the domain that `--domain_var` names. What is no
-    /// `name=value` is said on standard error.
-    void ApplyDomainVariable() const;
+    /// Sets the key of the domain that `--domain_var` names, in the locale's
+    /// encoding; what that cannot express becomes an empty text, with a
+    /// warning. What is no `name=value` is said on standard error.
+    ///
+    /// \return the key, empty when none was set.
+    [[nodiscard]] std::string ApplyDomainVariable() const;
 
     /// Writes `app.mode.unittest` when tests are to be run. A script that is
     /// not there is said on standard error and counts as none.

@@ -12,6 +12,7 @@
 #include "startup/DumpFile.h"
 #include "startup/Executable.h"
 #include "startup/Options.h"
+#include "startup/UnusedWords.h"
 #include "startup/VendorDirectory.h"
 
 #include "kza_core/CrashHandler.h"
@@ -73,6 +74,7 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
 {
     const wxFileName executable = ExecutableFrom(argv[0]);
     const CCommandLine line(parser, *m_dom);
+
     line.ApplyName(executable, *this);
     m_isDefaultApp = GetAppName() == kDefaultName;
     m_background = line.ApplyBackground();
@@ -81,11 +83,13 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
     m_zipPath = line.ApplyLuaPaths();
     line.ApplyWorkingDirectory(executable);
     line.ApplyTrace();
-    line.ApplyDomainVariable();
+    (void)line.ApplyDomainVariable();
     m_unitTestScript = line.ApplyUnitTest();
 
     OpenConfiguration(GetAppName(), GetVendorName(), *m_dom);
     ApplyConfiguration(GetAppName(), m_isDefaultApp, *m_dom);
     KzaCore::CSqliteDatabase::InitializeSQLite(*m_dom);
+
+    WarnOfUnusedWords(parser, argv.GetArguments());
     return wxAppConsole::OnCmdLineParsed(parser);
 }

@@ -272,6 +272,44 @@ TEST(CommandLine, ADomainVariableIsInTheLocalesEncoding)
     EXPECT_EQ(Show(host, {"-d", given}, {""}, plain), "= (string)\n");
 }
 
+TEST(CommandLine, ADomainVariableThatTheLocaleCannotExpressIsAWarning)
+{
+    const CHost host(false);
+    SProcessOptions plain;
+    plain.env = {{"LC_ALL", "C"}};
+    Show(host, {"-d", "k=\u00e4"}, {}, plain);
+    // Without a locale every byte of the command line is a character.
+    Show(host, {"-d", "\u00e4=\u00e4"}, {}, plain);
+    const Words expected = {
+        "WARNING kza: --domain_var 'k': the locale 'C' cannot express the "
+        "value, an empty text is stored in its place",
+        "WARNING kza: --domain_var '\u00c3\u00a4': the locale 'C' cannot "
+        "express the name, an empty text is stored in its place",
+        "WARNING kza: --domain_var '\u00c3\u00a4': the locale 'C' cannot "
+        "express the value, an empty text is stored in its place"};
+    EXPECT_EQ(host.Records("showkeys"), expected);
+
+    const CHost other(false);
+    Show(other, {"-d", "k="}, {}, plain);
+    Show(other, {"-d", "k=v"}, {}, plain);
+    Show(other, {"-d", "k=\u00e4"}, {});
+    EXPECT_EQ(other.Records("showkeys"), Words());
+}
+
+TEST(CommandLine, WordsWithoutEffectAreWarnedOf)
+{
+    const CHost host(false);
+    EXPECT_EQ(
+        Show(host, {"-d", "a=1", "stray", "--domain_var=b=2"}, {"a", "b"}),
+        "a=nil (nil)\nb=2 (string)\n");
+    const Words expected = {
+        "WARNING kza: --domain_var 'a=1' does not count, only the last one "
+        "does",
+        "WARNING kza: Only words after '--' reach the script, not these: "
+        "'stray'"};
+    EXPECT_EQ(host.Records("showkeys"), expected);
+}
+
 TEST(CommandLine, AnInvalidDomainVariableIsReportedAndIgnored)
 {
     const CHost host(false);

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "startup/UnusedWords.h"
+
+#include <wx/arrstr.h>
+#include <wx/cmdline.h>
+#include <wx/log.h>
+#include <wx/version.h>
+
+#include <algorithm>
+#include <map>
+
+namespace
+{
+
+#if wxCHECK_VERSION(3, 1, 0)
+
+void WarnOfReplacedValues(const wxCmdLineParser& parser)
+{
+    std::map<wxString, wxString> last; // value of each option so far
+    for (const wxCmdLineArg& word : parser.GetArguments())
+    {
+        if (word.GetKind() != wxCMD_LINE_OPTION)
+            continue;
+        const auto [option, isFirst] =
+            last.try_emplace(word.GetLongName(), word.GetStrVal());
+        if (isFirst)
+            continue;
+        wxLogWarning("--%s '%s' does not count, only the last one does",
+                     option->first, option->second);
+        option->second = word.GetStrVal();
+    }
+}
+
+#else
+
+// Older parsers remember the last value only.
+void WarnOfReplacedValues(const wxCmdLineParser& /*parser*/)
+{
+}
+
+#endif
+
+// The script gets what stands behind the first "--". These are the last of the
+// words that are no options, among which the parser counts no further "--".
+void WarnOfWordsThatTheScriptMisses(const wxCmdLineParser& parser,
+                                    const wxArrayString& words)
+{
+    const auto split = std::find(words.begin(), words.end(), "--");
+    const auto reached = static_cast<std::size_t>(std::count_if(
+        split, words.end(), [](const wxString& word) { return word != "--"; }));
+    wxString missed;
+    for (std::size_t i = 0; i + reached < parser.GetParamCount(); ++i)
+        missed += " '" + parser.GetParam(i) + "'";
+    if (!missed.empty())
+        wxLogWarning("Only words after '--' reach the script, not these:%s",
+                     missed);
+}
+
+} // namespace
+
+void WarnOfUnusedWords(const wxCmdLineParser& parser,
+                       const wxArrayString& words)
+{
+    WarnOfReplacedValues(parser);
+    WarnOfWordsThatTheScriptMisses(parser, words);
+}
