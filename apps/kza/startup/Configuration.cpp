@@ -5,7 +5,13 @@
 #include "kza_core/Dom.h"
 
 #include <wx/config.h>
+#include <wx/debug.h>
 #include <wx/fileconf.h>
+#include <wx/log.h>
+
+#include <functional>
+#include <map>
+#include <memory>
 
 namespace DomKey = KzaCore::DomKey;
 
@@ -14,6 +20,10 @@ namespace
 
 constexpr char kDefaultTrace[] = "Appl,Cmd,Srvc,kza.Heartbeat,"
                                  "kza.ListenThread,kza.PluginUtils";
+
+// The group of settings, and how the keys begin that no setting may set.
+constexpr char kGroup[] = "domain";
+constexpr char kOwnKeys[] = "app.";
 
 void ApplySqliteConfiguration(const wxConfigBase& config, KzaCore::CDom& dom)
 {
@@ -28,18 +38,102 @@ void ApplySqliteConfiguration(const wxConfigBase& config, KzaCore::CDom& dom)
     }
 }
 
+// The framework takes a group that comes twice in a file, and a line that is no
+// entry, for faults of the program: it would show a call stack.
+class CAssertionsOff
+{
+public:
+    CAssertionsOff() : m_before(wxSetAssertHandler(nullptr)) {}
+    ~CAssertionsOff() { wxSetAssertHandler(m_before); }
+
+    CAssertionsOff(const CAssertionsOff&) = delete;
+    CAssertionsOff& operator=(const CAssertionsOff&) = delete;
+
+private:
+    const wxAssertHandler_t m_before;
+};
+
+std::unique_ptr<wxFileConfig> Read(const wxString& application,
+                                   const wxString& vendor,
+                                   const SConfigurationFiles& files)
+{
+    const CAssertionsOff quiet;
+    const long local = files.local.empty() ? 0 : wxCONFIG_USE_LOCAL_FILE;
+    const long global = files.global.empty() ? 0 : wxCONFIG_USE_GLOBAL_FILE;
+    return std::make_unique<wxFileConfig>(application, vendor, files.local,
+                                          files.global, local | global,
+                                          wxConvAuto());
+}
+
+// --- Group [domain] --------------------------------------------------------
+
+void ForEachSetting(wxConfigBase& config,
+                    const std::function<void(const wxString& name)>& use)
+{
+    const wxConfigPathChanger inGroup(&config, wxString(kGroup) + "/");
+    wxString name;
+    long index = 0;
+    for (bool more = config.GetFirstEntry(name, index); more;
+         more = config.GetNextEntry(name, index))
+        use(name);
+}
+
+// The names of settings as a file writes them, by their lower case.
+std::map<wxString, wxString> NamesIn(const wxString& file)
+{
+    std::map<wxString, wxString> names;
+    const wxLogNull saidAlready;
+    ForEachSetting(*Read(wxString(), wxString(), {file, wxString()}),
+                   [&names](const wxString& name)
+                   { names[name.Lower()] = name; });
+    return names;
+}
+
+// Why an entry sets no key; empty when it does.
+wxString Objection(const wxString& name)
+{
+    const wxString lower = name.Lower();
+    if (lower.StartsWith(kOwnKeys) ||
+        lower == wxString(DomKey::kHeartbeatNow).Lower())
+        return "the agent sets this key itself";
+    if (name.empty() || name.Contains("/"))
+        return "a name is not empty and has no slash";
+    return wxString();
+}
+
 } // namespace
 
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
-                       const KzaCore::CDom& dom)
+                       const SConfigurationFiles& files)
 {
-    // The framework keeps the new one.
-    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
-    delete wxConfigBase::Set(new wxFileConfig(
-        application, vendor, dom.GetWxString(DomKey::kPathIni),
-        dom.GetWxString(DomKey::kPathIniGlobal),
-        wxCONFIG_USE_LOCAL_FILE | wxCONFIG_USE_GLOBAL_FILE, wxConvAuto()));
+    delete wxConfigBase::Set(Read(application, vendor, files).release());
+}
+
+void ApplySettings(const SConfigurationFiles& files,
+                   const std::string& stronger,
+                   KzaCore::CDom& dom)
+{
+    wxConfigBase& config = *wxConfigBase::Get();
+    if (!config.HasGroup(kGroup))
+        return;
+    // Of two files the framework keeps the name from the global one and the
+    // value from the local one.
+    std::map<wxString, wxString> localNames = NamesIn(files.local);
+    ForEachSetting(config,
+                   [&](const wxString& entry)
+                   {
+                       const auto local = localNames.find(entry.Lower());
+                       const wxString name =
+                           local == localNames.end() ? entry : local->second;
+                       const wxString objection = Objection(name);
+                       if (!objection.empty())
+                           wxLogWarning(
+                               "Setting '%s' of group [domain] is ignored: %s",
+                               name, objection);
+                       else if (std::string(name.utf8_str()) != stronger)
+                           dom.SetWx(name, config.Read(entry, ""));
+                   });
 }
 
 void ApplyConfiguration(const wxString& application,

@@ -7,26 +7,47 @@
 
 #pragma once
 
-class wxString;
+#include <wx/string.h>
+
+#include <string>
 
 namespace KzaCore
 {
 class CDom;
 } // namespace KzaCore
 
-/// Reads the files that `app.path.ini` and `app.path.ini.global` name and
-/// installs them as the process's configuration in the place of the one
-/// before. A file that is missing or cannot be read counts as empty.
+/// Where a configuration comes from.
+struct SConfigurationFiles
+{
+    wxString local;  ///< full path, wins over the global one; empty for none
+    wxString global; ///< full path
+};
+
+/// Reads the files and makes them the process's configuration in the place of
+/// the one before. One that is missing or cannot be read counts as empty.
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
-                       const KzaCore::CDom& dom);
+                       const SConfigurationFiles& files);
 
-/// Writes the keys that follow from the process's configuration:
-/// `app.fipsmode` where it has the entry "FIPSMode", `app.trace+`,
-/// `app.fulldump`, and the settings of SQLite.
+/// Sets a key of the domain for each entry of the group `[domain]`.
 ///
-/// \param application     Names the entry of an application other than the
-///                        agent itself that lists its trace components.
+/// Entries are the same whatever the case of their letters, keys are not: the
+/// key is written as the file does whose value counts. An entry for a key that
+/// the agent sets itself, or that the configuration cannot look up, is a
+/// warning and sets nothing.
+///
+/// \param files     Those of the process's configuration.
+/// \param stronger  The key that the command line has set, which keeps its
+///                  value; empty for none.
+void ApplySettings(const SConfigurationFiles& files,
+                   const std::string& stronger,
+                   KzaCore::CDom& dom);
+
+/// Writes the keys that follow from other entries: `app.fipsmode` where there
+/// is a "FIPSMode", `app.trace+`, `app.fulldump`, and the settings of SQLite.
+///
+/// \param application   Names the entry of an application other than the agent
+///                      itself that lists its trace components.
 /// \param isDefaultApp  True for the agent itself.
 void ApplyConfiguration(const wxString& application,
                         bool isDefaultApp,

@@ -11,6 +11,7 @@
 #include "startup/Configuration.h"
 #include "startup/DumpFile.h"
 #include "startup/Executable.h"
+#include "startup/HeldRecords.h"
 #include "startup/Options.h"
 #include "startup/UnusedWords.h"
 #include "startup/VendorDirectory.h"
@@ -22,6 +23,10 @@
 #include <wx/cmdline.h>
 #include <wx/filename.h>
 #include <wx/log.h>
+
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace DomKey = KzaCore::DomKey;
 
@@ -74,6 +79,7 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
 {
     const wxFileName executable = ExecutableFrom(argv[0]);
     const CCommandLine line(parser, *m_dom);
+    std::optional<CHeldRecords> held(std::in_place);
 
     line.ApplyName(executable, *this);
     m_isDefaultApp = GetAppName() == kDefaultName;
@@ -83,10 +89,15 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
     m_zipPath = line.ApplyLuaPaths();
     line.ApplyWorkingDirectory(executable);
     line.ApplyTrace();
-    (void)line.ApplyDomainVariable();
+    const std::string variable = line.ApplyDomainVariable();
     m_unitTestScript = line.ApplyUnitTest();
 
-    OpenConfiguration(GetAppName(), GetVendorName(), *m_dom);
+    const SConfigurationFiles files = {
+        m_dom->GetWxString(DomKey::kPathIni),
+        m_dom->GetWxString(DomKey::kPathIniGlobal)};
+    OpenConfiguration(GetAppName(), GetVendorName(), files);
+    ApplySettings(files, variable, *m_dom);
+    held.reset();
     ApplyConfiguration(GetAppName(), m_isDefaultApp, *m_dom);
     KzaCore::CSqliteDatabase::InitializeSQLite(*m_dom);
 

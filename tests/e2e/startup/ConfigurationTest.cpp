@@ -153,6 +153,69 @@ TEST(Configuration, AnyOtherDumpLevelIsTrue)
     }
 }
 
+TEST(Configuration, SettingsYieldToTheCommandLine)
+{
+    const CHost host(false);
+    WriteIni(host, "[domain]\na=local\nb=local\n");
+    WriteFile(host.File("global"), "[domain]\nb=global\nc=global\n");
+    host.AddModule("showkeys", kShowKeys);
+    EXPECT_EQ(Show(host, {"-d", "a=given"}, {"a", "b", "c"}),
+              "a=given (string)\nb=local (string)\nc=nil (nil)\n");
+    EXPECT_EQ(Show(host, {"-d", "app.path.ini.global=" + host.File("global")},
+                   {"a", "b", "c"}),
+              "a=local (string)\nb=local (string)\nc=global (string)\n");
+    EXPECT_EQ(host.Records("showkeys"), std::vector<std::string>());
+}
+
+TEST(Configuration, SettingsForTheAgentsOwnKeysAreWarnedOf)
+{
+    const CHost host(false);
+    WriteIni(host, "[domain]\napp.path.work=/\nApp.Trace=Appl\n"
+                   "kza.HeartbeatNow=1\n");
+    EXPECT_EQ(
+        Show(host, {},
+             {"app.path.work", "app.trace", "App.Trace", "kza.HeartbeatNow"}),
+        "app.path.work=" + host.Work() + " (string)\n" +
+            "app.trace=nil (nil)\nApp.Trace=nil (nil)\n"
+            "kza.HeartbeatNow=nil (nil)\n");
+    const std::string rest =
+        "' of group [domain] is ignored: the agent sets this key itself";
+    const std::vector<std::string> expected = {
+        "WARNING kza: Setting 'app.path.work" + rest,
+        "WARNING kza: Setting 'App.Trace" + rest,
+        "WARNING kza: Setting 'kza.HeartbeatNow" + rest};
+    EXPECT_EQ(host.Records("showkeys"), expected);
+}
+
+// Rotation would move the old content away.
+TEST(Configuration, SettingsOfTheLogHoldForTheFirstRecord)
+{
+    const CHost host(false);
+    const std::string old(11 * 1024 * 1024, 'x');
+    WriteFile(host.File("work/log/showkeys.log"), old + "\n");
+    WriteIni(host, "no entry\n[domain]\nlog.maxsize=0\n");
+    Show(host, {"-d", "app.name=showkeys", "-d", "a=1"}, {});
+    EXPECT_FALSE(FileExists(host.File("work/log/showkeys.log.1")));
+    const std::vector<std::string> expected = {
+        "", // the old content
+        "ERROR wx: file '" + host.File("work/kz_agent.ini") +
+            "', line 1: '=' expected.",
+        "WARNING kza: --domain_var 'app.name=showkeys' does not count, only "
+        "the last one does"};
+    EXPECT_EQ(host.Records("showkeys"), expected);
+}
+
+TEST(Configuration, AGroupThatComesTwiceIsNoFault)
+{
+    const CHost host(false);
+    WriteIni(host, "[domain]\na=1\n[other]\nx=1\n[domain]\nb=2\n");
+    const SProcessResult result = host.RunTool(
+        "twice",
+        "return {main = function() print(dom:Get('a'), dom:Get('b')) end}");
+    EXPECT_EQ(result.out, "1\t2\n");
+    EXPECT_EQ(result.err, "");
+}
+
 std::string Utf16(const std::string& ascii)
 {
     std::string text = "\xFF\xFE";
