@@ -33,9 +33,8 @@ KZA_API void Initialize();
 /// \param root  Directory of the installation, above its libraries.
 ///
 /// \return 0, else the first error: kFipsNotSupported where there is no
-/// provider
-///         to load. What an error leaves in force must not be worked with,
-///         unless it is that one.
+///         provider to load. What an error leaves in force must not be worked
+///         with, unless it is that one.
 [[nodiscard]] KZA_API unsigned long EnterFips(const std::string& root);
 
 /// The text of an error code.

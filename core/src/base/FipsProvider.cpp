@@ -15,7 +15,6 @@
 #include "base/FipsProvider.h"
 
 #include "base/OpenSSLLine.h"
-#include "kza_core/OpenSSLCompat.h"
 
 #ifdef KZA_OPENSSL_HAS_PROVIDERS
 
@@ -231,7 +230,8 @@ bool Enter(const CConfigurationFile& file)
 
 } // namespace
 
-unsigned long EnterFipsByProvider(const std::string& root)
+unsigned long EnterFipsByProvider(const std::string& root,
+                                  unsigned long noModule)
 {
     ERR_clear_error();
     const std::string modules = FindModules(root);
@@ -249,7 +249,7 @@ unsigned long EnterFipsByProvider(const std::string& root)
     const unsigned long error = ERR_get_error();
     ReleaseFipsProvider();
     if (isMissing)
-        return OpenSSLCompat::kFipsNotSupported;
+        return noModule;
     // A module may say no without a word.
     return error != 0
                ? error

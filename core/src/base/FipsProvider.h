@@ -16,12 +16,13 @@ namespace KzaCore
 /// Finds the module and its configuration, loads both, and makes the module's
 /// algorithms the default ones.
 ///
-/// \param root  Directory of the installation, above its libraries.
+/// \param root      Directory of the installation, above its libraries.
+/// \param noModule  The error where there is no module.
 ///
-/// \return 0; OpenSSLCompat::kFipsNotSupported where there is no module; else
-///         the first error, which names what the module or the configuration
-///         is refused for.
-[[nodiscard]] unsigned long EnterFipsByProvider(const std::string& root);
+/// \return 0; `noModule`; else the first error, which names what the module or
+///         the configuration is refused for.
+[[nodiscard]] unsigned long EnterFipsByProvider(const std::string& root,
+                                                unsigned long noModule);
 
 /// Leaves FIPS mode. Nothing of OpenSSL may be in use any more.
 void ReleaseFipsProvider();

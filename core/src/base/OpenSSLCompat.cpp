@@ -37,7 +37,7 @@ void Initialize()
 
 unsigned long EnterFips(const std::string& root)
 {
-    return EnterFipsByProvider(root);
+    return EnterFipsByProvider(root, kFipsNotSupported);
 }
 
 std::string ErrorText(unsigned long code)
