@@ -13,7 +13,8 @@ add_compile_options(
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wcast-align -Wformat=2
   -Wundef -Wvla -fno-omit-frame-pointer
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
-  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
 
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT KZA_SANITIZE)
   add_compile_options(

@@ -71,7 +71,7 @@ void CPieceWriter::Join()
     if (!m_thread.joinable())
         return;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         m_isLast = true;
     }
     m_changed.notify_all();
@@ -81,8 +81,9 @@ void CPieceWriter::Join()
 unsigned char* CPieceWriter::NextPiece()
 {
     const SPiece& piece = m_pieces[m_next];
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [&] { return !piece.isFull || m_failed; });
+    CLock lock(m_mutex);
+    m_changed.wait(lock.ForWait(), [&]() KZA_REQUIRES(m_mutex)
+                   { return !piece.isFull || m_failed; });
     return m_failed ? nullptr : piece.bytes;
 }
 
@@ -93,11 +94,13 @@ void CPieceWriter::Write(std::size_t size)
     piece.size = size;
     if (!m_thread.joinable())
     {
-        m_failed = !WritePiece(piece);
+        const bool isWritten = WritePiece(piece);
+        const CLock lock(m_mutex);
+        m_failed = !isWritten;
         return;
     }
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         piece.isFull = true;
     }
     m_changed.notify_all();
@@ -106,6 +109,7 @@ void CPieceWriter::Write(std::size_t size)
 bool CPieceWriter::Finish(std::uint32_t& crc, std::string& error)
 {
     Join();
+    const CLock lock(m_mutex);
     crc = m_crc;
     if (m_failed)
         error = m_error;
@@ -125,14 +129,15 @@ void CPieceWriter::Run()
     {
         SPiece& piece = m_pieces[turn];
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait(lock, [&] { return piece.isFull || m_isLast; });
+            CLock lock(m_mutex);
+            m_changed.wait(lock.ForWait(), [&]() KZA_REQUIRES(m_mutex)
+                           { return piece.isFull || m_isLast; });
             if (!piece.isFull)
                 return;
         }
         const bool isWritten = WritePiece(piece);
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const CLock lock(m_mutex);
             piece.isFull = false;
             m_failed = !isWritten;
         }

@@ -9,10 +9,11 @@
 
 #pragma once
 
+#include "base/Mutex.h"
+
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -71,10 +72,10 @@ private:
     SPiece m_pieces[2];
     int m_next = 0; // the piece to be filled next
 
-    std::mutex m_mutex;
+    CMutex m_mutex;
     std::condition_variable m_changed;
-    bool m_isLast = false; // guarded by m_mutex
-    bool m_failed = false; // guarded by m_mutex
+    bool m_isLast KZA_GUARDED_BY(m_mutex) = false;
+    bool m_failed KZA_GUARDED_BY(m_mutex) = false;
 
     // The helper's until it has been joined.
     std::uint32_t m_crc = 0;

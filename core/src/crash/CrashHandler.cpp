@@ -5,6 +5,7 @@
 
 #include "kza_core/CrashHandler.h"
 
+#include "base/Mutex.h"
 #include "base/ProcessAlive.h"
 #include "crash/CrashPlan.h"
 #include "crash/CrashText.h"
@@ -16,7 +17,6 @@
 #include <wx/log.h>
 
 #include <charconv>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -30,14 +30,14 @@ namespace KzaCore
 namespace
 {
 
-std::mutex s_versionMutex;
-std::string s_version; // guarded by s_versionMutex
+CMutex s_versionMutex;
+std::string s_version KZA_GUARDED_BY(s_versionMutex);
 
 // The version is in the dumps that are armed afterwards.
 void RefreshVersion(const CDom* root)
 {
     const std::string version = root ? root->Get(DomKey::kVersion) : "";
-    const std::lock_guard<std::mutex> lock(s_versionMutex);
+    const CLock lock(s_versionMutex);
     if (!version.empty())
         s_version = version;
 }
@@ -58,7 +58,7 @@ CCrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
     Keep(plan.fileName, dump.GetFullName().fn_str());
     Keep(plan.application, appName.utf8_str());
     plan.full = full;
-    const std::lock_guard<std::mutex> lock(s_versionMutex);
+    const CLock lock(s_versionMutex);
     Keep(plan.version, s_version.c_str());
     return plan;
 }

@@ -81,17 +81,17 @@ struct CDomStore::CIndex final : CRetirable
 class CDomStore::CWaiting
 {
 public:
-    CWaiting(std::mutex& mutex, CNode& node, CWakeUp& thread)
+    CWaiting(CMutex& mutex, CNode& node, CWakeUp& thread)
         : m_mutex(mutex), m_node(node), m_thread(thread)
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         m_node.waiters.push_back(&m_thread);
         m_node.waiting.store(m_node.waiters.size(), std::memory_order_seq_cst);
     }
 
     ~CWaiting()
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         auto& waiters = m_node.waiters;
         waiters.erase(std::find(waiters.begin(), waiters.end(), &m_thread));
         m_node.waiting.store(waiters.size(), std::memory_order_seq_cst);
@@ -101,7 +101,7 @@ public:
     CWaiting& operator=(const CWaiting&) = delete;
 
 private:
-    std::mutex& m_mutex;
+    CMutex& m_mutex;
     CNode& m_node;
     CWakeUp& m_thread;
 };
@@ -158,7 +158,7 @@ std::vector<std::string> CDomStore::Keys(std::string_view prefix) const
     std::vector<std::string> keys;
     {
         // What was true at one instant; a walk beside writers would not be.
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         for (const auto& slot : Load(m_index)->slots)
         {
             const CNode* const node = Load(slot);
@@ -243,13 +243,13 @@ bool CDomStore::Replace(std::string_view key,
 // Under a guard.
 void CDomStore::Insert(std::string_view key, std::uint64_t hash, ValuePtr value)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    CLock lock(m_mutex);
     CNode& node = FindOrAdd(key, hash);
     const CDomValue* const old =
         node.value.exchange(value.release(), std::memory_order_seq_cst);
     if (old == nullptr && !node.pinned)
         --m_removed;
-    lock.unlock();
+    lock.Unlock();
     Announce(node, old);
 }
 
@@ -257,7 +257,7 @@ void CDomStore::Insert(std::string_view key, std::uint64_t hash, ValuePtr value)
 bool CDomStore::Unset(std::string_view key)
 {
     const CEpochGuard guard;
-    std::unique_lock<std::mutex> lock(m_mutex);
+    CLock lock(m_mutex);
     CNode* const node = Find(Load(m_index), key, HashBytes(key));
     if (node == nullptr || Load(node->value) == nullptr)
         return false;
@@ -267,7 +267,7 @@ bool CDomStore::Unset(std::string_view key)
         ++m_removed;
     if (m_removed > kFewRemoved && m_removed > m_nodes / 2)
         Rebuild();
-    lock.unlock();
+    lock.Unlock();
     Announce(*node, old);
     return true;
 }
@@ -283,7 +283,7 @@ void CDomStore::Announce(CNode& node, const CDomValue* old)
     node.generation.fetch_add(1, std::memory_order_seq_cst);
     if (node.waiting.load(std::memory_order_seq_cst) == 0)
         return;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CLock lock(m_mutex);
     for (CWakeUp* const thread : node.waiters)
         thread->Notify();
 }
@@ -307,7 +307,7 @@ CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
 // Keeps the key's node from now on.
 CDomStore::CNode& CDomStore::Pin(std::string_view key)
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CLock lock(m_mutex);
     CNode& node = FindOrAdd(key, HashBytes(key));
     if (!node.pinned && Load(node.value) == nullptr)
         --m_removed;

@@ -14,6 +14,7 @@
 #pragma once
 
 #include "base/Hash.h"
+#include "base/Mutex.h"
 #include "domain/Epoch.h"
 #include "domain/SameKey.h"
 
@@ -22,7 +23,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -104,8 +104,8 @@ private:
         alignas(64) std::atomic<const CDomValue*> value{nullptr}; // null: unset
         std::atomic<std::uint64_t> generation{0}; // counts changes
         std::atomic<std::size_t> waiting{0};      // how many waiters
-        std::vector<CWakeUp*> waiters;            // guarded by m_mutex
-        bool pinned = false;                      // guarded by m_mutex
+        std::vector<CWakeUp*> waiters; // guarded by the store's m_mutex
+        bool pinned = false;           // guarded by the store's m_mutex
     };
 
     struct CIndex;
@@ -133,18 +133,19 @@ private:
     void Insert(std::string_view key, std::uint64_t hash, ValuePtr value);
     bool Unset(std::string_view key);
     void Announce(CNode& node, const CDomValue* old);
-    CNode& FindOrAdd(std::string_view key, std::uint64_t hash);
+    CNode& FindOrAdd(std::string_view key, std::uint64_t hash)
+        KZA_REQUIRES(m_mutex);
     CNode& Pin(std::string_view key);
-    void Rebuild();
+    void Rebuild() KZA_REQUIRES(m_mutex);
 
     const CDom* const m_root;
     std::atomic<CIndex*> m_index;
 
     // Guards what follows, which keys are set, and who waits. Away from what
     // readers read.
-    alignas(64) mutable std::mutex m_mutex;
-    std::size_t m_nodes = 0;   // in the index
-    std::size_t m_removed = 0; // of these, unset and not pinned
+    alignas(64) mutable CMutex m_mutex;
+    std::size_t m_nodes KZA_GUARDED_BY(m_mutex) = 0;   // in the index
+    std::size_t m_removed KZA_GUARDED_BY(m_mutex) = 0; // unset, not pinned
 };
 
 } // namespace KzaCore

@@ -2,10 +2,10 @@
 
 #include "kza_core/KeyFollower.h"
 
+#include "base/Mutex.h"
 #include "domain/KeyFollowers.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 namespace KzaCore
@@ -16,7 +16,7 @@ namespace
 
 // Held while a follower is called: no follower goes away meanwhile, and what a
 // call shows is never older than what the call before it showed.
-std::mutex s_mutex;
+CMutex s_mutex;
 
 // The list of followers. Changed under s_mutex; compared with null without it,
 // so that the writers of a process without followers take no lock.
@@ -27,7 +27,7 @@ std::atomic<CKeyFollower*> s_first{nullptr};
 CKeyFollower::CKeyFollower(const CDom& root, std::string key, ValueCB value)
     : m_key(std::move(key)), m_value(std::move(value))
 {
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     m_next = s_first;
     // In the list before it reads: a change from here on is told.
     s_first = this;
@@ -36,7 +36,7 @@ CKeyFollower::CKeyFollower(const CDom& root, std::string key, ValueCB value)
 
 CKeyFollower::~CKeyFollower()
 {
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     if (s_first == this)
     {
         s_first = m_next;
@@ -52,7 +52,7 @@ void NotifyKeyFollowers(const CDom& root, std::string_view key)
 {
     if (s_first == nullptr)
         return;
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     for (auto* follower = s_first.load(); follower; follower = follower->m_next)
         if (follower->m_key == key)
             follower->m_value(root.Value(follower->m_key));

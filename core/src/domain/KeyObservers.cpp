@@ -2,9 +2,10 @@
 
 #include "domain/KeyObservers.h"
 
+#include "base/Mutex.h"
+
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -16,8 +17,8 @@ namespace
 // before this source's constructors would run. Every call of a refresh function
 // holds the lock: without turns, an older state of a key could be put to use
 // after a newer one.
-std::mutex s_mutex;
-const CDom* s_root = nullptr; // guarded by s_mutex
+CMutex s_mutex;
+const CDom* s_root KZA_GUARDED_BY(s_mutex) = nullptr;
 
 // Newest first. Grows under s_mutex and is read without it, so that a write to
 // a key that nothing follows takes no lock.
@@ -32,7 +33,7 @@ const CKeyObserver* Newest()
 
 void CKeyObserver::Register() noexcept
 {
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     m_next = Newest();
     s_newest.store(this, std::memory_order_release);
     if (s_root != nullptr)
@@ -46,7 +47,7 @@ bool CKeyObserver::Follows(std::string_view key) const
 
 bool ClaimRoot(const CDom& dom)
 {
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     if (s_root == nullptr)
         s_root = &dom;
     return s_root == &dom;
@@ -54,7 +55,7 @@ bool ClaimRoot(const CDom& dom)
 
 void AbandonRoot(const CDom& dom)
 {
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    const CLock lock(s_mutex);
     if (s_root != &dom)
         return;
     s_root = nullptr;
@@ -68,7 +69,7 @@ void NotifyKeyObservers(const CDom& root, std::string_view key)
     {
         if (!observer->Follows(key))
             continue;
-        const std::lock_guard<std::mutex> lock(s_mutex);
+        const CLock lock(s_mutex);
         observer->Refresh(&root);
     }
 }

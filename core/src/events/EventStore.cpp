@@ -3,6 +3,7 @@
 #include "events/EventStore.h"
 
 #include "base/Bytes.h"
+#include "base/Mutex.h"
 #include "events/EventDatabase.h"
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
@@ -12,7 +13,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -25,8 +25,8 @@ constexpr char kFileName[] = "/events.db";
 // The one connection of the process.
 struct SStore
 {
-    std::mutex mutex; // guards the rest
-    CEventDatabase database;
+    CMutex mutex;
+    CEventDatabase database KZA_GUARDED_BY(mutex);
 };
 
 // Never destroyed: a process that ends by exit() on one thread may have
@@ -76,7 +76,7 @@ std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event)
     }
     const std::string path = work + kFileName;
     SStore& store = Store();
-    const std::lock_guard<std::mutex> lock(store.mutex);
+    const CLock lock(store.mutex);
     CEventDatabase& database = store.database;
     std::int64_t id = database.Open(path) ? database.Insert(event) : 0;
     if (id != 0)
@@ -101,7 +101,7 @@ bool ReadEvents(const CDom& dom,
     if (work.empty() || (lstat(path.c_str(), &status) != 0 && errno == ENOENT))
         return true;
     SStore& store = Store();
-    const std::lock_guard<std::mutex> lock(store.mutex);
+    const CLock lock(store.mutex);
     CEventDatabase& database = store.database;
     if (database.Open(path) && database.Select(afterId, limit, events))
         return true;
@@ -112,7 +112,7 @@ bool ReadEvents(const CDom& dom,
 void CloseEventStore()
 {
     SStore& store = Store();
-    const std::lock_guard<std::mutex> lock(store.mutex);
+    const CLock lock(store.mutex);
     store.database.Close();
 }
 
