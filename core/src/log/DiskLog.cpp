@@ -1,4 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The states of the log, and what leads from one to the next. A record takes
+// the way of the present state, under the lock.
+//
+//   Early   The place of the file is not known. Accept() keeps the line in
+//           m_early.
+//     -> Placed  Configure() brings a place.
+//     -> end     PrintEarly() shows the lines on standard error at the end of
+//                the process.
+//   Placed  WriteRecord() appends the line to the file and repeats it on
+//           standard error where the settings ask for that.
+//     -> Losing  AppendLine() meets an error: the disk is full, the file cannot
+//                be opened. CountLost() counts the line.
+//   Losing  m_lost lines are missing. Before each line ReportLost() tries to
+//           append their number; while that fails, the line is lost as well.
+//     -> Placed  The number is in the file.
+//
+// Early lines come first: WriteEarly() writes them as soon as the file can be
+// opened, which may be some records after Configure(). A file that cannot be
+// opened is said on standard error, once for each place and each time that the
+// number of lost lines could be written in between.
+//
+// A signal handler may log while its thread is inside the log, with the lock
+// held or not. Such a record takes the way of WriteInHandler(): one system
+// call, without the lock and without any of the state above.
 
 #include "log/DiskLog.h"
 
@@ -6,13 +31,10 @@
 #include "base/Error.h"
 #include "base/WholeTransfer.h"
 
-#include <wx/log.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <ctime>
 
-#include <pthread.h>
 #include <unistd.h>
 
 namespace KzaCore
@@ -20,10 +42,6 @@ namespace KzaCore
 
 namespace
 {
-
-// What is kept while the file's place is unknown: start-up makes a handful.
-constexpr std::size_t kMostKept = 1000;
-constexpr std::size_t kMostKeptBytes = 256 * 1024;
 
 // True while the thread is inside the log.
 thread_local volatile bool t_inside = false;
@@ -37,8 +55,8 @@ public:
     CInside& operator=(const CInside&) = delete;
 };
 
-// Where a failure cannot be told to anybody.
-void Put(int file, std::string_view text)
+// A failure cannot be told anywhere.
+void WriteUnchecked(int file, std::string_view text)
 {
     static_cast<void>(WriteWhole(file, text.data(), text.size()));
 }
@@ -58,143 +76,102 @@ std::string FileName(const std::string& appName)
     return name;
 }
 
-void BeforeForkCB()
-{
-    ProcessLog().BeforeFork();
-    HoldTimeZone();
-}
-
-void AfterForkInParentCB()
-{
-    ReleaseTimeZone();
-    ProcessLog().AfterForkInParent();
-}
-
-void AfterForkInChildCB()
-{
-    ReleaseTimeZone();
-    ProcessLog().AfterForkInChild();
-}
-
-void OnExitCB()
-{
-    ProcessLog().FlushKept();
-}
-
-CDiskLog* MakeProcessLog()
-{
-    pthread_atfork(BeforeForkCB, AfterForkInParentCB, AfterForkInChildCB);
-    static_cast<void>(std::atexit(OnExitCB));
-    return new CDiskLog;
-}
-
 } // namespace
-
-CDiskLog& ProcessLog()
-{
-    static CDiskLog* const log = MakeProcessLog();
-    return *log;
-}
 
 void CDiskLog::Configure(const LogSettings& settings)
 {
     const bool hasPlace =
         !settings.workDir.empty() && !settings.appName.empty();
     const CInside inside;
-    const std::lock_guard guard(m_lock);
-    if (m_placeKnown && !hasPlace)
+    const CLock lock(m_mutex);
+    if (m_hasPlace && !hasPlace)
         return;
-    const auto keep = std::min(settings.keep, LogSettings::kMostKept);
-    m_file.SetLimits(settings.maxSize, static_cast<int>(keep));
+    const auto oldFiles =
+        std::min(settings.oldFiles, LogSettings::kMostOldFiles);
+    m_file.SetLimits(settings.maxSize, static_cast<int>(oldFiles));
     m_console = settings.console;
     if (!hasPlace)
         return;
     m_appName = settings.appName;
     m_file.SetPlace(settings.workDir + "/log", FileName(settings.appName));
-    m_placeKnown = true;
-    m_complained = false;
-    WriteKept();
+    m_hasPlace = true;
+    m_hasComplained = false;
+    WriteEarly();
 }
 
 void CDiskLog::Write(const LogEntry& entry)
 {
     if (t_inside)
     {
-        const CLogLine line(entry, CLogLine::EStamp::Cached);
-        Put(m_file.IsOpen() ? m_file.Descriptor() : STDERR_FILENO, line.Text());
+        WriteInHandler(entry);
         return;
     }
     const CInside inside;
     const CLogLine line(entry);
-    const std::lock_guard guard(m_lock);
+    const CLock lock(m_mutex);
     if (line.Text().empty())
-        Lose(ENOMEM);
+        CountLost(ENOMEM);
     else
-        Deliver(line.Text(), entry.console);
+        Accept(line.Text(), entry.console);
 }
 
-void CDiskLog::Deliver(std::string_view line, EConsole console)
+// Of the guarded state, reads the number of the file's descriptor alone, which
+// is atomic.
+void CDiskLog::WriteInHandler(const LogEntry& entry) KZA_UNCHECKED_LOCKS
 {
-    if (!m_placeKnown)
+    const CLogLine line(entry, CLogLine::EStamp::Cached);
+    const int file = m_file.Descriptor();
+    WriteUnchecked(file >= 0 ? file : STDERR_FILENO, line.Text());
+}
+
+void CDiskLog::Accept(std::string_view line, EConsole console)
+{
+    if (!m_hasPlace)
     {
-        Keep(line, console);
+        m_early.Add(line, console);
         return;
     }
-    WriteKept();
-    WriteOut(line, console);
+    WriteEarly();
+    WriteRecord(line, console);
 }
 
-void CDiskLog::Keep(std::string_view line, EConsole console)
+void CDiskLog::WriteEarly()
 {
-    // The first ones tell more about a start that fails than the last.
-    if (m_kept.size() == kMostKept ||
-        m_keptBytes + line.size() > kMostKeptBytes)
-    {
-        ++m_dropped;
-        return;
-    }
-    m_kept.push_back({std::string(line), console});
-    m_keptBytes += line.size();
-}
-
-void CDiskLog::WriteKept()
-{
-    if (m_kept.empty())
+    if (m_early.Records().empty())
         return;
     const std::time_t now = std::time(nullptr);
-    if (const int error = m_file.Prepare(now))
+    if (const int error = m_file.EnsureOpen(now))
     {
-        Complain(error); // and keep them
+        ComplainOnce(error);
         return;
     }
-    for (const SKept& kept : m_kept)
-        Append(kept.line, kept.console, now);
-    m_kept = {};
-    m_keptBytes = 0;
-    if (m_dropped > 0)
-        Warn(Records(m_dropped) + " made before the log's place was known "
-                                  "could not be kept",
-             now);
-    m_dropped = 0;
+    for (const CEarlyRecords::SRecord& record : m_early.Records())
+        AppendLine(record.line, record.console, now);
+    if (m_early.Refused() > 0)
+        WriteWarning(Records(m_early.Refused()) +
+                         " made before the log's place was known could not be "
+                         "kept",
+                     now);
+    m_early.Clear();
 }
 
-void CDiskLog::WriteOut(std::string_view line, EConsole console)
+void CDiskLog::WriteRecord(std::string_view line, EConsole console)
 {
     const std::time_t now = std::time(nullptr);
-    if (m_lost > 0 && !TellLost(now))
+    if (m_lost > 0 && !ReportLost(now))
     {
-        Lose(m_lostError);
-        Repeat(line, console);
+        CountLost(m_lostError);
+        RepeatOnConsole(line, console);
         return;
     }
-    Append(line, console, now);
+    AppendLine(line, console, now);
     if (const int reason = m_file.TakeRotationError())
-        Warn("Unable to rotate the log: " +
-                 TextOfBytes(SystemErrorText(reason)),
-             now);
+        WriteWarning("Unable to rotate the log: " +
+                         TextOfBytes(SystemErrorText(reason)),
+                     now);
 }
 
-bool CDiskLog::TellLost(std::time_t now)
+bool CDiskLog::ReportLost(std::time_t now)
 {
     const wxString text =
         Records(m_lost) + " lost: " + TextOfBytes(SystemErrorText(m_lostError));
@@ -205,72 +182,73 @@ bool CDiskLog::TellLost(std::time_t now)
         return false;
     }
     m_lost = 0;
-    m_complained = false;
-    Repeat(line.Text(), EConsole::Repeat);
+    m_hasComplained = false;
+    RepeatOnConsole(line.Text(), EConsole::Repeat);
     return true;
 }
 
-void CDiskLog::Warn(const wxString& text, std::time_t now)
+void CDiskLog::WriteWarning(const wxString& text, std::time_t now)
 {
     const CLogLine line({ELogLevel::Warning, {}, CharactersOf(text), now});
-    Append(line.Text(), EConsole::Repeat, now);
+    AppendLine(line.Text(), EConsole::Repeat, now);
 }
 
-void CDiskLog::Append(std::string_view line, EConsole console, std::time_t now)
+void CDiskLog::AppendLine(std::string_view line,
+                          EConsole console,
+                          std::time_t now)
 {
     if (const int error = m_file.Append(line, now))
-        Lose(error);
-    Repeat(line, console);
+        CountLost(error);
+    RepeatOnConsole(line, console);
 }
 
-void CDiskLog::Repeat(std::string_view line, EConsole console) const
+void CDiskLog::RepeatOnConsole(std::string_view line, EConsole console) const
 {
     if (m_console && console == EConsole::Repeat)
-        Put(STDERR_FILENO, line);
+        WriteUnchecked(STDERR_FILENO, line);
 }
 
-void CDiskLog::Lose(int error)
+void CDiskLog::CountLost(int error)
 {
     ++m_lost;
     m_lostError = error;
-    if (m_placeKnown && !m_file.IsOpen())
-        Complain(error);
+    if (m_hasPlace && !m_file.IsOpen())
+        ComplainOnce(error);
 }
 
-void CDiskLog::Complain(int error)
+void CDiskLog::ComplainOnce(int error)
 {
-    if (m_complained)
+    if (m_hasComplained)
         return;
-    m_complained = true;
-    Put(STDERR_FILENO, m_appName + ": cannot write the log " + m_file.Path() +
-                           ": " + SystemErrorText(error) + "\n");
+    m_hasComplained = true;
+    WriteUnchecked(STDERR_FILENO, m_appName + ": cannot write the log " +
+                                      m_file.Path() + ": " +
+                                      SystemErrorText(error) + "\n");
 }
 
-void CDiskLog::FlushKept()
+void CDiskLog::PrintEarly()
 {
     // A signal handler that calls exit() may have interrupted this very thread
     // while it held the lock; waiting for the lock would never end then.
     if (t_inside)
         return;
     const CInside inside;
-    const std::unique_lock guard(m_lock, std::try_to_lock);
-    if (!guard.owns_lock())
+    if (!m_mutex.TryLock())
         return;
-    for (const SKept& kept : m_kept)
-        if (kept.console == EConsole::Repeat)
-            Put(STDERR_FILENO, kept.line);
-    m_kept.clear();
+    for (const CEarlyRecords::SRecord& record : m_early.Records())
+        if (record.console == EConsole::Repeat)
+            WriteUnchecked(STDERR_FILENO, record.line);
+    m_early.Clear();
+    m_mutex.Unlock();
 }
 
 void CDiskLog::AfterForkInChild()
 {
-    // The parent writes what is kept, and owns up to what is lost.
-    m_kept.clear();
-    m_keptBytes = 0;
-    m_dropped = 0;
+    // The parent writes its early records and reports its losses itself.
+    m_early.Clear();
     m_lost = 0;
     ForgetLogIdentity();
-    m_lock.unlock();
+    m_mutex.Unlock();
 }
 
 } // namespace KzaCore

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The one sink of the process's log records, behind CLog2Disk, LogToDisk() and
-// LogTrace().
+// The sink of log records: what becomes of a record when there is no file yet,
+// when the file cannot be written, and when the process ends or forks.
 //
 // Records made before the place of the file is known are kept and written
 // first; when the process ends before that, they go to standard error unless
@@ -15,15 +15,15 @@
 
 #pragma once
 
+#include "base/Mutex.h"
+#include "log/EarlyRecords.h"
 #include "log/LogFile.h"
 #include "log/LogLine.h"
 
 #include <wx/string.h>
 
 #include <cstdint>
-#include <mutex>
 #include <string>
-#include <vector>
 
 namespace KzaCore
 {
@@ -32,14 +32,14 @@ namespace KzaCore
 struct LogSettings
 {
     static constexpr std::int64_t kDefaultMaxSize = 10 * 1024 * 1024;
-    static constexpr std::int64_t kDefaultKeep = 5;
-    static constexpr std::int64_t kMostKept = 999;
+    static constexpr std::int64_t kDefaultOldFiles = 5;
+    static constexpr std::int64_t kMostOldFiles = 999;
 
     std::string workDir; // the file is <workDir>/log/<appName>.log; a slash
     std::string appName; // in the name is shown as `_`
-    std::int64_t maxSize = kDefaultMaxSize; // bytes, 0 for no end
-    std::int64_t keep = kDefaultKeep;       // older files
-    bool console = false;                   // repeat on standard error
+    std::int64_t maxSize = kDefaultMaxSize;   // bytes, 0 for no end
+    std::int64_t oldFiles = kDefaultOldFiles; // kept beside the file
+    bool console = false;                     // repeat on standard error
 };
 
 class CDiskLog
@@ -51,57 +51,54 @@ public:
 
     /// Takes new settings. Once the place is known, settings without one
     /// change nothing: the domain is gone and the process about to end.
-    void Configure(const LogSettings& settings);
+    void Configure(const LogSettings& settings) KZA_EXCLUDES(m_mutex);
 
     /// Writes one entry. It is on its way to the file when this returns.
-    void Write(const LogEntry& entry);
+    void Write(const LogEntry& entry) KZA_EXCLUDES(m_mutex);
 
-    /// Gives up on the file for the records kept so far: they go to standard
-    /// error. Made for the end of the process, which a signal handler may bring
-    /// about anywhere: it waits for no lock, and while a thread is inside the
-    /// log it does nothing.
-    void FlushKept();
+    /// Gives up on the file for the early records: they go to standard error.
+    /// Made for the end of the process, which a signal handler may bring about
+    /// anywhere: it waits for no lock, and while a thread is inside the log it
+    /// does nothing.
+    void PrintEarly() KZA_EXCLUDES(m_mutex);
 
-    // Around a fork: nobody may be inside the log.
-    void BeforeFork() { m_lock.lock(); }
-    void AfterForkInParent() { m_lock.unlock(); }
-    void AfterForkInChild();
+    // Around a fork, no thread may be inside the log.
+    void BeforeFork() KZA_ACQUIRE(m_mutex) { m_mutex.Lock(); }
+    void AfterForkInParent() KZA_RELEASE(m_mutex) { m_mutex.Unlock(); }
+    void AfterForkInChild() KZA_RELEASE(m_mutex);
 
 private:
-    struct SKept
-    {
-        std::string line;
-        EConsole console;
-    };
+    void WriteInHandler(const LogEntry& entry);
 
-    void Deliver(std::string_view line, EConsole console);
-    void Keep(std::string_view line, EConsole console);
-    void WriteKept();
-    void WriteOut(std::string_view line, EConsole console);
-    bool TellLost(std::time_t now);
-    void Warn(const wxString& text, std::time_t now);
-    void Append(std::string_view line, EConsole console, std::time_t now);
-    void Repeat(std::string_view line, EConsole console) const;
-    void Lose(int error);
-    void Complain(int error);
+    void Accept(std::string_view line, EConsole console) KZA_REQUIRES(m_mutex);
+    void WriteEarly() KZA_REQUIRES(m_mutex);
+    void WriteRecord(std::string_view line, EConsole console)
+        KZA_REQUIRES(m_mutex);
+    bool ReportLost(std::time_t now) KZA_REQUIRES(m_mutex);
+    void WriteWarning(const wxString& text, std::time_t now)
+        KZA_REQUIRES(m_mutex);
+    void AppendLine(std::string_view line, EConsole console, std::time_t now)
+        KZA_REQUIRES(m_mutex);
+    void RepeatOnConsole(std::string_view line, EConsole console) const
+        KZA_REQUIRES(m_mutex);
+    void CountLost(int error) KZA_REQUIRES(m_mutex);
+    void ComplainOnce(int error) KZA_REQUIRES(m_mutex);
 
-    std::mutex m_lock; // guards all below
-    CLogFile m_file;
-    std::string m_appName;
-    bool m_placeKnown = false;
-    bool m_console = false;
-    bool m_complained = false; // that the file cannot be opened
+    CMutex m_mutex;
 
-    std::vector<SKept> m_kept;
-    std::size_t m_keptBytes = 0;
-    std::uint64_t m_dropped = 0; // there was no room to keep them
+    // The settings.
+    std::string m_appName KZA_GUARDED_BY(m_mutex);
+    bool m_console KZA_GUARDED_BY(m_mutex) = false;
+    bool m_hasPlace KZA_GUARDED_BY(m_mutex) = false; // never false again
 
-    std::uint64_t m_lost = 0; // the file did not take them
-    int m_lostError = 0;
+    // The records.
+    CEarlyRecords m_early KZA_GUARDED_BY(m_mutex);
+    CLogFile m_file KZA_GUARDED_BY(m_mutex);
+
+    // What the file did not take.
+    std::uint64_t m_lost KZA_GUARDED_BY(m_mutex) = 0;
+    int m_lostError KZA_GUARDED_BY(m_mutex) = 0; // of the last attempt
+    bool m_hasComplained KZA_GUARDED_BY(m_mutex) = false;
 };
-
-/// The sink of the process; never destroyed, so that a thread may log while
-/// the process ends.
-CDiskLog& ProcessLog();
 
 } // namespace KzaCore

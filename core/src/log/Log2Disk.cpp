@@ -3,7 +3,7 @@
 #include "kza_core/Log2Disk.h"
 
 #include "base/Bytes.h"
-#include "log/DiskLog.h"
+#include "log/ProcessLog.h"
 #include "process/ThreadLog.h"
 
 #include <wx/thread.h>

@@ -8,7 +8,7 @@
 
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
-#include "log/DiskLog.h"
+#include "log/ProcessLog.h"
 
 #include <charconv>
 
@@ -45,7 +45,7 @@ LogSettings ReadSettings(const CDom& dom)
     settings.workDir = dom.Get(DomKey::kPathWork);
     settings.appName = dom.Get(DomKey::kName);
     ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
-    ReadNumber(dom, DomKey::kLogKeep, settings.keep);
+    ReadNumber(dom, DomKey::kLogKeep, settings.oldFiles);
     ReadSwitch(dom, DomKey::kLogConsole, settings.console);
     return settings;
 }

@@ -1,4 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The states of the file, and what leads from one to the next:
+//
+//   Closed  There is no descriptor. m_openError tells why the last attempt to
+//           open failed, zero before the first.
+//     -> Open    EnsureOpen() tries once a second.
+//   Open    The descriptor stands for the file that had the name at the last
+//           check.
+//     -> Open    FollowName() turns the descriptor to the file that has the
+//                name now: another process has rotated, an operator has moved
+//                the file away, or Rotate() has renamed it.
+//     -> Closed  FollowName() cannot open the name, and the file in use has
+//                lost its last name: nothing written there could be read.
+//     -> Closed  SetPlace() names another file.
+//
+// CheckName() compares name and descriptor before the first line of a second,
+// and after kCheckBytes of this process's lines, for other processes fill and
+// rename the file too.
+//
+// Rotation, when the next line would make the file too large:
+//
+//   1. Take the file's lock. It is never waited for: its holder is rotating,
+//      and the name is checked again before the next line.
+//   2. Compare name and descriptor. Another process may have rotated between
+//      the last check and step 1; only step 4 is left to do then.
+//   3. Rename the older files, the oldest first, and then the file itself.
+//   4. Open the name anew, which makes the next file.
+//
+// When a step fails, the file in use grows on, and rotation is tried again a
+// second later.
+//
+// A file may end in the middle of a line: its writer was killed, or the disk
+// was full. m_isTorn notes that, and the next line begins with a line break.
 
 #include "log/LogFile.h"
 
@@ -18,9 +51,8 @@ namespace KzaCore
 namespace
 {
 
-// Other writers fill the file too: so many bytes of our own at most, or a
-// second, pass between two looks at its size.
-constexpr std::int64_t kLookBytes = 64 * 1024;
+// Each writer may fill the file so far beyond its limit before it notices.
+constexpr std::int64_t kCheckBytes = 64 * 1024;
 
 int OpenDirectory(const std::string& directory)
 {
@@ -60,15 +92,16 @@ void CLogFile::SetPlace(const std::string& directory, const std::string& name)
     Close();
     m_directory = directory;
     m_name = name;
-    m_lookedAt = 0;
+    m_checkedAt = 0;
     m_openError = 0;
 }
 
-void CLogFile::SetLimits(std::int64_t maxSize, int keep)
+void CLogFile::SetLimits(std::int64_t maxSize, int oldFiles)
 {
     m_maxSize = maxSize;
-    m_keep = keep;
-    m_lookBytes = maxSize > 0 ? std::min(kLookBytes, maxSize / 8) : kLookBytes;
+    m_oldFiles = oldFiles;
+    m_checkBytes =
+        maxSize > 0 ? std::min(kCheckBytes, maxSize / 8) : kCheckBytes;
 }
 
 std::string CLogFile::Path() const
@@ -78,53 +111,54 @@ std::string CLogFile::Path() const
 
 int CLogFile::Append(std::string_view line, std::time_t now)
 {
-    if (const int error = Prepare(now))
+    if (const int error = EnsureOpen(now))
         return error;
     const auto length = static_cast<std::int64_t>(line.size());
     if (m_maxSize > 0 && m_size > 0 && m_size + length > m_maxSize)
         Rotate(now);
-    return Write(line);
+    return WriteLine(line);
 }
 
-int CLogFile::Prepare(std::time_t now)
+int CLogFile::EnsureOpen(std::time_t now)
 {
-    if (now != m_lookedAt || m_unseen >= m_lookBytes)
-        LookAround(now);
-    return m_file < 0 ? m_openError : 0;
+    if (now != m_checkedAt || m_sinceCheck >= m_checkBytes)
+        CheckName(now);
+    return m_descriptor < 0 ? m_openError : 0;
 }
 
-void CLogFile::LookAround(std::time_t now)
+void CLogFile::CheckName(std::time_t now)
 {
-    const bool first = now != m_lookedAt;
-    m_lookedAt = now;
-    m_unseen = 0;
-    if (m_file < 0)
+    const bool isNewSecond = now != m_checkedAt;
+    m_checkedAt = now;
+    m_sinceCheck = 0;
+    if (m_descriptor < 0)
     {
-        if (first)
+        if (isNewSecond)
             m_openError = Open();
         return;
     }
     struct stat status = {};
-    if (IsStillNamed(status))
+    if (IsNameOurs(status))
         m_size = status.st_size;
     else
-        Follow();
+        FollowName();
 }
 
-bool CLogFile::IsStillNamed(struct stat& status) const
+bool CLogFile::IsNameOurs(struct stat& status) const
 {
     struct stat named = {};
-    return fstat(m_file, &status) == 0 && lstat(Path().c_str(), &named) == 0 &&
-           IsSameFile(status, named);
+    return fstat(m_descriptor, &status) == 0 &&
+           lstat(Path().c_str(), &named) == 0 && IsSameFile(status, named);
 }
 
-// The name stands for another file, or for none. While that one cannot be
-// opened, ours still serves, unless nobody could ever read it.
-int CLogFile::Follow()
+// While the file of the name cannot be opened, the one in use still serves,
+// unless it has been unlinked.
+int CLogFile::FollowName()
 {
     const int error = Open();
     struct stat status = {};
-    if (error == 0 || (fstat(m_file, &status) == 0 && status.st_nlink > 0))
+    if (error == 0 ||
+        (fstat(m_descriptor, &status) == 0 && status.st_nlink > 0))
         return error;
     Close();
     m_openError = error;
@@ -133,7 +167,7 @@ int CLogFile::Follow()
 
 int CLogFile::Open()
 {
-    // Failing is no matter here: opening tells.
+    // A failure shows when the directory is opened.
     mkdir(m_directory.c_str(), S_IRWXU);
     const CDescriptor directory(OpenDirectory(m_directory));
     return directory.Get() < 0 ? errno : OpenIn(directory.Get());
@@ -156,66 +190,66 @@ int CLogFile::OpenIn(int directory)
         close(file);
         return ENOTSUP;
     }
-    return Adopt(file, status);
+    return UseFile(file, status);
 }
 
-int CLogFile::Adopt(int file, const struct stat& status)
+int CLogFile::UseFile(int file, const struct stat& status)
 {
     // The descriptor keeps its number while the file behind it changes, so
     // that a signal handler never writes to what the number may stand for
     // next.
-    if (m_file < 0)
-        m_file = file;
+    if (m_descriptor < 0)
+        m_descriptor = file;
     else
     {
         const CDescriptor extra(file);
-        if (dup3(file, m_file, O_CLOEXEC) < 0)
+        if (dup3(file, m_descriptor, O_CLOEXEC) < 0)
             return errno;
     }
     m_size = status.st_size;
-    m_unseen = 0;
-    m_torn = WasLeftInMidLine();
+    m_sinceCheck = 0;
+    m_isTorn = WasLeftTorn();
     return 0;
 }
 
 void CLogFile::Close()
 {
-    if (m_file >= 0)
-        close(m_file);
-    m_file = -1;
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+    m_descriptor = -1;
 }
 
 void CLogFile::Rotate(std::time_t now)
 {
     if (now == m_rotationFailedAt)
         return;
-    // Whoever holds the lock is rotating; look again before the next line.
-    if (!Lock(F_WRLCK))
+    if (!LockFile(F_WRLCK))
     {
-        m_lookedAt = 0;
+        m_checkedAt = 0;
         return;
     }
     struct stat status = {};
-    int error = IsStillNamed(status) ? Shift() : 0;
+    int error = IsNameOurs(status) ? ShiftOldFiles() : 0;
     if (error == 0)
-        error = Follow();
-    if (m_file >= 0)
-        Lock(F_UNLCK);
+        error = FollowName();
+    // A new file has no lock, and the old one lost it when it was closed.
+    if (error != 0 && m_descriptor >= 0)
+        LockFile(F_UNLCK);
     m_rotationFailedAt = error == 0 ? 0 : now;
     if (error == 0 || m_rotationError == 0)
-        m_rotationErrorTaken = false;
+        m_isRotationErrorTold = false;
     m_rotationError = error;
 }
 
-bool CLogFile::Lock(short type)
+bool CLogFile::LockFile(short type)
 {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
-    return fcntl(m_file, F_SETLK, &lock) == 0;
+    return fcntl(m_descriptor, F_SETLK, &lock) == 0;
 }
 
-int CLogFile::Shift()
+int CLogFile::ShiftOldFiles()
 {
     const CDescriptor directory(OpenDirectory(m_directory));
     if (directory.Get() < 0)
@@ -223,16 +257,17 @@ int CLogFile::Shift()
     const auto numbered = [this](int number)
     { return m_name + "." + std::to_string(number); };
 
-    // Also what a larger setting kept before.
-    int number = std::max(m_keep, 1);
+    // More than one goes when an earlier setting kept more.
+    int number = std::max(m_oldFiles, 1);
     while (unlinkat(directory.Get(), numbered(number).c_str(), 0) == 0)
         ++number;
 
-    // A gap, left by an operator or an interrupted rotation, is no matter.
-    for (number = m_keep - 1; number > 0; --number)
+    // A rename fails where a number is missing: an operator has removed the
+    // file, or a rotation was interrupted.
+    for (number = m_oldFiles - 1; number > 0; --number)
         renameat(directory.Get(), numbered(number).c_str(), directory.Get(),
                  numbered(number + 1).c_str());
-    const int result = m_keep == 0
+    const int result = m_oldFiles == 0
                            ? unlinkat(directory.Get(), m_name.c_str(), 0)
                            : renameat(directory.Get(), m_name.c_str(),
                                       directory.Get(), numbered(1).c_str());
@@ -241,44 +276,47 @@ int CLogFile::Shift()
 
 int CLogFile::TakeRotationError()
 {
-    if (m_rotationError == 0 || m_rotationErrorTaken)
+    if (m_rotationError == 0 || m_isRotationErrorTold)
         return 0;
-    m_rotationErrorTaken = true;
+    m_isRotationErrorTold = true;
     return m_rotationError;
 }
 
-int CLogFile::Write(std::string_view line)
+int CLogFile::WriteLine(std::string_view line)
 {
     struct stat status = {};
-    if (m_torn && EndsInMidLine(status) && WriteWhole(m_file, "\n", 1) != 1)
+    if (m_isTorn && EndsInMidLine(status) &&
+        WriteWhole(m_descriptor, "\n", 1) != 1)
         return errno;
-    m_torn = false;
+    m_isTorn = false;
 
     // One system call, unless the disk fills up: the second one tells why.
-    const std::size_t written = WriteWhole(m_file, line.data(), line.size());
+    const std::size_t written =
+        WriteWhole(m_descriptor, line.data(), line.size());
     m_size += static_cast<std::int64_t>(written);
-    m_unseen += static_cast<std::int64_t>(written);
-    m_torn = written > 0 && written < line.size();
+    m_sinceCheck += static_cast<std::int64_t>(written);
+    m_isTorn = written > 0 && written < line.size();
     return written == line.size() ? 0 : errno;
 }
 
-// By a writer that died or by a full disk. While the system copies a line of
-// another writer the file ends in its middle, too. Setting the rights that the
-// file has waits for that writer, who then has made it longer.
-bool CLogFile::WasLeftInMidLine() const
+// The file also ends in the middle of a line while the system copies another
+// process's line to it. Setting the mode that the file has waits for that
+// writer; the file is longer afterwards.
+bool CLogFile::WasLeftTorn() const
 {
     struct stat before = {};
     struct stat after = {};
     return EndsInMidLine(before) &&
-           fchmod(m_file, before.st_mode & 07777) == 0 &&
+           fchmod(m_descriptor, before.st_mode & 07777) == 0 &&
            EndsInMidLine(after) && after.st_size == before.st_size;
 }
 
 bool CLogFile::EndsInMidLine(struct stat& status) const
 {
     char last = '\n';
-    return fstat(m_file, &status) == 0 && status.st_size > 0 &&
-           pread(m_file, &last, 1, status.st_size - 1) == 1 && last != '\n';
+    return fstat(m_descriptor, &status) == 0 && status.st_size > 0 &&
+           pread(m_descriptor, &last, 1, status.st_size - 1) == 1 &&
+           last != '\n';
 }
 
 } // namespace KzaCore

@@ -41,15 +41,16 @@ public:
     /// \param name       Name in the directory; mode 0600.
     void SetPlace(const std::string& directory, const std::string& name);
 
-    /// \param maxSize  Bytes that a line must not make the file outgrow; zero
-    ///                 for no end. A longer line has a file for itself.
-    /// \param keep     Older files kept beside it, as `.1`, `.2` and so on.
-    void SetLimits(std::int64_t maxSize, int keep);
+    /// \param maxSize   Bytes that a line must not make the file outgrow; zero
+    ///                  for no end. A longer line has a file for itself.
+    /// \param oldFiles  How many older files are kept beside it, as `.1`, `.2`
+    ///                  and so on.
+    void SetLimits(std::int64_t maxSize, int oldFiles);
 
-    /// Opens the file when it is not, at most once a second.
+    /// Opens the file unless it is open, at most once a second.
     ///
     /// \return zero, or the errno value that says why it cannot be opened.
-    int Prepare(std::time_t now);
+    int EnsureOpen(std::time_t now);
 
     /// Appends a line with its newline.
     ///
@@ -61,51 +62,56 @@ public:
 
     /// False before the first Append() and while the file cannot be opened,
     /// which is tried again once a second.
-    [[nodiscard]] bool IsOpen() const { return m_file >= 0; }
+    [[nodiscard]] bool IsOpen() const { return m_descriptor >= 0; }
 
-    /// The errno value that says why the file could not be rotated, once;
-    /// else zero. It grows meanwhile.
+    /// The errno value that says why the last rotation failed, once; else
+    /// zero. The file grows meanwhile.
     int TakeRotationError();
 
-    /// For a record from within a signal handler; -1 while not open. Stands
-    /// for the newest file, whichever that is.
-    [[nodiscard]] int Descriptor() const { return m_file; }
+    /// For a record made in a signal handler; -1 while not open. The number
+    /// stays the same while the file behind it changes. Threads: any.
+    [[nodiscard]] int Descriptor() const { return m_descriptor; }
 
     [[nodiscard]] std::string Path() const;
 
 private:
     int Open();
     int OpenIn(int directory);
-    int Adopt(int file, const struct stat& status);
+    int UseFile(int file, const struct stat& status);
     void Close();
 
-    void LookAround(std::time_t now);
-    [[nodiscard]] bool IsStillNamed(struct stat& status) const;
-    int Follow();
+    void CheckName(std::time_t now);
+    [[nodiscard]] bool IsNameOurs(struct stat& status) const;
+    int FollowName();
 
     void Rotate(std::time_t now);
-    bool Lock(short type);
-    int Shift();
+    bool LockFile(short type);
+    int ShiftOldFiles();
 
-    int Write(std::string_view line);
-    [[nodiscard]] bool WasLeftInMidLine() const;
+    int WriteLine(std::string_view line);
+    [[nodiscard]] bool WasLeftTorn() const;
     bool EndsInMidLine(struct stat& status) const;
 
+    // What SetPlace() and SetLimits() said.
     std::string m_directory;
     std::string m_name;
     std::int64_t m_maxSize = 0;
-    int m_keep = 0;
-    std::int64_t m_lookBytes = 0;
+    int m_oldFiles = 0;
+    std::int64_t m_checkBytes = 0; // between two checks of the name
 
-    std::atomic<int> m_file{-1};
-    std::int64_t m_size = 0;   // when last looked, and what we wrote since
-    std::int64_t m_unseen = 0; // what we wrote since
-    std::time_t m_lookedAt = 0;
-    int m_openError = 0;
-    bool m_torn = false; // a part of a line stands at the end
+    // The file in use.
+    std::atomic<int> m_descriptor{-1};
+    std::int64_t m_size = 0; // at the last check, and own lines since
+    bool m_isTorn = false;   // it may end in the middle of a line
 
+    // The last check of the name.
+    std::time_t m_checkedAt = 0;
+    std::int64_t m_sinceCheck = 0; // bytes of own lines
+    int m_openError = 0;           // valid while there is no descriptor
+
+    // The last rotation.
     int m_rotationError = 0;
-    bool m_rotationErrorTaken = false;
+    bool m_isRotationErrorTold = false;
     std::time_t m_rotationFailedAt = 0;
 };
 

@@ -1,7 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A line is written from front to back into one buffer. Each part is appended
+// by a function that takes the end of what is there and returns the new end.
+//
+// Room    RoomFor() bounds the length of the line before its first byte is
+//         written, so no part looks for room. Nearly every line fits into the
+//         object. A longer one is allocated, and is empty without memory.
+// Cache   Time stamp and identity (" [pid:tid] ") together cost more than the
+//         rest of the line and change seldom. Each thread keeps its last ones.
+//         The cache has no destructor, since a thread may log while its other
+//         thread-local objects are destroyed.
+// Signal  A handler may interrupt this code on its own thread. It asks for
+//         EStamp::Cached, because the interrupted code may hold the locks that
+//         a new stamp takes. A handler that interrupts the renewal of the stamp
+//         shows the parts that are new already.
+// Fork    The child has another process id: ForgetLogIdentity(). HoldTimeZone()
+//         keeps the time zone's locks free across the fork.
 
 #include "log/LogLine.h"
 
+#include "base/Mutex.h"
 #include "base/ThreadId.h"
 
 #include <wx/unichar.h>
@@ -9,7 +27,6 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <new>
 
 #include <unistd.h>
@@ -26,8 +43,7 @@ constexpr std::size_t kIdentityRoom = 48;
 // Room for all of a line but its texts.
 constexpr std::size_t kFrameRoom = 160;
 
-// What changes seldom in the lines of a thread. Trivial, so that a thread may
-// log until its very end.
+// What changes seldom in the lines of a thread.
 struct ThreadCache
 {
     std::time_t second = 0;
@@ -56,13 +72,14 @@ char* AppendDigits(char* out, int number, int digits)
     return out + digits;
 }
 
-// The C library's own lock on the time zone is not made anew in a forked child:
-// nobody may hold it at the moment of a fork.
-std::mutex s_zoneMutex;
+// The C library does not renew its lock on the time zone in a forked child, so
+// no thread may hold that lock during a fork. Every use of it here is inside
+// this one, which the forking thread takes.
+CMutex s_zoneMutex;
 
 bool BreakDown(std::time_t second, std::tm& parts)
 {
-    const std::lock_guard<std::mutex> lock(s_zoneMutex);
+    const CLock lock(s_zoneMutex);
     return localtime_r(&second, &parts) != nullptr;
 }
 
@@ -210,14 +227,15 @@ char* AppendUtf8(char* out, std::uint32_t c)
 
 } // namespace
 
-void HoldTimeZone()
+// The lock is held from one function to the other.
+void HoldTimeZone() KZA_UNCHECKED_LOCKS
 {
-    s_zoneMutex.lock();
+    s_zoneMutex.Lock();
 }
 
-void ReleaseTimeZone()
+void ReleaseTimeZone() KZA_UNCHECKED_LOCKS
 {
-    s_zoneMutex.unlock();
+    s_zoneMutex.Unlock();
 }
 
 char* AppendShown(char* out, std::wstring_view text)

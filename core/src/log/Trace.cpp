@@ -10,7 +10,7 @@
 #include "base/Bytes.h"
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
-#include "log/DiskLog.h"
+#include "log/ProcessLog.h"
 #include "log/TraceSet.h"
 
 #include <atomic>

@@ -8,6 +8,7 @@
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
 #include "kza_core/Trace.h"
+#include "log/ProcessLog.h"
 
 #include "support/InChild.h"
 #include "support/Process.h"
@@ -374,7 +375,7 @@ TEST(DiskLog, RotationThatFailsIsAWarning)
     WriteFile(place.log + ".1/in the way", "");
     LogSettings settings = place.Settings();
     settings.maxSize = 10;
-    settings.keep = 1;
+    settings.oldFiles = 1;
     CDiskLog log;
     log.Configure(settings);
     for (int i = 0; i < 10; ++i)
@@ -418,7 +419,7 @@ TEST(DiskLog, ManyThreadsAndProcessesTearAndLoseNothing)
     const SPlace place;
     LogSettings settings = place.Settings();
     settings.maxSize = 64 * 1024;
-    settings.keep = LogSettings::kMostKept;
+    settings.oldFiles = LogSettings::kMostOldFiles;
     std::vector<pid_t> writers;
     fflush(nullptr);
     for (int writer = 0; writer < 3; ++writer)

@@ -6,7 +6,7 @@
 
 #include "base/ThreadId.h"
 #include "kza_core/Runnable.h"
-#include "log/DiskLog.h"
+#include "log/ProcessLog.h"
 
 #include "support/Host.h"
 #include "support/TempDir.h"
