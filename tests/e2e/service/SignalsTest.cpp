@@ -70,7 +70,7 @@ public:
     {
         const bool started = m_service.StartUntil(text, options);
         m_watchdog = m_service.PidFromFile();
-        return started;
+        return started && WaitUntilWatchdogWaits();
     }
 
     // The records of the log from the one with the text on, without traces.
@@ -84,6 +84,16 @@ public:
     }
 
 private:
+    // The last that the watchdog says before it waits for its worker is that
+    // the worker has started. A signal that came in between would be passed on
+    // without a word.
+    [[nodiscard]] bool WaitUntilWatchdogWaits() const
+    {
+        return m_service.WaitForLog(" started\n") &&
+               WaitUntil([this]
+                         { return ProcessInfo(m_watchdog).state == 'S'; });
+    }
+
     void Write(const std::string& name) const
     {
         WriteFile(m_service.Host().Work() + "/" + name, "");
