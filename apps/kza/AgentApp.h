@@ -128,6 +128,9 @@ public:
     /// True for the agent itself, false for a tool under another name.
     [[nodiscard]] bool IsDefaultApp() const { return m_isDefaultApp; }
     [[nodiscard]] bool IsBackground() const { return m_background; }
+    /// The executable's directory, from which code, archives and packages come.
+    /// Empty when nothing may be taken from there.
+    [[nodiscard]] wxString InstallationDirectory() const;
     /// The state of the application's interpreter, which exists.
     [[nodiscard]] lua_State* L() const;
 
@@ -155,6 +158,10 @@ private:
     wxString m_unitTestScript;
     wxString m_zipPath;
     wxString m_pidFile;
+
+    // The executable's directory when nothing may be taken from it: it is only
+    // the current one. Else empty.
+    wxString m_untrustedDir;
 
     // In background mode, while the application runs.
     std::unique_ptr<CStopWatch> m_stopWatch;

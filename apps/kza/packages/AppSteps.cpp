@@ -71,7 +71,7 @@ bool CAgentApp::ExtensionVersionIsOK(const wxString& extensionPath)
 void CAgentApp::ExpandZippath()
 {
     const wxString list =
-        ExpandArchivePath({m_dom->GetWxString(DomKey::kPathBin), GetAppName(),
+        ExpandArchivePath({InstallationDirectory(), GetAppName(),
                            std::exchange(m_zipPath, wxString()), m_extDir});
     if (list.empty())
     {

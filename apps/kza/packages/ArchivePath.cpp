@@ -33,10 +33,16 @@ void Append(wxString& list, const wxString& item)
     list += item;
 }
 
+// Makes a relative path start at the directory. Where that is unknown, such a
+// path becomes empty: an empty one would stand for the current directory.
 void NormalizeAgainst(wxFileName& file, const wxString& directory)
 {
-    file.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE | wxPATH_NORM_ABSOLUTE,
-                   directory);
+    if (directory.empty() && !file.IsAbsolute())
+        file.Clear();
+    else
+        file.Normalize(wxPATH_NORM_DOTS | wxPATH_NORM_TILDE |
+                           wxPATH_NORM_ABSOLUTE,
+                       directory);
 }
 
 // The application's own archive, then the core's; an application named like
@@ -44,6 +50,8 @@ void NormalizeAgainst(wxFileName& file, const wxString& directory)
 wxString CoreArchives(const wxString& bin, const wxString& application)
 {
     wxString list;
+    if (bin.empty())
+        return list;
     wxString directory = bin;
     if (!directory.EndsWith(L"/")) // the root directory does
         directory += L'/';
@@ -97,7 +105,7 @@ wxString WithExtensions(const SArchivePathSources& sources)
         return items;
     wxFileName pattern(sources.extensions, "*", kExtension);
     NormalizeAgainst(pattern, sources.bin);
-    if (pattern.DirExists())
+    if (pattern.IsOk() && pattern.DirExists())
         Append(items, pattern.GetFullPath());
     return items;
 }

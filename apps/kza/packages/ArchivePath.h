@@ -11,8 +11,9 @@
 
 struct SArchivePathSources
 {
-    wxString bin;         ///< directory of the executable; relative items
-                          ///< start there
+    wxString bin;         ///< directory of the executable, where relative
+                          ///< items start; empty when nothing may be taken
+                          ///< from there, which leaves them out
     wxString application; ///< name of the application
     wxString items;       ///< of --zippath: file names joined by ";", with
                           ///< wildcards and environment variables

@@ -58,7 +58,8 @@ int CAgentApp::SetupLua()
 
     const std::string cpath = m_dom->Get(DomKey::kLuaCPath);
     const std::string path = m_dom->Get(DomKey::kLuaPath);
-    m_lua->SetPackagePaths(m_dom->Get(DomKey::kPathBin), path, cpath);
+    const std::string bin(InstallationDirectory().utf8_str());
+    m_lua->SetPackagePaths(bin, path, cpath);
     SetDomainGlobals(state, m_dom);
     m_dom->RegisterLoader(state);
     SetArguments();

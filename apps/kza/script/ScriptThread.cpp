@@ -113,7 +113,7 @@ int CAgentApp::RunAppInteractively()
 
 int CAgentApp::RunAppInit()
 {
-    if (m_installPlugins)
+    if (m_installPlugins && !InstallationDirectory().empty())
     {
         UninstallOldPlugins();
         InstallNewPlugins();

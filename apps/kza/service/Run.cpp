@@ -41,7 +41,7 @@ bool IsSwitchedOn(const KzaCore::DomValue& value)
 
 int CAgentApp::OnRun()
 {
-    if (!EnterFipsMode(*m_dom))
+    if (!EnterFipsMode(*m_dom, m_untrustedDir))
         return 0;
     if (m_background)
     {

@@ -8,13 +8,24 @@
 
 #pragma once
 
+#include <wx/string.h>
+
 class wxFileName;
-class wxString;
 
 /// The executable's path: absolute, "." and ".." resolved, "~" expanded.
 ///
 /// \param firstWord  As the process was given it.
 [[nodiscard]] wxFileName ExecutableFrom(const wxString& firstWord);
 
-/// The directory's path likewise, without a trailing separator.
+/// The executable's directory when nothing may be taken from it, else empty.
+///
+/// A first word without a slash was found through PATH, but names a file in the
+/// current directory all the same. Unless the program runs from there, the
+/// directory could be anybody's.
+///
+/// \param firstWord  As the process was given it.
+[[nodiscard]] wxString UntrustedDirectory(const wxString& firstWord);
+
+/// A directory's path made absolute like the executable's, without a trailing
+/// separator.
 [[nodiscard]] wxString NormalizedDirectory(wxFileName directory);

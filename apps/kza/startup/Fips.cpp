@@ -19,9 +19,26 @@ bool IsRequested(const wxString& mode)
     return !mode.empty() && mode.CmpNoCase("0") != 0;
 }
 
+// The directory beside the libraries, where what belongs to OpenSSL is.
+wxString RootOf(const KzaCore::CDom& dom)
+{
+    return wxFileName(dom.GetWxString(KzaCore::DomKey::kPathLib)).GetPath();
+}
+
+void NameEngines(const wxString& root)
+{
+    wxFileName engines = wxFileName::DirName(root);
+    engines.AppendDir("engines");
+    const bool setEnginesVariable =
+        wxSetEnv("OPENSSL_ENGINES", engines.GetPath());
+    wxASSERT(setEnginesVariable);
+    wxUnusedVar(setEnginesVariable);
+    wxLogVerbose("OPENSSL_ENGINES = %s", engines.GetPath());
+}
+
 } // namespace
 
-bool EnterFipsMode(const KzaCore::CDom& dom)
+bool EnterFipsMode(const KzaCore::CDom& dom, const wxString& untrusted)
 {
     using namespace KzaCore;
 
@@ -31,16 +48,11 @@ bool EnterFipsMode(const KzaCore::CDom& dom)
         return true;
     }
 
-    // The library directory is taken as a file's name here: what belongs to
-    // OpenSSL is beside that directory, not in it.
-    wxFileName engines(dom.GetWxString(DomKey::kPathLib));
-    const wxString root = engines.GetPath();
-    engines.AppendDir("engines");
-    const bool setEnginesVariable =
-        wxSetEnv("OPENSSL_ENGINES", engines.GetPath());
-    wxASSERT(setEnginesVariable);
-    wxUnusedVar(setEnginesVariable);
-    wxLogVerbose("OPENSSL_ENGINES = %s", engines.GetPath());
+    wxString root = RootOf(dom);
+    if (root == untrusted)
+        root.clear();
+    else
+        NameEngines(root);
 
     const unsigned long error =
         OpenSSLCompat::EnterFips(std::string(root.fn_str()));

@@ -7,6 +7,8 @@
 
 #pragma once
 
+class wxString;
+
 namespace KzaCore
 {
 class CDom;
@@ -14,6 +16,11 @@ class CDom;
 
 /// Enters FIPS mode when `app.fipsmode` asks for it; logs what came of it.
 ///
+/// \param untrusted  The installation's directory when nothing may be taken
+///                   from it, else empty. Only what the environment and the
+///                   host name counts then.
+///
 /// \return false when it was refused although this OpenSSL has it: the run
 ///         must not go on.
-[[nodiscard]] bool EnterFipsMode(const KzaCore::CDom& dom);
+[[nodiscard]] bool EnterFipsMode(const KzaCore::CDom& dom,
+                                 const wxString& untrusted);

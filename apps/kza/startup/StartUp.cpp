@@ -6,6 +6,7 @@
 // the other two. The result decides whether the process goes on to OnRun().
 
 #include "AgentApp.h"
+#include "StandardError.h"
 #include "Version.h"
 #include "startup/CommandLine.h"
 #include "startup/Configuration.h"
@@ -18,6 +19,7 @@
 
 #include "kza_core/CrashHandler.h"
 #include "kza_core/Dom.h"
+#include "kza_core/Log2Disk.h"
 #include "kza_core/SqliteDatabase.h"
 
 #include <wx/cmdline.h>
@@ -51,7 +53,39 @@ void ArmCrashHandler(const wxString& application, const KzaCore::CDom& dom)
     KzaCore::InitCrashHandler(DumpFile(application, dom), application, full);
 }
 
+// The file that is read over the host's own; empty when it would come from the
+// default working directory in an untrusted place.
+wxString LocalConfiguration(const KzaCore::CDom& dom,
+                            const wxCmdLineParser& parser,
+                            const wxString& untrustedDir)
+{
+    const wxString file = dom.GetWxString(DomKey::kPathIni);
+    if (untrustedDir.empty() || parser.Found("workdir"))
+        return file;
+    wxFileName work = wxFileName::DirName(untrustedDir);
+    work.AppendDir("work");
+    return wxFileName(file).GetPath() == work.GetPath() ? wxString() : file;
+}
+
+void ReportUntrusted(const wxString& executable, const wxString& directory)
+{
+    const wxString text = wxString::Format(
+        "'%s' is not the program that runs, which was found through PATH: no "
+        "code, archive, package or configuration is taken from '%s'. Start the "
+        "program by its path",
+        executable, directory);
+    WriteToStandardError(text + "\n");
+    KzaCore::LogToDisk(KzaCore::ELogLevel::Error, wxString(), text,
+                       KzaCore::EConsole::Leave);
+}
+
 } // namespace
+
+wxString CAgentApp::InstallationDirectory() const
+{
+    const wxString bin = m_dom->GetWxString(DomKey::kPathBin);
+    return bin == m_untrustedDir ? wxString() : bin;
+}
 
 bool CAgentApp::OnInit()
 {
@@ -59,10 +93,13 @@ bool CAgentApp::OnInit()
     // thread; a record of another thread before that would be dropped.
     wxLog::GetActiveTarget();
 
+    m_untrustedDir = UntrustedDirectory(argv[0]);
     WriteInstallationKeys(ExecutableFrom(argv[0]), *m_dom);
     SetVendorName(wxGetTranslation("Orvalis"));
     if (!wxAppConsole::OnInit())
         return false;
+    if (!m_untrustedDir.empty())
+        ReportUntrusted(m_dom->GetWxString(DomKey::kPathExe), m_untrustedDir);
     ArmCrashHandler(GetAppName(), *m_dom);
     if (m_isDefaultApp)
         wxLogVerbose("KZA %s starting.", Version::kText);
@@ -93,7 +130,7 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
     m_unitTestScript = line.ApplyUnitTest();
 
     const SConfigurationFiles files = {
-        m_dom->GetWxString(DomKey::kPathIni),
+        LocalConfiguration(*m_dom, parser, m_untrustedDir),
         m_dom->GetWxString(DomKey::kPathIniGlobal)};
     OpenConfiguration(GetAppName(), GetVendorName(), files);
     ApplySettings(files, variable, *m_dom);

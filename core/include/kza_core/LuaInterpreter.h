@@ -52,7 +52,8 @@ public:
     /// No entry is relative to the current directory unless `path` or `cpath`
     /// names one. Raises a Lua error when the package library is not open.
     ///
-    /// \param bin    Directory of the executable.
+    /// \param bin    Directory of the executable; empty to take nothing from
+    ///               there.
     /// \param path   Templates separated by ";", may be empty.
     /// \param cpath  Likewise for C modules.
     void SetPackagePaths(const std::string& bin,

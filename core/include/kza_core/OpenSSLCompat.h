@@ -30,7 +30,8 @@ KZA_API void Initialize();
 ///
 /// Random generators made before stay where they are.
 ///
-/// \param root  Directory of the installation, above its libraries.
+/// \param root  Directory of the installation, above its libraries; empty when
+///              nothing of the installation is to be used.
 ///
 /// \return 0, else the first error: kFipsNotSupported where there is no
 ///         provider to load. What an error leaves in force must not be worked

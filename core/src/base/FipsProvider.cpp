@@ -31,6 +31,7 @@
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -87,9 +88,11 @@ bool Exists(const std::string& path)
 // The first directory that holds the module, empty when none does.
 std::string FindModules(const std::string& root)
 {
-    const std::string directories[] = {
-        TextOf(getenv("OPENSSL_MODULES")), root + "/ossl-modules",
-        root + "/engines", TextOf(OPENSSL_info(OPENSSL_INFO_MODULES_DIR))};
+    std::vector<std::string> directories = {TextOf(getenv("OPENSSL_MODULES"))};
+    if (!root.empty())
+        directories.insert(directories.end(),
+                           {root + "/ossl-modules", root + "/engines"});
+    directories.push_back(TextOf(OPENSSL_info(OPENSSL_INFO_MODULES_DIR)));
     for (const std::string& directory : directories)
         if (!directory.empty() && Exists(directory + kModuleFile))
             return directory;

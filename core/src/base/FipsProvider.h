@@ -16,7 +16,8 @@ namespace KzaCore
 /// Finds the module and its configuration, loads both, and makes the module's
 /// algorithms the default ones.
 ///
-/// \param root      Directory of the installation, above its libraries.
+/// \param root      Directory of the installation, above its libraries; empty
+///                  when nothing of the installation is to be used.
 /// \param noModule  The error where there is no module.
 ///
 /// \return 0; `noModule`; else the first error, which names what the module or

@@ -45,13 +45,19 @@ void SetStringField(lua_State* L,
     lua_setfield(L, index, name);
 }
 
+// One path list behind another.
+std::string Joined(const std::string& list, const std::string& rest)
+{
+    return list.empty() || rest.empty() ? list + rest : list + ";" + rest;
+}
+
 // The entries of a path list that start at the root of the file system.
 std::string AbsoluteEntries(const std::string& list)
 {
     std::string result;
     for (const std::string_view entry : SplitList<std::string_view>(list, ";"))
         if (entry.front() == '/')
-            result.append(";").append(entry);
+            result = Joined(result, std::string(entry));
     return result;
 }
 
@@ -160,11 +166,6 @@ void InstallSearchers(lua_State* L)
     lua_pop(L, 2);
 }
 
-std::string Prefixed(const std::string& list, const std::string& rest)
-{
-    return list.empty() ? rest : list + ";" + rest;
-}
-
 } // namespace
 
 void SetSearchPaths(lua_State* L,
@@ -177,14 +178,19 @@ void SetSearchPaths(lua_State* L,
     SetStringField(L, LUA_REGISTRYINDEX, kLeadingPath, path);
 
     lua_getglobal(L, "package");
-    const std::string lua =
-        bin + "/lua/?.lua;" + bin + "/lua/?/init.lua" +
+    std::string lua;
+    std::string native;
+    if (!bin.empty())
+    {
+        lua = bin + "/lua/?.lua;" + bin + "/lua/?/init.lua";
+        native = bin + "/lib/lua/?.so";
+    }
+    const std::string hostsLua =
         AbsoluteEntries(CompiledIn(L, "path", kDefaultPath));
-    SetStringField(L, -1, "path", Prefixed(path, lua));
-    const std::string native =
-        bin + "/lib/lua/?.so" +
+    const std::string hostsNative =
         AbsoluteEntries(CompiledIn(L, "cpath", kDefaultCPath));
-    SetStringField(L, -1, "cpath", Prefixed(cpath, native));
+    SetStringField(L, -1, "path", Joined(Joined(path, lua), hostsLua));
+    SetStringField(L, -1, "cpath", Joined(Joined(cpath, native), hostsNative));
     lua_pop(L, 1);
 }
 

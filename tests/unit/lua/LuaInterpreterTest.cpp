@@ -129,6 +129,17 @@ TEST_F(LuaInterpreter, PackagePathsAreAbsoluteButForTheGivenOnes)
     EXPECT_EQ(cpath.find(";."), std::string::npos) << cpath;
 }
 
+TEST_F(LuaInterpreter, PackagePathsWithoutTheExecutablesDirectory)
+{
+    m_lua.SetPackagePaths("", "/given/?.lua", "");
+    EXPECT_EQ(Field(m_lua, "path").substr(0, 19), "/given/?.lua;/usr/l");
+    EXPECT_EQ(Field(m_lua, "cpath").substr(0, 6), "/usr/l");
+    m_lua.SetPackagePaths("", "", "");
+    EXPECT_EQ(Field(m_lua, "path").substr(0, 6), "/usr/l");
+    // A root directory of the file system is none of the agent's.
+    EXPECT_EQ(Field(m_lua, "path").find("/lua/?.lua"), std::string::npos);
+}
+
 TEST_F(LuaInterpreter, PackagePathsMayBeSetAgain)
 {
     m_lua.SetPackagePaths("/one", "", "");
