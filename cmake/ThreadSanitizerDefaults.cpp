@@ -17,14 +17,16 @@
 // function. The sanitizer does not see the look at it that keeps them apart.
 //
 // A second stop request ends the watchdog by exit() in the handler, which is
-// more than a handler may do: it is promised so.
+// more than a handler may do: it is promised so. The tests of this have
+// functions of their own for it.
 SANITIZER_HOOK
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 const char* __tsan_default_suppressions()
 {
     return "race_top:pthread_mutex_destroy\n"
            "race:wxMutex::wxMutex\n"
-           "signal:CWatchdog::Supervise\n";
+           "signal:CWatchdog::Supervise\n"
+           "signal:UntilItEndsInHandler\n";
 }
 
 // By default every process sleeps for a second at its end, so that threads may

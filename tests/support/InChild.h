@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,7 +30,8 @@ int InChild(TWork&& work)
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = -1;
-    waitpid(child, &status, 0);
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR)
+        continue; // a handler of the test ran
     return status;
 }
 

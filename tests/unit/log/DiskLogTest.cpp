@@ -191,7 +191,8 @@ namespace
 
 // Logs until a pipe behind standard error is full. The write that waits for
 // room there is inside the log and holds its lock.
-[[noreturn]] void LogUntilInterrupted(const SPlace& place, int standardError)
+[[noreturn]] void LogUntilItEndsInHandler(const SPlace& place,
+                                          int standardError)
 {
     struct sigaction action = {};
     action.sa_handler = [](int) { exit(0); };
@@ -220,7 +221,7 @@ TEST(DiskLog, EndOfTheProcessInASignalHandlerInsideTheLogDoesNotHang)
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const pid_t child = fork();
     if (child == 0)
-        LogUntilInterrupted(place, ends[1]);
+        LogUntilItEndsInHandler(place, ends[1]);
     EXPECT_TRUE(WaitUntil(
         [&]
         { return BytesIn(ends[0]) > 0 && ProcessInfo(child).state == 'S'; }));

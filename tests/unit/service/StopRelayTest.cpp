@@ -151,21 +151,21 @@ TEST(StopRelay, RequestsWaitForADelivery)
     }
 }
 
+void RelayUntilItEndsInHandler()
+{
+    SetDefaults();
+    setpgid(0, 0);
+    CStopRelay relay;
+    relay.Install("/no/such/file");
+    const CStopRelay::CDelivery delivery(relay);
+    SignalFromAnotherProcess(SIGINT);
+    SignalFromAnotherProcess(SIGTERM);
+    _exit(7);
+}
+
 TEST(StopRelay, SecondRequestOfEitherKindEndsTheWatchdogWithZero)
 {
-    const int status = InChild(
-        []
-        {
-            SetDefaults();
-            setpgid(0, 0);
-            CStopRelay relay;
-            relay.Install("/no/such/file");
-            const CStopRelay::CDelivery delivery(relay);
-            SignalFromAnotherProcess(SIGINT);
-            SignalFromAnotherProcess(SIGTERM);
-            _exit(7);
-        });
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(InChild(RelayUntilItEndsInHandler), 0);
 }
 
 TEST(StopRelay, LaterWorkerGetsItsSignalsBackAsTheDaemonHadThem)
