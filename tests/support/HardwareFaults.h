@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +32,9 @@ inline constexpr std::size_t kFaultAddress = 0x1230;
 /// Writes where nothing is mapped: SIGSEGV.
 KZA_FAULT inline void FaultSegv()
 {
-    asm volatile("movl $0, (%0)" : : "r"(kFaultAddress) : "memory");
+    std::size_t address = kFaultAddress;
+    asm volatile("" : "+r"(address)); // the compiler must not foresee it
+    *reinterpret_cast<volatile int*>(address) = 0;
 }
 
 /// Reads a mapped file beyond its end: SIGBUS.
@@ -39,28 +42,40 @@ KZA_FAULT inline void FaultBus()
 {
     std::FILE* file = std::tmpfile();
     void* page = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fileno(file), 0);
-    asm volatile("movl (%0), %%eax" : : "r"(page) : "eax", "memory");
+    (void)*static_cast<volatile int*>(page);
 }
 
 /// Runs an instruction that does not exist: SIGILL.
 KZA_FAULT inline void FaultIll()
 {
+#if defined(__aarch64__)
+    asm volatile("udf #0");
+#else
     asm volatile("ud2");
+#endif
 }
 
-/// Divides by zero: SIGFPE.
+/// Divides by zero, or where that is no fault has the system say so: SIGFPE.
 KZA_FAULT inline void FaultFpe()
 {
+#if defined(__aarch64__)
+    raise(SIGFPE);
+#else
     asm volatile("xorl %%ecx, %%ecx\n\tmovl $1, %%eax\n\tcltd\n\tidivl %%ecx"
                  :
                  :
                  : "eax", "ecx", "edx", "cc");
+#endif
 }
 
 /// Runs a breakpoint: SIGTRAP.
 KZA_FAULT inline void FaultTrap()
 {
+#if defined(__aarch64__)
+    asm volatile("brk #0");
+#else
     asm volatile("int3");
+#endif
 }
 
 /// Never ends until the stack does: SIGSEGV.

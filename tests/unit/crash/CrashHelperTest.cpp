@@ -13,9 +13,11 @@
 #include <string_view>
 #include <thread>
 
+#include <elf.h>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/uio.h>
 #include <sys/user.h>
 
 using namespace KzaCore;
@@ -63,13 +65,18 @@ void SabotagingWriter(const CCrashPlan& /*plan*/, const CCrashCause& cause)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     user_regs_struct registers = {};
+    iovec place = {&registers, sizeof(registers)};
     ptrace(PTRACE_SEIZE, cause.thread, nullptr, nullptr);
     ptrace(PTRACE_INTERRUPT, cause.thread, nullptr, nullptr);
     waitpid(cause.thread, nullptr, __WALL);
-    ptrace(PTRACE_GETREGS, cause.thread, nullptr, &registers);
+    ptrace(PTRACE_GETREGSET, cause.thread, NT_PRSTATUS, &place);
+#if defined(__aarch64__)
+    registers.pc = kFaultAddress;
+#else
     registers.rip = kFaultAddress;
     registers.orig_rax = ~0ULL; // no system call to go back to
-    ptrace(PTRACE_SETREGS, cause.thread, nullptr, &registers);
+#endif
+    ptrace(PTRACE_SETREGSET, cause.thread, NT_PRSTATUS, &place);
     ptrace(PTRACE_DETACH, cause.thread, nullptr, nullptr);
     for (;;)
         NoteCrashProgress();

@@ -6,6 +6,7 @@
 #include "crash/linux/CrashRegisters.h"
 
 #include "crash/MinidumpAmd64.h"
+#include "unit/crash/CrashFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -18,9 +19,15 @@
 #include <unistd.h>
 
 using namespace KzaCore;
+using namespace TestSupport;
+using Minidump::EStream;
 
 namespace
 {
+
+class CrashRegisters : public CCrashTest
+{
+};
 
 Minidump::ContextAmd64 RecordOf(const CCrashRegisters& registers)
 {
@@ -74,7 +81,29 @@ private:
 
 } // namespace
 
-TEST(CrashRegisters, OfASignalAreInTheirPlaces)
+TEST_F(CrashRegisters, OfTheFaultAreInTheDump)
+{
+    const int status = Crash(
+        []
+        {
+            asm volatile("movq $0x1234567890abcdef, %%r13\n\t"
+                         "movl $0, (%0)"
+                         :
+                         : "r"(kFaultAddress)
+                         : "r13", "memory");
+        });
+    ExpectKilledBy(SIGSEGV, status);
+    const CDumpReader dump(Dump());
+    const auto system =
+        dump.At<Minidump::SystemInfo>(dump.Stream(EStream::SystemInfo).rva);
+    EXPECT_EQ(system.architecture, Minidump::kArchitectureAmd64);
+    const auto exception =
+        dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
+    const auto context = dump.At<Minidump::ContextAmd64>(exception.context.rva);
+    EXPECT_EQ(context.r13, 0x1234567890abcdefU);
+}
+
+TEST_F(CrashRegisters, OfASignalAreInTheirPlaces)
 {
     _libc_fpstate floating = {};
     floating.mxcsr = 0x1f80;
@@ -107,7 +136,7 @@ TEST(CrashRegisters, OfASignalAreInTheirPlaces)
     EXPECT_EQ(registers.instruction, record.rip);
 }
 
-TEST(CrashRegisters, OfAThreadAreInTheirPlaces)
+TEST_F(CrashRegisters, OfAThreadAreInTheirPlaces)
 {
     const CStopped child;
     user_regs_struct general = {};
@@ -132,7 +161,7 @@ TEST(CrashRegisters, OfAThreadAreInTheirPlaces)
     EXPECT_EQ(registers.instruction, record.rip);
 }
 
-TEST(CrashRegisters, OfAThreadThatIsNotTracedAreUnknown)
+TEST_F(CrashRegisters, OfAThreadThatIsNotTracedAreUnknown)
 {
     CCrashRegisters registers;
     EXPECT_FALSE(ReadRegisters(getpid(), registers));
