@@ -110,6 +110,16 @@ function TestHost:test_check_package_makes_no_directory()
     lu.assertEquals(host.list(place), { "p.kzp" })
 end
 
+function TestHost:test_check_package_removes_nothing()
+    local place = support.directory()
+    local package = support.write(place .. "/p.kzp",
+        zip.pack({ { name = "lib/good", bytes = "x" } }))
+    -- As unpacking leaves it when it is killed; no process has this number.
+    local left = support.write(place .. "/lib/.kza_unzip.2147483647.1", "")
+    lu.assertTrue(host.check_package(package, place))
+    lu.assertEquals(host.stat(left).type, "file")
+end
+
 function TestHost:test_check_package_may_look_at_names_only()
     local place = support.directory()
     local file = { name = "file", bytes = "x" }

@@ -5,6 +5,8 @@
 #include "control/ListeningSocket.h"
 #include "control/PeerUser.h"
 
+#include "base/Bytes.h"
+
 #include <wx/app.h>
 #include <wx/log.h>
 
@@ -48,8 +50,8 @@ bool CControlSocket::Open(const wxString& directory, wxEventLoopBase& loop)
             loop.AddSourceForFD(m_listening, this, wxEVENT_SOURCE_INPUT));
         return true;
     }
-    wxLogWarning("No control socket '%s': %s", wxString::FromUTF8(m_path),
-                 wxString::FromUTF8(reason));
+    wxLogWarning("No control socket '%s': %s", KzaCore::TextOfBytes(m_path),
+                 KzaCore::TextOfBytes(reason));
     return false;
 }
 

@@ -2,8 +2,9 @@
 
 #include "control/ListeningSocket.h"
 
+#include "base/Error.h"
+
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -53,7 +54,7 @@ bool MakeRoom(const sockaddr_un& address, std::string& reason)
     else if (!IsDeserted(address))
         reason = "another process listens there";
     else if (unlink(address.sun_path) != 0)
-        reason = strerror(errno);
+        reason = KzaCore::SystemErrorText(errno);
     return reason.empty();
 }
 
@@ -79,7 +80,7 @@ int ListenOn(const std::string& path, std::string& reason)
             0 &&
         chmod(address.sun_path, 0600) == 0 && listen(fd, SOMAXCONN) == 0)
         return fd;
-    reason = strerror(errno);
+    reason = KzaCore::SystemErrorText(errno);
     if (fd >= 0)
         close(fd);
     return -1;

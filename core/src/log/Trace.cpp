@@ -8,6 +8,7 @@
 #include "kza_core/Trace.h"
 
 #include "base/Bytes.h"
+#include "base/Hash.h"
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
 #include "log/ProcessLog.h"
@@ -39,19 +40,12 @@ TraceSetPtr& Published()
     return published;
 }
 
-// The number of a name's bit. Three characters and the length tell the names of
-// components apart well enough.
-std::uint32_t BitOf(std::wstring_view name)
+// The number of a name's bit.
+std::size_t BitOf(std::wstring_view name)
 {
-    const std::size_t length = name.size();
-    if (length == 0)
-        return 0;
-    const auto at = [name](std::size_t i)
-    { return static_cast<std::uint32_t>(name[i]); };
-    const std::uint32_t mix = at(0) + at(length - 1) * 31U +
-                              at(length / 2) * 1009U +
-                              static_cast<std::uint32_t>(length) * 40503U;
-    return (mix * 2654435761U) >> 22; // top ten bits, Knuth's multiplier
+    const auto* const bytes = reinterpret_cast<const char*>(name.data());
+    return HashBytes({bytes, name.size() * sizeof(wchar_t)}) %
+           (kFilterWords * kWordBits);
 }
 
 void Publish(const CTraceSet& set)
@@ -61,7 +55,7 @@ void Publish(const CTraceSet& set)
     std::uint64_t filter[kFilterWords] = {};
     for (const std::wstring& name : set.Names())
     {
-        const std::uint32_t bit = BitOf(name);
+        const std::size_t bit = BitOf(name);
         filter[bit / kWordBits] |= std::uint64_t{1} << (bit % kWordBits);
     }
     for (std::size_t i = 0; i < kFilterWords; ++i)
@@ -86,7 +80,7 @@ const CKeyObserver s_observer(kKeys, RefreshTrace);
 bool LogTraceIsEnabled(const wxString& component)
 {
     const std::wstring_view name = CharactersOf(component);
-    const std::uint32_t bit = BitOf(name);
+    const std::size_t bit = BitOf(name);
     const std::uint64_t word =
         s_filter[bit / kWordBits].load(std::memory_order_relaxed);
     return ((word >> (bit % kWordBits)) & 1U) != 0 &&
