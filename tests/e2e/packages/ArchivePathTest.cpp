@@ -426,4 +426,31 @@ TEST(ArchivePath, AnUnreadableFileIsSkippedWithAWarning)
         << shown.log;
 }
 
+// The list has no way to quote a ";", so the second half of such a name would
+// be looked for in the current directory, which may be anybody's.
+TEST(ArchivePath, AnArchiveWithASemicolonInItsNameLoadsNothingElse)
+{
+    const CHost host(false);
+    AddArchive(host, "ext/a;m.kze", kOurs);
+    WriteFile(host.File("here/m.kze"),
+              MakeZip({{"more.lua", "return 'evil'"}}));
+    SProcessOptions options;
+    options.cwd = host.File("here");
+    const SProcessResult result = host.RunTool(
+        "split",
+        "return {main = function() print(dom:Get('app.lua.zippath')) "
+        "print((pcall(require, 'more'))) print((pcall(require, 'more'))) end}",
+        {"--extdir", host.File("ext")}, options);
+    EXPECT_EQ(result.out, host.File("ext/a") + ";m.kze\nfalse\nfalse\n");
+    const std::string log = host.Log("split");
+    EXPECT_EQ(CountRecords(log, "Archive 'm.kze' is skipped: its path is not "
+                                "absolute\n"),
+              1)
+        << log;
+    EXPECT_EQ(
+        CountRecords(log, "Archive '" + host.File("ext/a") + "' is skipped: "),
+        1)
+        << log;
+}
+
 } // namespace
