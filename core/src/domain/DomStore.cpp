@@ -1,4 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The steps of writer, reader and waiter, and why they fit together. All loads
+// and stores of pointers, generations and counts of waiters are sequentially
+// consistent: every thread agrees on one order of them.
+//
+// A reader, under an epoch guard,
+//   R1  loads the index and finds the node of the key,
+//   R2  loads the node's value and uses it.
+// A writer, under an epoch guard,
+//   W1  finds the node as in R1,
+//   W2  puts the new value in the place of the old one: Replace() by
+//       compare-and-swap while the node is set; Insert() and Unset() under the
+//       mutex, when the node is unset before or after,
+//   W3  retires the old value,
+//   W4  adds one to the node's generation,
+//   W5  loads the node's count of waiters and is done if it is 0,
+//   W6  takes the mutex and notifies each waiting thread.
+// A waiter, which has seen an earlier generation,
+//   A1  pins the node under the mutex,
+//   A2  enters itself into the node's waiters under the mutex, and stores their
+//       count,
+//   A3  compares the generation with the one seen, under its own wake-up's
+//       mutex, and sleeps while they are equal.
+//
+//   1. No reader uses freed memory. It reaches index, node and value through
+//      guarded pointers, and each is retired only after the pointer to it was
+//      replaced (Epoch.cpp).
+//   2. No write is lost in a node that an index no longer has. Rebuild() leaves
+//      out only unset nodes, under the mutex. Replace() never sets an unset
+//      node, and Insert() looks the node up in the present index under the
+//      mutex.
+//   3. A thread that loads a generation and then the value gets the value of
+//      that change or a later one: W2 comes before W4.
+//   4. No change is slept through. Either W5 comes after A2: the writer sees
+//      the waiter, and W6 notifies it. CWakeUp::Notify() takes the wake-up's
+//      mutex, so the waiter either has yet to compare (A3) or is asleep already
+//      and wakes. Or W5 comes before A2: then W4 comes before A3, and A3 finds
+//      the new generation.
+//   5. No change is forgotten. A pinned node stays in every later index (A1),
+//      and so does its generation.
+//   6. No notified thread is gone. A waiter leaves the list under the mutex,
+//      under which W6 notifies.
 
 #include "domain/DomStore.h"
 
@@ -17,8 +59,8 @@ namespace
 constexpr std::size_t kSmallestIndex = 64;
 constexpr std::size_t kFewRemoved = 64;
 
-// The two booleans exist once, and for ever: a thread may still read while the
-// process ends.
+// The two booleans exist once. They are never freed: a thread may still read
+// while the process ends.
 const CDomValue* SharedBool(bool value)
 {
     static const CDomValue* const s_true = new CDomValue(DomContent(true));
@@ -40,8 +82,8 @@ std::size_t SizeOf(const CDomValue& value)
 } // namespace
 
 // An open-addressing table with linear probing. Nodes are added in place while
-// others read; a table that becomes too full, or holds too many removed keys,
-// is replaced by another.
+// other threads read. A table that becomes too full, or holds too many removed
+// keys, is replaced by a new one.
 struct CDomStore::CIndex final : CRetirable
 {
     explicit CIndex(std::size_t size)
@@ -57,8 +99,8 @@ struct CDomStore::CIndex final : CRetirable
         slots[at].store(&node, std::memory_order_seq_cst);
     }
 
-    // Where to look first: of a product, the highest bits depend on all bits
-    // of the factors.
+    // Where to look first: the high bits of the hash depend on all of its
+    // input.
     [[nodiscard]] std::size_t First(std::uint64_t hash) const
     {
         return hash >> shift;
@@ -77,7 +119,7 @@ struct CDomStore::CIndex final : CRetirable
     const unsigned shift;
 };
 
-// Has the calling thread woken by changes of a node.
+// Step A2, and its end: enters the calling thread into a node's waiters.
 class CDomStore::CWaiting
 {
 public:
@@ -272,14 +314,11 @@ bool CDomStore::Unset(std::string_view key)
     return true;
 }
 
-// The last of a change: wakes who waits for it and throws the old value away.
-// Under a guard, and without the lock.
+// Steps W3 to W6. Under a guard, and without the lock.
 void CDomStore::Announce(CNode& node, const CDomValue* old)
 {
     if (old != nullptr && !IsShared(old))
         Retire(old, SizeOf(*old));
-    // After the value: who sees the generation sees the value too. And before
-    // the look at the waiters, who look at it once they are counted.
     node.generation.fetch_add(1, std::memory_order_seq_cst);
     if (node.waiting.load(std::memory_order_seq_cst) == 0)
         return;
@@ -288,7 +327,7 @@ void CDomStore::Announce(CNode& node, const CDomValue* old)
         thread->Notify();
 }
 
-// Under the lock. A new node counts as removed until it gets its value.
+// A new node counts as removed until it gets its value.
 CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
 {
     CNode* const found = Find(Load(m_index), key, hash);
@@ -304,7 +343,7 @@ CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
     return *node.release();
 }
 
-// Keeps the key's node from now on.
+// Step A1: keeps the key's node from now on.
 CDomStore::CNode& CDomStore::Pin(std::string_view key)
 {
     const CLock lock(m_mutex);
@@ -315,8 +354,8 @@ CDomStore::CNode& CDomStore::Pin(std::string_view key)
     return node;
 }
 
-// Under the lock. Leaves removed keys behind and makes room for as many again
-// as are left.
+// Replaces the index by one without the removed keys, with room for as many
+// keys again as are left.
 void CDomStore::Rebuild()
 {
     const std::size_t kept = m_nodes - m_removed;

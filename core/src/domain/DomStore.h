@@ -2,14 +2,17 @@
 //
 // The values of a domain.
 //
-// Readers follow two atomic pointers, from the store to its index and from a
-// node of the index to its value; they take no lock and write to no memory
-// that others read. Who replaces the value of a key that is set takes no lock
-// either, so that no writer keeps others waiting when the system takes its core
-// away. Whoever sets, removes or adds a key takes turns under one mutex. What
-// is replaced is immutable and is freed by epochs.
+// A reader follows two atomic pointers, from the store to its index and from a
+// node of the index to its value. It takes no lock and writes to no memory that
+// other threads read. A writer that replaces the value of a set key takes no
+// lock either: it would keep others waiting while the system runs something
+// else on its core. Writers that set an unset key or remove one take turns
+// under one mutex, as do waiters. Values never change; a replaced one is freed
+// by epochs.
 //
-// Threads: any. After a fork the child goes on if its parent had one thread.
+// DomStore.cpp opens with the steps of writer, reader and waiter.
+//
+// Threads: any. A child that was forked from a process with one thread goes on.
 
 #pragma once
 
@@ -89,9 +92,9 @@ public:
                             std::uint64_t& seen);
 
 private:
-    // One key. Lives as long as an index shows it, and while it is unset only
-    // under the mutex may it get a value. What never changes is on a cache line
-    // of its own, so that readers of the key keep it.
+    // One key. Lives as long as an index leads to it. An unset node gets a
+    // value only under the mutex. The members that never change are on a cache
+    // line of their own, which stays in the caches of readers.
     struct alignas(64) CNode final : CRetirable
     {
         CNode(std::string_view nodeKey, std::uint64_t nodeHash)
@@ -111,7 +114,7 @@ private:
     struct CIndex;
     class CWaiting;
 
-    // A value that is thrown away, unless it is one of the two booleans.
+    // Deletes a value unless it is one of the two booleans.
     struct CFree
     {
         void operator()(const CDomValue* value) const;
@@ -141,8 +144,8 @@ private:
     const CDom* const m_root;
     std::atomic<CIndex*> m_index;
 
-    // Guards what follows, which keys are set, and who waits. Away from what
-    // readers read.
+    // Guards also which keys are set and which threads wait. On a cache line
+    // that readers do not read.
     alignas(64) mutable CMutex m_mutex;
     std::size_t m_nodes KZA_GUARDED_BY(m_mutex) = 0;   // in the index
     std::size_t m_removed KZA_GUARDED_BY(m_mutex) = 0; // unset, not pinned

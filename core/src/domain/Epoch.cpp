@@ -1,4 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Why no object is freed while a reader may use it.
+//
+// A reader
+//   R1  loads the epoch, and stores it in its thread's slot,
+//   R2  loads guarded pointers, one after the other, and reaches an object,
+//   R3  uses the object,
+//   R4  stores 0 in its slot.
+// A writer
+//   W1  replaces a guarded pointer; no way leads to the object any longer,
+//   W2  loads the epoch and notes it at the object,
+//   W3  adds one to the epoch,
+//   W4  loads every slot and finds the oldest reader,
+//   W5  frees the object if its epoch is older than the oldest reader's.
+//
+// R1, R2 and W1 to W4 are sequentially consistent: there is one order of all
+// of them that every thread agrees on.
+//
+//   1. A reader that reached the object did so before W1: had its load come
+//      after W1, it would have got the new pointer. So R1 came before W1 too.
+//   2. Hence R1 came before W2, and as the epoch only grows, the slot's epoch
+//   is
+//      not greater than the object's.
+//   3. R1 came before W4, so W4 sees the slot's epoch, or the 0 of R4.
+//   4. If it sees the epoch, the oldest reader is not younger than the object,
+//      and W5 leaves the object alone.
+//   5. If it sees 0, R4 is a release and W4 an acquire: all of R3 happened
+//      before W5.
+//
+// W3 is there for progress. A reader that begins after it has a greater epoch
+// than the object and does not hold it up. Without W3, new readers of the old
+// epoch could keep an object for ever.
+//
+// Where the way to an object has several guarded pointers, W1 is the store that
+// cut it. An inner guard of a thread stores nothing, since the outer one's
+// epoch is older.
+//
+// A slot that W4 does not find in the list was added after W4 read its head, so
+// its R1 comes after W1, and by step 1 its reader does not reach the object.
 
 #include "domain/Epoch.h"
 
@@ -21,12 +60,12 @@ __thread CEpochSlot* t_slot = nullptr;
 namespace
 {
 
-// Larger batches free with fewer looks at the slots and hold more memory.
+// A larger batch looks at the slots less often, and holds more memory.
 constexpr std::size_t kBatchCount = 64;
 constexpr std::size_t kBatchBytes = 256 * 1024;
 
-// All slots that ever were. They are few, as they are used again, and live as
-// long as the process.
+// All slots. A slot is never removed; a new thread takes one that an ended
+// thread has left, so there are as many as there were threads at one time.
 std::atomic<CEpochSlot*> s_slots{nullptr};
 
 void GiveSlotBackCB(void* slot)
@@ -36,9 +75,8 @@ void GiveSlotBackCB(void* slot)
                                                std::memory_order_release);
 }
 
-// The system's own thread-specific data and not a thread_local object with a
-// destructor: the destructors of other thread_local objects may still read,
-// and these come after them.
+// POSIX thread-specific data, whose destructors run after those of thread_local
+// objects: such an object may read the domain in its destructor.
 pthread_key_t SlotKey()
 {
     static const pthread_key_t key = []
@@ -66,15 +104,14 @@ CEpochSlot* AddSlot()
 {
     auto* const slot = new CEpochSlot;
     slot->next = s_slots.load(std::memory_order_relaxed);
-    // Sequentially consistent, so that a writer that misses the new slot is
-    // one whose replaced pointers the reader cannot load.
     while (!s_slots.compare_exchange_weak(slot->next, slot))
     {
     }
     return slot;
 }
 
-// The epoch of the reader that began first; the highest number without one.
+// Step W4. The epoch of the reader that began first; the highest number when
+// there is no reader.
 std::uint64_t OldestReader()
 {
     std::uint64_t oldest = std::numeric_limits<std::uint64_t>::max();
@@ -117,6 +154,7 @@ CRetired::~CRetired()
 
 void CRetired::Add(const CRetirable* object, std::size_t bytes)
 {
+    // Step W2.
     object->m_epoch = EpochDetail::g_epoch.load(std::memory_order_seq_cst);
     if (m_oldest == nullptr)
         m_oldest = object;
@@ -134,8 +172,8 @@ CGarbage CRetired::Collect()
     m_count = 0;
     m_bytes = 0;
 
-    // A reader that tells the new epoch began after everything here had gone
-    // out of reach.
+    // Steps W3 to W5. The epochs along the list never fall, so the first object
+    // that must stay ends it.
     EpochDetail::g_epoch.fetch_add(1, std::memory_order_seq_cst);
     const std::uint64_t oldestReader = OldestReader();
     const CRetirable* const first = m_oldest;

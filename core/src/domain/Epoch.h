@@ -2,17 +2,16 @@
 //
 // Memory that readers without locks may still be looking at.
 //
-// A reader holds a CEpochGuard while it follows pointers; what a writer took
-// out of reach it retires, and it is freed once every reader that could have
-// seen it has left. Readers and writers write to memory of their own thread
-// and to nothing else.
+// A reader holds a CEpochGuard while it follows guarded pointers. A writer
+// replaces such a pointer and retires the object that it led to, which is freed
+// once every reader that may have reached it has left. A reader stores to its
+// own thread's slot alone, and a writer to its own thread's list.
 //
-// The order that makes it safe is that of sequentially consistent operations:
-// readers load the guarded pointers, and writers replace them, with
-// std::memory_order_seq_cst.
+// What users owe: guarded pointers are loaded and replaced with
+// std::memory_order_seq_cst. Epoch.cpp has the argument why that is enough.
 //
-// Threads: any; guards may be nested. After a fork the child goes on if its
-// parent had one thread.
+// Threads: any; guards may be nested. A child that was forked from a process
+// with one thread goes on.
 
 #pragma once
 
@@ -23,7 +22,7 @@
 namespace KzaCore
 {
 
-/// Base of what is freed by epochs.
+/// Base of the objects that guarded pointers lead to.
 class CRetirable
 {
 public:
@@ -39,12 +38,13 @@ private:
     friend class CGarbage;
     friend class CRetired;
 
-    // Where it waits to be freed; what it holds is constant by then.
+    // Of the list of retired objects. Mutable, since a retired object is
+    // constant.
     mutable const CRetirable* m_next = nullptr;
     mutable std::uint64_t m_epoch = 0;
 };
 
-/// Objects that nobody sees any longer; freed with it.
+/// Objects that no reader can reach; its destructor frees them.
 class CGarbage
 {
 public:
@@ -59,8 +59,9 @@ private:
     const CRetirable* m_first = nullptr; // oldest first
 };
 
-/// Objects out of reach that wait for their last reader, oldest first: a reader
-/// that stays long costs memory, and no look at what it holds up.
+/// Objects out of reach that wait for their last reader, oldest first. A reader
+/// that stays long costs memory, but no time: what it holds up is not looked
+/// at.
 ///
 /// Threads: one at a time.
 class CRetired
@@ -79,7 +80,7 @@ public:
     /// \param bytes  Roughly what the object holds.
     void Add(const CRetirable* object, std::size_t bytes);
 
-    /// Hands out, in batches, what no reader can see.
+    /// Hands out the objects that no reader can reach, in batches.
     [[nodiscard]] CGarbage Collect();
 
 private:
@@ -89,8 +90,9 @@ private:
     std::size_t m_bytes = 0;              // likewise
 };
 
-/// What one thread has here. Threads that ended leave theirs to others.
-// The padding keeps what the thread alone uses away from what others look at.
+/// The place of one thread. A thread that ends leaves it to another.
+// The padding keeps the thread's own list off the cache line that writers of
+// all threads read.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct alignas(64) CEpochSlot
 {
@@ -107,8 +109,9 @@ namespace EpochDetail
 
 extern std::atomic<std::uint64_t> g_epoch; // counts from 1
 
-// Every read of the domain looks here. The plain form of thread-local data, in
-// the part of it that is there from the start, spares two calls.
+// Every read of the domain loads it. __thread needs no wrapper function, which
+// thread_local would, and the initial-exec model no call to find the variable:
+// two calls less for each read.
 extern __thread CEpochSlot* t_slot __attribute__((tls_model("initial-exec")));
 
 /// Gives the calling thread its slot.
@@ -121,7 +124,7 @@ inline CEpochSlot& Slot()
 
 } // namespace EpochDetail
 
-/// Keeps alive whatever guarded pointers show, as long as it exists.
+/// Keeps every object alive that its thread reaches through guarded pointers.
 class CEpochGuard
 {
 public:
@@ -149,8 +152,8 @@ private:
     const bool m_isOutermost;
 };
 
-/// Takes an object that no pointer leads to any longer, to be freed later by
-/// this thread.
+/// Takes an object that no guarded pointer leads to any longer. The calling
+/// thread frees it later.
 ///
 /// \param bytes  Roughly what the object holds.
 inline void Retire(const CRetirable* object, std::size_t bytes)
@@ -158,8 +161,8 @@ inline void Retire(const CRetirable* object, std::size_t bytes)
     EpochDetail::Slot().retired.Add(object, bytes);
 }
 
-/// Frees, in batches, what this thread retired and nobody sees any longer. To
-/// be called outside of guards and locks.
+/// Frees, in batches, the objects that the calling thread has retired and that
+/// no reader can reach. To be called outside of guards and locks.
 inline void FreeRetired()
 {
     const CGarbage garbage = EpochDetail::Slot().retired.Collect();
