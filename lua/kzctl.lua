@@ -69,22 +69,35 @@ local function print_help(parser, command)
     io.write(command.parser:get_help(), "\n")
 end
 
--- "-NAME" of the command trace is a word, not an option: it goes behind "--".
+-- Words that begin with "-" and are no options, by the command that takes them:
+-- they go behind "--".
+local NO_OPTION = { trace = "^%-[^-]", set = "^%-%d" }
+
 local function shield(words)
-    local shielded, change, is_trace = {}, nil, false
+    local shielded, behind, pattern = {}, {}, nil
     for _, word in ipairs(words) do
-        if is_trace and word:find("^%-[^-]") and word ~= "-h" then
-            change = word
-        else
-            shielded[#shielded + 1] = word
-        end
-        is_trace = is_trace or word == "trace"
+        local list = pattern and word:find(pattern) and behind or shielded
+        list[#list + 1] = word
+        pattern = pattern or NO_OPTION[word]
     end
-    if change then
+    if #behind > 0 then
         shielded[#shielded + 1] = "--"
-        shielded[#shielded + 1] = change
+        shielded[#shielded + 1] = table.concat(behind, " ")
     end
     return shielded
+end
+
+-- Whether help is asked for, whatever else is missing; and of which command.
+local function asks_for_help(words, commands)
+    local asked, topic = false, nil
+    for _, word in ipairs(words) do
+        if word == "--" then
+            break
+        end
+        asked = asked or word == "-h" or word == "--help"
+        topic = topic or commands[word]
+    end
+    return asked, topic
 end
 
 local function usage(message)
@@ -109,6 +122,11 @@ end
 
 local function status_of(words)
     local parser, commands = build()
+    local asked, topic = asks_for_help(words, commands)
+    if asked then
+        print_help(parser, topic)
+        return 0
+    end
     local ok, args = parser:pparse(shield(words))
     if not ok then
         return usage(args)
@@ -118,10 +136,6 @@ local function status_of(words)
             return usage(("there is no command '%s'"):format(args.topic))
         end
         print_help(parser, commands[args.topic])
-        return 0
-    end
-    if args.help then
-        print_help(parser, commands[args.command])
         return 0
     end
     if not args.command then

@@ -89,8 +89,10 @@ int CAgentApp::OnRunScript()
         return RunAppInteractively();
 
     int status = RunAppInit();
-    if (status == 0)
-        status = RunAppMain();
+    if (status != 0)
+        return status;
+    wxLogMessage("%s is up", GetAppName());
+    status = RunAppMain();
     if (status != 0)
         return status;
     m_stopWatch->Disarm();

@@ -45,11 +45,14 @@ TEST(Watchdog, WorkersStatusEndsTheService)
         Tell(service);
         EXPECT_EQ(CService::StatusOf(watchdog), status);
 
-        const Lines expected = {kStarting, kWorkerRuns,
+        const Lines expected = {kStarting,
+                                kUp,
+                                kWorkerRuns,
                                 "INFO kza: Child process exited with status " +
                                     std::to_string(status << 8) + " (exit " +
                                     std::to_string(status) + ")",
-                                ServiceEnds(status), kExiting};
+                                ServiceEnds(status),
+                                kExiting};
         EXPECT_EQ(Said(service), expected);
         EXPECT_TRUE(fs::is_empty(service.RunDir()));
     }
@@ -64,8 +67,12 @@ TEST(Watchdog, CleanShutdownIsNotRestarted)
     kill(service.Worker(), SIGTERM);
     EXPECT_EQ(CService::StatusOf(watchdog), 0);
     const Lines expected = {
-        kStarting, kWorkerRuns, "WARNING kza: sigwait(): caught signal 15",
-        "INFO kza: Child process exited with status 0 (exit 0)", kExiting};
+        kStarting,
+        kUp,
+        kWorkerRuns,
+        "WARNING kza: sigwait(): caught signal 15",
+        "INFO kza: Child process exited with status 0 (exit 0)",
+        kExiting};
     EXPECT_EQ(Said(service), expected);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }
@@ -92,7 +99,8 @@ TEST(Watchdog, NoRunTimeIsReportedUnderAnotherName)
     ASSERT_TRUE(service.StartUntil(kRuns));
     ASSERT_TRUE(service.WaitUntilGone());
     const Lines expected = {
-        kWorkerRuns, "INFO kza: Child process exited with status 1792 (exit 7)",
+        "MESSAGE kza: other is up", kWorkerRuns,
+        "INFO kza: Child process exited with status 1792 (exit 7)",
         ServiceEnds(7)};
     EXPECT_EQ(Said(service), expected);
 }
@@ -154,11 +162,12 @@ TEST_P(DriverStop, ExitCode3RestartsTheWorker)
     EXPECT_TRUE(service.Stop());
 
     Lines expected = {
-        kStarting, kWorkerRuns,
+        kStarting, kUp, kWorkerRuns,
         "INFO kza: Child process exited with status 768 (exit 3)"};
     if (driver.said != nullptr)
         expected.emplace_back(driver.said);
     expected.push_back(Delaying(1000, 1));
+    expected.push_back(kUp);
     expected.push_back(kWorkerRuns);
     Lines said = Said(service);
     said.resize(expected.size());
@@ -269,6 +278,7 @@ TEST(Watchdog, NinthStartEndsTheService)
     {
         if (start > 1)
             expected.push_back(Delaying(1000 << (start - 2), start - 1));
+        expected.push_back(kUp);
         expected.push_back(kWorkerRuns);
         expected.push_back(exited);
     }

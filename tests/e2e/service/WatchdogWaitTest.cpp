@@ -29,10 +29,13 @@ TEST(Watchdog, FailedWaitEndsTheService)
     Tell(service);
     EXPECT_EQ(CService::StatusOf(watchdog), 255);
     const Lines expected = {
-        kStarting, kWorkerRuns,
+        kStarting,
+        kUp,
+        kWorkerRuns,
         "ERROR kza: Error waiting for child process (error 10: No child "
         "processes)",
-        ServiceEnds(255), kExiting};
+        ServiceEnds(255),
+        kExiting};
     EXPECT_EQ(Said(service), expected);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }
@@ -49,9 +52,12 @@ TEST(Watchdog, AnotherProcessIsNotTheWorkersEnd)
     Tell(service);
     EXPECT_EQ(CService::StatusOf(watchdog), 5);
     const Lines expected = {
-        kStarting, kWorkerRuns,
+        kStarting,
+        kUp,
+        kWorkerRuns,
         "INFO kza: Child process exited with status 1280 (exit 5)",
-        ServiceEnds(5), kExiting};
+        ServiceEnds(5),
+        kExiting};
     EXPECT_EQ(Said(service), expected);
 }
 

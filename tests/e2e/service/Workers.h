@@ -76,6 +76,7 @@ inline std::vector<std::string> Said(const CService& service)
 using Lines = std::vector<std::string>;
 
 inline const std::string kStarting = "INFO kza: KZA 12.0.0.2932 starting.";
+inline const std::string kUp = "MESSAGE kza: kz_agent is up";
 inline const std::string kWorkerRuns = "MESSAGE kza: worker runs";
 inline const std::string kExiting =
     "INFO kza: KZA 12.0.0.2932 exiting. Run time was ";

@@ -214,8 +214,9 @@ TEST(CommandLine, BackgroundModeIsInTheDomain)
                       "  ', plugins ' .. tostring(dom:Get('app.plugins'))) "
                       "end}");
     ASSERT_TRUE(service.StartUntil("background "));
-    EXPECT_EQ(service.Records(), Words{"MESSAGE kza: background true, plugins "
-                                       "nil"});
+    const Words expected = {"MESSAGE kza: inback is up",
+                            "MESSAGE kza: background true, plugins nil"};
+    EXPECT_EQ(service.Records(), expected);
     EXPECT_TRUE(service.Stop());
 }
 

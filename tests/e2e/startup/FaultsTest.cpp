@@ -72,6 +72,7 @@ TEST(Faults, AServiceThatCannotWaitForItsEndShutsDown)
     ASSERT_TRUE(service.StartUntil("exited with status", options));
     EXPECT_TRUE(service.WaitUntilGone());
     const std::vector<std::string> expected = {
+        "MESSAGE kza: nowait is up",
         "ERROR kza: sigwait (error 22: Invalid argument)",
         "MESSAGE kza: shutdown",
         "INFO kza: Child process exited with status 1792 (exit 7)",

@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// kzctl beside a service in each of its states, as an operator calls it.
+
+#include "e2e/service/WaitingService.h"
+
+#include "support/Service.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <regex>
+
+using namespace TestSupport;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using Words = std::vector<std::string>;
+
+const Words kWithSocket = {"--domain_var", "control.socket=1"};
+
+// A service, and kzctl beside its executable.
+class CKzctl
+{
+public:
+    explicit CKzctl(const char* module = kWaitingMain)
+    {
+        m_service.SetModule(module);
+        for (const char* file : {"kzctl", "kza_core"})
+            fs::copy(fs::path(KZA_STAGE_DIR) / file,
+                     m_service.Host().File(file),
+                     fs::copy_options::recursive |
+                         fs::copy_options::overwrite_existing);
+        // The service's application is its module, not the example.
+        fs::remove(m_service.Host().File("kza_core/kz_agent.kze"));
+    }
+
+    [[nodiscard]] const CService& Service() const { return m_service; }
+
+    [[nodiscard]] Words CommandLine(const Words& words) const
+    {
+        Words all = {m_service.Host().File("kzctl")};
+        all.insert(all.end(), words.begin(), words.end());
+        return all;
+    }
+
+    // In the mounts of the service, whose pid file lies there.
+    [[nodiscard]] SProcessResult Run(const Words& words) const
+    {
+        return TestSupport::Run(CommandLine(words), m_service.Process());
+    }
+
+    // A member of the JSON that a command prints, as it stands there.
+    [[nodiscard]] std::string Member(const Words& words,
+                                     const std::string& name) const
+    {
+        const std::string out = Run(words).out;
+        std::smatch found;
+        const std::regex pattern("\"" + name + "\":(\"[^\"]*\"|[^,}]*)");
+        return std::regex_search(out, found, pattern) ? found[1].str() : out;
+    }
+
+    [[nodiscard]] std::string State() const
+    {
+        return Member({"--json", "status"}, "state");
+    }
+
+    [[nodiscard]] bool Start() const
+    {
+        return m_service.StartUntil(kMainRuns, {kWithSocket, {}});
+    }
+
+private:
+    CService m_service;
+};
+
+SProcessResult Said(int status, const std::string& out, const std::string& err)
+{
+    SProcessResult result;
+    result.status = status;
+    result.out = out;
+    result.err = err;
+    return result;
+}
+
+void ExpectSame(const SProcessResult& is, const SProcessResult& expected)
+{
+    EXPECT_EQ(is.status, expected.status);
+    EXPECT_EQ(is.out, expected.out);
+    EXPECT_EQ(is.err, expected.err);
+}
+
+TEST(Kzctl, StoppedService)
+{
+    const CKzctl kzctl;
+    const SProcessResult status = kzctl.Run({"status"});
+    EXPECT_EQ(status.status, 3);
+    EXPECT_EQ(status.out, "name      kz_agent\nstate     stopped\n");
+    EXPECT_EQ(kzctl.State(), "\"stopped\"");
+    ExpectSame(kzctl.Run({"stop"}),
+               Said(0, "'kz_agent' is stopped already\n", ""));
+    EXPECT_FALSE(fs::exists(kzctl.Service().Host().Work()))
+        << "it leaves no file behind";
+}
+
+TEST(Kzctl, RunningService)
+{
+    const CKzctl kzctl;
+    ASSERT_TRUE(kzctl.Start());
+    const CService& service = kzctl.Service();
+    ASSERT_TRUE(service.WaitUntilDetached());
+    const std::string status = kzctl.Run({"status", "--json"}).out;
+    const std::regex pattern(
+        R"(\{"name":"kz_agent","state":"running","watchdog":)" +
+        std::to_string(service.PidFromFile()) + R"(,"worker":)" +
+        std::to_string(service.Worker()) +
+        R"(,"since":"[0-9]{4}-[0-9][0-9]-[0-9][0-9]T[0-9:]{8}[+-][0-9:]{5}",)"
+        R"("restarts":0,"next_start_ms":null,"rss_kib":\{"watchdog":[0-9]+,)"
+        R"("worker":[0-9]+\},"cpu_s":\{"watchdog":[0-9.]+,"worker":[0-9.]+\},)"
+        R"("version":"12\.0\.0\.2932","last_error":null,"last_dump":null,)"
+        R"("pending_packages":\[\]\}\n)");
+    EXPECT_TRUE(std::regex_match(status, pattern)) << status;
+    const std::string pid = std::to_string(service.PidFromFile());
+    ExpectSame(kzctl.Run({"start"}),
+               Said(0, "'kz_agent' is running already (" + pid + ")\n", ""));
+    ExpectSame(kzctl.Run({"stop"}), Said(0, "'kz_agent' is stopped\n", ""));
+    EXPECT_TRUE(service.Processes().empty());
+}
+
+TEST(Kzctl, ServiceInItsBackOff)
+{
+    const CKzctl kzctl("return { main = function() return 3 end }");
+    const CService& service = kzctl.Service();
+    ASSERT_TRUE(service.StartUntil("Delaying 4000ms"));
+    EXPECT_EQ(kzctl.Run({"status"}).status, 0);
+    EXPECT_EQ(kzctl.State(), "\"starting\"");
+    const int next =
+        std::atoi(kzctl.Member({"status", "--json"}, "next_start_ms").c_str());
+    EXPECT_GE(next, 0);
+    EXPECT_LE(next, 4000);
+    EXPECT_EQ(kzctl.Member({"status", "--json"}, "restarts"), "2");
+    // It is asked twice, as it has to be.
+    ExpectSame(kzctl.Run({"stop"}), Said(0, "'kz_agent' is stopped\n", ""));
+    EXPECT_TRUE(service.Processes().empty());
+}
+
+TEST(Kzctl, ServiceThatStops)
+{
+    const CKzctl kzctl("return { main = function()\n"
+                       "  dom:Log('message', 'main runs')\n"
+                       "  while not dom:Get('go') do dom:Wait('go', 10) end\n"
+                       "end }");
+    const CService& service = kzctl.Service();
+    ASSERT_TRUE(kzctl.Start());
+    const SProcessResult stop = kzctl.Run({"stop", "--timeout", "0.5"});
+    EXPECT_EQ(stop.status, 1);
+    EXPECT_TRUE(std::regex_match(
+        stop.err, std::regex("kzctl: 'kz_agent' has not stopped: 'main' has "
+                             "not returned since it was asked, [-0-9: ]+\n")))
+        << stop.err;
+    EXPECT_EQ(kzctl.State(), "\"stopping\"");
+    EXPECT_EQ(kzctl.Run({"status"}).status, 0);
+    const SProcessResult start = kzctl.Run({"start"});
+    EXPECT_EQ(start.status, 1);
+    EXPECT_NE(start.err.find("has not ended yet"), std::string::npos);
+    ExpectSame(kzctl.Run({"stop", "--timeout", "0.2", "--kill"}),
+               Said(0, "'kz_agent' was ended by force\n", ""));
+    EXPECT_TRUE(service.WaitUntilGone());
+    EXPECT_EQ(kzctl.State(), "\"stopped\"");
+}
+
+TEST(Kzctl, StalePidFile)
+{
+    const CKzctl kzctl;
+    WriteFile(kzctl.Service().PidFile(), std::to_string(DeadPid()) + "\n");
+    EXPECT_EQ(kzctl.Run({"status"}).status, 1);
+    EXPECT_EQ(kzctl.State(), "\"stale\"");
+    // Of a process id that went to another program, likewise.
+    WriteFile(kzctl.Service().PidFile(), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(kzctl.State(), "\"stale\"");
+    ExpectSame(kzctl.Run({"stop"}),
+               Said(0, "'kz_agent' is stopped already\n", ""));
+}
+
+TEST(Kzctl, UnusablePidFile)
+{
+    const CKzctl kzctl;
+    fs::create_directory(kzctl.Service().PidFile());
+    EXPECT_EQ(kzctl.State(), "\"stopped\"");
+}
+
+TEST(Kzctl, StartWaitsUntilItIsUp)
+{
+    const CKzctl kzctl;
+    ExpectSame(kzctl.Run({"start"}), Said(0, "'kz_agent' is up\n", ""));
+    EXPECT_EQ(kzctl.State(), "\"running\"");
+    const pid_t first = kzctl.Service().PidFromFile();
+    ExpectSame(kzctl.Run({"restart"}),
+               Said(0, "'kz_agent' is stopped\n'kz_agent' is up\n", ""));
+    EXPECT_NE(kzctl.Service().PidFromFile(), first);
+    EXPECT_EQ(kzctl.Run({"stop"}).status, 0);
+}
+
+TEST(Kzctl, StartSaysWhyItFailed)
+{
+    const CKzctl kzctl("return { init = function() error('no disk') end }");
+    const SProcessResult start = kzctl.Run({"start"});
+    EXPECT_EQ(start.status, 1);
+    EXPECT_EQ(start.err.rfind("kzctl: 'kz_agent' did not start: ", 0), 0U)
+        << start.err;
+    EXPECT_NE(start.err.find("The service ends with status 2"),
+              std::string::npos)
+        << start.err;
+    EXPECT_EQ(std::count(start.err.begin(), start.err.end(), '\n'), 1)
+        << start.err;
+}
+
+TEST(Kzctl, StartTakesOptionsOfTheAgent)
+{
+    const CKzctl kzctl;
+    EXPECT_EQ(kzctl
+                  .Run({"start", "--timeout", "60", "--", "--domain_var",
+                        "control.socket=1"})
+                  .status,
+              0);
+    ExpectSame(kzctl.Run({"get", "control.socket"}), Said(0, "1\n", ""));
+    EXPECT_EQ(kzctl.Run({"stop"}).status, 0);
+}
+
+TEST(Kzctl, DomainOfTheRunningAgent)
+{
+    const CKzctl kzctl;
+    ASSERT_TRUE(kzctl.Start());
+    ExpectSame(kzctl.Run({"get", "app.name"}), Said(0, "kz_agent\n", ""));
+    ExpectSame(kzctl.Run({"get", "none"}),
+               Said(1, "", "kzctl: 'none' is not set\n"));
+    ExpectSame(
+        kzctl.Run({"get", "none", "--json"}),
+        Said(1, "{\"key\":\"none\",\"type\":\"nil\",\"value\":null}\n", ""));
+    ExpectSame(kzctl.Run({"set", "a.text", "two words"}), Said(0, "", ""));
+    ExpectSame(kzctl.Run({"set", "--int", "a.number", "-9007199254740993"}),
+               Said(0, "", ""));
+    ExpectSame(kzctl.Run({"set", "--bool", "a.switch", "true"}),
+               Said(0, "", ""));
+    ExpectSame(kzctl.Run({"keys", "a."}),
+               Said(0, "a.number\na.switch\na.text\n", ""));
+    ExpectSame(
+        kzctl.Run({"keys", "a.", "--json"}),
+        Said(0,
+             "{\"key\":\"a.number\",\"type\":\"number\",\"value\":"
+             "-9007199254740993}\n"
+             "{\"key\":\"a.switch\",\"type\":\"boolean\",\"value\":true}\n"
+             "{\"key\":\"a.text\",\"type\":\"string\",\"value\":\"two "
+             "words\"}\n",
+             ""));
+    ExpectSame(kzctl.Run({"unset", "a.text"}), Said(0, "", ""));
+    EXPECT_EQ(kzctl.Run({"get", "a.text"}).status, 1);
+    ExpectSame(kzctl.Run({"set", "--int", "a.number", "x"}),
+               Said(1, "", "kzctl: 'x' is no integer\n"));
+    ExpectSame(kzctl.Run({"heartbeat"}), Said(0, "", ""));
+    ExpectSame(kzctl.Run({"get", "kza.HeartbeatNow"}), Said(0, "true\n", ""));
+    EXPECT_EQ(kzctl.Member({"version", "--json"}, "agent"), "\"12.0.0.2932\"");
+    EXPECT_TRUE(kzctl.Service().Stop());
+}
+
+TEST(Kzctl, TraceOfTheRunningAgent)
+{
+    const CKzctl kzctl;
+    ASSERT_TRUE(kzctl.Start());
+    ExpectSame(kzctl.Run({"trace", "+Mine"}),
+               Said(0,
+                    "app.trace  Mine\napp.trace+ Appl, Cmd, Srvc, "
+                    "kza.Heartbeat, kza.ListenThread, kza.PluginUtils\n",
+                    ""));
+    ExpectSame(kzctl.Run({"trace", "-Cmd", "--json"}),
+               Said(0,
+                    "{\"app.trace\":[\"Mine\"],\"app.trace+\":[\"Appl\","
+                    "\"Srvc\",\"kza.Heartbeat\",\"kza.ListenThread\","
+                    "\"kza.PluginUtils\"]}\n",
+                    ""));
+    EXPECT_EQ(kzctl.Run({"trace", "+*"}).status, 0);
+    ExpectSame(kzctl.Run({"trace", "-Mine"}),
+               Said(1, "",
+                    "kzctl: all components are traced ('*'): 'Mine' alone "
+                    "cannot be taken out\n"));
+    EXPECT_TRUE(kzctl.Service().Stop());
+}
+
+TEST(Kzctl, WatchEndsWithTheAgentAndOnCtrlC)
+{
+    const CKzctl kzctl;
+    ASSERT_TRUE(kzctl.Start());
+    CProcess watch(kzctl.CommandLine({"watch", "k"}),
+                   kzctl.Service().Process());
+    ASSERT_TRUE(WaitUntil([&] { return watch.Out() == "(not set)\n"; }));
+    EXPECT_EQ(kzctl.Run({"set", "k", "v"}).status, 0);
+    ASSERT_TRUE(WaitUntil([&] { return watch.Out() == "(not set)\nv\n"; }));
+
+    CProcess other(kzctl.CommandLine({"watch", "k", "--json"}),
+                   kzctl.Service().Process());
+    ASSERT_TRUE(WaitUntil([&] { return !other.Out().empty(); }));
+    other.Signal(SIGTERM); // the script tells the tool as Ctrl-C would
+    EXPECT_EQ(other.Wait().status, 0);
+
+    EXPECT_TRUE(kzctl.Service().Stop());
+    const SProcessResult end = watch.Wait();
+    EXPECT_EQ(end.status, 1);
+    EXPECT_EQ(end.err, "kzctl: the agent has gone\n");
+}
+
+TEST(Kzctl, WithoutASocketItSaysWhatIsMissing)
+{
+    const CKzctl kzctl;
+    ExpectSame(kzctl.Run({"get", "k"}),
+               Said(1, "",
+                    "kzctl: no answer at '" + kzctl.Service().Host().Work() +
+                        "/run/kz_agent.sock': No such file or directory (it is "
+                        "there while 'kz_agent' runs with the setting "
+                        "control.socket)\n"));
+}
+
+TEST(Kzctl, LogAndEvents)
+{
+    const CKzctl kzctl("return { main = function()\n"
+                       "  dom:AgentEventWrite{text='e1', number=7, "
+                       "severity=2}\n"
+                       "  dom:Log('error', 'first')\n"
+                       "  dom:Log('message', 'main runs')\n"
+                       "end }");
+    const CService& service = kzctl.Service();
+    EXPECT_EQ(kzctl.Run({"log"}).status, 1) << "there is no log yet";
+    ExpectSame(kzctl.Run({"events"}), Said(0, "", ""));
+    ASSERT_TRUE(kzctl.Start());
+    EXPECT_EQ(kzctl.Member({"log", "--level", "error", "--json"}, "text"),
+              "\"first\"");
+    EXPECT_EQ(kzctl.Member({"status", "--json"}, "last_error").find("first"),
+              kzctl.Member({"status", "--json"}, "last_error").size() - 6);
+    EXPECT_EQ(kzctl.Member({"events", "--json"}, "text"), "\"e1\"");
+    EXPECT_EQ(kzctl.Run({"events", "--after", "1"}).out, "");
+    EXPECT_EQ(kzctl.Run({"log", "-n", "0"}).out, "");
+
+    CProcess follow(kzctl.CommandLine({"log", "-f", "-n", "1"}),
+                    service.Process());
+    ASSERT_TRUE(WaitUntil([&] { return !follow.Out().empty(); }));
+    kill(service.PidFromFile(), SIGTERM);
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        { return follow.Out().find("Run time was") != std::string::npos; }));
+    follow.Signal(SIGTERM);
+    EXPECT_EQ(follow.Wait().status, 0);
+}
+
+TEST(Kzctl, WrongUsageIsStatusTwoAndOneLine)
+{
+    const CKzctl kzctl;
+    for (const Words& words :
+         {Words{}, Words{"fly"}, Words{"get"}, Words{"get", "a", "b"},
+          Words{"log", "-n", "x"}, Words{"log", "--level", "loud"},
+          Words{"log", "--since", "yesterday"}, Words{"status", "--fast"},
+          Words{"stop", "--timeout", "soon"}, Words{"help", "fly"}})
+    {
+        const SProcessResult result = kzctl.Run(words);
+        EXPECT_EQ(result.status, 2) << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err.rfind("kzctl: ", 0), 0U) << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1)
+            << result.err;
+    }
+}
+
+TEST(Kzctl, EachCommandHasHelpOf80Columns)
+{
+    const CKzctl kzctl;
+    const std::string all = kzctl.Run({"help"}).out;
+    for (const char* name :
+         {"status", "start", "stop", "restart", "log", "events", "get", "set",
+          "unset", "keys", "watch", "trace", "heartbeat", "version"})
+    {
+        SCOPED_TRACE(name);
+        EXPECT_NE(all.find(std::string("\n   ") + name), std::string::npos);
+        const SProcessResult help = kzctl.Run({"help", name});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_EQ(help.out.rfind(std::string("Usage: kzctl ") + name, 0), 0U);
+        EXPECT_EQ(kzctl.Run({name, "--help"}).out, help.out);
+        std::istringstream lines(all + help.out);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+} // namespace
