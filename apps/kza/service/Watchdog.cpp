@@ -102,10 +102,10 @@ int AsExitStatus(int result)
 
 } // namespace
 
-CWatchdog::CWatchdog(wxString pidFile, wxString dumpFile, WorkerMain workerMain)
-    : m_pidFile(std::move(pidFile)),
-      m_dump(std::move(dumpFile)),
-      m_workerMain(std::move(workerMain))
+CWatchdog::CWatchdog(const wxString& pidFile,
+                     const wxString& dumpFile,
+                     WorkerMain workerMain)
+    : m_pidFile(pidFile), m_dump(dumpFile), m_workerMain(std::move(workerMain))
 {
 }
 

@@ -28,7 +28,9 @@ public:
 
     /// \param pidFile   Removed by the first stop request, else by Run().
     /// \param dumpFile  Where a worker that crashes leaves its dump.
-    CWatchdog(wxString pidFile, wxString dumpFile, WorkerMain workerMain);
+    CWatchdog(const wxString& pidFile,
+              const wxString& dumpFile,
+              WorkerMain workerMain);
 
     /// Starts workers, one after the other, until one of them ends the service.
     /// The process must have one thread, no Lua state and no open database.

@@ -28,14 +28,10 @@ TEST(Watchdog, FailedWaitEndsTheService)
     const pid_t watchdog = service.PidFromFile();
     Tell(service);
     EXPECT_EQ(CService::StatusOf(watchdog), 255);
-    const Lines expected = {
-        kStarting,
-        kUp,
-        kWorkerRuns,
-        "ERROR kza: Error waiting for child process (error 10: No child "
-        "processes)",
-        ServiceEnds(255),
-        kExiting};
+    const std::string failed = "ERROR kza: Error waiting for child process "
+                               "(error 10: No child processes)";
+    const Lines expected = {kStarting,        kUp,     kWorkerRuns, failed,
+                            ServiceEnds(255), kExiting};
     EXPECT_EQ(Said(service), expected);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }
