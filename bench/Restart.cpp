@@ -209,7 +209,7 @@ int main()
 {
     const SMedians medians = CompareWithABareParent();
     const double own = medians.ours;
-    Report("a bare fork", own, medians.bare, "<=1.5");
+    Report("a bare fork", own, medians.bare, "<=2");
 
     const CFirstLine firstLine;
     const std::string script = firstLine.Script();
