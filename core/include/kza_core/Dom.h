@@ -78,7 +78,7 @@ public:
     /// Makes a domain. The first one made without a parent is the root of the
     /// process, from which log and trace take their settings, until released.
     ///
-    /// \param name      A name for messages, may be null.
+    /// \param name      Reserved for messages, may be null; nothing keeps it.
     /// \param parent    Reserved, must be null.
     /// \param created   When not null, set to true.
     /// \param reserved  Must be false.
@@ -182,9 +182,8 @@ public:
 private:
     friend CDomStore& StoreOf(CDom& dom);
 
-    explicit CDom(const char* name);
+    CDom();
 
-    std::string m_name;
     std::unique_ptr<CDomStore> m_store;
 };
 

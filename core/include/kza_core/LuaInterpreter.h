@@ -30,7 +30,7 @@ public:
     /// are ignored.
     ///
     /// \param reserved       Must be false.
-    /// \param name           What messages about this interpreter call it.
+    /// \param name           Reserved for messages; nothing keeps it.
     /// \param openLibraries  Open Lua's standard libraries.
     CLuaInterpreter(bool reserved, const wchar_t* name, bool openLibraries);
 
@@ -89,7 +89,6 @@ private:
 
     lua_State* m_state;
     wxOutputStream* m_out = nullptr;
-    std::string m_name;
     std::string m_errorInfo;
 };
 

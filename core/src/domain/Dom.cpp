@@ -33,19 +33,21 @@ bool GetAs(const CDomStore& store, const std::string& key, T& out)
 
 } // namespace
 
-CDom* CDom::New(const char* name, CDom* parent, bool* created, bool reserved)
+CDom* CDom::New(const char* /*name*/,
+                CDom* parent,
+                bool* created,
+                bool reserved)
 {
     wxASSERT(parent == nullptr && !reserved);
     wxUnusedVar(parent);
     wxUnusedVar(reserved);
     if (created != nullptr)
         *created = true;
-    return new CDom(name);
+    return new CDom;
 }
 
-CDom::CDom(const char* name)
-    : m_name(name == nullptr ? "" : name),
-      m_store(std::make_unique<CDomStore>(ClaimRoot(*this) ? this : nullptr))
+CDom::CDom()
+    : m_store(std::make_unique<CDomStore>(ClaimRoot(*this) ? this : nullptr))
 {
 }
 

@@ -80,9 +80,9 @@ std::string TextOf(lua_State* L, int status)
 } // namespace
 
 CLuaInterpreter::CLuaInterpreter(bool reserved,
-                                 const wchar_t* name,
+                                 const wchar_t* /*name*/,
                                  bool openLibraries)
-    : m_state(luaL_newstate()), m_name(wxString(name).utf8_str())
+    : m_state(luaL_newstate())
 {
     wxASSERT(!reserved);
     wxUnusedVar(reserved);
