@@ -89,6 +89,9 @@ public:
     /// The whole script: its status becomes the process's exit status.
     int OnRunScript();
 
+    /// Gives the main thread some time to enter its loop.
+    void AwaitMainLoop();
+
     /// Tells the main loop to end with the status; from the script thread.
     void EndRun(int status);
 

@@ -1,6 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// How the script thread ends the main thread's loop.
+//
+//   1. The main thread starts the script thread and goes on to its loop. The
+//      script thread waits for step 2, for a limited time, before its first
+//      step.
+//   2. Main thread, first turn of the loop: the framework has just cleared the
+//      loop's exit flag, so an exit can be asked for from now on. The loop is
+//      published in m_entered and stays there.
+//   3. Main thread, each time before it waits for events: m_idle becomes true.
+//      A tool ends the process from its script thread after this, while the
+//      main thread is asleep and touches no static object of the framework.
+//   4. Script thread, at the end of the script: it reads m_entered, queues an
+//      idle event, and asks the loop that it read to exit. When the pointer was
+//      null, the main thread is held up longer than step 1 waits; then nothing
+//      asks the loop to exit and the run goes on.
+//   5. Main thread: the loop returns. The script thread may still be in the
+//      loop's wake-up, so the loop is freed only after the script thread has
+//      been joined.
 
 #include "script/MainLoop.h"
+
+bool CMainLoopProgress::AwaitEntered(std::chrono::milliseconds limit)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_condition.wait_for(lock, limit,
+                                [this] { return Entered() != nullptr; });
+}
 
 bool CMainLoopProgress::AwaitIdle(std::chrono::milliseconds limit)
 {
@@ -10,7 +36,13 @@ bool CMainLoopProgress::AwaitIdle(std::chrono::milliseconds limit)
 
 void CMainLoopProgress::NoteEntered(CMainLoop* loop)
 {
-    m_entered.store(loop, std::memory_order_release);
+    if (Entered() != nullptr)
+        return; // called in each turn of the loop
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_entered.store(loop, std::memory_order_release);
+    }
+    m_condition.notify_all();
 }
 
 void CMainLoopProgress::NoteIdle()

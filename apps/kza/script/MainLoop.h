@@ -30,6 +30,11 @@ public:
         return m_entered.load(std::memory_order_acquire);
     }
 
+    /// Waits until the loop has been entered.
+    ///
+    /// \return false when it is not within the limit.
+    bool AwaitEntered(std::chrono::milliseconds limit);
+
     /// Waits until the loop waits for events.
     ///
     /// \return false when it does not within the limit.
@@ -41,7 +46,7 @@ private:
     void NoteEntered(CMainLoop* loop);
     void NoteIdle();
 
-    std::atomic<CMainLoop*> m_entered{nullptr};
+    std::atomic<CMainLoop*> m_entered{nullptr}; // set under m_mutex
 
     std::mutex m_mutex; // guards what follows
     std::condition_variable m_condition;

@@ -59,7 +59,17 @@ const wchar_t* CScriptThread::GetThreadName() const
 void CScriptThread::OnRun()
 {
     CAgentApp& app = wxGetApp();
+    app.AwaitMainLoop();
     app.EndRun(app.OnRunScript());
+}
+
+void CAgentApp::AwaitMainLoop()
+{
+    // An application that ends before the main thread has entered its loop
+    // leaves the run going. On a busy machine the main thread may need a while
+    // for its last steps to the loop; mostly it takes microseconds.
+    constexpr std::chrono::milliseconds kLongest{200};
+    m_loopProgress.AwaitEntered(kLongest);
 }
 
 void CAgentApp::EndRun(int status)

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <filesystem>
 #include <regex>
+#include <sched.h>
 
 using namespace TestSupport;
 
@@ -79,6 +80,38 @@ TEST(RunDriver, ScriptThatEndsBeforeTheLoopLeavesTheRunGoing)
 
     agent.Signal(SIGINT); // its handler is there by now
     EXPECT_EQ(agent.Wait().status, 0);
+}
+
+// Confines the calling process to one of its processors.
+void PinToOneProcessor()
+{
+    cpu_set_t all;
+    sched_getaffinity(0, sizeof all, &all);
+    int last = CPU_SETSIZE - 1;
+    while (last > 0 && !CPU_ISSET(last, &all))
+        --last;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(last, &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+// On a busy processor the script thread may come to its end before the main
+// thread has entered its loop, unless it gives the main thread some time.
+TEST(RunDriver, ThousandStartsOnABusyProcessorAllEnd)
+{
+    const CHost host(false);
+    host.AddModule("kz_agent", "return { main = function() end }");
+    SProcessOptions pinned;
+    pinned.inChild = PinToOneProcessor;
+    const CProcess busy({"/bin/sh", "-c", "while :; do :; done"}, pinned);
+    const int starts = std::string(KZA_SANITIZE).empty() ? 1000 : 100;
+    for (int i = 0; i < starts; ++i)
+    {
+        SCOPED_TRACE(i);
+        CProcess agent(host.Words({}), pinned);
+        ASSERT_EQ(agent.Wait(std::chrono::seconds(30)).status, 0);
+    }
 }
 
 TEST(RunDriver, SigintKillsUntilTheHandlersAreThere)

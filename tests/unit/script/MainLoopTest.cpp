@@ -49,6 +49,25 @@ TEST(MainLoop, IsThereOnlyOnceEntered)
     script.join();
 }
 
+TEST(MainLoop, IsWaitedForUntilEntered)
+{
+    const wxInitializer framework;
+    CMainLoopProgress progress;
+    CMainLoop loop(progress);
+    EXPECT_FALSE(progress.AwaitEntered(std::chrono::milliseconds(1)));
+    bool isEntered = false;
+    std::thread script(
+        [&]
+        {
+            isEntered = progress.AwaitEntered(std::chrono::minutes(1));
+            progress.Entered()->Exit(0);
+        });
+    EXPECT_EQ(loop.Run(), 0);
+    script.join();
+    EXPECT_TRUE(isEntered);
+    EXPECT_TRUE(progress.AwaitEntered(std::chrono::milliseconds(0)));
+}
+
 TEST(MainLoop, IsIdleOnceItWaitsForEvents)
 {
     const wxInitializer framework;
