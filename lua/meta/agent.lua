@@ -45,14 +45,18 @@ function Dom:Keys(prefix) end
 ---@param key kza.Key      Need not be set.
 ---@param ms number        Longest wait in milliseconds; `math.huge` for ever.
 ---@return boolean changed
---- False after the time, and when this thread was asked to exit: `dom:Sleep(0)`
---- tells one from the other.
+--- False after the time. In the background also from a stop request on, which
+--- cuts one wait of `main` short, until `shutdown` begins: `dom:Sleep(0)` tells
+--- one from the other. A change that is not reported for this reason is
+--- reported to the first wait for the key in `shutdown`.
 function Dom:Wait(key, ms) end
 
 --- Sleeps.
----@param ms number        Milliseconds; 0 only asks whether to exit.
+---@param ms number        Milliseconds; 0 only asks whether to stop.
 ---@return boolean slept
---- False when this thread was asked to exit, at once and each time.
+--- False when cut short. In the background a stop request cuts the sleep or
+--- wait that `main` is in short, else the next one, once. Later ones last their
+--- time, and all of them answer false until `shutdown` begins.
 function Dom:Sleep(ms) end
 
 --- The directory in which a plugin keeps its files, below the working

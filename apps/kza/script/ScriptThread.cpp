@@ -102,10 +102,11 @@ int CAgentApp::OnRunScript()
     if (status != 0)
         return status;
     wxLogMessage("%s is up", GetAppName());
+    m_stopWatch->MainBegins();
     status = RunAppMain();
+    m_stopWatch->MainEnds();
     if (status != 0)
         return status;
-    m_stopWatch->Disarm();
     AwaitTermSignal();
     status = RunAppShutdown();
     const sigset_t term = KzaCore::SignalSet({SIGTERM});

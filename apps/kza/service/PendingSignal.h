@@ -1,15 +1,54 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Noticing that a blocked signal is pending, without taking it.
+// Notices that a blocked signal is pending, and leaves it pending for the
+// thread that takes it.
 //
-// Threads: any.
+// Where the system has a descriptor for it, the event loop waits for that and
+// nothing happens until the signal comes. Elsewhere a timer of the loop looks
+// twice a second.
+//
+// Threads: the main thread, which runs the event loop.
 
 #pragma once
 
-/// Opens a descriptor that polls readable while the signal, blocked in every
-/// thread, is pending for the process. It is not to be read from: that would
-/// take the signal from whoever waits for it.
-///
-/// \return the descriptor, closed on exec and owned by the caller; -1 where
-///         the system has no such thing.
-[[nodiscard]] int OpenPendingSignal(int signal);
+#include <wx/evtloop.h>
+#include <wx/evtloopsrc.h>
+#include <wx/timer.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+class CPendingSignal : private wxEventLoopSourceHandler
+{
+public:
+    /// The longest time by which the signal is noticed late.
+    static constexpr std::chrono::milliseconds kLongestDelay{500};
+
+    /// \param signal  Blocked in every thread of the process.
+    /// \param notice  Called once, from the event loop.
+    CPendingSignal(int signal, std::function<void()> notice);
+    ~CPendingSignal() override;
+
+    CPendingSignal(const CPendingSignal&) = delete;
+    CPendingSignal& operator=(const CPendingSignal&) = delete;
+
+    /// Begins to watch. A signal that is pending already is noticed, too.
+    void Watch(wxEventLoopBase& loop);
+
+private:
+    void OnReadWaiting() override;
+    void OnWriteWaiting() override {}
+    void OnExceptionWaiting() override {}
+
+    void WatchByTimer();
+    void LookForSignal();
+    void Notice();
+    void EndWatch();
+
+    const int m_signal;
+    const std::function<void()> m_notice;
+    int m_descriptor = -1;
+    std::unique_ptr<wxEventLoopSource> m_source;
+    wxTimer m_timer;
+};

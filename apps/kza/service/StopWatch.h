@@ -4,19 +4,17 @@
 //
 // In background mode SIGTERM stays pending until the script thread waits for
 // it, which it does only after the script's main has returned. A main that
-// loops would never learn of it, so the main thread's event loop watches: a
-// pending SIGTERM asks the script thread to exit, which cuts its waits short.
-// The signal itself is left for the script thread to take.
+// loops would never learn of it, so the main thread's event loop watches for a
+// pending SIGTERM and announces the stop to the script thread, which cuts a
+// wait of main short. The signal itself is left for the script thread to take.
 //
-// Where the system cannot tell of a pending signal, main is not told either
-// and has to return by itself.
+// Threads: made and started on the main thread; MainBegins() and MainEnds()
+// belong to the script thread.
 
 #pragma once
 
-#include <wx/evtloop.h>
-#include <wx/evtloopsrc.h>
+#include "service/PendingSignal.h"
 
-#include <memory>
 #include <mutex>
 
 namespace KzaCore
@@ -24,12 +22,11 @@ namespace KzaCore
 class CRunnable;
 } // namespace KzaCore
 
-class CStopWatch : public wxEventLoopSourceHandler
+class CStopWatch
 {
 public:
-    /// \param script  Outlives this object.
+    /// \param script  The script thread; outlives this object.
     explicit CStopWatch(KzaCore::CRunnable& script);
-    ~CStopWatch() override;
 
     CStopWatch(const CStopWatch&) = delete;
     CStopWatch& operator=(const CStopWatch&) = delete;
@@ -37,21 +34,27 @@ public:
     /// Begins to watch in the main thread's loop, on that thread.
     void Start(wxEventLoopBase& loop);
 
-    /// The script waits for the signal itself from now on, and a request made
-    /// so far has been heard. On the script thread.
-    void Disarm();
+    /// The script's main is called next. A stop request that came before is
+    /// announced now.
+    void MainBegins();
 
-    void OnReadWaiting() override;
-    void OnWriteWaiting() override {}
-    void OnExceptionWaiting() override {}
+    /// The script's main has returned. The announcement, if any, is withdrawn.
+    void MainEnds();
 
 private:
-    void Stop();
+    enum class EPhase
+    {
+        Before, // main has not begun
+        Runs,
+        After // main has returned
+    };
+
+    void OnStopRequest();
 
     KzaCore::CRunnable& m_script;
-    int m_pending = -1;
-    std::unique_ptr<wxEventLoopSource> m_source;
+    CPendingSignal m_pending; // of the main thread
 
     std::mutex m_mutex; // guards what follows
-    bool m_armed = true;
+    EPhase m_phase = EPhase::Before;
+    bool m_isRequested = false;
 };

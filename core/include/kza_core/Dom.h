@@ -150,8 +150,11 @@ public:
     /// \param seen     In: the generation last looked at. Out: the present
     ///                 one, also after a time-out.
     ///
-    /// \return true when the key changed, false after the time-out or when
-    ///         the calling thread was asked to exit (CRunnable::requestExit).
+    /// \return true when the key changed; false after the time-out or when the
+    ///         calling thread was asked to exit (CRunnable::requestExit).
+    ///         While a stop is announced to the calling thread
+    ///         (CRunnable::AnnounceStop), false also when the key changed,
+    ///         which then shows in `seen`.
     ///
     /// Holds no lock while it waits.
     [[nodiscard]] bool Wait(const std::string& key,

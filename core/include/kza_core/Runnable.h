@@ -8,8 +8,9 @@
 // with status 255.
 //
 // Threads: start() and join() belong to the thread that made the object;
-// requestExit(), interrupt() and Awaken() may be called from any thread while
-// the object lives, but not from a signal handler.
+// requestExit(), interrupt(), Awaken(), AnnounceStop() and WithdrawStop() may
+// be called from any thread while the object lives, but not from a signal
+// handler.
 
 #pragma once
 
@@ -31,8 +32,9 @@ class CWakeUp;
 class KZA_API CRunnable : public wxThread
 {
 public:
-    /// The real-time signal that wakes a thread from a blocking call. Whoever
-    /// leaves its disposition alone gets a handler that does nothing.
+    /// The real-time signal that wakes a thread from a blocking call. Where its
+    /// disposition is the default, start() installs a handler that does
+    /// nothing.
     static const int SigThreadDelete;
 
     /// \param reserved1, reserved2, reserved3  Must be false, -1 and false.
@@ -59,9 +61,16 @@ public:
     /// awakens and interrupts it. Does nothing to a thread that has ended.
     virtual void requestExit();
 
-    /// Takes a request back that has been heard, so that the thread may wait
-    /// again while it ends its work.
-    void withdrawExit();
+    /// Announces that the thread is to come to an end soon, and disturbs
+    /// nothing but its waits: the CDom::Wait() or SleepFor() that the thread is
+    /// in ends at once, else the next one does; later ones last their time.
+    /// All of them answer false until the announcement is withdrawn. No signal
+    /// is sent, so a blocking call of the thread goes on, and TestDestroy()
+    /// does not show it. Does nothing unless the thread runs.
+    void AnnounceStop();
+
+    /// Lets the thread's waits last and answer as before the announcement.
+    void WithdrawStop();
 
     bool TestDestroy() override;
 
@@ -90,9 +99,11 @@ public:
     /// it was never started or was joined before.
     void join();
 
-    /// Sleeps, unless the calling thread is a CRunnable that is asked to exit.
+    /// Sleeps. Ends early when the calling thread is a CRunnable that is asked
+    /// to exit, awakened, or told of a stop.
     ///
-    /// \return true after the time, false when cut short.
+    /// \return true after the time; false when cut short, and while a stop is
+    ///         announced.
     static bool SleepFor(std::chrono::milliseconds time);
 
 protected:
@@ -104,7 +115,6 @@ private:
     CDom* m_dom = nullptr;
     bool m_started = false;
 
-    std::mutex m_requestMutex;         // taken before m_mutex
     std::mutex m_mutex;                // guards what follows
     std::shared_ptr<CWakeUp> m_wakeUp; // set while the thread runs
     pthread_t m_thread{};

@@ -226,15 +226,16 @@ bool CDomStore::Wait(std::string_view key,
     const auto generation = [&node]
     { return node.generation.load(std::memory_order_seq_cst); };
 
+    const std::shared_ptr<CWakeUp> self = CWakeUp::Current();
     if (timeout.count() > 0 && generation() == seen)
     {
-        const std::shared_ptr<CWakeUp> self = CWakeUp::Current();
         const CWaiting waiting(m_mutex, node, *self);
         self->WaitFor(timeout, [&] { return generation() != seen; });
     }
+    const bool isToStop = self->HearStop();
     const std::uint64_t before = seen;
     seen = generation();
-    return seen != before;
+    return seen != before && !isToStop;
 }
 
 CDomStore::CNode* CDomStore::Find(const CIndex* index,

@@ -18,11 +18,13 @@
 #include "lua/ArchiveLua.h"
 #include "lua/EventLua.h"
 #include "lua/LuaGuard.h"
+#include "process/WakeUp.h"
 
 #include <lua.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace KzaCore
 {
@@ -142,38 +144,64 @@ int Keys(lua_State* L)
     return 1;
 }
 
-// Pushes the table of the generations that this interpreter saw of a domain's
-// keys.
-void PushSeen(lua_State* L, const CDom& dom)
+// Pushes one of the tables of generations that this interpreter saw of keys.
+void PushSeen(lua_State* L, const void* table)
 {
-    lua_rawgetp(L, kSeen, &dom);
+    lua_rawgetp(L, kSeen, table);
     if (!lua_isnil(L, -1))
         return;
     lua_pop(L, 1);
     lua_newtable(L);
     lua_pushvalue(L, -1);
-    lua_rawsetp(L, kSeen, &dom);
+    lua_rawsetp(L, kSeen, table);
 }
 
+// The generation that a table holds for the key at index 2, if any. A number
+// holds every count of changes that there will ever be.
+std::optional<std::uint64_t> GenerationIn(lua_State* L, int table)
+{
+    lua_pushvalue(L, 2);
+    lua_rawget(L, table);
+    std::optional<std::uint64_t> generation;
+    if (!lua_isnil(L, -1))
+        generation = static_cast<std::uint64_t>(lua_tonumber(L, -1));
+    lua_pop(L, 1);
+    return generation;
+}
+
+void SetGenerationIn(lua_State* L, int table, std::uint64_t generation)
+{
+    lua_pushvalue(L, 2);
+    lua_pushnumber(L, static_cast<lua_Number>(generation));
+    lua_rawset(L, table);
+}
+
+// While a stop is announced, a change ends a wait without being reported. It is
+// noted apart then: the next wait must not end at once because of it, and the
+// first wait after the announcement was withdrawn must report it.
 int Wait(lua_State* L)
 {
+    constexpr int kReported = 4;
+    constexpr int kUnreported = 5;
+
     CDom& dom = DomOfMethod(L);
+    CDomStore& store = StoreOf(dom);
     const std::string_view key = CheckBytes(L, 2);
     const std::chrono::milliseconds timeout = CheckTime(L, 3);
     lua_settop(L, 3);
-    PushSeen(L, dom);
+    PushSeen(L, &dom);
+    PushSeen(L, &store);
 
-    lua_pushvalue(L, 2);
-    lua_rawget(L, 4);
-    // A number holds every count of changes that there will ever be.
-    std::uint64_t seen = lua_isnil(L, -1)
-                             ? StoreOf(dom).Generation(key)
-                             : static_cast<std::uint64_t>(lua_tonumber(L, -1));
-    const bool changed = StoreOf(dom).Wait(key, timeout, seen);
+    const auto known = GenerationIn(L, kReported);
+    const std::uint64_t reported = known ? *known : store.Generation(key);
+    std::uint64_t seen = reported;
+    if (CWakeUp::Current()->IsStopAnnounced())
+        seen = std::max(seen, GenerationIn(L, kUnreported).value_or(seen));
+    const bool changed = store.Wait(key, timeout, seen);
 
-    lua_pushvalue(L, 2);
-    lua_pushnumber(L, static_cast<lua_Number>(seen));
-    lua_rawset(L, 4);
+    SetGenerationIn(L, kReported, changed ? seen : reported);
+    if (!changed && seen != reported)
+        SetGenerationIn(L, kUnreported, seen);
     lua_pushboolean(L, changed ? 1 : 0);
     return 1;
 }

@@ -1,4 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// A thread and the requests that other threads make of it.
+//
+//   1. Before the thread runs, m_wakeUp is null. requestExit() leaves its mark
+//      in m_exitRequested; the other requests do nothing.
+//   2. Entry(), on the new thread, publishes the thread's handle and its
+//      waiting place (CWakeUp) under m_mutex, and hands over an exit request
+//      that came before.
+//   3. While the thread runs, each request is made under m_mutex, so the thread
+//      cannot end and its handle cannot become invalid meanwhile.
+//   4. Entry() clears m_wakeUp under m_mutex after OnRun() has returned. From
+//      then on requests do nothing, as in step 1.
+//
+// Two requests differ in what they disturb. requestExit() is final: it ends
+// every wait and interrupts a blocking system call by SigThreadDelete.
+// AnnounceStop() reaches the waiting place alone, so that a read or a child
+// process of the thread's own work is not disturbed.
 
 #include "kza_core/Runnable.h"
 
@@ -98,7 +115,6 @@ void CRunnable::interrupt()
 
 void CRunnable::requestExit()
 {
-    const std::lock_guard<std::mutex> whole(m_requestMutex);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_exitRequested = true;
@@ -109,14 +125,18 @@ void CRunnable::requestExit()
     interrupt();
 }
 
-void CRunnable::withdrawExit()
+void CRunnable::AnnounceStop()
 {
-    // The rest of a request that was already heard would cut the next sleep.
-    const std::lock_guard<std::mutex> whole(m_requestMutex);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_exitRequested = false;
     if (m_wakeUp)
-        m_wakeUp->WithdrawExit();
+        m_wakeUp->AnnounceStop();
+}
+
+void CRunnable::WithdrawStop()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_wakeUp)
+        m_wakeUp->WithdrawStop();
 }
 
 bool CRunnable::TestDestroy()

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a thread sleeps on: one object per thread, through which others wake it
-// or ask it to exit.
+// The place where a thread sleeps: one object for each thread, through which
+// other threads wake it, ask it to exit, or announce that it is to stop.
 //
-// Threads: SleepFor() and WaitFor() belong to the thread whose object it is,
-// the rest may be called from any, not from a signal handler.
+// Threads: SleepFor(), WaitFor() and HearStop() belong to the thread whose
+// object it is. The rest may be called from any thread, but not from a signal
+// handler.
 
 #pragma once
 
@@ -20,8 +21,8 @@ namespace KzaCore
 class CWakeUp
 {
 public:
-    /// The calling thread's. Whoever is to wake the thread later holds a copy
-    /// of the pointer.
+    /// The calling thread's object. A thread that is to wake it later holds a
+    /// copy of the pointer.
     [[nodiscard]] static const std::shared_ptr<CWakeUp>& Current();
 
     CWakeUp() = default;
@@ -29,27 +30,33 @@ public:
     CWakeUp(const CWakeUp&) = delete;
     CWakeUp& operator=(const CWakeUp&) = delete;
 
-    // For others.
+    // For other threads.
 
-    /// Lets the thread look again whether what it waits for has come.
+    /// Lets the thread look again whether the thing that it waits for has come.
     void Notify();
 
     /// Ends the thread's present SleepFor() or WaitFor(); without one, does
     /// nothing.
     void Signal();
 
-    /// Ends every SleepFor() and WaitFor() at once, until withdrawn.
+    /// Ends every SleepFor() and WaitFor() at once, for good.
     void RequestExit();
-    void WithdrawExit();
-    [[nodiscard]] bool ExitRequested() const;
+
+    /// Ends the thread's present SleepFor() or WaitFor(), else the next one.
+    /// Those after it last their time. Until withdrawn, HearStop() answers true
+    /// and SleepFor() answers false.
+    void AnnounceStop();
+    void WithdrawStop();
+    [[nodiscard]] bool IsStopAnnounced() const;
 
     // For the thread itself.
 
-    /// \return true after the time, false when cut short.
+    /// \return true after the time, false when cut short or when a stop is
+    ///         announced.
     bool SleepFor(std::chrono::milliseconds time);
 
-    /// Waits until `hasCome` answers true, the time is up, or somebody cut it
-    /// short.
+    /// Waits until `hasCome` answers true, the time is up, or another thread
+    /// cuts the wait short. The caller asks HearStop() afterwards.
     ///
     /// \param hasCome  Asked on this thread, under the lock of this object, at
     ///                 once and after each Notify().
@@ -61,13 +68,28 @@ public:
         const auto deadline = Deadline(time);
         std::unique_lock<std::mutex> lock(m_mutex);
         const auto signals = m_signals;
-        return m_condition.wait_until(
-            lock, deadline,
-            [&]
-            { return m_exitRequested || m_signals != signals || hasCome(); });
+        return m_condition.wait_until(lock, deadline,
+                                      [&]
+                                      {
+                                          return m_exitRequested ||
+                                                 m_stop == EStop::Announced ||
+                                                 m_signals != signals ||
+                                                 hasCome();
+                                      });
     }
 
+    /// Whether a stop is announced. From this call on, the announcement cuts no
+    /// wait any more.
+    bool HearStop();
+
 private:
+    enum class EStop
+    {
+        None,
+        Announced, // the present wait or the next one is to be cut short
+        Heard      // a wait has ended since
+    };
+
     static std::chrono::steady_clock::time_point Deadline(
         std::chrono::milliseconds time);
 
@@ -75,6 +97,7 @@ private:
     std::condition_variable m_condition;
     std::uint64_t m_signals = 0;
     bool m_exitRequested = false;
+    EStop m_stop = EStop::None;
 };
 
 } // namespace KzaCore

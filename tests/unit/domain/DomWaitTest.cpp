@@ -222,3 +222,46 @@ TEST(DomWait, ChangeBeforeTheExitRequestIsReported)
         })
         .join();
 }
+
+TEST(DomWait, AnnouncedStopCutsOneWaitAndAnswersFalse)
+{
+    const DomPtr dom = NewDom();
+    std::uint64_t seen = dom->Generation("k");
+    std::thread(
+        [&]
+        {
+            const auto self = CWakeUp::Current();
+            self->AnnounceStop();
+            EXPECT_FALSE(dom->Wait("k", kForEver, seen));
+
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_FALSE(dom->Wait("k", kShort, seen));
+            EXPECT_GE(std::chrono::steady_clock::now() - start, kShort);
+
+            const std::uint64_t before = seen;
+            dom->Set("k", true);
+            EXPECT_FALSE(dom->Wait("k", kForEver, seen));
+            EXPECT_NE(seen, before) << "the caller cannot see the change";
+
+            self->WithdrawStop();
+            dom->Set("k", true);
+            EXPECT_TRUE(dom->Wait("k", kForEver, seen));
+        })
+        .join();
+}
+
+TEST(DomWait, WaitThatOnlyLooksHearsTheStop)
+{
+    const DomPtr dom = NewDom();
+    std::uint64_t seen = dom->Generation("k");
+    std::thread(
+        [&]
+        {
+            CWakeUp::Current()->AnnounceStop();
+            EXPECT_FALSE(dom->Wait("k", milliseconds(0), seen));
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_FALSE(CRunnable::SleepFor(kShort));
+            EXPECT_GE(std::chrono::steady_clock::now() - start, kShort);
+        })
+        .join();
+}

@@ -5,6 +5,7 @@
 
 #include "kza_core/Dom.h"
 #include "lua/LuaGuard.h"
+#include "process/WakeUp.h"
 
 #include "support/DomPtr.h"
 
@@ -262,4 +263,57 @@ TEST(DomLua, WorkingDirectoryNeedsTheAgents)
                         "error(message, 0)"),
               "No working directory for plugin \"plugin\": the agent has none "
               "itself");
+}
+
+// A stop that is announced to a script: what its waits answer, and that no
+// change of a key is lost or reported again and again.
+TEST(DomLua, ChangeDuringAnAnnouncedStopIsReportedOnceItIsWithdrawn)
+{
+    const DomPtr dom = NewDom();
+    std::thread(
+        [&dom]
+        {
+            const CState state;
+            SetGlobal(state, "dom", dom.get());
+            const auto self = CWakeUp::Current();
+            EXPECT_EQ(state.Run("assert(not dom:Wait('k', 0))"), "");
+
+            self->AnnounceStop();
+            EXPECT_EQ(state.Run("dom:Set('k', 1)"
+                                "assert(not dom:Wait('k', 1e9))"
+                                "dom:Set('k', 2)"
+                                "assert(not dom:Wait('k', 1e9))"),
+                      "");
+            // Neither change ends this one at once.
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_EQ(state.Run("assert(not dom:Wait('k', 20))"), "");
+            EXPECT_GE(std::chrono::steady_clock::now() - start,
+                      std::chrono::milliseconds(20));
+
+            self->WithdrawStop();
+            EXPECT_EQ(state.Run("assert(dom:Wait('k', 0))"
+                                "assert(not dom:Wait('k', 0))"),
+                      "");
+        })
+        .join();
+}
+
+TEST(DomLua, KeyThatIsFirstWaitedForDuringAnAnnouncedStop)
+{
+    const DomPtr dom = NewDom();
+    std::thread(
+        [&dom]
+        {
+            const CState state;
+            SetGlobal(state, "dom", dom.get());
+            CWakeUp::Current()->AnnounceStop();
+            EXPECT_EQ(state.Run("assert(not dom:Wait('k', 1e9))"
+                                "assert(not dom:Wait('k', 1))"
+                                "dom:Set('k', 1)"
+                                "assert(not dom:Wait('k', 1e9))"),
+                      "");
+            CWakeUp::Current()->WithdrawStop();
+            EXPECT_EQ(state.Run("assert(dom:Wait('k', 0))"), "");
+        })
+        .join();
 }

@@ -102,21 +102,57 @@ TEST_F(Runnable, ExitRequestIsSeenByTestDestroy)
     EXPECT_FALSE(before);
 }
 
-TEST_F(Runnable, AWithdrawnRequestLetsTheThreadSleepAgain)
+TEST_F(Runnable, AnnouncedStopCutsOneSleepUntilItIsWithdrawn)
 {
-    bool slept = false;
+    std::atomic<bool> runs{false};
+    bool cut = true;
+    bool later = true;
+    bool afterwards = false;
     CTask task(
-        [&slept](CTask& self)
+        [&](CTask& self)
         {
-            CRunnable::SleepFor(minutes(10));
-            self.withdrawExit();
+            runs = true;
+            cut = CRunnable::SleepFor(minutes(10));
+            later = CRunnable::SleepFor(milliseconds(1));
             EXPECT_FALSE(self.TestDestroy());
-            slept = CRunnable::SleepFor(milliseconds(1));
+            self.WithdrawStop();
+            afterwards = CRunnable::SleepFor(milliseconds(1));
         });
     ASSERT_TRUE(task.start(50, true, 0));
-    task.requestExit();
+    ASSERT_TRUE(TestSupport::WaitUntil([&] { return runs.load(); }));
+    task.AnnounceStop();
     task.join();
-    EXPECT_TRUE(slept);
+    EXPECT_FALSE(cut);
+    EXPECT_FALSE(later);
+    EXPECT_TRUE(afterwards);
+}
+
+// A read in a script would fail with "Interrupted system call".
+TEST_F(Runnable, AnnouncedStopSendsNoSignal)
+{
+    static std::atomic<int> s_signals{0};
+    s_signals = 0;
+    struct sigaction counting
+    {
+    };
+    struct sigaction before
+    {
+    };
+    counting.sa_handler = [](int) { ++s_signals; };
+    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, &counting, &before), 0);
+    std::atomic<bool> runs{false};
+    CTask task(
+        [&runs](CTask&)
+        {
+            runs = true;
+            CRunnable::SleepFor(minutes(10));
+        });
+    ASSERT_TRUE(task.start(50, true, 0));
+    ASSERT_TRUE(TestSupport::WaitUntil([&] { return runs.load(); }));
+    task.AnnounceStop();
+    task.join();
+    EXPECT_EQ(s_signals, 0);
+    ASSERT_EQ(sigaction(CRunnable::SigThreadDelete, &before, nullptr), 0);
 }
 
 TEST_F(Runnable, InterruptEndsABlockingCall)
@@ -149,6 +185,8 @@ TEST_F(Runnable, AnEndedThreadMayBeAskedForAnything)
     task.join();
     task.interrupt();
     task.Awaken();
+    task.AnnounceStop();
+    task.WithdrawStop();
     task.requestExit();
     EXPECT_TRUE(task.TestDestroy());
 }

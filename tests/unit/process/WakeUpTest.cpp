@@ -71,12 +71,53 @@ TEST(WakeUp, ExitRequestEndsEverySleep)
     EXPECT_TRUE(EndsSleep([](CWakeUp& wakeUp) { wakeUp.RequestExit(); }));
 
     CWakeUp wakeUp;
-    EXPECT_FALSE(wakeUp.ExitRequested());
     wakeUp.RequestExit();
-    EXPECT_TRUE(wakeUp.ExitRequested());
     EXPECT_FALSE(wakeUp.SleepFor(kForEver));
     EXPECT_FALSE(wakeUp.SleepFor(kForEver));
     EXPECT_FALSE(wakeUp.SleepFor(milliseconds(0)));
+}
+
+TEST(WakeUp, AnnouncedStopEndsASleep)
+{
+    EXPECT_TRUE(EndsSleep([](CWakeUp& wakeUp) { wakeUp.AnnounceStop(); }));
+}
+
+TEST(WakeUp, AnnouncedStopCutsTheNextSleepAndNoLaterOne)
+{
+    CWakeUp wakeUp;
+    wakeUp.AnnounceStop();
+    EXPECT_FALSE(wakeUp.SleepFor(kForEver));
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(wakeUp.SleepFor(kShort));
+    wakeUp.AnnounceStop(); // a second time tells nothing new
+    EXPECT_FALSE(wakeUp.SleepFor(kShort));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 2 * kShort);
+}
+
+TEST(WakeUp, StopIsHeardAtTheEndOfAnyWait)
+{
+    CWakeUp wakeUp;
+    EXPECT_FALSE(wakeUp.HearStop());
+    wakeUp.AnnounceStop();
+    EXPECT_TRUE(wakeUp.IsStopAnnounced());
+    EXPECT_TRUE(wakeUp.HearStop());
+    EXPECT_TRUE(wakeUp.HearStop());
+    EXPECT_FALSE(wakeUp.WaitFor(kShort, [] { return false; }));
+}
+
+TEST(WakeUp, SleepsLastAndAnswerAsBeforeOnceTheStopIsWithdrawn)
+{
+    CWakeUp wakeUp;
+    for (const bool isHeard : {false, true})
+    {
+        wakeUp.AnnounceStop();
+        EXPECT_TRUE(!isHeard || wakeUp.HearStop());
+        wakeUp.WithdrawStop();
+        EXPECT_FALSE(wakeUp.IsStopAnnounced());
+        EXPECT_FALSE(wakeUp.HearStop());
+        EXPECT_TRUE(wakeUp.SleepFor(kShort));
+    }
 }
 
 TEST(WakeUp, NotifyLetsTheThreadLookAgain)

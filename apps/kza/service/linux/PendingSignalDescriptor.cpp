@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "service/PendingSignal.h"
+#include "service/PendingSignalDescriptor.h"
 
 #include "base/SignalSet.h"
 
