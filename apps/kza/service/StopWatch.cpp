@@ -15,6 +15,9 @@
 //      the announcement is withdrawn, so that shutdown may wait again. A stop
 //      request after this is not announced: the script thread takes the signal
 //      itself.
+//
+// The timer of the reminders is first set in step 1, so that a service without
+// a stop request is not woken. It stops at the first look after step 3.
 
 #include "service/StopWatch.h"
 
@@ -22,11 +25,19 @@
 
 #include "kza_core/Runnable.h"
 
+#include <wx/log.h>
+
+#include <algorithm>
+#include <climits>
 #include <csignal>
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 CStopWatch::CStopWatch(KzaCore::CRunnable& script)
     : m_script(script), m_pending(SIGTERM, [this] { OnStopRequest(); })
 {
+    m_timer.Bind(wxEVT_TIMER, [this](wxTimerEvent&) { OnReminder(); });
 }
 
 void CStopWatch::Start(wxEventLoopBase& loop)
@@ -58,4 +69,37 @@ void CStopWatch::OnStopRequest()
             m_script.AnnounceStop();
     }
     APPL_TRACE("Stop request noticed");
+    m_requestTime = steady_clock::now();
+    ScheduleReminder();
+}
+
+void CStopWatch::OnReminder()
+{
+    const EPhase phase = Phase();
+    if (phase == EPhase::After)
+        return;
+    const std::chrono::seconds due =
+        m_reminder.Take(steady_clock::now() - m_requestTime);
+    if (due.count() > 0 && phase == EPhase::Runs)
+        wxLogWarning("Stop requested %lld s ago, 'main' is still running",
+                     static_cast<long long>(due.count()));
+    ScheduleReminder();
+}
+
+// The framework's timer goes by the wall clock, which may be set meanwhile, and
+// takes an int. When it fires early, nothing is due and it is set again.
+void CStopWatch::ScheduleReminder()
+{
+    constexpr milliseconds kShortest{1};
+    constexpr milliseconds kLongest{INT_MAX};
+    const auto left = std::chrono::ceil<milliseconds>(
+        m_reminder.Next() - (steady_clock::now() - m_requestTime));
+    m_timer.StartOnce(
+        static_cast<int>(std::clamp(left, kShortest, kLongest).count()));
+}
+
+CStopWatch::EPhase CStopWatch::Phase() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_phase;
 }

@@ -7,6 +7,7 @@
 // loops would never learn of it, so the main thread's event loop watches for a
 // pending SIGTERM and announces the stop to the script thread, which cuts a
 // wait of main short. The signal itself is left for the script thread to take.
+// When main does not return all the same, the log says so from time to time.
 //
 // Threads: made and started on the main thread; MainBegins() and MainEnds()
 // belong to the script thread.
@@ -14,7 +15,11 @@
 #pragma once
 
 #include "service/PendingSignal.h"
+#include "service/StopReminder.h"
 
+#include <wx/timer.h>
+
+#include <chrono>
 #include <mutex>
 
 namespace KzaCore
@@ -50,11 +55,19 @@ private:
     };
 
     void OnStopRequest();
+    void OnReminder();
+    void ScheduleReminder();
+    [[nodiscard]] EPhase Phase() const;
 
     KzaCore::CRunnable& m_script;
-    CPendingSignal m_pending; // of the main thread
 
-    std::mutex m_mutex; // guards what follows
+    // Of the main thread.
+    CPendingSignal m_pending;
+    wxTimer m_timer;
+    CStopReminder m_reminder;
+    std::chrono::steady_clock::time_point m_requestTime;
+
+    mutable std::mutex m_mutex; // guards what follows
     EPhase m_phase = EPhase::Before;
     bool m_isRequested = false;
 };

@@ -248,4 +248,65 @@ return M
     EXPECT_EQ(SaidSinceReady(service), expected);
 }
 
+std::string StillRunning(long seconds)
+{
+    return "WARNING kza: Stop requested " + std::to_string(seconds) +
+           " s ago, 'main' is still running";
+}
+
+// The service's clock runs faster: ten seconds pass in a fraction of one.
+// On a busy machine it may be late by so much that one of the records is left
+// out; which ones are due when is tested with the arithmetic itself.
+TEST(StopRequest, MainThatDoesNotReturnIsNamedAgainAndAgain)
+{
+    const CService service("stubborn");
+    service.SetModule("return { main = function()\n"
+                      "  dom:Log('message', 'ready for the stop')\n"
+                      "  repeat until io.open('go_on')\n"
+                      "end }");
+    SServiceOptions options = Traced();
+    options.speed = 100;
+    ASSERT_TRUE(service.StartUntil(kReady, options));
+    ASSERT_TRUE(AskToStop(service));
+    ASSERT_TRUE(service.WaitForLog("Stop requested ", 3));
+    WriteFile(service.Host().Work() + "/go_on", "");
+    EXPECT_TRUE(service.WaitUntilGone());
+
+    Lines said = SaidSinceReady(service);
+    ASSERT_GE(said.size(), 5U);
+    EXPECT_EQ(said.back(), kExit);
+    said.pop_back();
+    EXPECT_EQ(said.back(), kCaught);
+    said.pop_back();
+    long due = 10;
+    for (const std::string& record : said)
+    {
+        while (due < 100000 && record != StillRunning(due))
+            due *= 2;
+        EXPECT_EQ(record, StillRunning(due));
+        due *= 2;
+    }
+}
+
+TEST(StopRequest, MainThatFollowsIsNotNamed)
+{
+    const CService service("obedient");
+    service.SetModule("return {\n"
+                      "  main = function()\n"
+                      "    dom:Log('message', 'ready for the stop')\n"
+                      "    dom:Sleep(math.huge)\n"
+                      "  end,\n"
+                      "  shutdown = function()\n"
+                      "    local start = os.time()\n"
+                      "    repeat until os.time() - start >= 25\n"
+                      "  end }");
+    SServiceOptions options = Traced();
+    options.speed = 100;
+    ASSERT_TRUE(service.StartUntil(kReady, options));
+    ASSERT_TRUE(AskToStop(service));
+    EXPECT_TRUE(service.WaitUntilGone());
+    EXPECT_EQ(CountOf(service.Log(), "Stop requested"), 0);
+    EXPECT_EQ(CountOf(service.Log(), "Child process exited with status 0"), 1);
+}
+
 } // namespace
