@@ -20,6 +20,10 @@ namespace KzaCore
 namespace
 {
 
+// Descriptors from here on are the agent's own. A child could read through one
+// what it may not open itself.
+constexpr int kFirstPrivate = STDERR_FILENO + 1;
+
 // Lua's file handle, which must come first, and the child at its other end.
 struct SChildStream
 {
@@ -31,6 +35,7 @@ struct SChildStream
 int RunShell(const char* command)
 {
     CSpawn spawn;
+    spawn.CloseFrom(kFirstPrivate);
     pid_t pid = 0;
     const int failure = spawn.StartShell(command, pid);
     if (failure == 0)
@@ -77,6 +82,7 @@ FILE* OpenChild(const char* command, const char* mode, pid_t& pid)
 
     CSpawn spawn;
     spawn.Redirect(theirs.Get(), reads ? STDOUT_FILENO : STDIN_FILENO);
+    spawn.CloseFrom(kFirstPrivate);
     const int failure = spawn.StartShell(command, pid);
     if (failure == 0)
         return file;

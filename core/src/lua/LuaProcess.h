@@ -15,6 +15,8 @@ namespace KzaCore
 /// alike, but whose children have an empty signal mask and default
 /// dispositions: the agent's threads block SIGTERM and ignore SIGPIPE, and a
 /// child under these would neither stop when told to nor end with its reader.
+/// A child inherits the descriptors 0 to 2, one of them replaced by the pipe of
+/// `io.popen`, and no other.
 void InstallLuaProcess(lua_State* L);
 
 } // namespace KzaCore

@@ -11,6 +11,9 @@
 #include <ostream>
 #include <string>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace TestSupport;
 
 namespace
@@ -112,6 +115,33 @@ TEST(LuaProcessChild, DoesNotHoldTheOtherEndOfAnEarlierPipe)
                      "local pid = later:read('*n')\n"
                      "show(cat:close()) os.execute('kill ' .. pid)"),
               "true exit 0\n");
+}
+
+TEST(LuaProcessChild, InheritsTheStandardDescriptorsAlone)
+{
+    // A descriptor that any program would inherit, as a C module may open one.
+    SProcessOptions options;
+    options.inChild = []
+    {
+        if (dup2(open("/etc/passwd", O_RDONLY), 77) < 0)
+            _exit(125);
+    };
+    const CHost host(false);
+    for (const char* const call :
+         {"os.execute(c)", "io.write(io.popen(c):read('*a'))",
+          "io.popen(c, 'w'):close()"})
+    {
+        SCOPED_TRACE(call);
+        const SProcessResult result =
+            host.RunTool("children",
+                         "local c = 'echo /proc/self/fd/*'\n"
+                         "return {main = function() " +
+                             std::string(call) + " end}",
+                         {}, options);
+        // The shell's pattern is expanded with the directory open.
+        EXPECT_EQ(result.out, "/proc/self/fd/0 /proc/self/fd/1 "
+                              "/proc/self/fd/2 /proc/self/fd/3\n");
+    }
 }
 
 TEST(LuaProcessChild, HasAnEmptyMaskAndIgnoresNothing)
