@@ -142,8 +142,8 @@ private:
     bool UninstallPluginZipCB(const wxZipEntry* entry,
                               const wxString* destPath);
 
-    void SetArguments(); // script/LuaSetup.cpp
-    int RunToStandardOutput(const wxString& code, const wxString& name);
+    void SetArguments();        // script/LuaSetup.cpp
+    void ReportFailure() const; // script/Chunks.cpp
 
     // Steps of OnRun.
     [[noreturn]] void RunScriptApp(); // service/Run.cpp

@@ -6,13 +6,12 @@
 #include "AgentApp.h"
 #include "ApplTrace.h"
 #include "StandardError.h"
+#include "script/StandardOutput.h"
 
 #include "kza_core/LuaInterpreter.h"
 
 #include <lua.hpp>
-#include <wx/ffile.h>
 #include <wx/sstream.h>
-#include <wx/wfstream.h>
 
 int CAgentApp::RunChunk(wxInputStream& in,
                         wxOutputStream& out,
@@ -29,24 +28,18 @@ int CAgentApp::RunChunk(wxInputStream& in,
     return status;
 }
 
-int CAgentApp::RunToStandardOutput(const wxString& code, const wxString& name)
+int CAgentApp::RunCodeSnippet(const wxString& code)
 {
-    wxFFile file(stdout);
-    int status = 0;
-    {
-        wxFFileOutputStream out(file);
-        wxStringInputStream in(code);
-        status = RunChunk(in, out, name);
-        out.Sync();
-    }
-    file.Detach(); // standard output stays open
-
+    CStandardOutput out;
+    wxStringInputStream in(code);
+    const int status = RunChunk(in, out, GetAppName());
     if (status != 0)
-        WriteToStandardError(m_lua->GetErrorInfo() + "\n");
+        ReportFailure();
     return status;
 }
 
-int CAgentApp::RunCodeSnippet(const wxString& code)
+// The report is empty when the chunk only returned a status.
+void CAgentApp::ReportFailure() const
 {
-    return RunToStandardOutput(code, GetAppName());
+    WriteToStandardError(m_lua->GetErrorInfo() + "\n");
 }

@@ -6,6 +6,9 @@
 // was given and expands wildcards itself.
 
 #include "AgentApp.h"
+#include "script/StandardOutput.h"
+
+#include <wx/sstream.h>
 
 #include <unistd.h>
 
@@ -19,8 +22,13 @@ int CAgentApp::RunUnitTests()
     constexpr unsigned kAlarmSeconds = 600;
     alarm(kAlarmSeconds);
 
-    return RunToStandardOutput(
+    CStandardOutput out;
+    wxStringInputStream in(
         "kzaunit = require('tests.kzaunit'); return kzaunit(\"" +
-            m_unitTestScript + "\");",
-        "tests.kzaunit");
+        m_unitTestScript + "\");");
+    const int status = RunChunk(in, out, "tests.kzaunit");
+    out.Sync();
+    if (status != 0)
+        ReportFailure();
+    return status;
 }

@@ -66,8 +66,9 @@ public:
     /// \param args       How many values on the stack are its arguments.
     /// \param results    How many results to leave on the stack.
     /// \param chunkName  Name shown in messages and tracebacks.
-    /// \param out        Where `print` writes while the chunk runs; null for
-    ///                   standard output. Not owned.
+    /// \param out        Where `print` writes while the chunk runs, and what
+    ///                   it syncs after each line; null for standard output.
+    ///                   Not owned.
     ///
     /// \return 0 with the results on the stack; otherwise Lua's error code
     ///         with the stack as it was less the arguments, and
@@ -85,6 +86,7 @@ public:
 
 private:
     static int PrintCB(lua_State* L);
+    static wxOutputStream* OutputOf(lua_State* L);
     void ReplacePrint();
 
     lua_State* m_state;

@@ -4,6 +4,7 @@
 
 #include "base/Bytes.h"
 #include "crash/CrashLua.h"
+#include "lua/LuaGuard.h"
 #include "lua/LuaHost.h"
 #include "lua/LuaProcess.h"
 #include "lua/LuaSearchers.h"
@@ -63,6 +64,31 @@ int TracebackCB(lua_State* L)
     PushErrorText(L, 1);
     luaL_traceback(L, L, lua_tostring(L, -1), 1);
     return 1;
+}
+
+// The address is the registry key of the interpreter.
+constexpr char kSelf = 0;
+
+// Pushes the line that print makes of its arguments.
+void PushLine(lua_State* L)
+{
+    const int count = lua_gettop(L);
+    lua_getglobal(L, "tostring");
+    luaL_Buffer line;
+    luaL_buffinit(L, &line);
+    for (int i = 1; i <= count; ++i)
+    {
+        if (i > 1)
+            luaL_addchar(&line, '\t');
+        lua_pushvalue(L, count + 1);
+        lua_pushvalue(L, i);
+        lua_call(L, 1, 1);
+        if (lua_isstring(L, -1) == 0)
+            luaL_error(L, "'tostring' must return a string to 'print'");
+        luaL_addvalue(&line);
+    }
+    luaL_addchar(&line, '\n');
+    luaL_pushresult(&line);
 }
 
 std::string TextOf(lua_State* L, int status)
@@ -156,39 +182,44 @@ wxString CLuaInterpreter::GetErrorInfo() const
     return TextOfBytes(m_errorInfo); // a message may quote any bytes
 }
 
-// As Lua's own print, but to where the running chunk's output goes. Through
-// the stream over standard output it shares the C stream's buffer with
-// io.write, so the two keep their order.
+// As Lua's own print, a closure without upvalues that uses the global
+// `tostring` of the moment, but to where the running chunk's output goes. The
+// line has reached the descriptor when print returns: it is not lost in a
+// crash, and stands before what a child writes afterwards.
 int CLuaInterpreter::PrintCB(lua_State* L)
 {
-    const auto* const self =
-        static_cast<CLuaInterpreter*>(lua_touserdata(L, lua_upvalueindex(1)));
-    const int count = lua_gettop(L);
-    luaL_Buffer line;
-    luaL_buffinit(L, &line);
-    for (int i = 1; i <= count; ++i)
-    {
-        if (i > 1)
-            luaL_addchar(&line, '\t');
-        luaL_tolstring(L, i, nullptr);
-        luaL_addvalue(&line);
-    }
-    luaL_addchar(&line, '\n');
-    luaL_pushresult(&line);
-
+    PushLine(L);
     size_t length = 0;
     const char* const text = lua_tolstring(L, -1, &length);
-    if (self->m_out == nullptr)
-        fwrite(text, 1, length, stdout);
-    else
-        self->m_out->Write(text, length);
+    wxOutputStream* const out = OutputOf(L);
+    if (out != nullptr)
+    {
+        out->Write(text, length);
+        out->Sync();
+        return 0;
+    }
+    fwrite(text, 1, length, stdout);
+    fflush(stdout);
     return 0;
+}
+
+// The output stream of the chunk that runs in a state, null for standard
+// output; likewise when a script has removed the interpreter from the
+// registry.
+wxOutputStream* CLuaInterpreter::OutputOf(lua_State* L)
+{
+    lua_rawgetp(L, LUA_REGISTRYINDEX, &kSelf);
+    const auto* const self = static_cast<CLuaInterpreter*>(
+        lua_islightuserdata(L, -1) ? lua_touserdata(L, -1) : nullptr);
+    lua_pop(L, 1);
+    return self == nullptr ? nullptr : self->m_out;
 }
 
 void CLuaInterpreter::ReplacePrint()
 {
     lua_pushlightuserdata(m_state, this);
-    lua_pushcclosure(m_state, PrintCB, 1);
+    lua_rawsetp(m_state, LUA_REGISTRYINDEX, &kSelf);
+    lua_pushcfunction(m_state, Guarded<PrintCB>);
     lua_setglobal(m_state, "print");
 }
 

@@ -9,6 +9,9 @@
 
 #include <csignal>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace TestSupport;
 
 namespace
@@ -310,6 +313,86 @@ TEST(Script, PrintAndWriteKeepTheirOrder)
                  "shutdown = function() print('still open') end}");
     EXPECT_EQ(result.out,
               "p\t1\tnil\nw\np\t2\tnil\nw\np\t3\tnil\nw\nstill open\n");
+}
+
+TEST(Script, WhatIsPrintedStandsBeforeWhatAChildWrites)
+{
+    const CHost host(false);
+    const SProcessResult result = host.RunTool(
+        "children", "return {main = function()\n"
+                    "  for i = 1, 3 do\n"
+                    "    io.write('w') print(i) os.execute('echo child')\n"
+                    "  end end}");
+    EXPECT_EQ(result.out, "w1\nchild\nw2\nchild\nw3\nchild\n");
+}
+
+TEST(Script, WhatIsPrintedSurvivesAKill)
+{
+    const CHost host(false);
+    const SProcessResult result =
+        host.RunTool("killed", "return {main = function()\n"
+                               "  print('last words')\n"
+                               "  os.execute('kill -9 $PPID') end}");
+    EXPECT_EQ(result.signal, SIGKILL);
+    EXPECT_EQ(result.out, "last words\n");
+}
+
+// Standard output is a device that takes nothing.
+void UseFullOutput()
+{
+    const int full = open("/dev/full", O_WRONLY);
+    if (full < 0 || dup2(full, STDOUT_FILENO) < 0)
+        _exit(125);
+}
+
+// Standard output is a pipe that has no reader.
+void UseClosedPipe()
+{
+    int ends[2];
+    if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0)
+        _exit(125);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(Script, AnOutputThatCannotBeWrittenIsSaidOnce)
+{
+    const std::pair<void (*)(), const char*> cases[] = {
+        {UseFullOutput, "No space left on device"},
+        {UseClosedPipe, "Broken pipe"},
+    };
+    for (const auto& [prepare, reason] : cases)
+    {
+        SCOPED_TRACE(reason);
+        const CHost host(false);
+        SProcessOptions options;
+        options.inChild = prepare;
+        const SProcessResult result =
+            host.RunTool("mute",
+                         "local function say() for i = 1, 1000 do print(i) end "
+                         "end\n"
+                         "return {init = say, main = say, shutdown = say}",
+                         {}, options);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        const std::string log = host.Log("mute");
+        EXPECT_EQ(RecordText(log.substr(0, log.find('\n'))),
+                  "WARNING kza: Standard output cannot be written: " +
+                      std::string(reason));
+        EXPECT_EQ(CountOf(log, "\n"), 1) << log;
+    }
+}
+
+TEST(Script, WhatAScriptWritesIsFlushedByTheScriptAlone)
+{
+    const CHost host(false);
+    SProcessOptions options;
+    options.inChild = UseFullOutput;
+    const SProcessResult result =
+        host.RunTool("buffered", "return {main = function() io.write('x') end}",
+                     {}, options);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(host.Log("buffered"), "");
 }
 
 TEST(Script, BothStandardStreamsStayUsableAfterAMessage)

@@ -91,6 +91,67 @@ TEST_F(LuaInterpreter, PrintGoesToTheChunksStream)
     EXPECT_EQ(m_printed, "a\t1\tnil\ttrue\nmine\n\n");
 }
 
+TEST_F(LuaInterpreter, PrintUsesTheToStringOfTheMoment)
+{
+    EXPECT_EQ(Run("local kept = tostring\n"
+                  "function tostring(v) return '<' .. kept(v) .. '>' end\n"
+                  "print('a', 1)\n"
+                  "tostring = kept\n"
+                  "print('b')"),
+              0);
+    EXPECT_EQ(m_printed, "<a>\t<1>\nb\n");
+    EXPECT_EQ(Run("function tostring() return {} end\nprint(1)"), LUA_ERRRUN);
+    EXPECT_EQ(Info().substr(0, 53),
+              "chunk:2: 'tostring' must return a string to 'print'\ns");
+    EXPECT_EQ(Run("tostring = nil\nprint(1)"), LUA_ERRRUN);
+    EXPECT_EQ(m_printed, "<a>\t<1>\nb\n");
+}
+
+TEST_F(LuaInterpreter, PrintHasNoUpvalues)
+{
+    EXPECT_EQ(Run("return debug.getinfo(print, 'u').nups", 0, 1), 0);
+    EXPECT_EQ(lua_tointeger(m_lua.L(), -1), 0);
+}
+
+// Notes what has been synced of what was written.
+class CSyncedOutput : public wxStringOutputStream
+{
+public:
+    void Sync() override { synced = GetString(); }
+
+    wxString synced;
+};
+
+TEST_F(LuaInterpreter, ALineIsThroughWhenPrintReturns)
+{
+    CSyncedOutput out;
+    lua_pushlightuserdata(m_lua.L(), &out);
+    lua_pushcclosure(
+        m_lua.L(),
+        [](lua_State* L)
+        {
+            const auto* const stream = static_cast<CSyncedOutput*>(
+                lua_touserdata(L, lua_upvalueindex(1)));
+            lua_pushstring(L, stream->synced.utf8_str());
+            return 1;
+        },
+        1);
+    lua_setglobal(m_lua.L(), "synced");
+    wxStringInputStream in("print('a') assert(synced() == 'a\\n')\n"
+                           "print('b') assert(synced() == 'a\\nb\\n')");
+    EXPECT_EQ(m_lua.RunScript(in, 0, 0, "chunk", &out), 0) << Info();
+}
+
+TEST_F(LuaInterpreter, PrintSurvivesARegistryThatAScriptEmptied)
+{
+    EXPECT_EQ(Run("local registry = debug.getregistry()\n"
+                  "for key in pairs(registry) do\n"
+                  "  if type(key) == 'userdata' then registry[key] = {} end\n"
+                  "end\n"
+                  "print()"),
+              0);
+}
+
 TEST_F(LuaInterpreter, TheEnvironmentNamesNoPlacesForCode)
 {
     setenv("LUA_PATH", "/evil/?.lua", 1);
