@@ -78,7 +78,8 @@ end
 function test_log_with_wrong_arguments()
     lu.assertEquals(
         error_of(function() dom:Log("loud", "text") end),
-        "bad argument #1 to 'Log' (invalid option 'loud')")
+        "bad argument #1 to 'Log' (error, warning, message, info, verbose " ..
+        "or debug expected, got 'loud')")
     lu.assertEquals(
         error_of(function() dom:Log() end),
         "bad argument #1 to 'Log' (string expected, got no value)")
@@ -111,6 +112,22 @@ function test_trace_follows_the_domain()
         "TRACE LuaTest: dom_services_test.lua:" .. line ..
         " trace_something traced while on",
     })
+end
+
+function test_trace_names_a_loaded_text_by_its_beginning()
+    dom:Set("app.trace", "LuaTest")
+    local text = "local a = 6/2; dom:Trace('LuaTest', 'traced by a text')" ..
+        (" "):rep(1000) .. "\nreturn a"
+    lu.assertEquals(load(text)(), 3)
+    lu.assertEquals(load("dom:Trace('LuaTest', 'traced by a name')", "=x/y")(),
+        nil)
+    dom:Set("app.trace", nil)
+    lu.assertEquals(records("traced by a text"), {
+        "TRACE LuaTest: [string \"local a = 6/2; dom:Trace('LuaTest', " ..
+        "'traced b...\"]:1 main chunk traced by a text",
+    })
+    lu.assertEquals(#records("TRACE LuaTest: y:1 main chunk traced by a name"),
+        1)
 end
 
 function test_trace_of_all_and_of_more()

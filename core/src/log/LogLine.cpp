@@ -157,8 +157,12 @@ std::string_view OrUnknown(const char* text)
     return text == nullptr || *text == '\0' ? "?" : text;
 }
 
+// Lua names a chunk that was loaded from a string `[string "…"]`, with a piece
+// of its text, in which a slash separates no directories.
 std::string_view WithoutDirectories(std::string_view file)
 {
+    if (file.front() == '[')
+        return file;
     const std::size_t slash = file.rfind('/');
     return slash == std::string_view::npos ? file : file.substr(slash + 1);
 }

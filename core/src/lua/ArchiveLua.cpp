@@ -4,7 +4,7 @@
 
 #include "archive/ArchiveSet.h"
 #include "lua/ArchiveLoader.h"
-#include "lua/DomLua.h"
+#include "lua/DomObject.h"
 
 #include <lua.hpp>
 

@@ -1,9 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// The Lua class "SLB.Dom".
-//
-// Every method is a closure over the class's metatable, to know its own kind
-// quickly, and over the table of generations that dom:Wait has seen.
 
 #include "lua/DomLua.h"
 
@@ -15,8 +10,7 @@
 #include "kza_core/Log2Disk.h"
 #include "kza_core/Runnable.h"
 #include "kza_core/Trace.h"
-#include "lua/ArchiveLua.h"
-#include "lua/EventLua.h"
+#include "lua/DomObject.h"
 #include "lua/LuaGuard.h"
 #include "process/WakeUp.h"
 
@@ -32,16 +26,7 @@ namespace KzaCore
 namespace
 {
 
-constexpr char kClass[] = "SLB.Dom";
-constexpr int kMetatable = lua_upvalueindex(1);
 constexpr int kSeen = lua_upvalueindex(2);
-
-// A domain as Lua holds it. The domain belongs to the application and outlives
-// every such reference.
-struct DomReference
-{
-    CDom* dom;
-};
 
 std::string_view CheckBytes(lua_State* L, int arg)
 {
@@ -232,16 +217,29 @@ int GetPluginWorkdir(lua_State* L)
     return 2;
 }
 
+ELogLevel CheckLevel(lua_State* L, int arg)
+{
+    static constexpr std::pair<std::string_view, ELogLevel> kLevels[] = {
+        {"error", ELogLevel::Error},     {"warning", ELogLevel::Warning},
+        {"message", ELogLevel::Message}, {"info", ELogLevel::Info},
+        {"verbose", ELogLevel::Verbose}, {"debug", ELogLevel::Debug}};
+    const std::string_view given = CheckBytes(L, arg);
+    for (const auto& [name, level] : kLevels)
+        if (name == given)
+            return level;
+    luaL_argerror(L, arg,
+                  lua_pushfstring(L,
+                                  "error, warning, message, info, verbose or "
+                                  "debug expected, got '%s'",
+                                  given.data()));
+    return ELogLevel::Error; // not reached
+}
+
 int Log(lua_State* L)
 {
-    static constexpr const char* kNames[] = {
-        "error", "warning", "message", "info", "verbose", "debug", nullptr};
-    static constexpr ELogLevel kLevels[] = {
-        ELogLevel::Error, ELogLevel::Warning, ELogLevel::Message,
-        ELogLevel::Info,  ELogLevel::Verbose, ELogLevel::Debug};
     DomOfMethod(L);
-    const int level = luaL_checkoption(L, 2, nullptr, kNames);
-    LogToDisk(kLevels[level], wxString(), TextOfBytes(CheckBytes(L, 3)));
+    const ELogLevel level = CheckLevel(L, 2);
+    LogToDisk(level, wxString(), TextOfBytes(CheckBytes(L, 3)));
     return 0;
 }
 
@@ -250,6 +248,14 @@ const char* FunctionName(const lua_Debug& caller)
     if (caller.name != nullptr)
         return caller.name;
     return *caller.what == 'm' ? "main chunk" : "?";
+}
+
+// A chunk that was loaded from a string has its whole text as its source.
+const char* SourceName(const lua_Debug& caller)
+{
+    const bool isFile = *caller.source == '@';
+    return isFile ? caller.source + 1
+                  : static_cast<const char*>(caller.short_src);
 }
 
 int Trace(lua_State* L)
@@ -263,8 +269,8 @@ int Trace(lua_State* L)
     const bool isKnown =
         lua_getstack(L, 1, &caller) != 0 && lua_getinfo(L, "Sln", &caller) != 0;
     if (isKnown)
-        LogTrace(component, caller.source + (*caller.source == '@' ? 1 : 0),
-                 caller.currentline, FunctionName(caller), TextOfBytes(text));
+        LogTrace(component, SourceName(caller), caller.currentline,
+                 FunctionName(caller), TextOfBytes(text));
     else
         LogTrace(component, "?", 0, "?", TextOfBytes(text));
     return 0;
@@ -278,13 +284,9 @@ int TraceIsEnabled(lua_State* L)
     return 1;
 }
 
-// A reference does not own its domain, so its end is not the domain's.
-int Forget(lua_State* /*L*/)
-{
-    return 0;
-}
+} // namespace
 
-constexpr luaL_Reg kMethods[] = {
+const luaL_Reg kDomMethods[] = {
     {"Get", Guarded<Get>},
     {"Set", Guarded<Set>},
     {"Keys", Guarded<Keys>},
@@ -294,67 +296,7 @@ constexpr luaL_Reg kMethods[] = {
     {"Log", Guarded<Log>},
     {"Trace", Guarded<Trace>},
     {"TraceIsEnabled", Guarded<TraceIsEnabled>},
-    {"AgentEventWrite", Guarded<LuaAgentEventWrite>},
-    {"AgentEvents", Guarded<LuaAgentEvents>},
-    {"ReadArchive", Guarded<LuaReadArchive>},
     {nullptr, nullptr},
 };
-
-// Pushes the metatable of the class. It is registered last, whole.
-void DefineClass(lua_State* L)
-{
-    lua_newtable(L);
-    lua_newtable(L); // the class
-    lua_newtable(L);
-    lua_setmetatable(L, -2);
-    lua_pushvalue(L, -2);
-    lua_newtable(L); // what dom:Wait has seen
-    luaL_setfuncs(L, kMethods, 2);
-    lua_setfield(L, -2, "__index");
-
-    lua_pushstring(L, kClass);
-    lua_setfield(L, -2, "__class");
-    lua_pushcfunction(L, Forget);
-    lua_setfield(L, -2, "__gc");
-    lua_pushvalue(L, -1);
-    lua_setfield(L, LUA_REGISTRYINDEX, kClass);
-}
-
-} // namespace
-
-CDom& DomOfMethod(lua_State* L)
-{
-    // luaL_checkudata looks the class up by its name, which costs three times
-    // as much; it is left to say what is wrong.
-    void* self = nullptr;
-    if (lua_type(L, 1) == LUA_TUSERDATA && lua_getmetatable(L, 1) != 0)
-    {
-        if (lua_rawequal(L, -1, kMetatable) != 0)
-            self = lua_touserdata(L, 1);
-        lua_pop(L, 1);
-    }
-    if (self == nullptr)
-        self = luaL_checkudata(L, 1, kClass);
-    return *static_cast<const DomReference*>(self)->dom;
-}
-
-void PushDom(lua_State* L, CDom* dom)
-{
-    if (dom == nullptr)
-    {
-        lua_pushnil(L);
-        return;
-    }
-    auto* const reference =
-        static_cast<DomReference*>(lua_newuserdata(L, sizeof(DomReference)));
-    reference->dom = dom;
-    luaL_getmetatable(L, kClass);
-    if (lua_isnil(L, -1))
-    {
-        lua_pop(L, 1);
-        DefineClass(L);
-    }
-    lua_setmetatable(L, -2);
-}
 
 } // namespace KzaCore

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the functions of the Lua class "SLB.Dom" share.
+// The methods of the Lua class "SLB.Dom" that the domain itself answers, and
+// those on log and trace.
 //
-// Threads: the one that owns the state.
+// Threads: the one that owns the Lua state.
 
 #pragma once
 
-struct lua_State;
+#include <lua.hpp>
 
 namespace KzaCore
 {
 
-class CDom;
-
-/// The domain that the running method was called on: argument 1, compared with
-/// the class in upvalue 1. Raises the usual Lua error for anything else.
-CDom& DomOfMethod(lua_State* L);
+/// The methods, guarded, up to an entry without a name. Upvalue 1 of each is
+/// the class's metatable, upvalue 2 the table of generations that `dom:Wait`
+/// has seen, by domain and key.
+extern const luaL_Reg kDomMethods[];
 
 } // namespace KzaCore

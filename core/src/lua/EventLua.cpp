@@ -1,4 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Between an agent event and a Lua table.
+//
+// What is where on the Lua stack: AgentEventWrite finds the domain at index 1
+// and the script's table at index 2, and leaves each field that it has looked
+// at above them until it returns, so that the field's text stays reachable.
+// AgentEvents builds its result on top: the array, above it one event's table
+// at a time, which goes into the array before the next one comes.
+//
+// Nothing is kept between two calls. A wrong field is a Lua error, which
+// unwinds these functions like an exception; the event is stored only after
+// every field has been accepted.
 
 #include "lua/EventLua.h"
 
@@ -6,7 +18,7 @@
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Time.h"
-#include "lua/DomLua.h"
+#include "lua/DomObject.h"
 
 #include <lua.hpp>
 
@@ -20,7 +32,8 @@ namespace KzaCore
 namespace
 {
 
-// Pushes a field of the event and raises an error unless it has the type.
+// Pushes a field of the table at index 2 and raises an error unless it has the
+// type.
 void PushField(lua_State* L, const char* field, int type)
 {
     lua_getfield(L, 2, field);
@@ -57,6 +70,7 @@ std::uint32_t NumberField(lua_State* L, const char* field)
     return static_cast<std::uint32_t>(value);
 }
 
+// An attribute counts as absent until its null mark is cleared.
 void SetTime(CAgentEvent& event)
 {
     event.m_timeMs = TimeNowMillis();
@@ -78,12 +92,14 @@ std::int64_t OptionalInteger(lua_State* L, int arg, std::int64_t otherwise)
     return static_cast<std::int64_t>(value);
 }
 
+// Sets a field of the table on top of the stack.
 void SetNumber(lua_State* L, const char* field, std::int64_t value)
 {
     lua_pushnumber(L, static_cast<lua_Number>(value));
     lua_setfield(L, -2, field);
 }
 
+// Pushes the table of an event.
 void PushEvent(lua_State* L, const SStoredEvent& event)
 {
     lua_createtable(L, 0, 6);
