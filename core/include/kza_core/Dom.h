@@ -171,8 +171,9 @@ public:
     [[nodiscard]] wxString GetPluginWorkdirWx(const wxString& plugin) const;
 
     /// Installs the searcher for modules in the archives of `app.lua.zippath`
-    /// into a Lua state, once per state. Raises a Lua error when
-    /// `package.searchers` is not there. The domain outlives the state.
+    /// into a Lua state; a state that has it gets no second one, and asks this
+    /// domain from then on. Raises a Lua error when `package.searchers` is not
+    /// there. The domain outlives the state.
     void RegisterLoader(lua_State* L);
 
     /// Stores an event for the agent to report. When it returns, the event is

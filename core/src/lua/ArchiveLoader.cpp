@@ -18,9 +18,8 @@ namespace KzaCore
 namespace
 {
 
-// Registry names of the metatable of the userdata below, and of that itself.
-constexpr char kArchives[] = "kza.CArchiveSet";
-constexpr char kArchivesObject[] = "kza.archives";
+// Registry name of the userdata below.
+constexpr char kArchives[] = "kza.archives";
 
 struct SArchives
 {
@@ -31,7 +30,26 @@ struct SArchives
 int CollectCB(lua_State* L)
 {
     static_cast<SArchives*>(lua_touserdata(L, 1))->~SArchives();
+    lua_pushnil(L); // a finalizer that runs later must not find the archives
+    lua_setmetatable(L, 1);
     return 0;
+}
+
+// The userdata on top of the stack, which is popped; null for anything else.
+// The registry is open to scripts, so what lies there may be any value.
+SArchives* TakeArchives(lua_State* L)
+{
+    SArchives* archives = nullptr;
+    if (lua_getmetatable(L, -1) != 0)
+    {
+        lua_pushliteral(L, "__gc");
+        lua_rawget(L, -2);
+        if (lua_tocfunction(L, -1) == CollectCB)
+            archives = static_cast<SArchives*>(lua_touserdata(L, -3));
+        lua_pop(L, 2);
+    }
+    lua_pop(L, 1);
+    return archives;
 }
 
 // As Lua's own loader of files does: a byte-order mark and a first line that
@@ -65,6 +83,11 @@ int SearcherCB(lua_State* L)
     std::replace(file.begin(), file.end(), '.', '/');
     const std::vector<std::string> names = {file + ".lua", file + "/init.lua"};
     CArchiveSet* const archives = ArchivesOf(L);
+    if (archives == nullptr)
+    {
+        lua_pushliteral(L, "\n\tno archives: not in the registry any more");
+        return 1;
+    }
     std::string bytes;
     std::string place;
     std::string error;
@@ -89,23 +112,19 @@ void InstallArchiveLoader(lua_State* L, CDom& dom)
 {
     void* const memory = lua_newuserdata(L, sizeof(SArchives));
     new (memory) SArchives{dom, {}};
-    if (luaL_newmetatable(L, kArchives) != 0)
-    {
-        lua_pushcfunction(L, CollectCB);
-        lua_setfield(L, -2, "__gc");
-    }
+    lua_createtable(L, 0, 1);
+    lua_pushcfunction(L, CollectCB);
+    lua_setfield(L, -2, "__gc");
     lua_setmetatable(L, -2);
-    lua_setfield(L, LUA_REGISTRYINDEX, kArchivesObject);
+    lua_setfield(L, LUA_REGISTRYINDEX, kArchives);
 
-    lua_pushcfunction(L, Guarded<SearcherCB>);
-    InsertArchiveSearcher(L);
+    InsertArchiveSearcher(L, Guarded<SearcherCB>);
 }
 
 CArchiveSet* ArchivesOf(lua_State* L)
 {
-    lua_getfield(L, LUA_REGISTRYINDEX, kArchivesObject);
-    auto* const archives = static_cast<SArchives*>(lua_touserdata(L, -1));
-    lua_pop(L, 1);
+    lua_getfield(L, LUA_REGISTRYINDEX, kArchives);
+    SArchives* const archives = TakeArchives(L);
     if (archives == nullptr)
         return nullptr;
     archives->set.SetPaths(archives->dom.Get(DomKey::kLuaZipPath));

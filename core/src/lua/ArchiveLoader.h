@@ -18,11 +18,12 @@ namespace KzaCore
 class CArchiveSet;
 class CDom;
 
-/// Adds the searcher and the set of archives to a state.
+/// Adds the searcher and the set of archives to a state. A second call gives
+/// the searcher another set.
 void InstallArchiveLoader(lua_State* L, CDom& dom);
 
 /// The state's archives, set to what `app.lua.zippath` holds now; null when no
-/// loader was installed. Owned by the state.
+/// loader was installed, or a script removed it. Owned by the state.
 CArchiveSet* ArchivesOf(lua_State* L);
 
 } // namespace KzaCore

@@ -2,10 +2,18 @@
 
 #include "lua/LuaSearchers.h"
 
+#include "base/Descriptor.h"
+#include "base/Error.h"
 #include "base/SplitList.h"
 #include "lua/LuaGuard.h"
 
-#include <lua.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <sstream>
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
 
 namespace KzaCore
 {
@@ -19,9 +27,9 @@ constexpr char kLeadingPath[] = "kza.path.leading";
 constexpr char kDefaultPath[] = "kza.path.default";
 constexpr char kDefaultCPath[] = "kza.cpath.default";
 
-// Positions among `package.searchers` once both searchers are in place.
-constexpr int kLeadingSearcher = 2;
-constexpr int kRestSearcher = 3;
+// Positions among `package.searchers` when Lua opens the library.
+constexpr int kLuaSearcher = 2;
+constexpr int kFirstNativeSearcher = 3;
 
 // The string in a field of the table at `index`; empty when it is not one.
 std::string StringField(lua_State* L, int index, const char* name)
@@ -73,23 +81,69 @@ std::string CompiledIn(lua_State* L, const char* field, const char* savedAs)
     return StringField(L, LUA_REGISTRYINDEX, savedAs);
 }
 
+// Why a file cannot be read, as an error number; 0 when it can.
+int ReadError(const std::string& path)
+{
+    const CDescriptor file(
+        open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return file.IsOpen() ? 0 : errno;
+}
+
+// What follows "no file '…'" for a file that is there and cannot be read.
+std::string Reason(int error)
+{
+    return error == ENOENT || error == ENOTDIR ? ""
+                                               : ": " + SystemErrorText(error);
+}
+
+std::string FillTemplate(std::string_view entry, const std::string& name)
+{
+    std::string path;
+    for (const char c : entry)
+        if (c == '?')
+            path += name;
+        else
+            path += c;
+    return path;
+}
+
+// Finds a module's file as package.searchpath() does.
+//
+// \param file   Out: the file, when one can be read.
+// \param tried  Out: a line for each file that cannot.
+bool FindFile(std::string name,
+              const std::string& list,
+              std::string& file,
+              std::string& tried)
+{
+    std::replace(name.begin(), name.end(), '.', '/');
+    for (const std::string_view entry : SplitList<std::string_view>(list, ";"))
+    {
+        file = FillTemplate(entry, name);
+        const int error = ReadError(file);
+        if (error == 0)
+            return true;
+        tried += "\n\tno file '" + file + "'" + Reason(error);
+    }
+    return false;
+}
+
 // Searches a list of templates for the module in argument 1, as Lua's own
 // searcher of Lua files does.
 int SearchTemplates(lua_State* L, const std::string& list)
 {
     const char* const name = luaL_checkstring(L, 1);
-    lua_pushvalue(L, lua_upvalueindex(1)); // package.searchpath
-    lua_pushvalue(L, 1);
-    lua_pushlstring(L, list.data(), list.size());
-    lua_call(L, 2, 2);
-    if (lua_isnil(L, -2))
-        return 1; // the list of files tried
-    lua_pop(L, 1);
-    const char* const file = lua_tostring(L, -1);
-    if (luaL_loadfilex(L, file, nullptr) != LUA_OK)
+    std::string file;
+    std::string tried;
+    if (!FindFile(name, list, file, tried))
+    {
+        lua_pushlstring(L, tried.data(), tried.size());
+        return 1;
+    }
+    if (luaL_loadfilex(L, file.c_str(), nullptr) != LUA_OK)
         return luaL_error(L, "error loading module '%s' from file '%s':\n\t%s",
-                          name, file, lua_tostring(L, -1));
-    lua_pushvalue(L, -2);
+                          name, file.c_str(), lua_tostring(L, -1));
+    lua_pushlstring(L, file.data(), file.size());
     return 2;
 }
 
@@ -102,16 +156,49 @@ int LeadingSearcherCB(lua_State* L)
 // script that changed `package.path` gets what it asked for.
 int RestSearcherCB(lua_State* L)
 {
-    lua_getfield(L, lua_upvalueindex(2), "path");
+    lua_getfield(L, lua_upvalueindex(1), "path");
     if (lua_isstring(L, -1) == 0)
         return luaL_error(L, "'package.path' must be a string");
     lua_pop(L, 1);
-    std::string list = StringField(L, lua_upvalueindex(2), "path");
+    std::string list = StringField(L, lua_upvalueindex(1), "path");
     const std::string leading =
         StringField(L, LUA_REGISTRYINDEX, kLeadingPath) + ";";
     if (leading.size() > 1 && list.compare(0, leading.size(), leading) == 0)
         list.erase(0, leading.size());
     return SearchTemplates(L, list);
+}
+
+// Lua's message on a miss with a reason beside each file that is there and
+// cannot be read.
+std::string WithReasons(const std::string& tried)
+{
+    std::string result;
+    std::istringstream lines(tried);
+    for (std::string line; std::getline(lines, line);)
+    {
+        constexpr std::string_view kStart = "\tno file '";
+        if (line.empty())
+            continue;
+        result += "\n" + line;
+        if (line.compare(0, kStart.size(), kStart) == 0)
+            result += Reason(ReadError(
+                line.substr(kStart.size(), line.size() - kStart.size() - 1)));
+    }
+    return result;
+}
+
+// One of Lua's own searchers of C modules, in upvalue 1.
+int NativeSearcherCB(lua_State* L)
+{
+    lua_settop(L, 1);
+    lua_pushvalue(L, lua_upvalueindex(1));
+    lua_pushvalue(L, 1);
+    lua_call(L, 1, LUA_MULTRET);
+    if (lua_gettop(L) != 2 || lua_type(L, 2) != LUA_TSTRING)
+        return lua_gettop(L) - 1;
+    const std::string tried = WithReasons(lua_tostring(L, 2));
+    lua_pushlstring(L, tried.data(), tried.size());
+    return 1;
 }
 
 // Makes room at a position of `package.searchers`, on top of the stack, and
@@ -128,11 +215,26 @@ void InsertSearcher(lua_State* L, int position)
     lua_remove(L, -2);
 }
 
+// The position of a searcher in `package.searchers`, on top of the stack; 0
+// when it is not there.
+int PositionOf(lua_State* L, lua_CFunction searcher)
+{
+    const int count = static_cast<int>(lua_rawlen(L, -1));
+    for (int i = 1; i <= count; ++i)
+    {
+        lua_rawgeti(L, -1, i);
+        const bool isIt = lua_tocfunction(L, -1) == searcher;
+        lua_pop(L, 1);
+        if (isIt)
+            return i;
+    }
+    return 0;
+}
+
 void PushSearcher(lua_State* L, lua_CFunction searcher, int package)
 {
-    lua_getfield(L, package, "searchpath");
     lua_pushvalue(L, package);
-    lua_pushcclosure(L, searcher, 2);
+    lua_pushcclosure(L, searcher, 1);
 }
 
 // Leaves the package table and its searchers on the stack.
@@ -146,23 +248,30 @@ void PushPackageAndSearchers(lua_State* L)
         luaL_error(L, "'package.searchers' must be a table");
 }
 
-bool HasOwnSearchers(lua_State* L)
+void WrapNativeSearchers(lua_State* L)
 {
-    lua_getfield(L, LUA_REGISTRYINDEX, kLeadingPath);
-    const bool has = lua_isstring(L, -1) != 0;
-    lua_pop(L, 1);
-    return has;
+    const int count = static_cast<int>(lua_rawlen(L, -1));
+    for (int i = kFirstNativeSearcher; i <= count; ++i)
+    {
+        lua_rawgeti(L, -1, i);
+        lua_pushcclosure(L, Guarded<NativeSearcherCB>, 1);
+        lua_rawseti(L, -2, i);
+    }
 }
 
 void InstallSearchers(lua_State* L)
 {
     PushPackageAndSearchers(L);
     const int package = lua_gettop(L) - 1;
-    PushSearcher(L, Guarded<RestSearcherCB>, package);
-    lua_rawseti(L, -2, kLeadingSearcher); // in place of Lua's own
-    PushSearcher(L, Guarded<LeadingSearcherCB>, package);
-    lua_insert(L, -2);
-    InsertSearcher(L, kLeadingSearcher);
+    if (PositionOf(L, Guarded<RestSearcherCB>) == 0)
+    {
+        WrapNativeSearchers(L);
+        PushSearcher(L, Guarded<RestSearcherCB>, package);
+        lua_rawseti(L, -2, kLuaSearcher); // in place of Lua's own
+        PushSearcher(L, Guarded<LeadingSearcherCB>, package);
+        lua_insert(L, -2);
+        InsertSearcher(L, kLuaSearcher);
+    }
     lua_pop(L, 2);
 }
 
@@ -173,8 +282,7 @@ void SetSearchPaths(lua_State* L,
                     const std::string& path,
                     const std::string& cpath)
 {
-    if (!HasOwnSearchers(L))
-        InstallSearchers(L);
+    InstallSearchers(L);
     SetStringField(L, LUA_REGISTRYINDEX, kLeadingPath, path);
 
     lua_getglobal(L, "package");
@@ -194,12 +302,17 @@ void SetSearchPaths(lua_State* L,
     lua_pop(L, 1);
 }
 
-void InsertArchiveSearcher(lua_State* L)
+void InsertArchiveSearcher(lua_State* L, lua_CFunction searcher)
 {
     PushPackageAndSearchers(L);
-    lua_remove(L, -2);
-    InsertSearcher(L, HasOwnSearchers(L) ? kRestSearcher : kLeadingSearcher);
-    lua_pop(L, 1);
+    if (PositionOf(L, searcher) == 0)
+    {
+        const int rest = PositionOf(L, Guarded<RestSearcherCB>);
+        lua_pushcfunction(L, searcher);
+        lua_insert(L, -2);
+        InsertSearcher(L, rest == 0 ? kLuaSearcher : rest);
+    }
+    lua_pop(L, 2);
 }
 
 } // namespace KzaCore

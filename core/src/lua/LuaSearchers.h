@@ -9,13 +9,16 @@
 //
 // So what an author names wins, then the agent's own archives, then the host.
 //
+// A miss lists each file that was tried, as Lua does, and beside a file that is
+// there the reason why it cannot be read.
+//
 // Threads: the one that owns the state.
 
 #pragma once
 
-#include <string>
+#include <lua.hpp>
 
-struct lua_State;
+#include <string>
 
 namespace KzaCore
 {
@@ -27,8 +30,9 @@ void SetSearchPaths(lua_State* L,
                     const std::string& path,
                     const std::string& cpath);
 
-/// Puts the function on top of the stack, which is popped, before the searcher
-/// of the rest of `package.path`.
-void InsertArchiveSearcher(lua_State* L);
+/// Puts the searcher of archives before that of the rest of `package.path`,
+/// unless it is among the searchers already. Raises a Lua error when the
+/// package library is not open.
+void InsertArchiveSearcher(lua_State* L, lua_CFunction searcher);
 
 } // namespace KzaCore

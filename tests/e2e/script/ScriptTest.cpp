@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -215,6 +216,33 @@ TEST(Script, AMissingModuleListsWhatWasSearched)
     EXPECT_EQ(result.err.find("/first/", result.err.find("/first/") + 1),
               std::string::npos)
         << "what was searched first is listed once";
+}
+
+TEST(Script, AModuleThatCannotBeReadIsToldFromOneThatIsNotThere)
+{
+    // A link to itself cannot be opened by any user, root included.
+    const CHost host(false);
+    const CTempDir dir;
+    const std::string loops[] = {dir.File("loop.lua"),
+                                 host.File("lua/loop.lua"),
+                                 host.File("lib/lua/loop.so")};
+    for (const std::string& loop : loops)
+    {
+        std::filesystem::create_directories(
+            std::filesystem::path(loop).parent_path());
+        std::filesystem::create_symlink(loop, loop);
+    }
+    const SProcessResult result =
+        host.Run({"--appname", "loop", "--lua_path", dir.File("?.lua")});
+    EXPECT_EQ(result.status, 2);
+    for (const std::string& loop : loops)
+        EXPECT_TRUE(
+            Contains(result.err, "\tno file '" + loop +
+                                     "': Too many levels of symbolic links\n"))
+            << result.err;
+    EXPECT_TRUE(Contains(
+        result.err, "\tno file '" + host.File("lua/loop/init.lua") + "'\n"))
+        << result.err;
 }
 
 TEST(Script, AnErrorShowsATracebackWithFileAndLine)
