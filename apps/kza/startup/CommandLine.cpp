@@ -40,13 +40,13 @@ bool IsUsableTestScript(const wxString& script)
 // empty, so that no other text takes its place.
 std::string InLocalesEncoding(const wxString& text,
                               const wxString& variable,
-                              const char* part)
+                              const wxString& part)
 {
     std::string bytes = text.ToStdString();
     if (bytes.empty() && !text.empty())
         wxLogWarning("--domain_var '%s': the locale '%s' cannot express the "
                      "%s, an empty text is stored in its place",
-                     variable, setlocale(LC_CTYPE, nullptr), part);
+                     variable, wxString(setlocale(LC_CTYPE, nullptr)), part);
     return bytes;
 }
 

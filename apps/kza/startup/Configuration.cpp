@@ -107,6 +107,8 @@ void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
                        const SConfigurationFiles& files)
 {
+    // The framework keeps the new one.
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     delete wxConfigBase::Set(Read(application, vendor, files).release());
 }
 

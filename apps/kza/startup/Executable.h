@@ -20,8 +20,8 @@ class wxFileName;
 /// The executable's directory when nothing may be taken from it, else empty.
 ///
 /// A first word without a slash was found through PATH, but names a file in the
-/// current directory all the same. Unless the program runs from there, the
-/// directory could be anybody's.
+/// current directory all the same. Unless the program runs from there, any user
+/// may have made what lies in that directory.
 ///
 /// \param firstWord  As the process was given it.
 [[nodiscard]] wxString UntrustedDirectory(const wxString& firstWord);

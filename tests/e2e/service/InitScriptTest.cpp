@@ -44,7 +44,7 @@ SProcessResult RunScript(const CService& service,
         service.Process(options));
 }
 
-// Stops as on a host, where whoever has lost its parent is reaped.
+// Stops as on a host, where a process that has lost its parent is reaped.
 SProcessResult StopWithScript(const CService& service,
                               const std::string& settings = std::string())
 {

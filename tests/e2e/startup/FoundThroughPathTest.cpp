@@ -24,8 +24,8 @@ using Words = std::vector<std::string>;
 
 constexpr char kTrap[] = "return {main = function() print('trapped') end}";
 
-// A current directory that holds all that an installation has, by somebody
-// else, and an installation that the agent is started from.
+// A current directory in which another user has put all that an installation
+// has, and an installation that the agent is started from.
 class FoundThroughPath : public testing::Test
 {
 protected:
