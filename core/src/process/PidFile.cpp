@@ -66,14 +66,14 @@ bool WriteContent(int fd, const std::string& content)
 // Both descriptions of one file?
 bool IsSameFile(int fd, const std::string& path)
 {
-    struct stat open
+    struct stat opened
     {
     };
     struct stat named
     {
     };
-    return fstat(fd, &open) == 0 && lstat(path.c_str(), &named) == 0 &&
-           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+    return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
 // The lock goes with the open file, not with the process, so that a child
