@@ -52,6 +52,7 @@ public:
         if (!wxAppConsole::OnInit())
             return false;
         s_steps.Done("framework");
+        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
         OPENSSL_add_all_algorithms_noconf();
         SSL_library_init();
         SSL_load_error_strings();
