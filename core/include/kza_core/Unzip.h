@@ -23,6 +23,8 @@ class wxZipEntry;
 namespace KzaCore
 {
 
+class CPackageKeys;
+
 /// Asked for every entry, in the archive's order.
 ///
 /// \param context   As given to Unzip().
@@ -42,6 +44,14 @@ struct SUnzipOptions
     /// entry is packed, that it is encrypted, or that a name comes twice is no
     /// reason to refuse the archive; names are checked as ever.
     bool namesOnly = false;
+
+    /// When not null, the archive is taken only with a signature by one of
+    /// these keys. It is checked before anything in the archive is looked at,
+    /// and what is unpacked is what was checked.
+    const CPackageKeys* keys = nullptr;
+
+    /// The signature; null or not open when there is none.
+    const COpenedFile* signature = nullptr;
 
     /// When not null, set to the archive, which stays open in it, once it was
     /// processed.

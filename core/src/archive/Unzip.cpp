@@ -2,7 +2,8 @@
 //
 // A call of Unzip() goes through these states. The first failure ends it.
 //
-//   1. Opening. Archive and destination are opened; nothing is made.
+//   1. Opening. The archive is opened and its signature checked, where one is
+//      asked for; then the destination is opened. Nothing is made.
 //   2. Checking, in three walks over the archive: each entry by itself; the
 //      entries beside each other; the directories they lead to, with the room
 //      on their file systems. A failure up to here has touched nothing.
@@ -21,6 +22,7 @@
 #include "kza_core/Unzip.h"
 
 #include "archive/EntryExtractor.h"
+#include "archive/PackageSignature.h"
 #include "archive/UnzipDestination.h"
 #include "archive/UnzipPlan.h"
 #include "archive/UnzipRoom.h"
@@ -36,9 +38,11 @@
 #include <sys/stat.h>
 
 #include <climits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KzaCore
@@ -84,7 +88,7 @@ class CUnzip
 {
 public:
     explicit CUnzip(const SUnzipOptions& options)
-        : m_namesOnly(options.namesOnly),
+        : m_options(options),
           m_extractor(m_archive),
           m_temporary(TemporaryName())
     {
@@ -102,6 +106,7 @@ public:
     [[nodiscard]] COpenedFile ReleaseArchive() { return m_archive.Release(); }
 
 private:
+    bool OpenArchive(const std::string& path);
     bool CheckDirectories();
     bool Plan(const SZipEntry& entry, SPlannedEntry& planned);
     bool WalkEntries(UnzipCB callback, void* context, const wxString& base);
@@ -119,7 +124,7 @@ private:
     bool SetDirectoryMode(const SZipEntry& entry, std::string& error);
     bool FailEntry(const SZipEntry& entry);
 
-    const bool m_namesOnly;
+    const SUnzipOptions& m_options;
     CZipFile m_archive;
     std::size_t m_maxLength = 0; // of a path under the destination
     CUnzipDestination m_destination;
@@ -153,13 +158,30 @@ bool CUnzip::FailEntry(const SZipEntry& entry)
 
 bool CUnzip::Check(const std::string& archive, const std::string& destination)
 {
-    if (!m_archive.Open(archive, m_error) ||
-        !m_destination.Open(destination, m_error))
+    if (!OpenArchive(archive) || !m_destination.Open(destination, m_error))
         return false;
     m_maxLength = MaxLength(m_destination.Path());
-    return (m_namesOnly ? CheckNames(m_archive, m_maxLength, m_error)
-                        : CheckArchive(m_archive, m_maxLength, m_error)) &&
+    return (m_options.namesOnly
+                ? CheckNames(m_archive, m_maxLength, m_error)
+                : CheckArchive(m_archive, m_maxLength, m_error)) &&
            CheckDirectories();
+}
+
+bool CUnzip::OpenArchive(const std::string& path)
+{
+    COpenedFile file;
+    if (!file.Open(path))
+        return FailBySystem(m_error, "cannot be opened");
+    std::unique_ptr<CFileSeal> seal;
+    std::string signer;
+    if (m_options.keys != nullptr)
+    {
+        seal = std::make_unique<CFileSeal>();
+        if (!CheckSignature(file, m_options.signature, *m_options.keys, *seal,
+                            signer, m_error))
+            return false;
+    }
+    return m_archive.Open(std::move(file), std::move(seal), m_error);
 }
 
 bool CUnzip::CheckDirectories()
@@ -189,13 +211,13 @@ bool CUnzip::CheckDirectories()
         m_isNewDirectory[i] = look == ELook::Missing && entry->IsDirectory() &&
                               entry->UnixMode() != 0;
     }
-    return walk.IsWhole() && (m_namesOnly || room.IsThere(m_error));
+    return walk.IsWhole() && (m_options.namesOnly || room.IsThere(m_error));
 }
 
 bool CUnzip::Run(UnzipCB callback, void* context, const wxString& shownAs)
 {
     const wxString base = shownAs + '/';
-    if (m_namesOnly)
+    if (m_options.namesOnly)
         return WalkEntries(callback, context, base);
     if (!m_destination.Make(m_error))
         return false;
@@ -207,7 +229,7 @@ bool CUnzip::Run(UnzipCB callback, void* context, const wxString& shownAs)
 
 bool CUnzip::Plan(const SZipEntry& entry, SPlannedEntry& planned)
 {
-    return m_namesOnly
+    return m_options.namesOnly
                ? PlanName(entry, m_maxLength, planned, m_error)
                : PlanEntry(m_archive, entry, m_maxLength, planned, m_error);
 }
@@ -229,7 +251,7 @@ bool CUnzip::WalkEntries(UnzipCB callback, void* context, const wxString& base)
         path = base;
         path += TextOfBytes(planned.path);
         const bool isChosen = callback(context, shown.Show(*entry), &path);
-        if (!isChosen || m_namesOnly)
+        if (!isChosen || m_options.namesOnly)
             m_isNewDirectory[m_walked] = false;
         else if (!Write(*entry, planned, m_isNewDirectory[m_walked]))
             return FailEntry(*entry);

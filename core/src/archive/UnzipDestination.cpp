@@ -6,6 +6,7 @@
 #include "base/Error.h"
 #include "base/Hash.h"
 #include "base/ProcessAlive.h"
+#include "base/RealPath.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -47,14 +48,6 @@ bool IsSymbolicLink(int directory, const std::string& name)
     return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) ==
                0 &&
            S_ISLNK(status.st_mode);
-}
-
-// The path without links, empty with errno set when there is none.
-std::string RealPath(const std::string& path)
-{
-    const std::unique_ptr<char, decltype(&std::free)> real(
-        realpath(path.c_str(), nullptr), &std::free);
-    return real ? std::string(real.get()) : std::string();
 }
 
 // True for the temporary file of a process that is no more, or of this one.

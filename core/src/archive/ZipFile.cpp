@@ -186,14 +186,17 @@ bool CZipFile::Open(const std::string& path, std::string& error)
     COpenedFile file;
     if (!file.Open(path))
         return FailBySystem(error, "cannot be opened");
-    return Open(std::move(file), error);
+    return Open(std::move(file), nullptr, error);
 }
 
-bool CZipFile::Open(COpenedFile file, std::string& error)
+bool CZipFile::Open(COpenedFile file,
+                    std::unique_ptr<CFileSeal> seal,
+                    std::string& error)
 {
     if (!file.IsRegular())
         return Fail(error, "not a regular file");
     m_file = std::move(file);
+    m_seal = std::move(seal);
     return FindDirectory(error);
 }
 
@@ -202,6 +205,8 @@ bool CZipFile::ReadAt(std::uint64_t offset,
                       std::size_t size,
                       std::string& error) const
 {
+    if (m_seal)
+        return m_seal->ReadAt(m_file.Get(), offset, buffer, size, error);
     if (ReadWholeAt(m_file.Get(), offset, buffer, size) == size)
         return true;
     return errno == 0 ? Fail(error, "the file ends too early")

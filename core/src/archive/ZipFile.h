@@ -12,12 +12,14 @@
 
 #pragma once
 
+#include "archive/FileSeal.h"
 #include "kza_core/OpenedFile.h"
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -81,7 +83,12 @@ public:
     [[nodiscard]] bool Open(const std::string& path, std::string& error);
 
     /// The same for a file that is open already.
-    [[nodiscard]] bool Open(COpenedFile file, std::string& error);
+    ///
+    /// \param seal  When not null, made for this file: every read goes through
+    ///              it. The archive then belongs to one thread.
+    [[nodiscard]] bool Open(COpenedFile file,
+                            std::unique_ptr<CFileSeal> seal,
+                            std::string& error);
 
     /// The open file, which the object is of no use without.
     [[nodiscard]] COpenedFile Release() { return std::move(m_file); }
@@ -135,6 +142,7 @@ private:
                       std::string& error) const;
 
     COpenedFile m_file;
+    std::unique_ptr<CFileSeal> m_seal;
     SDirectory m_directory; // also where the entries end
 };
 

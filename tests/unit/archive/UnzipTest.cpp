@@ -2,9 +2,11 @@
 
 #include "kza_core/Unzip.h"
 
+#include "kza_core/PackageKeys.h"
 #include "support/CollectedLog.h"
 #include "support/InChild.h"
 #include "support/Process.h"
+#include "support/SigningKey.h"
 #include "support/TempDir.h"
 #include "support/Zip.h"
 
@@ -839,6 +841,133 @@ TEST_F(Unzip, TheArchiveStaysOpenForItsCaller)
     EXPECT_TRUE(opened.IsInPlace());
     fs::rename(m_archive, m_archive + ".done");
     EXPECT_FALSE(opened.IsInPlace());
+}
+
+// --- Signatures ------------------------------------------------------------
+
+class UnzipSigned : public Unzip
+{
+protected:
+    UnzipSigned()
+    {
+        const std::string directory = m_dir.File("keys");
+        WriteFile(directory + "/a.pem", Key().PublicPem());
+        chmod(directory.c_str(), 0755);
+        chmod((directory + "/a.pem").c_str(), 0644);
+        std::vector<std::string> passedOver;
+        EXPECT_EQ(m_keys.Read(directory, passedOver),
+                  KzaCore::CPackageKeys::EResult::Good);
+        m_options.keys = &m_keys;
+        m_options.signature = &m_signature;
+    }
+
+    static const CSigningKey& Key()
+    {
+        static const CSigningKey key = CSigningKey::Ecdsa();
+        return key;
+    }
+
+    void Sign(const std::string& bytes)
+    {
+        WriteFile(m_archive + ".sig", Key().Sign(bytes));
+        ASSERT_TRUE(m_signature.Open(m_archive + ".sig"));
+    }
+
+    void Overwrite(std::size_t offset, const std::string& bytes) const
+    {
+        const int file = open(m_archive.c_str(), O_WRONLY);
+        EXPECT_EQ(pwrite(file, bytes.data(), bytes.size(),
+                         static_cast<off_t>(offset)),
+                  static_cast<ssize_t>(bytes.size()));
+        close(file);
+    }
+
+    KzaCore::CPackageKeys m_keys;
+    KzaCore::COpenedFile m_signature;
+};
+
+TEST_F(UnzipSigned, ASignedArchiveIsUnpacked)
+{
+    SZipFile stored{"stored", Noise(700000)};
+    stored.deflate = false;
+    const std::vector<SZipFile> files = {
+        {"a", "1"}, stored, {"large", Prose(9000000)}, ZipDirectory("d/")};
+    Sign(MakeZip(files));
+    ASSERT_TRUE(Run(files));
+    EXPECT_EQ(Tree(), (Names{"a", "d/", "large", "stored"}));
+    EXPECT_TRUE(ReadFile(m_dest + "/large") == files[2].content);
+    EXPECT_TRUE(ReadFile(m_dest + "/stored") == stored.content);
+}
+
+// Not even that it is no archive is seen before.
+TEST_F(UnzipSigned, NothingIsLookedAtBeforeTheSignature)
+{
+    EXPECT_FALSE(Run(std::string("no archive")));
+    ExpectWarning("it has no signature");
+    Sign("another one");
+    EXPECT_FALSE(Run(std::string("no archive")));
+    ExpectWarning("its signature fits none of the keys");
+    Sign("no archive");
+    EXPECT_FALSE(Run(std::string("no archive")));
+    ExpectWarning("too short for a zip archive");
+    EXPECT_TRUE(Tree().empty());
+}
+
+TEST_F(UnzipSigned, WhereOnlyNamesMatterTheSignatureDoesToo)
+{
+    m_options.namesOnly = true;
+    const std::vector<SZipFile> files = {{"a", "1"}, {"a", "2"}};
+    EXPECT_FALSE(Run(files));
+    ExpectWarning("it has no signature");
+    Sign(MakeZip(files));
+    EXPECT_TRUE(Run(files));
+    EXPECT_EQ(m_witness.calls.size(), 2U);
+}
+
+TEST_F(UnzipSigned, WhatIsCheckedIsUnpackedWhenAnotherTakesItsName)
+{
+    const std::vector<SZipFile> files = {{"a", "good"}, {"b", "good"}};
+    Sign(MakeZip(files));
+    m_witness.answer = [&](const wxString& name)
+    {
+        if (name == "a")
+        {
+            WriteFile(m_archive + ".evil", MakeZip({{"b", "evil"}}));
+            fs::rename(m_archive + ".evil", m_archive);
+        }
+        return true;
+    };
+    EXPECT_TRUE(Run(files));
+    EXPECT_EQ(ReadFile(m_dest + "/b"), "good");
+}
+
+// The writer even sets the times back.
+TEST_F(UnzipSigned, AnArchiveThatIsChangedIsRefused)
+{
+    SZipFile first{"first", Noise(200000, 1)};
+    SZipFile second{"second", Noise(200000, 2)};
+    first.deflate = second.deflate = false;
+    const std::string good = MakeZip({first, second});
+    SZipFile other{"second", Noise(200000, 3)};
+    other.deflate = false;
+    const std::string evil = MakeZip({first, other});
+    ASSERT_EQ(good.size(), evil.size());
+    Sign(good);
+    m_witness.answer = [&](const wxString& name)
+    {
+        if (name == "second")
+        {
+            const auto time = fs::last_write_time(m_archive);
+            Overwrite(0, evil);
+            fs::last_write_time(m_archive, time);
+        }
+        return true;
+    };
+    EXPECT_FALSE(Run(good));
+    ExpectWarning("entry 'second': the file was changed after its signature "
+                  "had been checked");
+    EXPECT_EQ(Tree(), Names{"first"});
+    EXPECT_TRUE(ReadFile(m_dest + "/first") == first.content);
 }
 
 } // namespace

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The content of a file as it was when its digest was taken.
+//
+// A signature holds for the bytes that were read for the digest. A user who may
+// write the file can change it afterwards, through a mapping without a trace in
+// its times, and a file server can at any time. A seal therefore keeps the
+// digest of each piece, and a later read gives the bytes of then or fails.
+//
+// Memory: 32 bytes for each 64 KiB of the file, and one piece.
+//
+// Threads: one object belongs to one thread.
+
+#pragma once
+
+#include "kza_core/PackageKeys.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KzaCore
+{
+
+class COpenedFile;
+
+class CFileSeal
+{
+public:
+    /// Reads a file once, from beginning to end. Once per object.
+    ///
+    /// \param file   Regular; its size is that of when it was opened.
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] bool Make(const COpenedFile& file, std::string& error);
+
+    /// The digest of the whole file.
+    [[nodiscard]] const TDigest& Digest() const { return m_digest; }
+
+    /// Reads exactly `size` bytes of the file, which must be those that Make()
+    /// has read.
+    ///
+    /// \param file   Descriptor of the same file.
+    /// \param error  Set to the reason after a failure.
+    [[nodiscard]] bool ReadAt(int file,
+                              std::uint64_t offset,
+                              void* buffer,
+                              std::size_t size,
+                              std::string& error);
+
+private:
+    bool ReadPiece(int file, std::uint64_t piece, std::string& error);
+
+    std::uint64_t m_size = 0;
+    TDigest m_digest = {};
+    std::vector<TDigest> m_pieces;
+
+    // The piece that was read last, and which one it is.
+    std::vector<unsigned char> m_bytes;
+    std::uint64_t m_current = 0;
+};
+
+} // namespace KzaCore

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "archive/PublicKey.h"
+
+#include "base/Error.h"
+#include "base/OpenSSLLine.h"
+
+#include <openssl/bio.h>
+#include <openssl/crypto.h>
+#include <openssl/ecdsa.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <cstring>
+
+namespace KzaCore
+{
+
+namespace
+{
+
+constexpr int kLeastRsaBits = 3072;
+
+struct SFree
+{
+    void operator()(BIO* bio) const { BIO_free(bio); }
+    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
+    void operator()(ECDSA_SIG* signature) const { ECDSA_SIG_free(signature); }
+};
+
+template <typename T>
+using TOwner = std::unique_ptr<T, SFree>;
+
+// Errors of the calls made here are answers; OpenSSL keeps them for the next
+// caller who looks.
+class CErrorsDropped
+{
+public:
+    CErrorsDropped() { ERR_set_mark(); }
+    ~CErrorsDropped() { ERR_pop_to_mark(); }
+
+    CErrorsDropped(const CErrorsDropped&) = delete;
+    CErrorsDropped& operator=(const CErrorsDropped&) = delete;
+};
+
+// The parts of one PEM block, freed with the object.
+struct SPemBlock
+{
+    SPemBlock() = default;
+    ~SPemBlock()
+    {
+        OPENSSL_free(name);
+        OPENSSL_free(header);
+        OPENSSL_free(data);
+    }
+
+    SPemBlock(const SPemBlock&) = delete;
+    SPemBlock& operator=(const SPemBlock&) = delete;
+
+    char* name = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long size = 0;
+};
+
+// PEM_read_bio_PUBKEY() would go on to later blocks, ask the terminal for the
+// password of an encrypted one, and take what follows the key for nothing.
+TPublicKey Parse(std::string_view pem)
+{
+    const TOwner<BIO> bio(
+        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    SPemBlock block;
+    if (!bio ||
+        PEM_read_bio(bio.get(), &block.name, &block.header, &block.data,
+                     &block.size) != 1 ||
+        std::strcmp(block.name, PEM_STRING_PUBLIC) != 0 ||
+        *block.header != '\0')
+        return nullptr;
+    const unsigned char* next = block.data;
+    TPublicKey key(d2i_PUBKEY(nullptr, &next, block.size), EVP_PKEY_free);
+    return next == block.data + block.size ? key : nullptr;
+}
+
+#ifdef KZA_OPENSSL_HAS_PROVIDERS
+
+bool IsOnP256(EVP_PKEY* key)
+{
+    char name[64] = {};
+    return EVP_PKEY_get_group_name(key, name, sizeof name, nullptr) == 1 &&
+           OBJ_txt2nid(name) == NID_X9_62_prime256v1;
+}
+
+#else
+
+bool IsOnP256(EVP_PKEY* key)
+{
+    const std::unique_ptr<EC_KEY, decltype(&EC_KEY_free)> curve(
+        EVP_PKEY_get1_EC_KEY(key), EC_KEY_free);
+    return curve && EC_GROUP_get_curve_name(EC_KEY_get0_group(curve.get())) ==
+                        NID_X9_62_prime256v1;
+}
+
+#endif
+
+bool IsGoodEnough(EVP_PKEY* key, std::string& error)
+{
+    switch (EVP_PKEY_base_id(key))
+    {
+    case EVP_PKEY_EC:
+        return IsOnP256(key) || Fail(error, "its curve is not P-256");
+    case EVP_PKEY_RSA:
+        return EVP_PKEY_bits(key) >= kLeastRsaBits ||
+               Fail(error, "it has fewer than " +
+                               std::to_string(kLeastRsaBits) + " bits");
+    default:
+        return Fail(error, "it is neither an ECDSA nor an RSA key");
+    }
+}
+
+const unsigned char* BytesOf(std::string_view text)
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+// ECDSA: the one DER form of two numbers. Whether a verification by OpenSSL
+// takes others depends on its version.
+bool IsDer(std::string_view signature)
+{
+    const unsigned char* next = BytesOf(signature);
+    const TOwner<ECDSA_SIG> numbers(
+        d2i_ECDSA_SIG(nullptr, &next, static_cast<long>(signature.size())));
+    unsigned char* der = nullptr;
+    const int size = numbers ? i2d_ECDSA_SIG(numbers.get(), &der) : -1;
+    const bool isSame =
+        size > 0 && static_cast<std::size_t>(size) == signature.size() &&
+        std::memcmp(der, signature.data(), signature.size()) == 0;
+    OPENSSL_free(der);
+    return isSame;
+}
+
+bool HasExactForm(EVP_PKEY* key, std::string_view signature)
+{
+    if (EVP_PKEY_base_id(key) == EVP_PKEY_EC)
+        return IsDer(signature);
+    return signature.size() == static_cast<std::size_t>(EVP_PKEY_size(key));
+}
+
+} // namespace
+
+TPublicKey ReadPublicKey(std::string_view pem, std::string& error)
+{
+    const CErrorsDropped errorsDropped;
+    TPublicKey key = Parse(pem);
+    if (!key)
+    {
+        error = "it is no public key";
+        return nullptr;
+    }
+    return IsGoodEnough(key.get(), error) ? key : nullptr;
+}
+
+bool IsSignature(EVP_PKEY* key,
+                 const TDigest& digest,
+                 std::string_view signature)
+{
+    const CErrorsDropped errorsDropped;
+    const TOwner<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
+    return HasExactForm(key, signature) && context &&
+           EVP_PKEY_verify_init(context.get()) == 1 &&
+           EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256()) == 1 &&
+           EVP_PKEY_verify(context.get(), BytesOf(signature), signature.size(),
+                           digest.data(), digest.size()) == 1;
+}
+
+} // namespace KzaCore
