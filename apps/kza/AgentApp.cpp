@@ -7,6 +7,7 @@
 
 #include "AgentApp.h"
 
+#include "packages/Packages.h"
 #include "service/Signals.h"
 #include "startup/StandardDescriptors.h"
 

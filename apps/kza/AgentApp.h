@@ -27,6 +27,7 @@ class wxFileName;
 class wxInputStream;
 class wxOutputStream;
 class wxZipEntry;
+class CPackages;
 struct lua_State;
 
 namespace KzaCore
@@ -138,6 +139,7 @@ public:
     [[nodiscard]] lua_State* L() const;
 
 private:
+    CPackages& Packages();
     bool InstallPluginZipCB(const wxZipEntry* entry);
     bool UninstallPluginZipCB(const wxZipEntry* entry,
                               const wxString* destPath);
@@ -165,6 +167,8 @@ private:
     // The executable's directory when nothing may be taken from it: it is only
     // the current one. Else empty.
     wxString m_untrustedDir;
+
+    std::unique_ptr<CPackages> m_packages; // once packages are applied
 
     // In background mode, while the application runs.
     std::unique_ptr<CStopWatch> m_stopWatch;

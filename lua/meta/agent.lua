@@ -150,6 +150,7 @@ function Dom:ReadArchive(name) end
 ---| "app.trace"           # string: components to trace (`--trace`)
 ---| "app.trace+"          # string: more of them, from the configuration
 ---| "kza.HeartbeatNow"    # boolean: set it to ask for a heartbeat at once
+---| "packages.keys"       # string: directory of the keys that may sign packages
 ---| "log.maxsize"         # integer: bytes of the log before it rotates
 ---| "log.keep"            # integer: older logs that are kept
 ---| "log.console"         # boolean: repeat the log on standard error

@@ -12,15 +12,24 @@
 
 #include "kza_core/Dom.h"
 
+#include <memory>
 #include <utility>
 
 namespace DomKey = KzaCore::DomKey;
 
 // --- Packages --------------------------------------------------------------
 
+// One object for both steps, which reads the keys once.
+CPackages& CAgentApp::Packages()
+{
+    if (!m_packages)
+        m_packages = std::make_unique<CPackages>(*m_dom);
+    return *m_packages;
+}
+
 void CAgentApp::UninstallOldPlugins()
 {
-    CPackages(*m_dom).Remove(UninstallPluginZipCB, this);
+    Packages().Remove(UninstallPluginZipCB, this);
 }
 
 bool CAgentApp::UninstallPluginZipCB(void* context,
@@ -40,7 +49,8 @@ bool CAgentApp::UninstallPluginZipCB(const wxZipEntry* entry,
 
 void CAgentApp::InstallNewPlugins()
 {
-    CPackages(*m_dom).Install(InstallPluginZipCB, this);
+    Packages().Install(InstallPluginZipCB, this);
+    m_packages.reset(); // before the keys' library is shut down
 }
 
 bool CAgentApp::InstallPluginZipCB(void* context,

@@ -16,6 +16,8 @@
 #include <wx/log.h>
 #include <wx/zipstrm.h>
 
+#include <string>
+
 namespace DomKey = KzaCore::DomKey;
 
 namespace
@@ -77,6 +79,26 @@ void ReportUndeletable(const wxString& package)
     wxLogSysError(static_cast<long>(code), "Unable to delete %s", package);
 }
 
+// Deletes the signature of a package that is gone, unless it is another by now,
+// which belongs to a package to come.
+void RemoveSignature(const KzaCore::COpenedFile& signature,
+                     const wxString& path)
+{
+    if (signature.IsOpen() && signature.IsInPlace() && !RemoveFile(path))
+        ReportUndeletable(path);
+}
+
+// Moves the signature of a package that was installed, in the place of what
+// signed the one before.
+void MoveSignature(const KzaCore::COpenedFile& signature,
+                   const wxString& from,
+                   const wxString& to)
+{
+    RemoveFile(to);
+    if (signature.IsOpen() && signature.IsInPlace() && !MoveFile(from, to))
+        ReportUndeletable(from);
+}
+
 void TraceEntry(const char* verb, const wxZipEntry& entry)
 {
     APPL_TRACE(wxString::Format("  %s: %s (%lu bytes)", verb,
@@ -87,7 +109,9 @@ void TraceEntry(const char* verb, const wxZipEntry& entry)
 } // namespace
 
 CPackages::CPackages(KzaCore::CDom& dom)
-    : m_dom(dom), m_directory(dom.GetWxString(DomKey::kPathBin), wxEmptyString)
+    : m_dom(dom),
+      m_directory(dom.GetWxString(DomKey::kPathBin), wxEmptyString),
+      m_trust(dom)
 {
 }
 
@@ -110,6 +134,26 @@ void CPackages::ForEach(const char* pattern,
     m_dom.Set(DomKey::kHeartbeatNow, true);
 }
 
+// Unpacks a package, or walks through its names, with the signature that it
+// must have.
+bool CPackages::Unpack(const wxFileName& package,
+                       bool namesOnly,
+                       KzaCore::UnzipCB callback,
+                       void* context,
+                       SApplied& applied)
+{
+    const wxString signature =
+        package.GetFullPath() + KzaCore::kSignatureSuffix;
+    // Where there is none, or it cannot be read, the keys decide.
+    (void)applied.signature.Open(std::string(signature.fn_str()));
+    KzaCore::SUnzipOptions options;
+    options.namesOnly = namesOnly;
+    options.keys = m_trust.Keys();
+    options.signature = &applied.signature;
+    options.opened = &applied.package;
+    return KzaCore::Unzip(package, m_directory, callback, context, options);
+}
+
 // --- Removal ---------------------------------------------------------------
 
 void CPackages::Remove(KzaCore::UnzipCB callback, void* context)
@@ -127,16 +171,17 @@ bool CPackages::RemoveOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Removing files from " + path);
-    KzaCore::COpenedFile applied;
-    KzaCore::SUnzipOptions options;
-    options.namesOnly = true;
-    options.opened = &applied;
-    if (!KzaCore::Unzip(package, m_directory, callback, context, options))
+    SApplied applied;
+    if (!Unpack(package, true, callback, context, applied))
         return false;
     APPL_TRACE(wxString::Format(
         "Successfully removed files for plugin '%s'. Deleting '%s'",
         package.GetName(), path));
-    if (IsTheOneApplied(applied, path) && !RemoveFile(path))
+    if (!IsTheOneApplied(applied.package, path))
+        return true;
+    if (RemoveFile(path))
+        RemoveSignature(applied.signature, path + KzaCore::kSignatureSuffix);
+    else
         ReportUndeletable(path);
     return true;
 }
@@ -175,10 +220,8 @@ bool CPackages::InstallOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Extracting files from " + path);
-    KzaCore::COpenedFile applied;
-    KzaCore::SUnzipOptions options;
-    options.opened = &applied;
-    if (!KzaCore::Unzip(package, m_directory, callback, context, options))
+    SApplied applied;
+    if (!Unpack(package, false, callback, context, applied))
         return false;
 
     // A package that is marked done must not have lost its files in a power
@@ -189,7 +232,13 @@ bool CPackages::InstallOne(const wxFileName& package,
     APPL_TRACE(wxString::Format(
         "Successfully extracted files for plugin '%s'. Deleting '%s'",
         package.GetName(), path));
-    if (IsTheOneApplied(applied, path) && !MoveFile(path, path + kDoneSuffix))
+    if (!IsTheOneApplied(applied.package, path))
+        return true;
+    const wxString done = path + kDoneSuffix;
+    if (MoveFile(path, done))
+        MoveSignature(applied.signature, path + KzaCore::kSignatureSuffix,
+                      done + KzaCore::kSignatureSuffix);
+    else
         ReportUndeletable(path);
     return true;
 }

@@ -9,6 +9,9 @@
 
 #pragma once
 
+#include "packages/PackageTrust.h"
+
+#include "kza_core/OpenedFile.h"
 #include "kza_core/Unzip.h"
 
 #include <wx/filename.h>
@@ -25,12 +28,13 @@ enum class EPackageEvent : std::uint32_t;
 class CPackages
 {
 public:
-    /// \param dom  Names the directory of the executable, takes the events and
-    ///             the request for a heartbeat; outlives the object.
+    /// \param dom  Names the directory of the executable and that of the keys,
+    ///             takes the events and the request for a heartbeat; outlives
+    ///             the object.
     explicit CPackages(KzaCore::CDom& dom);
 
     /// Applies the removal packages, `*.kzu`, in the order of their names. One
-    /// that was applied is deleted.
+    /// that was applied is deleted with its signature.
     ///
     /// \param callback  Asked for every entry; deletes the file itself.
     /// \param context   Handed to the callback.
@@ -38,7 +42,7 @@ public:
 
     /// Deletes left-over files of the core, then installs the plugin packages,
     /// `*.kzp`, in the order of their names. One that was installed gets
-    /// ".done" appended to its name.
+    /// ".done" appended to its name; its signature goes with it.
     ///
     /// \param callback  Asked for every entry; answers whether it is written.
     /// \param context   Handed to the callback.
@@ -52,11 +56,23 @@ public:
                                           const wxString& path);
 
 private:
+    // The files of a package that was applied, as they were opened.
+    struct SApplied
+    {
+        KzaCore::COpenedFile package;
+        KzaCore::COpenedFile signature; // not open when there was none
+    };
+
     template <typename TApply>
     void ForEach(const char* pattern,
                  EPackageEvent good,
                  EPackageEvent bad,
                  TApply&& apply);
+    bool Unpack(const wxFileName& package,
+                bool namesOnly,
+                KzaCore::UnzipCB callback,
+                void* context,
+                SApplied& applied);
     bool RemoveOne(const wxFileName& package,
                    KzaCore::UnzipCB callback,
                    void* context);
@@ -66,4 +82,5 @@ private:
 
     KzaCore::CDom& m_dom;
     const wxFileName m_directory; // of the executable
+    CPackageTrust m_trust;
 };

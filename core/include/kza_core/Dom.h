@@ -65,6 +65,9 @@ inline constexpr char kLogConsole[] = "log.console";
 // The application is to be asked through a socket (bool, 1 or "1" and "true");
 // counts when it starts.
 inline constexpr char kControlSocket[] = "control.socket";
+// Directory of the public keys that may sign packages; unset, packages need no
+// signature. Set by the operator before packages are applied.
+inline constexpr char kPackageKeys[] = "packages.keys";
 // Beginning of the names of SQLite's settings (integers).
 inline constexpr char kSqlitePrefix[] = "sqlite.config";
 } // namespace DomKey

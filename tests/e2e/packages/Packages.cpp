@@ -93,9 +93,14 @@ std::vector<std::string> CPackageHost::Words(const std::string& probe) const
 {
     using namespace std::chrono;
     const auto now = system_clock::now().time_since_epoch();
-    return m_host.Words(
-        {"--appname", "report", "--install_plugins", "--trace", "Appl", "--",
-         std::to_string(duration_cast<milliseconds>(now).count()), probe});
+    std::vector<std::string> words = {"--appname", "report",
+                                      "--install_plugins", "--trace", "Appl"};
+    words.insert(words.end(), m_options.begin(), m_options.end());
+    words.insert(words.end(),
+                 {"--",
+                  std::to_string(duration_cast<milliseconds>(now).count()),
+                  probe});
+    return m_host.Words(words);
 }
 
 void CPackageHost::Run(const SProcessOptions& options, const std::string& probe)

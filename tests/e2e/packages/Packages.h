@@ -49,6 +49,12 @@ public:
     void Add(const std::string& name, const std::vector<SZipFile>& files) const;
     void Add(const std::string& name, const std::string& bytes) const;
 
+    /// Options of the starts to come, besides those that they need.
+    void SetOptions(const std::vector<std::string>& options)
+    {
+        m_options = options;
+    }
+
     /// The words of a start that applies packages, reports the events from now
     /// on and runs a shell command.
     [[nodiscard]] std::vector<std::string> Words(
@@ -91,6 +97,7 @@ private:
     void ReadLog();
 
     CHost m_host{false};
+    std::vector<std::string> m_options;
     std::size_t m_logLines = 0; // those of earlier runs
     std::vector<std::string> m_events;
     std::vector<std::string> m_log;
