@@ -22,8 +22,21 @@ local lu = require("luaunit")
 -- An exit status has eight bits: 256 failures must not look like none.
 local MAX_STATUS = 255
 
+-- LuaUnit 3.5 lets options change what counts as a test. It made methods of the
+-- functions that ask for that, counts failures outside any test by itself, and
+-- is told where a failure belongs.
+local IS_3_5 = lu.LuaUnit.applyTestPrefixSuffixFilter ~= nil
+
 local function say(text, ...)
     print("kzaunit: " .. text:format(...))
+end
+
+-- Calls one of the functions that LuaUnit 3.5 made methods.
+local function ask(runner, name, ...)
+    if IS_3_5 then
+        return runner[name](runner, ...)
+    end
+    return lu.LuaUnit[name](...)
 end
 
 -- Expanding the pattern -----------------------------------------------------
@@ -128,15 +141,16 @@ local function with_quiet_luaunit(work)
     return ok or at_its_end, result
 end
 
-local function is_test_name(name)
-    return type(name) == "string" and lu.LuaUnit.isTestName(name)
+local function is_test_name(runner, name)
+    return type(name) == "string" and ask(runner, "isTestName", name)
 end
 
-local function test_globals()
+local function test_globals(runner)
     local found = {}
     for name, value in pairs(_G) do
         local kind = type(value)
-        if is_test_name(name) and (kind == "table" or kind == "function") then
+        if is_test_name(runner, name)
+            and (kind == "table" or kind == "function") then
             found[name] = value
         end
     end
@@ -144,8 +158,8 @@ local function test_globals()
 end
 
 -- Runs a script and answers with the tests that it defined: {name, value}.
-local function load_tests(path)
-    local before = test_globals()
+local function load_tests(runner, path)
+    local before = test_globals(runner)
     local chunk, message = loadfile(path)
     if not chunk then
         return nil, message
@@ -156,7 +170,7 @@ local function load_tests(path)
     end
 
     local tests = {}
-    for name, value in pairs(test_globals()) do
+    for name, value in pairs(test_globals(runner)) do
         if before[name] ~= value then
             tests[#tests + 1] = { name, value }
         end
@@ -196,11 +210,11 @@ local function take_global(name)
 end
 
 -- Loads all scripts; one that fails does not keep the others from running.
-local function load_all(scripts)
+local function load_all(runner, scripts)
     local suite = { setups = {}, teardowns = {} }
     local taken = {}
     for _, path in ipairs(scripts) do
-        local tests, message = load_tests(path)
+        local tests, message = load_tests(runner, path)
         if not tests then
             say("cannot load %s: %s", path, message)
             suite[#suite + 1] = load_failure(path, message)
@@ -280,12 +294,9 @@ local function keep_load_failures(runner, tests)
     end
 end
 
--- A runner that counts failures outside any test (in setupSuite, setupClass
--- and their counterparts), on which LuaUnit itself gives up.
-local function new_runner(suite)
-    local runner = lu.LuaUnit.new()
-    runner.failures_outside = 0
-
+-- Makes a runner count failures outside any test (in setupSuite, setupClass and
+-- their counterparts), on which LuaUnit 3.4 itself gives up.
+local function count_failures_outside(runner)
     function runner:updateStatus(outcome)
         local status = outcome.status
         if self.result.currentNode or status == lu.NodeStatus.SUCCESS then
@@ -296,10 +307,31 @@ local function new_runner(suite)
             say("%s\n%s", tostring(outcome.msg), outcome.trace or "")
         end
     end
+end
 
+local function new_runner()
+    local runner = lu.LuaUnit.new()
+    runner.failures_outside = 0
+    if not IS_3_5 then
+        count_failures_outside(runner)
+    end
+    -- What is a test has been decided here, by the same rules.
+    function runner.applyTestPrefixSuffixFilter(_, tests)
+        return tests
+    end
+    return runner
+end
+
+-- Makes a runner call the functions around all tests of each script.
+local function add_suite_functions(runner, suite)
     local function call_all(functions, name)
         for _, call in ipairs(functions) do
-            runner:updateStatus(runner:protectedCall(nil, call, name))
+            local outcome = runner:protectedCall(nil, call, name)
+            if IS_3_5 then
+                runner:updateStatus("suite", outcome)
+            else
+                runner:updateStatus(outcome)
+            end
         end
     end
     function runner.setupSuite()
@@ -308,7 +340,6 @@ local function new_runner(suite)
     function runner.teardownSuite()
         call_all(suite.teardowns, "teardownSuite")
     end
-    return runner
 end
 
 -- Gives the runner the options from after "--". Answers with the names of tests
@@ -335,18 +366,14 @@ local function read_options(runner)
     return names, only_asked
 end
 
--- Runs the tests with the options given after "--"; answers with the number of
+-- Runs the tests of a suite that the options select; answers with the number of
 -- failures and errors.
-local function run_suite(suite)
-    local runner = new_runner(suite)
-    local names, only_asked = read_options(runner)
-    if only_asked then
-        return 0
-    end
+local function run_suite(runner, suite, names)
     local tests, failures = select_tests(suite, names)
     keep_load_failures(runner, tests)
+    add_suite_functions(runner, suite)
 
-    local expanded = lu.LuaUnit.expandClasses(tests)
+    local expanded = ask(runner, "expandClasses", tests)
     local included = lu.LuaUnit.applyPatternFilter(
         runner.patternIncludeFilter, expanded)
     if #included == 0 then
@@ -366,6 +393,17 @@ local function run_suite(suite)
     return failures + runner.failures_outside + runner.result.notSuccessCount
 end
 
+-- Loads and runs scripts with the options given after "--", which may say what
+-- a test is.
+local function run_scripts(scripts)
+    local runner = new_runner()
+    local names, only_asked = read_options(runner)
+    if only_asked then
+        return 0
+    end
+    return run_suite(runner, load_all(runner, scripts), names)
+end
+
 local function run(pattern)
     local scripts, failures = expand(pattern)
     if #scripts == 0 then
@@ -375,8 +413,7 @@ local function run(pattern)
         return math.max(failures, 1)
     end
 
-    local suite = load_all(scripts)
-    local ok, result = without_exit(function() return run_suite(suite) end)
+    local ok, result = without_exit(function() return run_scripts(scripts) end)
     if ok then
         return failures + result
     end

@@ -443,3 +443,97 @@ function TestOptions.test_stop_at_the_first_error()
     lu.assertStrContains(result.out, "Ran 2 tests")
     lu.assertStrContains(result.out, "LuaUnit ABORTED")
 end
+
+-- What LuaUnit 3.5 changed for its callers, on top of the LuaUnit that ships:
+-- functions that became methods, filtering by name, failures of whole suites.
+local LUAUNIT_3_5 = [[
+local load_shipped, place = package.searchers[3]("luaunit")
+local lu = load_shipped("luaunit", place)
+local class = lu.LuaUnit
+local own_source = debug.getinfo(load_shipped, "S").source
+
+local function make_method(name)
+    local plain = class[name]
+    class[name] = function(self, ...)
+        if type(self) == "table" and self.protectedCall then
+            return plain(...)
+        end
+        if debug.getinfo(2, "S").source ~= own_source then
+            error(name .. " is a method", 2)
+        end
+        return plain(self, ...)
+    end
+end
+make_method("isMethodTestName")
+make_method("isTestName")
+make_method("collectTests")
+make_method("expandClasses")
+
+function class:applyTestPrefixSuffixFilter(tests)
+    local kept = {}
+    for _, test in ipairs(tests) do
+        if self:isTestName(test[1]) then
+            kept[#kept + 1] = test
+        end
+    end
+    return kept
+end
+
+local run_all = class.internalRunSuiteByInstances
+function class:internalRunSuiteByInstances(tests)
+    return run_all(self, self:applyTestPrefixSuffixFilter(tests))
+end
+
+local update = class.updateStatus
+function class:updateStatus(kind, outcome)
+    if type(kind) == "table" then
+        return update(self, kind) -- LuaUnit's own call
+    end
+    assert(kind == "suite")
+    if outcome.status ~= lu.NodeStatus.SUCCESS then
+        local node = lu.NodeStatus.new(0, "setupSuite", "")
+        node:error(outcome.msg, outcome.trace)
+        table.insert(self.result.errorTests, node)
+    end
+end
+
+return lu
+]]
+
+TestLuaUnit35 = {}
+
+local function run_with_3_5(text, ...)
+    return run_scripts(
+        { ["luaunit.lua"] = LUAUNIT_3_5, ["a.lua"] = text }, "a.lua", ...)
+end
+
+function TestLuaUnit35.test_functions_and_classes_run()
+    local result = run_with_3_5([[
+        TestA = { test_passes = function() end, test_fails = error }
+        function test_plain() end
+        function other() error("no test") end
+    ]])
+    assert_status(result, 1)
+    lu.assertStrContains(result.out, "Ran 3 tests")
+    assert_status(run_with_3_5(PASSING), 0)
+end
+
+function TestLuaUnit35.test_names_and_patterns_select()
+    assert_status(run_with_3_5(TWO["a.lua"], "TestA.test_one"), 0)
+    assert_status(run_with_3_5(TWO["a.lua"], "--pattern", "one"), 0)
+end
+
+function TestLuaUnit35.test_a_script_that_fails_to_load_is_an_error()
+    local result = run_with_3_5("error('no')")
+    assert_status(result, 1)
+    lu.assertStrContains(result.out, "Ran 1 tests")
+end
+
+function TestLuaUnit35.test_a_failure_around_the_suite_counts_once()
+    for _, name in ipairs({ "setupSuite", "teardownSuite" }) do
+        local result = run_with_3_5(PASSING ..
+            ("function %s() error('around') end"):format(name))
+        assert_status(result, 1)
+        lu.assertStrContains(result.out, "around")
+    end
+end
