@@ -66,8 +66,10 @@ function TestReadArchive:test_a_miss_names_every_archive()
     local bytes, message = dom:ReadArchive("z.txt")
     lu.assertNil(bytes)
     lu.assertStrContains(message, ("'z.txt' not found:\n"
+        .. "\tno file '%s/tests/lua/support/z.txt'\n"
         .. "\tno file '%s/z.txt'\n"
-        .. "\tno usable archive '/no/such.kze': "):format(one))
+        .. "\tno usable archive '/no/such.kze': "):format(
+            os.getenv("KZA_SOURCE_DIR"), one))
     lu.assertStrContains(message, ("\n\tno file '%s/z.txt'"):format(two))
 end
 
@@ -75,7 +77,9 @@ function TestReadArchive:test_without_archives()
     dom:Set("app.lua.zippath", nil)
     local bytes, message = dom:ReadArchive("x")
     lu.assertNil(bytes)
-    lu.assertEquals(message, "'x' not found:")
+    lu.assertEquals(message, ("'x' not found:\n"
+        .. "\tno file '%s/tests/lua/support/x'"):format(
+            os.getenv("KZA_SOURCE_DIR")))
 end
 
 function TestReadArchive:test_damaged_content_is_told()

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The application's archives as a method of the Lua class "SLB.Dom", to be
+// The application's data files as a method of the Lua class "SLB.Dom", to be
 // guarded and closed over the class as its other methods are.
 //
 // Threads: the one that owns the Lua state.
@@ -12,9 +12,11 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// `dom:ReadArchive(name)`: the bytes of the first entry of exactly that name
-/// in the archives of `app.lua.zippath`; nil and the reason when none has it,
-/// or when the one that has it cannot be read.
+/// `dom:ReadArchive(name)`: the bytes of the first file of that name beside the
+/// modules of the leading path list, else of the first entry of exactly that
+/// name in the archives of `app.lua.zippath`. nil and the reason when there is
+/// none, when the one that is there cannot be read, and for a name that is
+/// absolute or has a part `..`.
 int LuaReadArchive(lua_State* L);
 
 } // namespace KzaCore

@@ -149,7 +149,7 @@ int SearchTemplates(lua_State* L, const std::string& list)
 
 int LeadingSearcherCB(lua_State* L)
 {
-    return SearchTemplates(L, StringField(L, LUA_REGISTRYINDEX, kLeadingPath));
+    return SearchTemplates(L, LeadingPath(L));
 }
 
 // What the leading searcher has tried is not tried, nor listed, again; a
@@ -161,8 +161,7 @@ int RestSearcherCB(lua_State* L)
         return luaL_error(L, "'package.path' must be a string");
     lua_pop(L, 1);
     std::string list = StringField(L, lua_upvalueindex(1), "path");
-    const std::string leading =
-        StringField(L, LUA_REGISTRYINDEX, kLeadingPath) + ";";
+    const std::string leading = LeadingPath(L) + ";";
     if (leading.size() > 1 && list.compare(0, leading.size(), leading) == 0)
         list.erase(0, leading.size());
     return SearchTemplates(L, list);
@@ -300,6 +299,11 @@ void SetSearchPaths(lua_State* L,
     SetStringField(L, -1, "path", Joined(Joined(path, lua), hostsLua));
     SetStringField(L, -1, "cpath", Joined(Joined(cpath, native), hostsNative));
     lua_pop(L, 1);
+}
+
+std::string LeadingPath(lua_State* L)
+{
+    return StringField(L, LUA_REGISTRYINDEX, kLeadingPath);
 }
 
 void InsertArchiveSearcher(lua_State* L, lua_CFunction searcher)

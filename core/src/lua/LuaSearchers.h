@@ -30,6 +30,9 @@ void SetSearchPaths(lua_State* L,
                     const std::string& path,
                     const std::string& cpath);
 
+/// The leading path list: the templates named on the command line.
+std::string LeadingPath(lua_State* L);
+
 /// Puts the searcher of archives before that of the rest of `package.path`,
 /// unless it is among the searchers already. Raises a Lua error when the
 /// package library is not open.

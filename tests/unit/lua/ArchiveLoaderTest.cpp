@@ -13,6 +13,10 @@
 #include <lua.hpp>
 #include <wx/mstream.h>
 
+#include <filesystem>
+
+#include <sys/stat.h>
+
 using namespace TestSupport;
 
 namespace
@@ -90,11 +94,92 @@ TEST_F(ArchiveLoader, ARegistryThatAScriptChangedIsNoCrash)
                 "local bytes, reason = dom:ReadArchive('m.lua')\n"
                 "assert(not bytes, bytes)\n"
                 "return reason"),
-            "no archives: the loader is not installed");
+            "'m.lua' not found:\n\tno archives: the loader is not installed");
         SetUpState(m_dom.get());
         EXPECT_EQ(Run("local m = require('m') package.loaded.m = nil return m"),
                   "1");
     }
+}
+
+// What dom:ReadArchive answers: the bytes, or the reason.
+class ReadArchive : public ArchiveLoader
+{
+protected:
+    ReadArchive()
+    {
+        WriteFile(m_dir.File("one/data/x"), "one");
+        WriteFile(m_dir.File("two/data/x"), "two");
+        WriteFile(m_dir.File("two/data/y"), std::string(200000, 'y'));
+        std::filesystem::create_directories(m_dir.File("one/data/z"));
+        WriteFile(m_dir.File("a.kze"),
+                  MakeZip({{"data/x", "archive"}, {"data/z", "archive"}}));
+        m_dom->Set(KzaCore::DomKey::kLuaZipPath, m_dir.File("a.kze"));
+        SetPath(m_dir.File("one/?.lua") + ";/no/template.lua;" +
+                m_dir.File("two/?/init.lua"));
+    }
+
+    void SetPath(const std::string& path)
+    {
+        m_lua.SetPackagePaths("/no/bin", path, "");
+    }
+
+    std::string Read(const std::string& name)
+    {
+        return Run("local bytes, reason = dom:ReadArchive('" + name +
+                   "') return bytes or reason");
+    }
+};
+
+TEST_F(ReadArchive, LooksBesideTheModulesFirst)
+{
+    EXPECT_EQ(Read("data/x"), "one");
+    EXPECT_EQ(Read("data/y"), std::string(200000, 'y'));
+    EXPECT_EQ(Read("data/z"), "archive") << "a directory is no file";
+    SetPath(m_dir.File("two/lib?.lua"));
+    EXPECT_EQ(Read("data/x"), "two");
+    SetPath("");
+    EXPECT_EQ(Read("data/x"), "archive");
+}
+
+TEST_F(ReadArchive, AMissNamesEveryPlaceOnce)
+{
+    SetPath(m_dir.File("one/?.lua") + ";" + m_dir.File("one/?/init.lua") +
+            ";?.lua");
+    EXPECT_EQ(Read("none"), "'none' not found:\n\tno file '" +
+                                m_dir.File("one/none") +
+                                "'\n\tno file 'none'\n\tno file '" +
+                                m_dir.File("a.kze/none") + "'");
+}
+
+TEST_F(ReadArchive, AFileThatCannotBeReadIsNotTakenFromElsewhere)
+{
+    const std::string loop = m_dir.File("one/loop");
+    std::filesystem::create_symlink(loop, loop);
+    WriteFile(m_dir.File("two/loop"), "two");
+    EXPECT_EQ(Read("loop"), loop + ": Too many levels of symbolic links");
+}
+
+TEST_F(ReadArchive, AFifoIsNotWaitedFor)
+{
+    ASSERT_EQ(mkfifo(m_dir.File("one/fifo").c_str(), 0600), 0);
+    WriteFile(m_dir.File("two/fifo"), "two");
+    EXPECT_EQ(Read("fifo"), "two");
+}
+
+TEST_F(ReadArchive, ANameLeadsNowhereElse)
+{
+    WriteFile(m_dir.File("secret"), "secret");
+    WriteFile(m_dir.File("a.kze"), MakeZip({{"/etc/passwd", "x"}}));
+    for (const std::string& name :
+         {std::string("../secret"), std::string("data/../x"), std::string(".."),
+          m_dir.File("secret"), std::string("/etc/passwd")})
+        EXPECT_EQ(Read(name), "'" + name +
+                                  "' not found: a name is relative and has no "
+                                  "'..'");
+    WriteFile(m_dir.File("one/a..b"), "dots");
+    EXPECT_EQ(Read("a..b"), "dots");
+    EXPECT_EQ(Read("data/x\\0y"), "'data/x") << "up to the NUL";
+    EXPECT_EQ(Read("").find("'' not found:"), 0U);
 }
 
 TEST_F(ArchiveLoader, AClassThatAScriptReplacedIsNoCrash)
