@@ -97,21 +97,9 @@ end
 
 -- Running --------------------------------------------------------------------
 
-local function error_text(value)
-    if type(value) == "string" or type(value) == "number" then
-        return tostring(value)
-    end
-    local meta = getmetatable(value)
-    if type(meta) == "table" and meta.__tostring then
-        return tostring(value)
-    end
-    return ("(error object is a %s value)"):format(type(value))
-end
-
--- The traceback without the frames of this prompt.
-local function traceback(value)
-    local text = debug.traceback(error_text(value), 2)
-    return (text:gsub("\n%s*%[C%]: in function 'xpcall'.*$", ""))
+-- An error's report without the frames of this prompt.
+local function without_prompt(report)
+    return (report:gsub("\n%s*%[C%]: in function 'xpcall'.*$", ""))
 end
 
 local function complain(text)
@@ -120,18 +108,19 @@ local function complain(text)
 end
 
 local function run(chunk)
-    local results = table.pack(xpcall(chunk.run, traceback))
+    local results = table.pack(xpcall(chunk.run, host.error_report))
     if not results[1] then
-        complain(results[2])
+        complain(without_prompt(results[2]))
         return false
     end
     local first = 2 + chunk.skip
     if results.n < first then
         return true
     end
-    local ok, message = pcall(print, table.unpack(results, first, results.n))
+    local ok, report = xpcall(print, host.error_report,
+        table.unpack(results, first, results.n))
     if not ok then
-        complain("cannot print the result: " .. error_text(message))
+        complain("cannot print the result: " .. without_prompt(report))
     end
     return ok
 end

@@ -95,9 +95,13 @@ function Dom:AgentEventWrite(event) end
 ---@return string? message   Why they cannot be read.
 function Dom:AgentEvents(after_id, limit) end
 
---- The bytes of a data file that travels in an archive: the first entry of
---- exactly that name in the archives of `app.lua.zippath`.
----@param name string      For example "templates/mail.txt".
+--- The bytes of a data file that belongs to the modules: the first of that name
+--- beside those of `--lua_path`, in the directories in front of each entry's
+--- first `?`, else the first entry of exactly that name in the archives of
+--- `app.lua.zippath`.
+---@param name string
+--- For example "templates/mail.txt". One that is absolute or has a part `..` is
+--- not found.
 ---@return string? bytes
 ---@return string? message  Why there are none, with every place looked in.
 function Dom:ReadArchive(name) end

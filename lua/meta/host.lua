@@ -155,6 +155,13 @@ function host.columns(descriptor) end
 ---@return string? message
 function host.events(path, after, last) end
 
+--- The text of an error value and a traceback, as the agent reports an error of
+--- Lua's: a table by its fields, a similar name beside a method that is not
+--- there. A message handler for `xpcall`.
+---@param value any
+---@return string report
+function host.error_report(value) end
+
 --- A connection to a socket. Each call takes 5 seconds at most unless told.
 ---@class kza.host.Connection
 ---@field send function   `send(bytes [, seconds])`: true, or nil and why not.

@@ -66,7 +66,7 @@ function TestFilter.test_whatever_the_error_value_is()
         .. "{ __tostring = function() return 'my own' end }))\nerror(7, 0)\n"
         .. "print('still here')\n")
     lu.assertEquals(result.out, "still here\n")
-    for _, text in ipairs({ "(error object is a table value)\n",
+    for _, text in ipairs({ "{}\n",
         "(error object is a nil value)\n", "my own\n", "7\n" }) do
         lu.assertStrContains(result.err, text .. "stack traceback:\n")
     end
@@ -83,6 +83,14 @@ function TestFilter.test_an_unfinished_chunk_at_the_end_is_told()
     local result = feed("for i = 1, 2 do\n")
     lu.assertStrContains(result.err, "stdin:1: 'end' expected near <eof>\n")
     lu.assertEquals(result.status, 1)
+end
+
+function TestFilter.test_errors_are_reported_as_by_the_agent()
+    local result = feed("dom:get('k')\nerror({ code = 7 })\n")
+    lu.assertStrContains(result.err,
+        "attempt to call method 'get' (a nil value), did you mean 'Get'?\n")
+    lu.assertStrContains(result.err, "{code = 7}\nstack traceback:\n")
+    lu.assertNotStrContains(result.err, "xpcall")
 end
 
 function TestFilter.test_a_value_that_cannot_be_shown()

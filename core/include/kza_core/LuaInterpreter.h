@@ -14,6 +14,7 @@
 
 #include <wx/string.h>
 
+#include <optional>
 #include <string>
 
 class wxInputStream;
@@ -81,8 +82,15 @@ public:
 
     /// The message of the last failure with its traceback; empty when the
     /// last script succeeded. An error value that is not a string is shown
-    /// through its `__tostring`, else by its type.
+    /// through its `__tostring`, else a table by its fields, else by its type.
+    /// A call of a method that is not there names one of a similar name.
     [[nodiscard]] wxString GetErrorInfo() const;
+
+    /// Whether the last script succeeded for Lua and returned nil and a text,
+    /// which is how Lua's functions say that they failed.
+    ///
+    /// \param text  Out: that text; untouched when the answer is false.
+    [[nodiscard]] bool GetReturnedError(wxString& text) const;
 
 private:
     static int PrintCB(lua_State* L);
@@ -92,6 +100,7 @@ private:
     lua_State* m_state;
     wxOutputStream* m_out = nullptr;
     std::string m_errorInfo;
+    std::optional<std::string> m_returnedError;
 };
 
 } // namespace KzaCore

@@ -8,6 +8,7 @@
 #include "base/Error.h"
 #include "base/ReplaceFile.h"
 #include "kza_core/Unzip.h"
+#include "lua/ErrorReport.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHostSystem.h"
 
@@ -238,15 +239,11 @@ int IsATty(lua_State* L)
 }
 
 const luaL_Reg kFunctions[] = {
-    {"list", Guarded<List>},
-    {"stat", Guarded<Stat>},
-    {"crc32", Guarded<Checksum>},
-    {"deflate", Guarded<Deflate>},
-    {"entries", Guarded<Entries>},
-    {"check_package", Guarded<CheckPackage>},
-    {"isatty", Guarded<IsATty>},
-    {"write", Guarded<Write>},
-    {nullptr, nullptr},
+    {"list", Guarded<List>},         {"stat", Guarded<Stat>},
+    {"crc32", Guarded<Checksum>},    {"deflate", Guarded<Deflate>},
+    {"entries", Guarded<Entries>},   {"check_package", Guarded<CheckPackage>},
+    {"isatty", Guarded<IsATty>},     {"write", Guarded<Write>},
+    {"error_report", ErrorReportCB}, {nullptr, nullptr},
 };
 
 int OpenHost(lua_State* L)

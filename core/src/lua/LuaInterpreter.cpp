@@ -4,6 +4,8 @@
 
 #include "base/Bytes.h"
 #include "crash/CrashLua.h"
+#include "kza_core/Log2Disk.h"
+#include "lua/ErrorReport.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHost.h"
 #include "lua/LuaProcess.h"
@@ -11,7 +13,6 @@
 
 #include <lua.hpp>
 #include <wx/debug.h>
-#include <wx/log.h>
 #include <wx/stream.h>
 
 #include <array>
@@ -27,8 +28,9 @@ namespace
 int PanicCB(lua_State* L)
 {
     const char* const message = lua_tostring(L, -1);
-    const wxString shown = message == nullptr ? "(not a string)" : message;
-    wxLogError("Lua error outside of a protected call: %s", shown);
+    LogToDisk(ELogLevel::Error, "Lua",
+              "Outside of a protected call: " +
+                  TextOfBytes(message == nullptr ? "(not a string)" : message));
     return 0; // Lua aborts the process
 }
 
@@ -46,24 +48,6 @@ const char* ReadSourceCB(lua_State* /*L*/, void* data, size_t* size)
     source->in.Read(source->buffer.data(), source->buffer.size());
     *size = source->in.LastRead();
     return *size == 0 ? nullptr : source->buffer.data();
-}
-
-// Leaves the text of the error value at `index` on top of the stack.
-void PushErrorText(lua_State* L, int index)
-{
-    if (lua_isstring(L, index))
-        lua_pushvalue(L, index);
-    else if (luaL_callmeta(L, index, "__tostring") == 0 || !lua_isstring(L, -1))
-        lua_pushfstring(L, "(error object is a %s value)",
-                        luaL_typename(L, index));
-}
-
-// Runs where the error was raised, while the stack still tells the way there.
-int TracebackCB(lua_State* L)
-{
-    PushErrorText(L, 1);
-    luaL_traceback(L, L, lua_tostring(L, -1), 1);
-    return 1;
 }
 
 // The address is the registry key of the interpreter.
@@ -89,6 +73,16 @@ void PushLine(lua_State* L)
     }
     luaL_addchar(&line, '\n');
     luaL_pushresult(&line);
+}
+
+// The text that a script whose results begin at `first` returned after nil.
+std::optional<std::string> ErrorAmong(lua_State* L, int first)
+{
+    if (!lua_isnil(L, first) || lua_type(L, first + 1) != LUA_TSTRING)
+        return std::nullopt;
+    size_t length = 0;
+    const char* const text = lua_tolstring(L, first + 1, &length);
+    return std::string(text, length);
 }
 
 std::string TextOf(lua_State* L, int status)
@@ -152,8 +146,9 @@ int CLuaInterpreter::RunScript(wxInputStream& in,
     lua_State* const L = m_state;
     const int base = lua_gettop(L) - args;
     m_errorInfo.clear();
+    m_returnedError.reset();
 
-    lua_pushcfunction(L, TracebackCB);
+    lua_pushcfunction(L, ErrorReportCB);
     lua_insert(L, base + 1);
 
     SSource source{in, {}};
@@ -164,7 +159,7 @@ int CLuaInterpreter::RunScript(wxInputStream& in,
         lua_insert(L, base + 2);
         wxOutputStream* const outer = m_out;
         m_out = out;
-        status = lua_pcall(L, args, results, base + 1);
+        status = lua_pcall(L, args, LUA_MULTRET, base + 1);
         m_out = outer;
     }
     if (status != LUA_OK)
@@ -174,12 +169,22 @@ int CLuaInterpreter::RunScript(wxInputStream& in,
         return status;
     }
     lua_remove(L, base + 1);
+    m_returnedError = ErrorAmong(L, base + 1);
+    if (results != LUA_MULTRET)
+        lua_settop(L, base + results);
     return 0;
 }
 
 wxString CLuaInterpreter::GetErrorInfo() const
 {
     return TextOfBytes(m_errorInfo); // a message may quote any bytes
+}
+
+bool CLuaInterpreter::GetReturnedError(wxString& text) const
+{
+    if (m_returnedError)
+        text = TextOfBytes(*m_returnedError);
+    return m_returnedError.has_value();
 }
 
 // As Lua's own print, a closure without upvalues that uses the global

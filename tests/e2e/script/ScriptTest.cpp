@@ -289,7 +289,9 @@ struct SErrorValue
 };
 
 constexpr SErrorValue kErrorValues[] = {
-    {"error({})", "(error object is a table value)\n"},
+    {"error({})", "{}\nstack traceback:"},
+    {"error({code = 7, why = {'a'}})",
+     "{code = 7, why = {[1] = \"a\"}}\nstack traceback:"},
     {"error(nil)", "(error object is a nil value)\n"},
     {"error(dom)", "(error object is a userdata value)\n"},
     {"error(true)", "(error object is a boolean value)\n"},

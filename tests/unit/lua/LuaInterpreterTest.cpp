@@ -56,6 +56,36 @@ TEST_F(LuaInterpreter, ArgumentsReachTheChunk)
     EXPECT_STREQ(lua_tostring(m_lua.L(), 1), "below");
 }
 
+TEST_F(LuaInterpreter, KnowsWhatWasReturnedAsAnError)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"return nil, 'no route'", "no route"},
+        {"return nil, ''", ""},
+        {"return nil, 'a', 'b'", "a"},
+    };
+    for (const auto& [code, expected] : cases)
+    {
+        wxString text;
+        EXPECT_EQ(Run(code, 0, 1), 0);
+        EXPECT_TRUE(m_lua.GetReturnedError(text)) << code;
+        EXPECT_EQ(text, expected);
+        EXPECT_EQ(lua_gettop(m_lua.L()), 1);
+        lua_settop(m_lua.L(), 0);
+    }
+    for (const char* const code :
+         {"", "return nil", "return nil, 7", "return false, 'x'", "error('x')",
+          "return 'x'", "return"})
+    {
+        wxString text = "untouched";
+        Run(code, 0, 1);
+        EXPECT_FALSE(m_lua.GetReturnedError(text)) << code;
+        EXPECT_EQ(text, "untouched");
+        lua_settop(m_lua.L(), 0);
+    }
+    EXPECT_EQ(Run("return nil, 'x', 3", 0, LUA_MULTRET), 0);
+    EXPECT_EQ(lua_gettop(m_lua.L()), 3);
+}
+
 TEST_F(LuaInterpreter, AFailureLeavesTheStackAndSaysWhy)
 {
     lua_pushstring(m_lua.L(), "below");
