@@ -146,6 +146,7 @@ private:
 
     void SetArguments();        // script/LuaSetup.cpp
     void ReportFailure() const; // script/Chunks.cpp
+    void WarnOfOddModule();     // script/ScriptThread.cpp
 
     // Steps of OnRun.
     [[noreturn]] void RunScriptApp(); // service/Run.cpp
@@ -177,6 +178,10 @@ private:
     // the join.
     CMainLoopProgress m_loopProgress;
     std::unique_ptr<CMainLoop> m_loop;
+
+    // What the last chunk returned, when that makes no status; see
+    // DescribeOddResult().
+    wxString m_oddResult;
 
     // With the setting control.socket; served by the loop.
     std::unique_ptr<CControlSocket> m_control;

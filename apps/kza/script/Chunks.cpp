@@ -6,6 +6,7 @@
 #include "AgentApp.h"
 #include "ApplTrace.h"
 #include "StandardError.h"
+#include "script/LuaReport.h"
 #include "script/StandardOutput.h"
 
 #include "kza_core/LuaInterpreter.h"
@@ -19,8 +20,10 @@ int CAgentApp::RunChunk(wxInputStream& in,
 {
     APPL_TRACE(L"Running chunk '" + name + L"'");
     int status = m_lua->RunScript(in, 0, 1, name, &out);
+    m_oddResult.clear();
     if (status == 0)
     {
+        m_oddResult = DescribeOddResult(*m_lua);
         status = static_cast<int>(lua_tointegerx(m_lua->L(), -1, nullptr));
         lua_pop(m_lua->L(), 1);
     }
@@ -38,8 +41,12 @@ int CAgentApp::RunCodeSnippet(const wxString& code)
     return status;
 }
 
-// The report is empty when the chunk only returned a status.
+// A status that the chunk returned is no failure of Lua's: its report is empty.
 void CAgentApp::ReportFailure() const
 {
-    WriteToStandardError(m_lua->GetErrorInfo() + "\n");
+    const wxString report = m_lua->GetErrorInfo();
+    if (report.empty())
+        WriteToStandardError("\n");
+    else
+        ReportLuaFailure(report);
 }

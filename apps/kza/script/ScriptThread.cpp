@@ -8,7 +8,7 @@
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
-#include "StandardError.h"
+#include "script/LuaReport.h"
 #include "service/Signals.h"
 
 #include "base/Bytes.h"
@@ -143,14 +143,23 @@ int CAgentApp::RunAppInit()
     if (status != LUA_OK)
     {
         const char* const reason = lua_tostring(L, -1);
-        WriteToStandardError(
-            "Error setting up Lua:\n" +
-            KzaCore::TextOfBytes(reason == nullptr ? "" : reason) + "\n");
+        ReportLuaFailure("Error setting up Lua:\n" +
+                         KzaCore::TextOfBytes(reason == nullptr ? "" : reason));
         return status;
     }
     status =
         RunCodeSnippet(L"kzaAppModule = require([[" + GetAppName() + L"]]);");
-    return status != 0 ? status : RunAppMethod(L"init");
+    if (status != 0)
+        return status;
+    WarnOfOddModule();
+    return RunAppMethod(L"init");
+}
+
+void CAgentApp::WarnOfOddModule()
+{
+    const wxString problem = DescribeOddModule(L());
+    if (!problem.empty())
+        wxLogWarning("Module '%s' %s", GetAppName(), problem);
 }
 
 int CAgentApp::RunAppMain()
@@ -166,8 +175,11 @@ int CAgentApp::RunAppShutdown()
 int CAgentApp::RunAppMethod(const wchar_t* method)
 {
     APPL_TRACE(L"Running app's Lua method '" + wxString(method) + L"'");
-    return RunCodeSnippet(
+    const int status = RunCodeSnippet(
         wxString::Format("if type(kzaAppModule.%1$s) == 'function' then return "
                          "kzaAppModule.%1$s(); else return 0; end;",
                          method));
+    if (!m_oddResult.empty())
+        wxLogWarning("'%s' returned %s", method, m_oddResult);
+    return status;
 }

@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -331,6 +332,185 @@ TEST(Script, DeepRecursionIsAnError)
     EXPECT_TRUE(Contains(result.err, "stack overflow")) << result.err;
 }
 
+// --- What the log says ------------------------------------------------------
+
+// The log of a tool without what differs from run to run.
+std::vector<std::string> LogOf(const CHost& host, const std::string& name)
+{
+    std::vector<std::string> records;
+    for (const std::string& line :
+         ReadLines(host.File("work/log/" + name + ".log")))
+        records.push_back(RecordText(line));
+    return records;
+}
+
+TEST(Script, AFailureOfLuaIsInTheLogToo)
+{
+    const CHost host(false);
+    const SProcessResult result =
+        host.RunTool("failing", "return {main = function() error('boom') end}");
+    const std::string file = host.File("lua/failing.lua");
+    EXPECT_EQ(result.err.substr(0, result.err.find(" in function")),
+              file + ":1: boom\nstack traceback:\n\t[C]:");
+    std::string shown = result.err.substr(0, result.err.size() - 1);
+    for (std::size_t at = 0; (at = shown.find('\n', at)) != std::string::npos;)
+        shown.replace(at, 1, "\\n");
+    EXPECT_EQ(LogOf(host, "failing"),
+              std::vector<std::string>{"ERROR Lua: " + shown});
+}
+
+TEST(Script, AFailureOfLuaIsShownOnceOnStandardError)
+{
+    const CHost host(false);
+    for (const char* const source :
+         {"return {main = function() error('boom') end}", "error('boom')"})
+    {
+        SCOPED_TRACE(source);
+        const SProcessResult result =
+            host.RunTool("once", source, {"--domain_var", "log.console=true"});
+        EXPECT_EQ(CountOf(result.err, "boom"), 1) << result.err;
+    }
+    EXPECT_EQ(CountOf(host.Log("once"), "ERROR Lua: "), 2);
+}
+
+TEST(Script, AStatusOfTheScriptsOwnIsNoErrorInTheLog)
+{
+    const CHost host(false);
+    EXPECT_EQ(host.RunTool("status", "return {main = function() return 7 end}")
+                  .status,
+              7);
+    EXPECT_EQ(host.Log("status"), "");
+}
+
+TEST(Script, AModuleThatIsMissingOrBrokenIsInTheLog)
+{
+    const CHost host(false);
+    EXPECT_EQ(host.Run({"--appname", "nowhere"}).status, 2);
+    ASSERT_EQ(LogOf(host, "nowhere").size(), 1U);
+    EXPECT_EQ(LogOf(host, "nowhere")[0].find(
+                  "ERROR Lua: nowhere:1: module 'nowhere' not found:\\n\tno "
+                  "field package.preload['nowhere']\\n"),
+              0U);
+    EXPECT_EQ(host.RunTool("broken", "return +").status, 2);
+    ASSERT_EQ(LogOf(host, "broken").size(), 1U);
+    EXPECT_EQ(LogOf(host, "broken")[0].find("ERROR Lua: error loading module "
+                                            "'broken' from file '"),
+              0U);
+}
+
+struct SOddResult
+{
+    const char* result;
+    const char* warning; // what follows "'main' returned "; empty for none
+};
+
+constexpr SOddResult kOddResults[] = {
+    {"", ""},
+    {"nil", ""},
+    {"0", ""},
+    {"7", ""},
+    {"255", ""},
+    {"'12'", ""},
+    {"' 0x10 '", ""},
+    {"nil, 7", ""},
+    {"7, 'text'", ""},
+    {"true", "true, neither a number nor nothing: taken as success"},
+    {"false", "false, neither a number nor nothing: taken as success"},
+    {"{}", "a table, neither a number nor nothing: taken as success"},
+    {"print", "a function, neither a number nor nothing: taken as success"},
+    {"'no\\nroute'", "the text 'no\\nroute', neither a number nor nothing: "
+                     "taken as success"},
+    {"''", "the text '', neither a number nor nothing: taken as success"},
+    {"nil, 'no route'",
+     "nil and 'no route', Lua's way to fail: taken as success"},
+    {"false, 'no route'",
+     "false, neither a number nor nothing: taken as success"},
+    {"256", "256, which is no whole number from 0 to 255: taken as 256"},
+    {"-1", "-1, which is no whole number from 0 to 255: taken as -1"},
+    {"3.5", "3.5, which is no whole number from 0 to 255: taken as 3"},
+    {"'3.5'", "3.5, which is no whole number from 0 to 255: taken as 3"},
+    {"2^32", "4294967296, which is no whole number from 0 to 255: taken as 0"},
+};
+
+TEST(Script, AResultThatIsNoStatusIsAWarning)
+{
+    const CHost host(false);
+    for (const SOddResult& odd : kOddResults)
+    {
+        SCOPED_TRACE(odd.result);
+        std::filesystem::remove_all(host.Work());
+        EXPECT_NE(host.RunTool("odd", "return {main = function() return " +
+                                          std::string(odd.result) + " end}")
+                      .status,
+                  2)
+            << "no error of Lua's";
+        std::vector<std::string> expected;
+        if (*odd.warning != '\0')
+            expected.push_back("WARNING kza: 'main' returned " +
+                               std::string(odd.warning));
+        EXPECT_EQ(LogOf(host, "odd"), expected);
+    }
+}
+
+TEST(Script, EachFunctionIsNamedInTheWarning)
+{
+    const CHost host(false);
+    EXPECT_EQ(host.RunTool("each",
+                           "local function no() return nil, 'no' end\n"
+                           "return {init = no, main = no, shutdown = no}")
+                  .status,
+              0);
+    const std::string rest =
+        "' returned nil and 'no', Lua's way to fail: taken as success";
+    EXPECT_EQ(LogOf(host, "each"),
+              (std::vector<std::string>{"WARNING kza: 'init" + rest,
+                                        "WARNING kza: 'main" + rest,
+                                        "WARNING kza: 'shutdown" + rest}));
+}
+
+TEST(Script, AModuleThatLooksForgottenIsAWarning)
+{
+    const std::string noTable = ": it should end by returning the table of its "
+                                "functions";
+    const std::pair<const char*, std::string> cases[] = {
+        {"", "is no table but a boolean" + noTable},
+        {"return 'text'", "is no table but a string" + noTable},
+        {"return print", "is no table but a function" + noTable},
+        {"return {}", "has none of the functions 'init', 'main' and "
+                      "'shutdown'"},
+        {"return {main = 'text', Main = print}",
+         "has none of the functions 'init', 'main' and 'shutdown'"},
+        {"return {init = print}", ""},
+        {"return {shutdown = print}", ""},
+        {"return setmetatable({}, {__index = {main = print}})", ""},
+        {"return setmetatable({}, {__index = function() error('x') end})", ""},
+    };
+    const CHost host(false);
+    for (const auto& [source, problem] : cases)
+    {
+        SCOPED_TRACE(source);
+        std::filesystem::remove_all(host.Work());
+        EXPECT_EQ(host.RunTool("forgotten", source).signal, 0);
+        std::vector<std::string> warnings;
+        for (const std::string& record : LogOf(host, "forgotten"))
+            if (record.find("WARNING") == 0)
+                warnings.push_back(record);
+        std::vector<std::string> expected;
+        if (!problem.empty())
+            expected.push_back("WARNING kza: Module 'forgotten' " + problem);
+        EXPECT_EQ(warnings, expected);
+    }
+}
+
+TEST(Script, AServiceWhoseInitFailsIsNeverUp)
+{
+    const CService service("downservice");
+    service.SetModule("return {init = function() return 4 end}");
+    ASSERT_TRUE(service.StartUntil("(exit 4)"));
+    EXPECT_TRUE(service.WaitUntilGone());
+    EXPECT_EQ(CountOf(service.Log(), "is up"), 0);
+}
+
 // --- Output ----------------------------------------------------------------
 
 TEST(Script, PrintAndWriteKeepTheirOrder)
@@ -466,7 +646,7 @@ TEST(Script, TheAgentsStatusGoesThroughTheMainLoop)
 TEST(Script, AToolDoesNotAnnounceItsStart)
 {
     const CHost host(false);
-    EXPECT_EQ(host.RunTool("quiet", "return {}").status, 0);
+    EXPECT_EQ(host.RunTool("quiet", "return {main = print}").status, 0);
     EXPECT_EQ(host.Log("quiet"), "");
 }
 

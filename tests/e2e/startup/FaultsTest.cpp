@@ -33,6 +33,9 @@ TEST(Faults, LuaThatCannotBeSetUpIsSaidAndNothingRuns)
     EXPECT_EQ(result.err, "Error setting up Lua:\n"
                           "stack overflow (too many arguments to script)\n");
     EXPECT_EQ(result.out, "");
+    EXPECT_EQ(RecordText(ReadLines(host.File("work/log/unset.log")).at(0)),
+              "ERROR Lua: Error setting up Lua:\\nstack overflow (too many "
+              "arguments to script)");
 }
 
 TEST(Faults, AnotherLuaIsRefused)
