@@ -25,12 +25,17 @@ local function wait(seconds, done)
     end
 end
 
+-- The first line of a record's text: a traceback follows it.
+local function first_line(text)
+    return (text:gsub("\\n.*$", ""))
+end
+
 -- What the log has said since the start: that the application is up, or why the
 -- service ended.
 local function outcome(where, follower, heard)
     for _, record in ipairs(follower:read()) do
         if record.level == "ERROR" then
-            heard.reason = heard.reason or record.text
+            heard.reason = heard.reason or first_line(record.text)
         end
         if record.text == where.name .. " is up" then
             return { up = true }
@@ -68,7 +73,7 @@ function supervise.start(where, options, seconds)
     if status ~= 0 then
         for _, record in ipairs(follower:read()) do
             if record.level == "ERROR" then
-                return false, record.text
+                return false, first_line(record.text)
             end
         end
         output = output:match("^%s*(.-)%s*$")

@@ -211,9 +211,7 @@ TEST(Kzctl, StartSaysWhyItFailed)
     EXPECT_EQ(start.status, 1);
     EXPECT_EQ(start.err.rfind("kzctl: 'kz_agent' did not start: ", 0), 0U)
         << start.err;
-    EXPECT_NE(start.err.find("The service ends with status 2"),
-              std::string::npos)
-        << start.err;
+    EXPECT_NE(start.err.find("no disk\n"), std::string::npos) << start.err;
     EXPECT_EQ(std::count(start.err.begin(), start.err.end(), '\n'), 1)
         << start.err;
 }
