@@ -148,7 +148,7 @@ TEST(KeyObservers, EndOfTheRootSwitchesTraceOff)
 // leaves that to a later one; it does not lose the place once it has it.
 TEST(KeyObservers, ThereIsOneRootWhenOneIsMadeWhileAnotherIsReleased)
 {
-    for (int round = 0; round < 5000; ++round)
+    for (int round = 0; round < 2000; ++round)
     {
         DomPtr first = NewDom();
         std::atomic<bool> isReleasing = false;
