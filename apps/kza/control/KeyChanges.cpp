@@ -15,7 +15,7 @@ CKeyChanges::CKeyChanges(const KzaCore::CDom& root,
 
 std::deque<KzaCore::DomValue> CKeyChanges::Take()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const KzaCore::CLock lock(m_mutex);
     return std::exchange(m_waiting, {});
 }
 
@@ -23,7 +23,7 @@ void CKeyChanges::Put(const KzaCore::DomValue& value)
 {
     bool first = false;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const KzaCore::CLock lock(m_mutex);
         first = m_waiting.empty();
         if (m_waiting.size() < kMaxWaiting)
             m_waiting.push_back(value);

@@ -5,11 +5,11 @@
 
 #pragma once
 
+#include "base/Mutex.h"
 #include "kza_core/KeyFollower.h"
 
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 
 class CKeyChanges
@@ -34,8 +34,8 @@ private:
     void Put(const KzaCore::DomValue& value);
 
     const std::function<void()> m_waitingCB;
-    std::mutex m_mutex;
-    std::deque<KzaCore::DomValue> m_waiting; // guarded by m_mutex
+    KzaCore::CMutex m_mutex;
+    std::deque<KzaCore::DomValue> m_waiting KZA_GUARDED_BY(m_mutex);
 
     // Last: it puts the present value, and no change comes while the rest is
     // destroyed.

@@ -23,15 +23,17 @@
 
 bool CMainLoopProgress::AwaitEntered(std::chrono::milliseconds limit)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_condition.wait_for(lock, limit,
+    KzaCore::CLock lock(m_mutex);
+    return m_condition.wait_for(lock.ForWait(), limit,
                                 [this] { return Entered() != nullptr; });
 }
 
 bool CMainLoopProgress::AwaitIdle(std::chrono::milliseconds limit)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_condition.wait_for(lock, limit, [this] { return m_idle; });
+    KzaCore::CLock lock(m_mutex);
+    return m_condition.wait_for(lock.ForWait(), limit,
+                                [this]() KZA_REQUIRES(m_mutex)
+                                { return m_idle; });
 }
 
 void CMainLoopProgress::NoteEntered(CMainLoop* loop)
@@ -39,7 +41,7 @@ void CMainLoopProgress::NoteEntered(CMainLoop* loop)
     if (Entered() != nullptr)
         return; // called in each turn of the loop
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const KzaCore::CLock lock(m_mutex);
         m_entered.store(loop, std::memory_order_release);
     }
     m_condition.notify_all();
@@ -48,7 +50,7 @@ void CMainLoopProgress::NoteEntered(CMainLoop* loop)
 void CMainLoopProgress::NoteIdle()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const KzaCore::CLock lock(m_mutex);
         m_idle = true;
     }
     m_condition.notify_all();

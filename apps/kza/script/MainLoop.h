@@ -11,12 +11,13 @@
 
 #pragma once
 
+#include "base/Mutex.h"
+
 #include <wx/evtloop.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 
 class CMainLoop;
 
@@ -48,9 +49,9 @@ private:
 
     std::atomic<CMainLoop*> m_entered{nullptr}; // set under m_mutex
 
-    std::mutex m_mutex; // guards what follows
+    KzaCore::CMutex m_mutex;
     std::condition_variable m_condition;
-    bool m_idle = false;
+    bool m_idle KZA_GUARDED_BY(m_mutex) = false;
 };
 
 class CMainLoop : public wxConsoleEventLoop

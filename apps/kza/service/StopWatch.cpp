@@ -47,7 +47,7 @@ void CStopWatch::Start(wxEventLoopBase& loop)
 
 void CStopWatch::MainBegins()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const KzaCore::CLock lock(m_mutex);
     m_phase = EPhase::Runs;
     if (m_isRequested)
         m_script.AnnounceStop();
@@ -55,7 +55,7 @@ void CStopWatch::MainBegins()
 
 void CStopWatch::MainEnds()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const KzaCore::CLock lock(m_mutex);
     m_phase = EPhase::After;
     m_script.WithdrawStop();
 }
@@ -63,7 +63,7 @@ void CStopWatch::MainEnds()
 void CStopWatch::OnStopRequest()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const KzaCore::CLock lock(m_mutex);
         m_isRequested = true;
         if (m_phase == EPhase::Runs)
             m_script.AnnounceStop();
@@ -100,6 +100,6 @@ void CStopWatch::ScheduleReminder()
 
 CStopWatch::EPhase CStopWatch::Phase() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const KzaCore::CLock lock(m_mutex);
     return m_phase;
 }

@@ -17,10 +17,11 @@
 #include "service/PendingSignal.h"
 #include "service/StopReminder.h"
 
+#include "base/Mutex.h"
+
 #include <wx/timer.h>
 
 #include <chrono>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -67,7 +68,7 @@ private:
     CStopReminder m_reminder;
     std::chrono::steady_clock::time_point m_requestTime;
 
-    mutable std::mutex m_mutex; // guards what follows
-    EPhase m_phase = EPhase::Before;
-    bool m_isRequested = false;
+    mutable KzaCore::CMutex m_mutex;
+    EPhase m_phase KZA_GUARDED_BY(m_mutex) = EPhase::Before;
+    bool m_isRequested KZA_GUARDED_BY(m_mutex) = false;
 };

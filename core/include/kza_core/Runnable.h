@@ -20,14 +20,11 @@
 
 #include <chrono>
 #include <memory>
-#include <mutex>
-#include <pthread.h>
 
 namespace KzaCore
 {
 
 class CDom;
-class CWakeUp;
 
 class KZA_API CRunnable : public wxThread
 {
@@ -115,10 +112,8 @@ private:
     CDom* m_dom = nullptr;
     bool m_started = false;
 
-    std::mutex m_mutex;                // guards what follows
-    std::shared_ptr<CWakeUp> m_wakeUp; // set while the thread runs
-    pthread_t m_thread{};
-    bool m_exitRequested = false;
+    struct SRequests;
+    const std::unique_ptr<SRequests> m_requests;
 };
 
 } // namespace KzaCore

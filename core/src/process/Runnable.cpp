@@ -2,15 +2,15 @@
 //
 // A thread and the requests that other threads make of it.
 //
-//   1. Before the thread runs, m_wakeUp is null. requestExit() leaves its mark
-//      in m_exitRequested; the other requests do nothing.
+//   1. Before the thread runs, there is no wake-up. requestExit() leaves its
+//      mark; the other requests do nothing.
 //   2. Entry(), on the new thread, publishes the thread's handle and its
-//      waiting place (CWakeUp) under m_mutex, and hands over an exit request
+//      waiting place (CWakeUp) under the mutex, and hands over an exit request
 //      that came before.
-//   3. While the thread runs, each request is made under m_mutex, so the thread
-//      cannot end and its handle cannot become invalid meanwhile.
-//   4. Entry() clears m_wakeUp under m_mutex after OnRun() has returned. From
-//      then on requests do nothing, as in step 1.
+//   3. While the thread runs, each request is made under the mutex, so the
+//      thread cannot end and its handle cannot become invalid meanwhile.
+//   4. Entry() takes the wake-up away under the mutex after OnRun() has
+//      returned. From then on requests do nothing, as in step 1.
 //
 // Two requests differ in what they disturb. requestExit() is final: it ends
 // every wait and interrupts a blocking system call by SigThreadDelete.
@@ -19,6 +19,7 @@
 
 #include "kza_core/Runnable.h"
 
+#include "base/Mutex.h"
 #include "base/SignalSet.h"
 #include "process/SignalStack.h"
 #include "process/ThreadLog.h"
@@ -73,8 +74,17 @@ public:
 // profilers like to use.
 const int CRunnable::SigThreadDelete = SIGRTMIN + 5;
 
+// What the thread and the requests for it share.
+struct CRunnable::SRequests
+{
+    CMutex mutex;
+    std::shared_ptr<CWakeUp> wakeUp KZA_GUARDED_BY(mutex); // while it runs
+    pthread_t thread KZA_GUARDED_BY(mutex){};
+    bool exitRequested KZA_GUARDED_BY(mutex) = false;
+};
+
 CRunnable::CRunnable(bool reserved1, int reserved2, bool reserved3)
-    : wxThread(wxTHREAD_JOINABLE)
+    : wxThread(wxTHREAD_JOINABLE), m_requests(std::make_unique<SRequests>())
 {
     wxASSERT(!reserved1 && reserved2 == -1 && !reserved3);
     wxUnusedVar(reserved1);
@@ -100,26 +110,26 @@ const wchar_t* CRunnable::GetThreadName() const
 
 void CRunnable::Awaken()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_wakeUp)
-        m_wakeUp->Signal();
+    const CLock lock(m_requests->mutex);
+    if (m_requests->wakeUp)
+        m_requests->wakeUp->Signal();
 }
 
 void CRunnable::interrupt()
 {
     // Under the lock the thread cannot end in between.
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_wakeUp)
-        pthread_kill(m_thread, SigThreadDelete);
+    const CLock lock(m_requests->mutex);
+    if (m_requests->wakeUp)
+        pthread_kill(m_requests->thread, SigThreadDelete);
 }
 
 void CRunnable::requestExit()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_exitRequested = true;
-        if (m_wakeUp)
-            m_wakeUp->RequestExit();
+        const CLock lock(m_requests->mutex);
+        m_requests->exitRequested = true;
+        if (m_requests->wakeUp)
+            m_requests->wakeUp->RequestExit();
     }
     Awaken();
     interrupt();
@@ -127,22 +137,22 @@ void CRunnable::requestExit()
 
 void CRunnable::AnnounceStop()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_wakeUp)
-        m_wakeUp->AnnounceStop();
+    const CLock lock(m_requests->mutex);
+    if (m_requests->wakeUp)
+        m_requests->wakeUp->AnnounceStop();
 }
 
 void CRunnable::WithdrawStop()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_wakeUp)
-        m_wakeUp->WithdrawStop();
+    const CLock lock(m_requests->mutex);
+    if (m_requests->wakeUp)
+        m_requests->wakeUp->WithdrawStop();
 }
 
 bool CRunnable::TestDestroy()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_exitRequested;
+    const CLock lock(m_requests->mutex);
+    return m_requests->exitRequested;
 }
 
 bool CRunnable::TestDestroy(unsigned int timeout, bool* requested)
@@ -193,11 +203,11 @@ wxThread::ExitCode CRunnable::Entry()
     const CSignalStack signalStack;
     const CThreadLog log;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_thread = pthread_self();
-        m_wakeUp = CWakeUp::Current();
-        if (m_exitRequested)
-            m_wakeUp->RequestExit();
+        const CLock lock(m_requests->mutex);
+        m_requests->thread = pthread_self();
+        m_requests->wakeUp = CWakeUp::Current();
+        if (m_requests->exitRequested)
+            m_requests->wakeUp->RequestExit();
     }
     try
     {
@@ -211,8 +221,8 @@ wxThread::ExitCode CRunnable::Entry()
             wxTheApp->OnUnhandledException();
         exit(255);
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_wakeUp.reset();
+    const CLock lock(m_requests->mutex);
+    m_requests->wakeUp.reset();
     return nullptr;
 }
 

@@ -37,7 +37,7 @@ void CWakeUp::Notify()
     // The change is the caller's own, made before this call. With the lock
     // taken once in between, the rule above holds for it, too.
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
     }
     m_condition.notify_all();
 }
@@ -45,7 +45,7 @@ void CWakeUp::Notify()
 void CWakeUp::Signal()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         ++m_signals;
     }
     m_condition.notify_all();
@@ -54,7 +54,7 @@ void CWakeUp::Signal()
 void CWakeUp::RequestExit()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         m_exitRequested = true;
     }
     m_condition.notify_all();
@@ -63,7 +63,7 @@ void CWakeUp::RequestExit()
 void CWakeUp::AnnounceStop()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const CLock lock(m_mutex);
         if (m_stop == EStop::None)
             m_stop = EStop::Announced;
     }
@@ -72,19 +72,19 @@ void CWakeUp::AnnounceStop()
 
 void CWakeUp::WithdrawStop()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CLock lock(m_mutex);
     m_stop = EStop::None;
 }
 
 bool CWakeUp::IsStopAnnounced() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CLock lock(m_mutex);
     return m_stop != EStop::None;
 }
 
 bool CWakeUp::HearStop()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const CLock lock(m_mutex);
     if (m_stop == EStop::Announced)
         m_stop = EStop::Heard;
     return m_stop != EStop::None;

@@ -9,11 +9,12 @@
 
 #pragma once
 
+#include "base/Mutex.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 namespace KzaCore
 {
@@ -66,10 +67,10 @@ public:
     bool WaitFor(std::chrono::milliseconds time, THasCome hasCome)
     {
         const auto deadline = Deadline(time);
-        std::unique_lock<std::mutex> lock(m_mutex);
+        CLock lock(m_mutex);
         const auto signals = m_signals;
-        return m_condition.wait_until(lock, deadline,
-                                      [&]
+        return m_condition.wait_until(lock.ForWait(), deadline,
+                                      [&]() KZA_REQUIRES(m_mutex)
                                       {
                                           return m_exitRequested ||
                                                  m_stop == EStop::Announced ||
@@ -93,11 +94,11 @@ private:
     static std::chrono::steady_clock::time_point Deadline(
         std::chrono::milliseconds time);
 
-    mutable std::mutex m_mutex; // guards what follows
+    mutable CMutex m_mutex;
     std::condition_variable m_condition;
-    std::uint64_t m_signals = 0;
-    bool m_exitRequested = false;
-    EStop m_stop = EStop::None;
+    std::uint64_t m_signals KZA_GUARDED_BY(m_mutex) = 0;
+    bool m_exitRequested KZA_GUARDED_BY(m_mutex) = false;
+    EStop m_stop KZA_GUARDED_BY(m_mutex) = EStop::None;
 };
 
 } // namespace KzaCore
