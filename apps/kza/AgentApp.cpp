@@ -7,6 +7,7 @@
 
 #include "AgentApp.h"
 
+#include "ApplTrace.h"
 #include "packages/Packages.h"
 #include "service/Signals.h"
 #include "startup/StandardDescriptors.h"
@@ -25,7 +26,7 @@
 
 wxIMPLEMENT_APP_NO_MAIN(CAgentApp);
 
-const wxString CAgentApp::s_Trace = "Appl";
+const wxString CAgentApp::s_Trace = kApplTrace;
 
 namespace
 {

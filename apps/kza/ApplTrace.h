@@ -4,15 +4,18 @@
 
 #pragma once
 
-#include "AgentApp.h"
-
 #include "kza_core/Trace.h"
+
+#include <wx/string.h>
+
+/// The component, which CAgentApp shows as s_Trace.
+inline const wxString kApplTrace("Appl");
 
 /// Traces a text when the component is enabled; builds nothing otherwise.
 #define APPL_TRACE(text)                                                       \
     do                                                                         \
     {                                                                          \
-        if (KzaCore::LogTraceIsEnabled(CAgentApp::s_Trace))                    \
-            KzaCore::LogTrace(CAgentApp::s_Trace, __FILE__, __LINE__,          \
+        if (KzaCore::LogTraceIsEnabled(kApplTrace))                            \
+            KzaCore::LogTrace(kApplTrace, __FILE__, __LINE__,                  \
                               static_cast<const char*>(__func__), text);       \
     } while (false)

@@ -12,11 +12,11 @@
 
 #pragma once
 
+#include "kza_core/Digest.h"
 #include "kza_core/Export.h"
 
 #include <wx/string.h>
 
-#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -29,9 +29,6 @@ namespace KzaCore
 
 /// Appended to a file's name, the name of its signature.
 inline constexpr char kSignatureSuffix[] = ".sig";
-
-/// A SHA-256 digest.
-using TDigest = std::array<unsigned char, 32>;
 
 class KZA_API CPackageKeys
 {

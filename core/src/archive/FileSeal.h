@@ -13,7 +13,7 @@
 
 #pragma once
 
-#include "kza_core/PackageKeys.h"
+#include "kza_core/Digest.h"
 
 #include <cstddef>
 #include <cstdint>

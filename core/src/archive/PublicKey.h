@@ -6,7 +6,7 @@
 
 #pragma once
 
-#include "kza_core/PackageKeys.h"
+#include "kza_core/Digest.h"
 
 #include <memory>
 #include <string>
