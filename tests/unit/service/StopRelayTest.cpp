@@ -157,9 +157,13 @@ void RelayUntilItEndsInHandler()
     setpgid(0, 0);
     CStopRelay relay;
     relay.Install("/no/such/file");
-    const CStopRelay::CDelivery delivery(relay);
-    SignalFromAnotherProcess(SIGINT);
-    SignalFromAnotherProcess(SIGTERM);
+    // Each is sent while it is blocked. Delivered at once, it could interrupt
+    // the test's own fork(), whose lock exit() needs.
+    for (const int signal : {SIGINT, SIGTERM})
+    {
+        SignalFromAnotherProcess(signal);
+        const CStopRelay::CDelivery delivery(relay);
+    }
     _exit(7);
 }
 
