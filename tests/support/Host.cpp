@@ -2,7 +2,9 @@
 
 #include "support/Host.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -14,12 +16,57 @@ namespace TestSupport
 namespace
 {
 
+// Whether a fallback for POSIX tells by the record what it lacks.
+bool IsNoteOfFallback(const std::string& line)
+{
+    const char* const notes[] = {
+        " is not written on this system; a crash leaves ",
+        " On this system a worker whose watchdog was killed goes on ",
+        " Stop requests are noticed up to ",
+    };
+    return std::string(KZA_PLATFORM) == "posix" &&
+           std::any_of(std::begin(notes), std::end(notes),
+                       [&line](const char* note)
+                       { return line.find(note) != std::string::npos; });
+}
+
 void CopyInto(const fs::path& from, const fs::path& to)
 {
     fs::copy(from, to, fs::copy_options::recursive);
 }
 
 } // namespace
+
+std::string WithoutNotesOfFallbacks(const std::string& records)
+{
+    std::string text;
+    std::size_t begin = 0;
+    while (begin < records.size())
+    {
+        const std::size_t end = records.find('\n', begin);
+        const std::size_t next =
+            end == std::string::npos ? records.size() : end + 1;
+        const std::string line = records.substr(begin, next - begin);
+        if (!IsNoteOfFallback(line))
+            text += line;
+        begin = next;
+    }
+    return text;
+}
+
+std::string ReadLog(const std::string& path)
+{
+    return WithoutNotesOfFallbacks(ReadFile(path));
+}
+
+std::vector<std::string> ReadLogLines(const std::string& path)
+{
+    std::vector<std::string> lines;
+    std::istringstream text(ReadLog(path));
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line);
+    return lines;
+}
 
 CHost::CHost(bool withArchives)
 {

@@ -13,6 +13,14 @@
 namespace TestSupport
 {
 
+/// Records without those by which the fallbacks for POSIX tell what they lack:
+/// the tests compare what the agent says on every system.
+std::string WithoutNotesOfFallbacks(const std::string& records);
+
+/// The text of a log, or its lines, without notes of fallbacks.
+std::string ReadLog(const std::string& path);
+std::vector<std::string> ReadLogLines(const std::string& path);
+
 /// A copy of the staged installation in a temporary directory. What a test
 /// puts beside the executable is seen by it alone.
 ///
@@ -37,7 +45,7 @@ public:
     [[nodiscard]] std::string Log(
         const std::string& application = "kz_agent") const
     {
-        return ReadFile(File("work/log/" + application + ".log"));
+        return ReadLog(File("work/log/" + application + ".log"));
     }
 
     /// Its records as the text after the level, in order.

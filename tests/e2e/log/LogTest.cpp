@@ -31,7 +31,7 @@ bool Contains(const std::string& text, const std::string& part)
 Texts RecordsOf(const std::string& file)
 {
     Texts records;
-    for (const std::string& line : ReadLines(file))
+    for (const std::string& line : ReadLogLines(file))
         records.push_back(RecordText(line));
     return records;
 }
@@ -104,7 +104,7 @@ TEST(Log, RecordsHaveDateProcessThreadLevelAndComponent)
                             "VERBOSE kza: a verbose",
                             "DEBUG kza: a debug",
                             "TRACE Cmp: tool.lua:5 ? a trace"};
-    const Texts lines = ReadLines(tool.log);
+    const Texts lines = ReadLogLines(tool.log);
     ASSERT_EQ(lines.size(), expected.size());
     for (std::size_t i = 0; i < lines.size(); ++i)
     {
@@ -131,7 +131,7 @@ TEST(Log, TimesAreLocal)
                  {}, options);
     ASSERT_EQ(result.out.size(), 6U + 20U + 20U);
     EXPECT_EQ(result.out.substr(0, 6), "+0500\n");
-    const std::string stamp = ReadFile(tool.log).substr(0, 19);
+    const std::string stamp = ReadLog(tool.log).substr(0, 19);
     EXPECT_LE(result.out.substr(6, 19), stamp);
     EXPECT_LE(stamp, result.out.substr(26, 19));
 }
@@ -166,7 +166,7 @@ TEST(Log, TextOfAnyKindStaysOnItsLine)
                        "dom:Log('info', ('x'):rep(1000000))")
                   .status,
               0);
-    const Texts lines = ReadLines(tool.log);
+    const Texts lines = ReadLogLines(tool.log);
     ASSERT_EQ(lines.size(), 6U);
     EXPECT_EQ(RecordText(lines[0]), "INFO kza: one\\ntwo\\r\\n");
     EXPECT_EQ(RecordText(lines[1]), "INFO kza: \\x1b[31mred\\x00end\ttab");
@@ -229,9 +229,10 @@ TEST(Log, ConsoleShowsEveryRecordToo)
                  "dom:Set('log.console', nil)\n"
                  "dom:Log('info', 'four')",
                  {"--domain_var", "log.console=true"});
-    const Texts lines = ReadLines(tool.log);
+    const Texts lines = ReadLogLines(tool.log);
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(result.err, lines[0] + "\n" + lines[2] + "\n");
+    EXPECT_EQ(WithoutNotesOfFallbacks(result.err),
+              lines[0] + "\n" + lines[2] + "\n");
 }
 
 TEST(Log, RotatesAsTheDomainSays)
@@ -355,7 +356,8 @@ TEST(Log, FullDiskLosesRecordsAndHarmsNothingElse)
 
     Texts records;
     std::string line;
-    for (std::istringstream lines(result.out); std::getline(lines, line);)
+    std::istringstream lines(WithoutNotesOfFallbacks(result.out));
+    while (std::getline(lines, line))
         records.push_back(RecordText(line));
     ASSERT_GT(records.size(), 100U);
     EXPECT_EQ(records.back(), "INFO kza: room again");
@@ -391,7 +393,7 @@ TEST(Log, WatchdogAndWorkerShareTheFile)
     const auto lineWith = [&](const std::string& text)
     {
         for (const std::string& line :
-             ReadLines(service.Host().File("work/log/kz_agent.log")))
+             ReadLogLines(service.Host().File("work/log/kz_agent.log")))
             if (Contains(line, text))
                 return line;
         return std::string();
@@ -405,6 +407,6 @@ TEST(Log, WatchdogAndWorkerShareTheFile)
     // In the background the framework's threshold is information.
     EXPECT_EQ(lineWith("a debug record"), "");
     for (const std::string& line :
-         ReadLines(service.Host().File("work/log/kz_agent.log")))
+         ReadLogLines(service.Host().File("work/log/kz_agent.log")))
         EXPECT_NE(RecordText(line), "") << line;
 }

@@ -127,7 +127,7 @@ void CPackageHost::ReadLog()
 {
     static const std::regex kTrace(R"(TRACE Appl: Packages\.cpp:\d+ \w+ (.*))");
     static const std::regex kOther(R"((ERROR|WARNING) [^:]*: (.*))");
-    const auto lines = ReadLines(File("work/log/report.log"));
+    const auto lines = ReadLogLines(File("work/log/report.log"));
     m_log.clear();
     for (std::size_t i = m_logLines; i < lines.size(); ++i)
     {

@@ -339,7 +339,7 @@ std::vector<std::string> LogOf(const CHost& host, const std::string& name)
 {
     std::vector<std::string> records;
     for (const std::string& line :
-         ReadLines(host.File("work/log/" + name + ".log")))
+         ReadLogLines(host.File("work/log/" + name + ".log")))
         records.push_back(RecordText(line));
     return records;
 }

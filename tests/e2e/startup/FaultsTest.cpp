@@ -33,7 +33,7 @@ TEST(Faults, LuaThatCannotBeSetUpIsSaidAndNothingRuns)
     EXPECT_EQ(result.err, "Error setting up Lua:\n"
                           "stack overflow (too many arguments to script)\n");
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(RecordText(ReadLines(host.File("work/log/unset.log")).at(0)),
+    EXPECT_EQ(RecordText(ReadLogLines(host.File("work/log/unset.log")).at(0)),
               "ERROR Lua: Error setting up Lua:\\nstack overflow (too many "
               "arguments to script)");
 }

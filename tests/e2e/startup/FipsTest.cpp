@@ -52,7 +52,7 @@ public:
     {
         std::vector<std::string> said;
         for (const std::string& line :
-             ReadLines(Host().File("work/log/probe.log")))
+             ReadLogLines(Host().File("work/log/probe.log")))
         {
             const std::string record = RecordText(line);
             if (record.find("FIPS") == std::string::npos &&

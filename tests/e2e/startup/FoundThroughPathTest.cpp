@@ -89,7 +89,7 @@ protected:
     [[nodiscard]] Words Records() const
     {
         Words records;
-        for (const std::string& line : ReadLines(Here("work/log/tool.log")))
+        for (const std::string& line : ReadLogLines(Here("work/log/tool.log")))
             records.push_back(RecordText(line));
         return records;
     }
