@@ -75,6 +75,18 @@ function host.entries(path, read) end
 ---@return string? message
 function host.check_package(path, directory, names_only) end
 
+--- The public keys by which packages may be signed.
+---@class kza.host.Keys
+---@field signer function  `signer(package)`: the name of the key that signed it, or nil and why its signature does not count.
+
+--- Reads the keys that a directory holds, as the agent does with the one that
+--- the setting `packages.keys` names.
+---@param directory string  An absolute path.
+---@return kza.host.Keys? keys
+---@return string? message
+---@return string[] passed_over  About each `*.pem` that cannot be used.
+function host.keys(directory) end
+
 --- Whether a descriptor is a terminal.
 ---@param descriptor integer  0 is standard input, 1 standard output.
 ---@return boolean

@@ -5,6 +5,7 @@
 #include "base/Descriptor.h"
 #include "base/Error.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaPush.h"
 
 #include <lua.hpp>
 
@@ -48,13 +49,6 @@ Clock::time_point CheckDeadline(lua_State* L, int index)
         std::clamp(luaL_optnumber(L, index, kUsualSeconds), 0.0, kMostSeconds);
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(
                               std::chrono::duration<double>(seconds));
-}
-
-int PushReason(lua_State* L, const std::string& reason)
-{
-    lua_pushnil(L);
-    lua_pushlstring(L, reason.data(), reason.size());
-    return 2;
 }
 
 // True when the socket is ready in time.
@@ -103,9 +97,9 @@ int Send(lua_State* L)
             size -= static_cast<std::size_t>(count);
         }
         else if (!WouldBlock())
-            return PushReason(L, SystemErrorText(errno));
+            return PushFailure(L, SystemErrorText(errno));
         else if (!Await(connection.socket.Get(), POLLOUT, deadline))
-            return PushReason(L, "timeout");
+            return PushFailure(L, "timeout");
     }
     lua_pushboolean(L, 1);
     return 1;
@@ -122,24 +116,24 @@ int Line(lua_State* L)
         const std::size_t end = connection.received.find('\n', looked);
         if (end != std::string::npos)
         {
-            lua_pushlstring(L, connection.received.data(), end);
+            PushText(L, {connection.received.data(), end});
             connection.received.erase(0, end + 1);
             return 1;
         }
         looked = connection.received.size();
         if (looked > kLongestLine)
-            return PushReason(L, "line too long");
+            return PushFailure(L, "line too long");
         const ssize_t count =
             recv(connection.socket.Get(), piece.data(), piece.size(), 0);
         if (count > 0)
             connection.received.append(piece.data(),
                                        static_cast<std::size_t>(count));
         else if (count == 0)
-            return PushReason(L, "closed");
+            return PushFailure(L, "closed");
         else if (!WouldBlock())
-            return PushReason(L, SystemErrorText(errno));
+            return PushFailure(L, SystemErrorText(errno));
         else if (!Await(connection.socket.Get(), POLLIN, deadline))
-            return PushReason(L, "timeout");
+            return PushFailure(L, "timeout");
     }
 }
 
@@ -197,16 +191,16 @@ int LuaConnect(lua_State* L)
     Connection& connection = PushConnection(L);
     connection.socket = CDescriptor(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!Prepare(connection.socket.Get()))
-        return PushReason(L, SystemErrorText(errno));
+        return PushFailure(L, SystemErrorText(errno));
     // A full queue of the listener answers EAGAIN, and tells nothing later.
     while (connect(connection.socket.Get(),
                    reinterpret_cast<const sockaddr*>(&address),
                    sizeof address) != 0)
     {
         if (!WouldBlock())
-            return PushReason(L, SystemErrorText(errno));
+            return PushFailure(L, SystemErrorText(errno));
         if (Clock::now() >= deadline)
-            return PushReason(L, "timeout");
+            return PushFailure(L, "timeout");
         poll(nullptr, 0, 1);
     }
     return 1;

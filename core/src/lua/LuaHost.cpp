@@ -11,6 +11,8 @@
 #include "lua/ErrorReport.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHostSystem.h"
+#include "lua/LuaPackageKeys.h"
+#include "lua/LuaPush.h"
 
 #include <libdeflate.h>
 #include <lua.hpp>
@@ -18,7 +20,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -47,22 +48,6 @@ int PushSystemError(lua_State* L, const char* path)
     lua_pushnil(L);
     lua_pushfstring(L, "%s: %s", path, text.c_str());
     return 2;
-}
-
-int PushFailure(lua_State* L, const char* message)
-{
-    lua_pushnil(L);
-    lua_pushstring(L, message);
-    return 2;
-}
-
-// A path as the system takes it: a NUL would cut it short unseen.
-const char* CheckPath(lua_State* L, int index)
-{
-    std::size_t length = 0;
-    const char* path = luaL_checklstring(L, index, &length);
-    luaL_argcheck(L, std::strlen(path) == length, index, "path holds a NUL");
-    return path;
 }
 
 const char* TypeName(mode_t mode)
@@ -97,12 +82,7 @@ int List(lua_State* L)
         return PushSystemError(L, path);
 
     std::sort(names.begin(), names.end());
-    lua_createtable(L, static_cast<int>(names.size()), 0);
-    for (std::size_t i = 0; i < names.size(); ++i)
-    {
-        lua_pushlstring(L, names[i].data(), names[i].size());
-        lua_rawseti(L, -2, static_cast<int>(i) + 1);
-    }
+    PushTexts(L, names);
     return 1;
 }
 
@@ -177,7 +157,7 @@ int Write(lua_State* L)
 void PushEntry(lua_State* L, const SZipEntry& entry)
 {
     lua_createtable(L, 0, 5);
-    lua_pushlstring(L, entry.name.data(), entry.name.size());
+    PushText(L, entry.name);
     lua_setfield(L, -2, "name");
     lua_pushnumber(L, static_cast<lua_Number>(entry.size));
     lua_setfield(L, -2, "size");
@@ -196,7 +176,7 @@ int Entries(lua_State* L)
     CZipArchive archive;
     std::string error;
     if (!archive.Open(path, error))
-        return PushFailure(L, (std::string(path) + ": " + error).c_str());
+        return PushFailure(L, std::string(path) + ": " + error);
 
     lua_createtable(L, static_cast<int>(archive.Entries().size()), 0);
     int index = 0;
@@ -206,7 +186,7 @@ int Entries(lua_State* L)
         PushEntry(L, entry);
         if (read && !archive.Read(entry, bytes, error))
         {
-            lua_pushlstring(L, error.data(), error.size());
+            PushText(L, error);
             lua_setfield(L, -2, "problem");
         }
         lua_rawseti(L, -2, ++index);
@@ -226,7 +206,7 @@ int CheckPackage(lua_State* L)
     options.namesOnly = lua_toboolean(L, 3) != 0;
     wxString error;
     if (!CanUnzip(archive, directory, options, error))
-        return PushFailure(L, error.utf8_str());
+        return PushFailure(L, BytesOfText(error));
     lua_pushboolean(L, 1);
     return 1;
 }
@@ -239,11 +219,17 @@ int IsATty(lua_State* L)
 }
 
 const luaL_Reg kFunctions[] = {
-    {"list", Guarded<List>},         {"stat", Guarded<Stat>},
-    {"crc32", Guarded<Checksum>},    {"deflate", Guarded<Deflate>},
-    {"entries", Guarded<Entries>},   {"check_package", Guarded<CheckPackage>},
-    {"isatty", Guarded<IsATty>},     {"write", Guarded<Write>},
-    {"error_report", ErrorReportCB}, {nullptr, nullptr},
+    {"list", Guarded<List>},
+    {"stat", Guarded<Stat>},
+    {"crc32", Guarded<Checksum>},
+    {"deflate", Guarded<Deflate>},
+    {"entries", Guarded<Entries>},
+    {"check_package", Guarded<CheckPackage>},
+    {"isatty", Guarded<IsATty>},
+    {"write", Guarded<Write>},
+    {"keys", Guarded<LuaPackageKeys>},
+    {"error_report", ErrorReportCB},
+    {nullptr, nullptr},
 };
 
 int OpenHost(lua_State* L)

@@ -8,6 +8,7 @@
 #include "lua/EventLua.h"
 #include "lua/LuaConnection.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaPush.h"
 #include "process/ProcessInfo.h"
 #include "process/Program.h"
 
@@ -33,16 +34,9 @@ namespace KzaCore
 namespace
 {
 
-int PushFailure(lua_State* L, const std::string& message)
-{
-    lua_pushnil(L);
-    lua_pushlstring(L, message.data(), message.size());
-    return 2;
-}
-
 void SetText(lua_State* L, const char* field, const std::string& text)
 {
-    lua_pushlstring(L, text.data(), text.size());
+    PushText(L, text);
     lua_setfield(L, -2, field);
 }
 
@@ -50,16 +44,6 @@ void SetNumber(lua_State* L, const char* field, double number)
 {
     lua_pushnumber(L, number);
     lua_setfield(L, -2, field);
-}
-
-void PushTexts(lua_State* L, const std::vector<std::string>& texts)
-{
-    lua_createtable(L, static_cast<int>(texts.size()), 0);
-    for (std::size_t i = 0; i < texts.size(); ++i)
-    {
-        lua_pushlstring(L, texts[i].data(), texts[i].size());
-        lua_rawseti(L, -2, static_cast<int>(i) + 1);
-    }
 }
 
 pid_t CheckPid(lua_State* L)
@@ -116,13 +100,13 @@ int Children(lua_State* L)
 // processes(executable): the ids of those that run it.
 int Processes(lua_State* L)
 {
-    return PushPids(L, ProcessesOf(luaL_checkstring(L, 1)));
+    return PushPids(L, ProcessesOf(CheckPath(L, 1)));
 }
 
 // real_path(path): absolute and without symbolic links.
 int RealPath(lua_State* L)
 {
-    const char* const path = luaL_checkstring(L, 1);
+    const char* const path = CheckPath(L, 1);
     const std::unique_ptr<char, void (*)(void*)> real(realpath(path, nullptr),
                                                       std::free);
     if (!real)
@@ -190,7 +174,7 @@ int Run(lua_State* L)
         return PushFailure(L, words.front() + ": " + SystemErrorText(errno));
     lua_pushnumber(L, WIFSIGNALED(status) ? 128 + WTERMSIG(status)
                                           : WEXITSTATUS(status));
-    lua_pushlstring(L, output.data(), output.size());
+    PushText(L, output);
     return 2;
 }
 
@@ -224,7 +208,7 @@ int Columns(lua_State* L)
 // events(path [, after [, last]]): the events of a database.
 int Events(lua_State* L)
 {
-    const std::string path = luaL_checkstring(L, 1);
+    const std::string path = CheckPath(L, 1);
     EventRange range;
     range.afterId = static_cast<std::int64_t>(luaL_optnumber(L, 2, 0));
     range.last = static_cast<std::int64_t>(luaL_optnumber(L, 3, -1));

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The keys by which packages may be signed, for Lua.
+//
+// Threads: the one that owns the state.
+
+#pragma once
+
+struct lua_State;
+
+namespace KzaCore
+{
+
+/// The Lua function keys(directory): the keys that it holds, or nil and why
+/// every signature is refused; then, always third, an array of texts about
+/// files that were passed over.
+///
+///     keys:signer(package)   name of the key that signed the package, or nil
+///                            and why its signature does not count
+int LuaPackageKeys(lua_State* L);
+
+} // namespace KzaCore

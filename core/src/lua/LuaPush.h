@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Bytes between C++ and Lua, for the functions of "kza.host".
+//
+// Threads: the one that owns the state.
+
+#pragma once
+
+#include <lua.hpp>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KzaCore
+{
+
+inline void PushText(lua_State* L, std::string_view text)
+{
+    lua_pushlstring(L, text.data(), text.size());
+}
+
+/// Pushes an array of texts.
+inline void PushTexts(lua_State* L, const std::vector<std::string>& texts)
+{
+    lua_createtable(L, static_cast<int>(texts.size()), 0);
+    int index = 0;
+    for (const std::string& text : texts)
+    {
+        PushText(L, text);
+        lua_rawseti(L, -2, ++index);
+    }
+}
+
+/// Pushes nil and the reason, as Lua's own libraries answer; returns their
+/// number.
+inline int PushFailure(lua_State* L, std::string_view reason)
+{
+    lua_pushnil(L);
+    PushText(L, reason);
+    return 2;
+}
+
+/// The argument as a path. A NUL, which would cut it short for the system, is
+/// an argument error.
+inline const char* CheckPath(lua_State* L, int index)
+{
+    std::size_t size = 0;
+    const char* const path = luaL_checklstring(L, index, &size);
+    luaL_argcheck(L, std::strlen(path) == size, index, "path holds a NUL");
+    return path;
+}
+
+} // namespace KzaCore
