@@ -4,23 +4,34 @@
 
 local annotations = require("annotations")
 
-local HEADER = [[
-# Reference
+local WIDTH = 120 -- of a page's lines
 
-What the agent gives to Lua. This page is made from the annotations in `lua/`
-(`lua/meta/agent.lua` and its neighbours), which editors with the Lua language
-server show as you type; a test keeps them true to what the agent registers.
+local INTRODUCTION =
+    "What the agent gives to Lua. This page is made from the annotations in "
+    .. "`lua/` (`lua/meta/agent.lua` and its neighbours), which editors with "
+    .. "the Lua language server show as you type; a test keeps them true to "
+    .. "what the agent registers.\n"
+
+local COMMAND = [[
 
 To make it anew:
 
     build/stage/kz_agent --appname make_reference \
         --lua_path 'tests/lua/support/?.lua' -- . >docs/authors/reference.md
+
 ]]
 
 local page
+local sections
 
 local function add(text, ...)
     page[#page + 1] = select("#", ...) > 0 and text:format(...) or text
+end
+
+-- Begins a section that the table of contents lists.
+local function add_section(title)
+    sections[#sections + 1] = title
+    add("\n## %s\n", title)
 end
 
 -- Text for a cell of a table or a list item.
@@ -110,13 +121,15 @@ local function alias_named(model, name)
 end
 
 local function describe_domain(model)
-    add("\n## Globals\n\n| name | type | |\n|---|---|---|\n")
+    add_section("Globals")
+    add("\n| name | type | |\n|---|---|---|\n")
     for _, global in ipairs(model.globals) do
         add("| `%s` | %s | %s |\n", global.name, cell(code(global.type)),
             cell(global.text))
     end
 
-    add("\n## The domain: `dom`\n\n%s\n", model.classes[1].text)
+    add_section("The domain: `dom`")
+    add("\n%s\n", model.classes[1].text)
     for _, item in ipairs(model.functions) do
         describe_function("dom", item)
     end
@@ -125,18 +138,18 @@ local function describe_domain(model)
     describe_values(alias_named(model, "kza.LogLevel"))
 
     local keys = alias_named(model, "kza.Key")
-    add("\n## Keys of the domain\n\n%s\n", keys.text)
+    add_section("Keys of the domain")
+    add("\n%s\n", keys.text)
     add("\n| key | type | |\n|---|---|---|\n")
     describe_values(keys)
-    add([[
-
-Entries of the configuration file whose names begin with `sqlite.config` are in
-the domain as integers, under their own names.
-]])
+    add("\nEntries of the configuration file whose names begin with "
+        .. "`sqlite.config` are in the domain as integers, under their own "
+        .. "names.\n")
 end
 
 local function describe_module(name, text, model)
-    add("\n## The module `%s`\n\n%s\n", name, text)
+    add_section(("The module `%s`"):format(name))
+    add("\n%s\n", text)
     for _, item in ipairs(model.functions) do
         if item.text ~= "" then
             describe_function(name:match("[^.]*$"), item)
@@ -145,9 +158,40 @@ local function describe_module(name, text, model)
     describe_tables(model)
 end
 
+-- Links to the sections, by the anchors that a code host makes of titles.
+local function contents()
+    local links = {}
+    for i, title in ipairs(sections) do
+        local anchor = title:lower():gsub("[^%w_ -]", ""):gsub(" ", "-")
+        links[i] = ("- [%s](#%s)\n"):format(title, anchor)
+    end
+    return table.concat(links)
+end
+
+-- A line of prose as lines of the page's width. Those after the first of a
+-- list's item stand below its text.
+local function broken(line)
+    if line:find("^|") or line:find("^    ") then
+        return line
+    end
+    local indent = line:match("^%- ") and "  " or ""
+    local lines, width = {}, 0
+    for word in line:gmatch("%S+") do
+        local length = #word:gsub("[\128-\191]", "") -- characters of UTF-8
+        if #lines == 0 or width + 1 + length > WIDTH then
+            lines[#lines + 1] = #lines > 0 and indent .. word or word
+            width = #lines > 1 and #indent + length or length
+        else
+            lines[#lines] = lines[#lines] .. " " .. word
+            width = width + 1 + length
+        end
+    end
+    return table.concat(lines, "\n")
+end
+
 --- The page, from the annotations of a source tree.
 return function(source)
-    page = { HEADER }
+    page, sections = {}, {}
     local function read(name)
         return annotations.read(source .. "/lua/" .. name)
     end
@@ -160,5 +204,7 @@ return function(source)
         .. "and a message when it fails.", read("kza/files.lua"))
     describe_module("kza.zip", "Writing zip archives: "
         .. "`require(\"kza.zip\")`.", read("kza/zip.lua"))
-    return table.concat(page)
+    local text = "# Reference\n\n" .. INTRODUCTION .. COMMAND .. contents()
+        .. table.concat(page)
+    return (text:gsub("[^\n]+", broken))
 end
