@@ -157,7 +157,7 @@ function Dom:ReadArchive(name) end
 ---| "packages.keys"       # string: directory of the keys that may sign packages
 ---| "log.maxsize"         # integer: bytes of the log before it rotates
 ---| "log.keep"            # integer: older logs that are kept
----| "log.console"         # boolean: repeat the log on standard error
+---| "log.console"         # string: level of the records shown on standard error; booleans: all, none
 ---| "control.socket"      # boolean: answer operators through a socket, from the start on
 
 -- Globals --------------------------------------------------------------------

@@ -58,7 +58,9 @@ inline constexpr char kTraceMore[] = "app.trace+";
 // Set true to ask for a heartbeat at once (bool).
 inline constexpr char kHeartbeatNow[] = "kza.HeartbeatNow";
 // Settings of the disk log: bytes before it rotates, files kept beside the
-// current one (integers), records repeated on standard error (bool).
+// current one (integers), records repeated on standard error (a level "error",
+// "warning", "message", "info" or "debug", or a bool for all or none; unset, it
+// is "warning" on a terminal).
 inline constexpr char kLogMaxSize[] = "log.maxsize";
 inline constexpr char kLogKeep[] = "log.keep";
 inline constexpr char kLogConsole[] = "log.console";

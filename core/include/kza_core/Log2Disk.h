@@ -13,7 +13,9 @@
 //
 // The file is rotated when it has grown past `log.maxsize` bytes; `log.keep`
 // older files are kept beside it as `.1`, `.2` and so on. `log.console`
-// repeats every record on standard error.
+// says which records are repeated on standard error: a level and what is worse,
+// true for all, false for none. Unset, warnings and errors are when that is a
+// terminal.
 //
 // Threads: any. All targets of a process write through one sink with a lock of
 // its own; the objects themselves hold nothing. A forked child may go on

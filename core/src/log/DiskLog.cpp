@@ -9,7 +9,7 @@
 //     -> end     PrintEarly() shows the lines on standard error at the end of
 //                the process.
 //   Placed  WriteRecord() appends the line to the file and repeats it on
-//           standard error where the settings ask for that.
+//           standard error where the setting `log.console` asks for that.
 //     -> Losing  AppendLine() meets an error: the disk is full, the file cannot
 //                be opened. CountLost() counts the line.
 //   Losing  m_lost lines are missing. Before each line ReportLost() tries to
@@ -42,6 +42,9 @@ namespace KzaCore
 
 namespace
 {
+
+// Of the log's own records.
+constexpr SRecordKind kOwnWarning = {ELogLevel::Warning, EConsole::Repeat};
 
 // True while the thread is inside the log.
 thread_local volatile bool t_inside = false;
@@ -112,7 +115,7 @@ void CDiskLog::Write(const LogEntry& entry)
     if (line.Text().empty())
         CountLost(ENOMEM);
     else
-        Accept(line.Text(), entry.console);
+        Accept(line.Text(), {entry.level, entry.console});
 }
 
 // Of the guarded state, reads the number of the file's descriptor alone, which
@@ -124,15 +127,15 @@ void CDiskLog::WriteInHandler(const LogEntry& entry) KZA_UNCHECKED_LOCKS
     WriteUnchecked(file >= 0 ? file : STDERR_FILENO, line.Text());
 }
 
-void CDiskLog::Accept(std::string_view line, EConsole console)
+void CDiskLog::Accept(std::string_view line, const SRecordKind& kind)
 {
     if (!m_hasPlace)
     {
-        m_early.Add(line, console);
+        m_early.Add(line, kind);
         return;
     }
     WriteEarly();
-    WriteRecord(line, console);
+    WriteRecord(line, kind);
 }
 
 void CDiskLog::WriteEarly()
@@ -146,7 +149,7 @@ void CDiskLog::WriteEarly()
         return;
     }
     for (const CEarlyRecords::SRecord& record : m_early.Records())
-        AppendLine(record.line, record.console, now);
+        AppendLine(record.line, record.kind, now);
     if (m_early.Refused() > 0)
         WriteWarning(Records(m_early.Refused()) +
                          " made before the log's place was known could not be "
@@ -155,16 +158,16 @@ void CDiskLog::WriteEarly()
     m_early.Clear();
 }
 
-void CDiskLog::WriteRecord(std::string_view line, EConsole console)
+void CDiskLog::WriteRecord(std::string_view line, const SRecordKind& kind)
 {
     const std::time_t now = std::time(nullptr);
     if (m_lost > 0 && !ReportLost(now))
     {
         CountLost(m_lostError);
-        RepeatOnConsole(line, console);
+        RepeatOnConsole(line, kind);
         return;
     }
-    AppendLine(line, console, now);
+    AppendLine(line, kind, now);
     if (const int reason = m_file.TakeRotationError())
         WriteWarning("Unable to rotate the log: " +
                          TextOfBytes(SystemErrorText(reason)),
@@ -183,28 +186,29 @@ bool CDiskLog::ReportLost(std::time_t now)
     }
     m_lost = 0;
     m_hasComplained = false;
-    RepeatOnConsole(line.Text(), EConsole::Repeat);
+    RepeatOnConsole(line.Text(), kOwnWarning);
     return true;
 }
 
 void CDiskLog::WriteWarning(const wxString& text, std::time_t now)
 {
     const CLogLine line({ELogLevel::Warning, {}, CharactersOf(text), now});
-    AppendLine(line.Text(), EConsole::Repeat, now);
+    AppendLine(line.Text(), kOwnWarning, now);
 }
 
 void CDiskLog::AppendLine(std::string_view line,
-                          EConsole console,
+                          const SRecordKind& kind,
                           std::time_t now)
 {
     if (const int error = m_file.Append(line, now))
         CountLost(error);
-    RepeatOnConsole(line, console);
+    RepeatOnConsole(line, kind);
 }
 
-void CDiskLog::RepeatOnConsole(std::string_view line, EConsole console) const
+void CDiskLog::RepeatOnConsole(std::string_view line,
+                               const SRecordKind& kind) const
 {
-    if (m_console && console == EConsole::Repeat)
+    if (IsForConsole(kind, m_console))
         WriteUnchecked(STDERR_FILENO, line);
 }
 
@@ -236,7 +240,7 @@ void CDiskLog::PrintEarly()
     if (!m_mutex.TryLock())
         return;
     for (const CEarlyRecords::SRecord& record : m_early.Records())
-        if (record.console == EConsole::Repeat)
+        if (record.kind.console == EConsole::Repeat)
             WriteUnchecked(STDERR_FILENO, record.line);
     m_early.Clear();
     m_mutex.Unlock();

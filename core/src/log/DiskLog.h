@@ -16,6 +16,7 @@
 #pragma once
 
 #include "base/Mutex.h"
+#include "log/ConsoleLevel.h"
 #include "log/EarlyRecords.h"
 #include "log/LogFile.h"
 #include "log/LogLine.h"
@@ -39,7 +40,7 @@ struct LogSettings
     std::string appName; // in the name is shown as `_`
     std::int64_t maxSize = kDefaultMaxSize;   // bytes, 0 for no end
     std::int64_t oldFiles = kDefaultOldFiles; // kept beside the file
-    bool console = false;                     // repeat on standard error
+    EConsoleLevel console = EConsoleLevel::WarningOnTerminal;
 };
 
 class CDiskLog
@@ -70,16 +71,18 @@ public:
 private:
     void WriteInHandler(const LogEntry& entry);
 
-    void Accept(std::string_view line, EConsole console) KZA_REQUIRES(m_mutex);
+    void Accept(std::string_view line, const SRecordKind& kind)
+        KZA_REQUIRES(m_mutex);
     void WriteEarly() KZA_REQUIRES(m_mutex);
-    void WriteRecord(std::string_view line, EConsole console)
+    void WriteRecord(std::string_view line, const SRecordKind& kind)
         KZA_REQUIRES(m_mutex);
     bool ReportLost(std::time_t now) KZA_REQUIRES(m_mutex);
     void WriteWarning(const wxString& text, std::time_t now)
         KZA_REQUIRES(m_mutex);
-    void AppendLine(std::string_view line, EConsole console, std::time_t now)
-        KZA_REQUIRES(m_mutex);
-    void RepeatOnConsole(std::string_view line, EConsole console) const
+    void AppendLine(std::string_view line,
+                    const SRecordKind& kind,
+                    std::time_t now) KZA_REQUIRES(m_mutex);
+    void RepeatOnConsole(std::string_view line, const SRecordKind& kind) const
         KZA_REQUIRES(m_mutex);
     void CountLost(int error) KZA_REQUIRES(m_mutex);
     void ComplainOnce(int error) KZA_REQUIRES(m_mutex);
@@ -88,7 +91,8 @@ private:
 
     // The settings.
     std::string m_appName KZA_GUARDED_BY(m_mutex);
-    bool m_console KZA_GUARDED_BY(m_mutex) = false;
+    EConsoleLevel m_console KZA_GUARDED_BY(m_mutex) =
+        EConsoleLevel::WarningOnTerminal;
     bool m_hasPlace KZA_GUARDED_BY(m_mutex) = false; // never false again
 
     // The records.

@@ -5,14 +5,14 @@
 namespace KzaCore
 {
 
-void CEarlyRecords::Add(std::string_view line, EConsole console)
+void CEarlyRecords::Add(std::string_view line, const SRecordKind& kind)
 {
     if (m_records.size() == kMostRecords || m_bytes + line.size() > kMostBytes)
     {
         ++m_refused;
         return;
     }
-    m_records.push_back({std::string(line), console});
+    m_records.push_back({std::string(line), kind});
     m_bytes += line.size();
 }
 

@@ -6,7 +6,7 @@
 
 #pragma once
 
-#include "kza_core/LogLevel.h"
+#include "log/ConsoleLevel.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -26,12 +26,12 @@ public:
     struct SRecord
     {
         std::string line;
-        EConsole console;
+        SRecordKind kind;
     };
 
     /// Keeps a line. When there is no room for it, counts it as refused: the
     /// first records tell more about a start that fails than the last.
-    void Add(std::string_view line, EConsole console);
+    void Add(std::string_view line, const SRecordKind& kind);
 
     [[nodiscard]] const std::vector<SRecord>& Records() const
     {

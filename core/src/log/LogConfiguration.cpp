@@ -3,11 +3,12 @@
 // The settings of the process's log, which follow keys of the root domain:
 // `app.name`, `app.path.work`, `log.maxsize`, `log.keep` and `log.console`.
 //
-// Numbers and the switch may also be given as text. A value that makes no sense
+// Numbers and a switch may also be given as text. A value that makes no sense
 // counts as absent.
 
 #include "domain/KeyObservers.h"
 #include "kza_core/Dom.h"
+#include "log/ConsoleLevel.h"
 #include "log/ProcessLog.h"
 
 #include <charconv>
@@ -33,12 +34,6 @@ void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
         value = number;
 }
 
-void ReadSwitch(const CDom& dom, const char* key, bool& value)
-{
-    if (!dom.Get(key, value))
-        value = dom.Get(key) == "true";
-}
-
 LogSettings ReadSettings(const CDom& dom)
 {
     LogSettings settings;
@@ -46,7 +41,7 @@ LogSettings ReadSettings(const CDom& dom)
     settings.appName = dom.Get(DomKey::kName);
     ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
     ReadNumber(dom, DomKey::kLogKeep, settings.oldFiles);
-    ReadSwitch(dom, DomKey::kLogConsole, settings.console);
+    settings.console = ConsoleLevelOf(dom.Value(DomKey::kLogConsole));
     return settings;
 }
 

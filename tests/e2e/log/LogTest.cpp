@@ -4,12 +4,15 @@
 
 #include "support/Host.h"
 #include "support/Service.h"
+#include "support/Terminal.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <regex>
+#include <sstream>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -233,6 +236,144 @@ TEST(Log, ConsoleShowsEveryRecordToo)
     ASSERT_EQ(lines.size(), 4U);
     EXPECT_EQ(WithoutNotesOfFallbacks(result.err),
               lines[0] + "\n" + lines[2] + "\n");
+}
+
+// A main that logs a record of each level, the last one as a trace.
+const std::string kOfEachLevel =
+    "dom:Set('app.trace', 'Cmp')\n"
+    "for level in ('error warning message info verbose debug')\n"
+    "  :gmatch('%a+') do dom:Log(level, 'one') end\n"
+    "dom:Trace('Cmp', 'one')\n";
+
+TEST(Log, ConsoleIsALevel)
+{
+    const std::pair<std::string, std::size_t> cases[] = {
+        {"error", 1}, {"warning", 2}, {"message", 3}, {"info", 5},
+        {"debug", 7}, {"true", 7},    {"false", 0},   {"loud", 0}};
+    for (const auto& [setting, count] : cases)
+    {
+        SCOPED_TRACE(setting);
+        const STool tool;
+        const SProcessResult result =
+            tool.Run(kOfEachLevel, {"--domain_var", "log.console=" + setting});
+        const Texts lines = ReadLogLines(tool.log);
+        ASSERT_EQ(lines.size(), 7U);
+        std::string expected;
+        for (std::size_t i = 0; i < count; ++i)
+            expected += lines[i] + "\n";
+        EXPECT_EQ(WithoutNotesOfFallbacks(result.err), expected);
+    }
+}
+
+// What a tool writes to a terminal in the place of its standard error.
+std::string OnTerminal(const STool& tool,
+                       const std::string& code,
+                       const Texts& arguments = {})
+{
+    CTerminal terminal;
+    SProcessOptions options;
+    options.inChild = [&terminal]
+    { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
+    (void)tool.Run(code, arguments, options);
+    return WithoutNotesOfFallbacks(terminal.Text());
+}
+
+TEST(Log, WarningsAreShownOnATerminal)
+{
+    const STool tool;
+    const std::string shown = OnTerminal(tool, kOfEachLevel);
+    const Texts lines = ReadLogLines(tool.log);
+    ASSERT_EQ(lines.size(), 7U);
+    EXPECT_EQ(shown, lines[0] + "\n" + lines[1] + "\n");
+}
+
+TEST(Log, SettingHoldsOnATerminalToo)
+{
+    const STool tool;
+    EXPECT_EQ(
+        OnTerminal(tool, kOfEachLevel, {"--domain_var", "log.console=false"}),
+        "");
+    const STool other;
+    const std::string shown =
+        OnTerminal(other, kOfEachLevel, {"--domain_var", "log.console=error"});
+    EXPECT_EQ(shown, ReadLogLines(other.log)[0] + "\n");
+}
+
+TEST(Log, WarningsOfTheStartAreShownOnATerminal)
+{
+    const STool tool;
+    const std::string shown =
+        OnTerminal(tool, "", {"--domain_var", "a=1", "--domain_var", "b=2"});
+    EXPECT_EQ(shown, ReadLogLines(tool.log)[0] + "\n");
+    EXPECT_EQ(RecordText(shown.substr(0, shown.size() - 1)),
+              "WARNING kza: --domain_var 'a=1' does not count, only the last "
+              "one does");
+}
+
+TEST(Log, FailureOfLuaIsShownOnceOnATerminal)
+{
+    const STool tool;
+    const std::string shown = OnTerminal(tool, "error('boom')");
+    EXPECT_EQ(RecordsOf(tool.log).size(), 1U);
+    EXPECT_EQ(CountOf(shown, "boom"), 1) << shown;
+    EXPECT_EQ(CountOf(shown, "ERROR"), 0) << shown;
+}
+
+// A service whose launching process has a terminal as its standard error.
+SServiceOptions StartedFrom(const CTerminal& terminal)
+{
+    SServiceOptions options;
+    options.process.inChild = [&terminal]
+    { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
+    return options;
+}
+
+TEST(Log, DaemonLeavesTheTerminalAlone)
+{
+    const CService service("quiet");
+    service.SetModule("return { main = function()\n"
+                      "  dom:Log('error', 'in the background')\n"
+                      "end }\n");
+    CTerminal terminal;
+    ASSERT_TRUE(service.StartUntil("in the background", StartedFrom(terminal)));
+    EXPECT_TRUE(service.Stop());
+    EXPECT_EQ(WithoutNotesOfFallbacks(terminal.Text()), "");
+}
+
+TEST(Log, StartBesideAnotherIsRefusedOnTheTerminal)
+{
+    const CService service("taken");
+    service.SetModule("return { main = function()\n"
+                      "  dom:Log('message', 'runs')\n"
+                      "end }\n");
+    ASSERT_TRUE(service.StartUntil("runs"));
+    CTerminal terminal;
+    EXPECT_EQ(service.Start(StartedFrom(terminal)).status, 1);
+    std::istringstream shown(WithoutNotesOfFallbacks(terminal.Text()));
+    std::string line;
+    std::getline(shown, line);
+    EXPECT_EQ(RecordText(line),
+              "ERROR kza: /var/run/taken.pid present, exiting");
+    EXPECT_FALSE(std::getline(shown, line)) << line;
+    EXPECT_TRUE(service.Stop());
+}
+
+TEST(Log, OfTheAgentThatCarriesKzctlIsNotShown)
+{
+    const CHost host;
+    std::filesystem::copy(KZA_STAGE_DIR "/kzctl", host.File("kzctl"));
+    WriteFile(host.File("kza_core/kzctl.kze"), "no archive");
+    CTerminal terminal;
+    SProcessOptions options;
+    options.inChild = [&terminal]
+    { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
+    EXPECT_EQ(TestSupport::Run({host.File("kzctl"), "help"}, options).status,
+              0);
+    EXPECT_EQ(terminal.Text(), "");
+    // Where the setting is left alone it would be.
+    EXPECT_EQ(host.Run({"--appname", "kzctl", "--", "help"}, options).status,
+              0);
+    EXPECT_NE(terminal.Text().find("kza_core/kzctl.kze"), std::string::npos);
 }
 
 TEST(Log, RotatesAsTheDomainSays)

@@ -199,7 +199,7 @@ namespace
     sigaction(SIGTERM, &action, nullptr);
     dup2(standardError, STDERR_FILENO);
     LogSettings settings = place.Settings();
-    settings.console = true;
+    settings.console = EConsoleLevel::All;
     ProcessLog().Configure(settings);
     for (;;)
         LogToDisk(ELogLevel::Message, "Test", "record");
@@ -250,7 +250,7 @@ TEST(DiskLogDeathTest, WhatStandsOnStandardErrorIsNotRepeatedThere)
             CDiskLog log;
             Put(log, L"kept", EConsole::Leave);
             LogSettings settings = place.Settings();
-            settings.console = true;
+            settings.console = EConsoleLevel::All;
             log.Configure(settings);
             Put(log, L"said", EConsole::Leave);
             Put(log, L"told");
@@ -278,13 +278,13 @@ TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
             CDiskLog log;
             Put(log, L"zero");
             LogSettings settings = place.Settings();
-            settings.console = true;
+            settings.console = EConsoleLevel::All;
             log.Configure(settings);
             Put(log, L"one");
-            settings.console = false;
+            settings.console = EConsoleLevel::Nothing;
             log.Configure(settings);
             Put(log, L"two");
-            settings.console = true;
+            settings.console = EConsoleLevel::All;
             log.Configure(settings);
             Put(log, L"three");
             _exit(ReadLines(place.log).size() == 4 ? 0 : 1);
@@ -616,25 +616,27 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
     EXPECT_EQ(ReadLines(place.log).size(), 8U);
 }
 
-TEST(DiskLogDeathTest, ConsoleSwitchMayBeGivenAsText)
+TEST(DiskLogDeathTest, ConsoleFollowsItsKey)
 {
     const SPlace place;
-    for (const bool asText : {false, true})
-    {
-        EXPECT_EXIT(
-            {
-                CDom* dom = CDom::New(nullptr, nullptr, nullptr, false);
-                dom->Set(DomKey::kPathWork, place.dir.Path());
-                dom->Set(DomKey::kName, "app");
-                if (asText)
-                    dom->Set(DomKey::kLogConsole, "true");
-                else
-                    dom->Set(DomKey::kLogConsole, true);
-                LogToDisk(ELogLevel::Message, "Test", "seen");
-                _exit(0);
-            },
-            testing::ExitedWithCode(0), "MESSAGE Test: seen\n$");
-    }
+    EXPECT_EXIT(
+        {
+            CDom* dom = CDom::New(nullptr, nullptr, nullptr, false);
+            dom->Set(DomKey::kPathWork, place.dir.Path());
+            dom->Set(DomKey::kName, "app");
+            dom->Set(DomKey::kLogConsole, "message");
+            LogToDisk(ELogLevel::Info, "Test", "hidden");
+            LogToDisk(ELogLevel::Message, "Test", "seen");
+            dom->Set(DomKey::kLogConsole, true);
+            LogToDisk(ELogLevel::Info, "Test", "too");
+            dom->Set(DomKey::kLogConsole, "error");
+            LogToDisk(ELogLevel::Warning, "Test", "hidden");
+            dom->Remove(DomKey::kLogConsole);
+            LogToDisk(ELogLevel::Error, "Test", "no terminal");
+            _exit(ReadLines(place.log).size() == 5 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0),
+        "^[^\n]*MESSAGE Test: seen\n[^\n]*INFO Test: too\n$");
 }
 
 TEST(DiskLog, TraceIsWrittenWhateverTheLevel)
