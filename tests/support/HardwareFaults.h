@@ -55,6 +55,16 @@ KZA_FAULT inline void FaultIll()
 #endif
 }
 
+/// Overwrites every list of the allocator and what lies near them: SIGABRT.
+KZA_FAULT inline void FaultHeap()
+{
+    constexpr std::size_t damage = 100000;
+    auto* block = static_cast<volatile char*>(std::malloc(64));
+    for (std::size_t i = 0; i < damage; i++)
+        block[i] = '\xa5';
+    std::abort();
+}
+
 /// Divides by zero, or where that is no fault has the system say so: SIGFPE.
 KZA_FAULT inline void FaultFpe()
 {

@@ -190,9 +190,7 @@ void CDomStore::Remove(std::string_view key)
     if (!Unset(key))
         return;
     FreeRetired();
-    if (m_root != nullptr)
-        NotifyKeyObservers(*m_root, key);
-    NotifyKeyFollowers(*m_root, key);
+    TellServices(key);
 }
 
 std::vector<std::string> CDomStore::Keys(std::string_view prefix) const
@@ -260,8 +258,15 @@ void CDomStore::Store(std::string_view key, ValuePtr value)
             Insert(key, hash, std::move(value));
     }
     FreeRetired();
-    if (m_root != nullptr)
-        NotifyKeyObservers(*m_root, key);
+    TellServices(key);
+}
+
+// A store that belongs to no domain has no services.
+void CDomStore::TellServices(std::string_view key) const
+{
+    if (m_root == nullptr)
+        return;
+    NotifyKeyObservers(*m_root, key);
     NotifyKeyFollowers(*m_root, key);
 }
 

@@ -139,6 +139,7 @@ private:
     CNode& FindOrAdd(std::string_view key, std::uint64_t hash)
         KZA_REQUIRES(m_mutex);
     CNode& Pin(std::string_view key);
+    void TellServices(std::string_view key) const;
     void Rebuild() KZA_REQUIRES(m_mutex);
 
     const CDom* const m_root;

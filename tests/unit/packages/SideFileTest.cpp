@@ -197,7 +197,7 @@ TEST_F(SideFile, AFileThatCannotBeReadHoldsNoVersion)
 
 TEST_F(SideFile, ItsSizeDoesNotCount)
 {
-    constexpr long kMostKiB = 4096;
+    constexpr long kMostKiB = 16384;
     const int status = InChild(
         [&]
         {

@@ -5,6 +5,7 @@
 #include "script/MainLoop.h"
 
 #include "base/SignalSet.h"
+#include "support/CollectedLog.h"
 #include "support/InChild.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -51,11 +53,8 @@ public:
     {
     }
 
-    void RunUntilNoticed()
-    {
-        m_pending.Watch(m_loop);
-        m_loop.Run();
-    }
+    void Begin() { m_pending.Watch(m_loop); }
+    void RunUntilNoticed() { m_loop.Run(); }
 
     int notices = 0;
 
@@ -65,24 +64,38 @@ private:
     CPendingSignal m_pending;
 };
 
-// Takes all descriptors that are left, so that the system gives no more.
-void UseUpDescriptors()
+// While it lives, the system gives no descriptor.
+class CNoDescriptors
 {
-    const rlimit few = {64, 64};
-    setrlimit(RLIMIT_NOFILE, &few);
-    while (dup(STDERR_FILENO) >= 0)
+public:
+    CNoDescriptors()
     {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        const rlimit none = {0, m_before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
     }
-}
+    ~CNoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+    CNoDescriptors(const CNoDescriptors&) = delete;
+    CNoDescriptors& operator=(const CNoDescriptors&) = delete;
+
+private:
+    rlimit m_before = {};
+};
 
 // Sends the signal to the process while its main thread waits in the loop.
 void ExpectNoticed(bool withDescriptor)
 {
     const wxInitializer framework;
+    const TestSupport::CCollectedLog log;
     BlockSignal();
     CWatch watch;
-    if (!withDescriptor)
-        UseUpDescriptors();
+    {
+        std::optional<CNoDescriptors> none;
+        if (!withDescriptor)
+            none.emplace();
+        watch.Begin();
+    }
     const pid_t self = getpid();
     const pid_t sender = fork();
     if (sender == 0)
@@ -118,6 +131,7 @@ TEST(PendingSignal, FromBeforeTheWatchIsNoticed)
         BlockSignal();
         kill(getpid(), kSignal);
         CWatch watch;
+        watch.Begin();
         watch.RunUntilNoticed();
         EXPECT_EQ(watch.notices, 1);
         EXPECT_TRUE(IsPending());
