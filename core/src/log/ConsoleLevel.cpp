@@ -42,7 +42,7 @@ EConsoleLevel ConsoleLevelOf(const DomValue& setting)
     return EConsoleLevel::WarningOnTerminal;
 }
 
-bool IsForConsole(const SRecordKind& kind, EConsoleLevel most)
+bool IsForConsole(const CRecordKind& kind, EConsoleLevel most)
 {
     if (kind.console == EConsole::Leave)
         return false;

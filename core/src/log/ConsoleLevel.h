@@ -30,7 +30,7 @@ enum class EConsoleLevel
 EConsoleLevel ConsoleLevelOf(const DomValue& setting);
 
 /// What is known of a record when it may be repeated.
-struct SRecordKind
+struct CRecordKind
 {
     ELogLevel level;
     EConsole console;
@@ -38,6 +38,6 @@ struct SRecordKind
 
 /// Whether a record is repeated. Looks at standard error anew each time: a
 /// daemon closes its terminal.
-bool IsForConsole(const SRecordKind& kind, EConsoleLevel most);
+bool IsForConsole(const CRecordKind& kind, EConsoleLevel most);
 
 } // namespace KzaCore

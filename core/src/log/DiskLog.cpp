@@ -44,7 +44,7 @@ namespace
 {
 
 // Of the log's own records.
-constexpr SRecordKind kOwnWarning = {ELogLevel::Warning, EConsole::Repeat};
+constexpr CRecordKind kOwnWarning = {ELogLevel::Warning, EConsole::Repeat};
 
 // True while the thread is inside the log.
 thread_local volatile bool t_inside = false;
@@ -81,7 +81,7 @@ std::string FileName(const std::string& appName)
 
 } // namespace
 
-void CDiskLog::Configure(const LogSettings& settings)
+void CDiskLog::Configure(const CLogSettings& settings)
 {
     const bool hasPlace =
         !settings.workDir.empty() && !settings.appName.empty();
@@ -90,7 +90,7 @@ void CDiskLog::Configure(const LogSettings& settings)
     if (m_hasPlace && !hasPlace)
         return;
     const auto oldFiles =
-        std::min(settings.oldFiles, LogSettings::kMostOldFiles);
+        std::min(settings.oldFiles, CLogSettings::kMostOldFiles);
     m_file.SetLimits(settings.maxSize, static_cast<int>(oldFiles));
     m_console = settings.console;
     if (!hasPlace)
@@ -102,7 +102,7 @@ void CDiskLog::Configure(const LogSettings& settings)
     WriteEarly();
 }
 
-void CDiskLog::Write(const LogEntry& entry)
+void CDiskLog::Write(const CLogEntry& entry)
 {
     if (t_inside)
     {
@@ -120,14 +120,14 @@ void CDiskLog::Write(const LogEntry& entry)
 
 // Of the guarded state, reads the number of the file's descriptor alone, which
 // is atomic.
-void CDiskLog::WriteInHandler(const LogEntry& entry) KZA_UNCHECKED_LOCKS
+void CDiskLog::WriteInHandler(const CLogEntry& entry) KZA_UNCHECKED_LOCKS
 {
     const CLogLine line(entry, CLogLine::EStamp::Cached);
     const int file = m_file.Descriptor();
     WriteUnchecked(file >= 0 ? file : STDERR_FILENO, line.Text());
 }
 
-void CDiskLog::Accept(std::string_view line, const SRecordKind& kind)
+void CDiskLog::Accept(std::string_view line, const CRecordKind& kind)
 {
     if (!m_hasPlace)
     {
@@ -148,7 +148,7 @@ void CDiskLog::WriteEarly()
         ComplainOnce(error);
         return;
     }
-    for (const CEarlyRecords::SRecord& record : m_early.Records())
+    for (const CEarlyRecords::CRecord& record : m_early.Records())
         AppendLine(record.line, record.kind, now);
     if (m_early.Refused() > 0)
         WriteWarning(Records(m_early.Refused()) +
@@ -158,7 +158,7 @@ void CDiskLog::WriteEarly()
     m_early.Clear();
 }
 
-void CDiskLog::WriteRecord(std::string_view line, const SRecordKind& kind)
+void CDiskLog::WriteRecord(std::string_view line, const CRecordKind& kind)
 {
     const std::time_t now = std::time(nullptr);
     if (m_lost > 0 && !ReportLost(now))
@@ -197,7 +197,7 @@ void CDiskLog::WriteWarning(const wxString& text, std::time_t now)
 }
 
 void CDiskLog::AppendLine(std::string_view line,
-                          const SRecordKind& kind,
+                          const CRecordKind& kind,
                           std::time_t now)
 {
     if (const int error = m_file.Append(line, now))
@@ -206,7 +206,7 @@ void CDiskLog::AppendLine(std::string_view line,
 }
 
 void CDiskLog::RepeatOnConsole(std::string_view line,
-                               const SRecordKind& kind) const
+                               const CRecordKind& kind) const
 {
     if (IsForConsole(kind, m_console))
         WriteUnchecked(STDERR_FILENO, line);
@@ -239,7 +239,7 @@ void CDiskLog::PrintEarly()
     const CInside inside;
     if (!m_mutex.TryLock())
         return;
-    for (const CEarlyRecords::SRecord& record : m_early.Records())
+    for (const CEarlyRecords::CRecord& record : m_early.Records())
         if (record.kind.console == EConsole::Repeat)
             WriteUnchecked(STDERR_FILENO, record.line);
     m_early.Clear();

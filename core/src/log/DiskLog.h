@@ -30,7 +30,7 @@ namespace KzaCore
 {
 
 /// What decides where the records go.
-struct LogSettings
+struct CLogSettings
 {
     static constexpr std::int64_t kDefaultMaxSize = 10 * 1024 * 1024;
     static constexpr std::int64_t kDefaultOldFiles = 5;
@@ -52,10 +52,10 @@ public:
 
     /// Takes new settings. Once the place is known, settings without one
     /// change nothing: the domain is gone and the process about to end.
-    void Configure(const LogSettings& settings) KZA_EXCLUDES(m_mutex);
+    void Configure(const CLogSettings& settings) KZA_EXCLUDES(m_mutex);
 
     /// Writes one entry. It is on its way to the file when this returns.
-    void Write(const LogEntry& entry) KZA_EXCLUDES(m_mutex);
+    void Write(const CLogEntry& entry) KZA_EXCLUDES(m_mutex);
 
     /// Gives up on the file for the early records: they go to standard error.
     /// Made for the end of the process, which a signal handler may bring about
@@ -69,20 +69,20 @@ public:
     void AfterForkInChild() KZA_RELEASE(m_mutex);
 
 private:
-    void WriteInHandler(const LogEntry& entry);
+    void WriteInHandler(const CLogEntry& entry);
 
-    void Accept(std::string_view line, const SRecordKind& kind)
+    void Accept(std::string_view line, const CRecordKind& kind)
         KZA_REQUIRES(m_mutex);
     void WriteEarly() KZA_REQUIRES(m_mutex);
-    void WriteRecord(std::string_view line, const SRecordKind& kind)
+    void WriteRecord(std::string_view line, const CRecordKind& kind)
         KZA_REQUIRES(m_mutex);
     bool ReportLost(std::time_t now) KZA_REQUIRES(m_mutex);
     void WriteWarning(const wxString& text, std::time_t now)
         KZA_REQUIRES(m_mutex);
     void AppendLine(std::string_view line,
-                    const SRecordKind& kind,
+                    const CRecordKind& kind,
                     std::time_t now) KZA_REQUIRES(m_mutex);
-    void RepeatOnConsole(std::string_view line, const SRecordKind& kind) const
+    void RepeatOnConsole(std::string_view line, const CRecordKind& kind) const
         KZA_REQUIRES(m_mutex);
     void CountLost(int error) KZA_REQUIRES(m_mutex);
     void ComplainOnce(int error) KZA_REQUIRES(m_mutex);

@@ -5,7 +5,7 @@
 namespace KzaCore
 {
 
-void CEarlyRecords::Add(std::string_view line, const SRecordKind& kind)
+void CEarlyRecords::Add(std::string_view line, const CRecordKind& kind)
 {
     if (m_records.size() == kMostRecords || m_bytes + line.size() > kMostBytes)
     {

@@ -23,17 +23,17 @@ public:
     static constexpr std::size_t kMostRecords = 1000;
     static constexpr std::size_t kMostBytes = 256 * 1024;
 
-    struct SRecord
+    struct CRecord
     {
         std::string line;
-        SRecordKind kind;
+        CRecordKind kind;
     };
 
     /// Keeps a line. When there is no room for it, counts it as refused: the
     /// first records tell more about a start that fails than the last.
-    void Add(std::string_view line, const SRecordKind& kind);
+    void Add(std::string_view line, const CRecordKind& kind);
 
-    [[nodiscard]] const std::vector<SRecord>& Records() const
+    [[nodiscard]] const std::vector<CRecord>& Records() const
     {
         return m_records;
     }
@@ -45,7 +45,7 @@ public:
     void Clear() { *this = CEarlyRecords(); }
 
 private:
-    std::vector<SRecord> m_records;
+    std::vector<CRecord> m_records;
     std::size_t m_bytes = 0;
     std::uint64_t m_refused = 0;
 };

@@ -81,9 +81,9 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
     // Nearly always empty, and not free to convert.
     const bool isNamed = info.component != nullptr && *info.component != '\0';
     const wxString component = isNamed ? wxString(info.component) : wxString();
-    const LogPosition position = {info.filename, info.line, info.func};
-    LogEntry entry = {LevelOf(level), CharactersOf(component),
-                      CharactersOf(msg), 0};
+    const CLogPosition position = {info.filename, info.line, info.func};
+    CLogEntry entry = {LevelOf(level), CharactersOf(component),
+                       CharactersOf(msg), 0};
     entry.time = static_cast<std::time_t>(info.timestampMS / 1000);
     if (entry.level == ELogLevel::Trace)
         entry.position = &position;
@@ -99,8 +99,8 @@ void LogToDisk(ELogLevel level,
 {
     if (!IsAdmitted(level))
         return;
-    LogEntry entry = {level, CharactersOf(component), CharactersOf(text),
-                      std::time(nullptr)};
+    CLogEntry entry = {level, CharactersOf(component), CharactersOf(text),
+                       std::time(nullptr)};
     entry.console = console;
     ProcessLog().Write(entry);
 }

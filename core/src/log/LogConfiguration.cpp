@@ -34,9 +34,9 @@ void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
         value = number;
 }
 
-LogSettings ReadSettings(const CDom& dom)
+CLogSettings ReadSettings(const CDom& dom)
 {
-    LogSettings settings;
+    CLogSettings settings;
     settings.workDir = dom.Get(DomKey::kPathWork);
     settings.appName = dom.Get(DomKey::kName);
     ReadNumber(dom, DomKey::kLogMaxSize, settings.maxSize);
@@ -47,7 +47,7 @@ LogSettings ReadSettings(const CDom& dom)
 
 void RefreshLog(const CDom* root)
 {
-    ProcessLog().Configure(root ? ReadSettings(*root) : LogSettings());
+    ProcessLog().Configure(root ? ReadSettings(*root) : CLogSettings());
 }
 
 constexpr std::string_view kKeys[] = {DomKey::kName, DomKey::kPathWork,

@@ -44,7 +44,7 @@ constexpr std::size_t kIdentityRoom = 48;
 constexpr std::size_t kFrameRoom = 160;
 
 // What changes seldom in the lines of a thread.
-struct ThreadCache
+struct CThreadCache
 {
     std::time_t second = 0;
     char stamp[kStampLength + 1] = "1970-01-01 00:00:00";
@@ -52,7 +52,7 @@ struct ThreadCache
     std::size_t identityLength = 0;
 };
 
-thread_local ThreadCache t_cache;
+thread_local CThreadCache t_cache;
 
 char* Append(char* out, std::string_view text)
 {
@@ -85,7 +85,7 @@ bool BreakDown(std::time_t second, std::tm& parts)
 
 // Breaking the time down costs as much as the rest of the line and changes
 // once a second.
-void RenewStamp(ThreadCache& cache, std::time_t second)
+void RenewStamp(CThreadCache& cache, std::time_t second)
 {
     std::tm parts = {};
     if (!BreakDown(second, parts))
@@ -113,9 +113,9 @@ char* AppendIdentity(char* out, long thread)
     return Append(out, "] ");
 }
 
-char* AppendFrame(char* out, const LogEntry& entry, CLogLine::EStamp stamp)
+char* AppendFrame(char* out, const CLogEntry& entry, CLogLine::EStamp stamp)
 {
-    ThreadCache& cache = t_cache;
+    CThreadCache& cache = t_cache;
     if (stamp == CLogLine::EStamp::Entry && entry.time != cache.second)
         RenewStamp(cache, entry.time);
     out = Append(out, {cache.stamp, kStampLength});
@@ -167,7 +167,7 @@ std::string_view WithoutDirectories(std::string_view file)
     return slash == std::string_view::npos ? file : file.substr(slash + 1);
 }
 
-char* AppendPosition(char* out, const LogPosition& position)
+char* AppendPosition(char* out, const CLogPosition& position)
 {
     out = AppendShown(out, WithoutDirectories(OrUnknown(position.file)));
     *out++ = ':';
@@ -178,7 +178,7 @@ char* AppendPosition(char* out, const LogPosition& position)
     return out;
 }
 
-std::size_t RoomFor(const LogEntry& entry)
+std::size_t RoomFor(const CLogEntry& entry)
 {
     std::size_t characters = entry.component.size() + entry.text.size();
     if (entry.position != nullptr)
@@ -270,7 +270,7 @@ char* AppendShown(char* out, std::string_view text)
     return out;
 }
 
-CLogLine::CLogLine(const LogEntry& entry, EStamp stamp)
+CLogLine::CLogLine(const CLogEntry& entry, EStamp stamp)
 {
     char* out = Room(RoomFor(entry));
     if (out == nullptr)

@@ -23,7 +23,7 @@ namespace KzaCore
 inline constexpr std::wstring_view kDefaultComponent = L"kza";
 
 /// Where in the sources a trace record was made; null texts are shown as `?`.
-struct LogPosition
+struct CLogPosition
 {
     const char* file;
     int line;
@@ -31,13 +31,13 @@ struct LogPosition
 };
 
 /// What a line is made of. Holds no text itself.
-struct LogEntry
+struct CLogEntry
 {
     ELogLevel level;
     std::wstring_view component;
     std::wstring_view text;
     std::time_t time;
-    const LogPosition* position = nullptr; // shown before the text
+    const CLogPosition* position = nullptr; // shown before the text
     bool ownThread = true; // false: of another thread, shown as number 0
     EConsole console = EConsole::Repeat;
 };
@@ -57,7 +57,7 @@ public:
         Cached // the last stamp of this thread; takes no lock of libc
     };
 
-    explicit CLogLine(const LogEntry& entry, EStamp stamp = EStamp::Entry);
+    explicit CLogLine(const CLogEntry& entry, EStamp stamp = EStamp::Entry);
 
     CLogLine(const CLogLine&) = delete;
     CLogLine& operator=(const CLogLine&) = delete;

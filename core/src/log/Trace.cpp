@@ -93,7 +93,7 @@ void LogTrace(const wxString& component,
               const char* function,
               const wxString& text)
 {
-    const LogPosition position = {file, line, function};
+    const CLogPosition position = {file, line, function};
     ProcessLog().Write({ELogLevel::Trace, CharactersOf(component),
                         CharactersOf(text), std::time(nullptr), &position});
 }

@@ -66,9 +66,9 @@ struct SPlace
     CTempDir dir;
     std::string log = dir.File("log/app.log");
 
-    [[nodiscard]] LogSettings Settings() const
+    [[nodiscard]] CLogSettings Settings() const
     {
-        LogSettings settings;
+        CLogSettings settings;
         settings.workDir = dir.Path();
         settings.appName = "app";
         return settings;
@@ -79,7 +79,7 @@ void Put(CDiskLog& log,
          const std::wstring& text,
          EConsole console = EConsole::Repeat)
 {
-    LogEntry entry = {ELogLevel::Message, L"Test", text, std::time(nullptr)};
+    CLogEntry entry = {ELogLevel::Message, L"Test", text, std::time(nullptr)};
     entry.console = console;
     log.Write(entry);
 }
@@ -123,7 +123,7 @@ TEST(DiskLog, RecordsMadeBeforeThePlaceIsKnownComeFirst)
     const SPlace place;
     CDiskLog log;
     Put(log, L"one");
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.appName.clear();
     log.Configure(settings);
     Put(log, L"two");
@@ -198,7 +198,7 @@ namespace
     action.sa_handler = [](int) { exit(0); };
     sigaction(SIGTERM, &action, nullptr);
     dup2(standardError, STDERR_FILENO);
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.console = EConsoleLevel::All;
     ProcessLog().Configure(settings);
     for (;;)
@@ -249,7 +249,7 @@ TEST(DiskLogDeathTest, WhatStandsOnStandardErrorIsNotRepeatedThere)
         {
             CDiskLog log;
             Put(log, L"kept", EConsole::Leave);
-            LogSettings settings = place.Settings();
+            CLogSettings settings = place.Settings();
             settings.console = EConsoleLevel::All;
             log.Configure(settings);
             Put(log, L"said", EConsole::Leave);
@@ -277,7 +277,7 @@ TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
         {
             CDiskLog log;
             Put(log, L"zero");
-            LogSettings settings = place.Settings();
+            CLogSettings settings = place.Settings();
             settings.console = EConsoleLevel::All;
             log.Configure(settings);
             Put(log, L"one");
@@ -374,7 +374,7 @@ TEST(DiskLog, RotationThatFailsIsAWarning)
 {
     const SPlace place;
     WriteFile(place.log + ".1/in the way", "");
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.maxSize = 10;
     settings.oldFiles = 1;
     CDiskLog log;
@@ -398,13 +398,13 @@ TEST(DiskLog, SettingsMayChangeAtAnyTime)
     CDiskLog log;
     log.Configure(first.Settings());
     Put(log, L"first");
-    LogSettings settings = second.Settings();
+    CLogSettings settings = second.Settings();
     settings.appName = "a/b";
     log.Configure(settings);
     Put(log, L"second");
     settings.maxSize = 1;
     log.Configure(settings);
-    log.Configure(LogSettings()); // the domain is gone: nothing changes
+    log.Configure(CLogSettings()); // the domain is gone: nothing changes
     Put(log, L"third");
     EXPECT_EQ(BareLines(first.log),
               std::vector<std::string>{"MESSAGE Test: first"});
@@ -418,9 +418,9 @@ TEST(DiskLog, ManyThreadsAndProcessesTearAndLoseNothing)
 {
     constexpr int kCount = 1500;
     const SPlace place;
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.maxSize = 64 * 1024;
-    settings.oldFiles = LogSettings::kMostOldFiles;
+    settings.oldFiles = CLogSettings::kMostOldFiles;
     std::vector<pid_t> writers;
     fflush(nullptr);
     for (int writer = 0; writer < 3; ++writer)
@@ -489,7 +489,7 @@ TEST(DiskLog, ForkedChildLogsUnderItsOwnNumbers)
 TEST(DiskLog, ForkWhileOtherThreadsLogLeavesAWorkingChild)
 {
     const SProcessPlace place;
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.maxSize = 0;
     ProcessLog().Configure(settings);
     std::atomic<bool> done = false;
@@ -544,7 +544,7 @@ void LogInHandler(int)
 TEST(DiskLog, RecordMadeInASignalHandlerInsideTheLogIsWrittenToo)
 {
     const SProcessPlace place;
-    LogSettings settings = place.Settings();
+    CLogSettings settings = place.Settings();
     settings.maxSize = 0; // all records in one file, to be counted there
     ProcessLog().Configure(settings);
     const wxString text("handler");

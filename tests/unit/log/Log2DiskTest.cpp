@@ -34,7 +34,7 @@ class CTargetHere
 public:
     CTargetHere() : m_before(wxLog::SetActiveTarget(new CLog2Disk))
     {
-        LogSettings settings;
+        CLogSettings settings;
         settings.workDir = m_dir.Path();
         settings.appName = "app";
         ProcessLog().Configure(settings);

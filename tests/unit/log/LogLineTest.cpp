@@ -36,7 +36,7 @@ std::string Identity()
            std::to_string(CurrentThreadId()) + "] ";
 }
 
-std::string Line(const LogEntry& entry)
+std::string Line(const CLogEntry& entry)
 {
     return std::string(CLogLine(entry).Text());
 }
@@ -88,7 +88,7 @@ TEST(LogLine, TraceCarriesPositionWithoutDirectories)
 {
     const struct
     {
-        LogPosition position;
+        CLogPosition position;
         const char* shown;
     } cases[] = {
         {{"/src/apps/kza/service/Run.cpp", 42, "RunChunk"},
@@ -141,7 +141,7 @@ TEST(LogLine, ThreadsHaveTheirOwnNumbers)
 
 TEST(LogLine, EntryOfAnotherThreadHasNumberZero)
 {
-    LogEntry entry = {ELogLevel::Info, L"c", L"t", kTime};
+    CLogEntry entry = {ELogLevel::Info, L"c", L"t", kTime};
     entry.ownThread = false;
     EXPECT_EQ(Line(entry), Stamp(kTime) + " [" + std::to_string(getpid()) +
                                ":0] INFO c: t\n");
