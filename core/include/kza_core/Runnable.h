@@ -112,8 +112,8 @@ private:
     CDom* m_dom = nullptr;
     bool m_started = false;
 
-    struct SRequests;
-    const std::unique_ptr<SRequests> m_requests;
+    struct CRequests;
+    const std::unique_ptr<CRequests> m_requests;
 };
 
 } // namespace KzaCore

@@ -57,7 +57,7 @@ pid_t CheckPid(lua_State* L)
 int Process(lua_State* L)
 {
     const pid_t pid = CheckPid(L);
-    const std::optional<ProcessInfo> info = InfoOfProcess(pid);
+    const std::optional<CProcessInfo> info = InfoOfProcess(pid);
     if (!info)
         return 0;
     lua_createtable(L, 0, 11);

@@ -16,7 +16,7 @@
 namespace KzaCore
 {
 
-struct ProcessInfo
+struct CProcessInfo
 {
     pid_t parent = 0;
     std::string name;       // of its program, perhaps cut short
@@ -33,7 +33,7 @@ struct ProcessInfo
 };
 
 /// Unset when there is no process of this number.
-[[nodiscard]] std::optional<ProcessInfo> InfoOfProcess(pid_t pid);
+[[nodiscard]] std::optional<CProcessInfo> InfoOfProcess(pid_t pid);
 
 /// The processes whose parent this is, zombies too; in no order.
 [[nodiscard]] std::vector<pid_t> ChildrenOfProcess(pid_t parent);

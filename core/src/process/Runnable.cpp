@@ -75,7 +75,7 @@ public:
 const int CRunnable::SigThreadDelete = SIGRTMIN + 5;
 
 // What the thread and the requests for it share.
-struct CRunnable::SRequests
+struct CRunnable::CRequests
 {
     CMutex mutex;
     std::shared_ptr<CWakeUp> wakeUp KZA_GUARDED_BY(mutex); // while it runs
@@ -84,7 +84,7 @@ struct CRunnable::SRequests
 };
 
 CRunnable::CRunnable(bool reserved1, int reserved2, bool reserved3)
-    : wxThread(wxTHREAD_JOINABLE), m_requests(std::make_unique<SRequests>())
+    : wxThread(wxTHREAD_JOINABLE), m_requests(std::make_unique<CRequests>())
 {
     wxASSERT(!reserved1 && reserved2 == -1 && !reserved3);
     wxUnusedVar(reserved1);

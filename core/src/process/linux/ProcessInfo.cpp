@@ -99,7 +99,7 @@ std::vector<pid_t> ProcessesThat(TPredicate holds)
 
 } // namespace
 
-std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
+std::optional<CProcessInfo> InfoOfProcess(pid_t pid)
 {
     // The name may hold anything, parentheses and blanks too.
     const std::string stat = ReadAll(PathOf(pid, "stat"));
@@ -110,7 +110,7 @@ std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
 
     const CStatFields fields(stat.substr(end + 1));
     const auto ticks = static_cast<double>(sysconf(_SC_CLK_TCK));
-    ProcessInfo info;
+    CProcessInfo info;
     info.name = stat.substr(begin + 1, end - begin - 1);
     info.executable = LinkTarget(PathOf(pid, "exe"));
     info.state = fields.State();

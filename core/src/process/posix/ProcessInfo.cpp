@@ -47,11 +47,11 @@ double Seconds(const std::string& text)
 
 } // namespace
 
-std::optional<ProcessInfo> InfoOfProcess(pid_t pid)
+std::optional<CProcessInfo> InfoOfProcess(pid_t pid)
 {
     std::istringstream in(Ps({"-o", "ppid=", "-o", "etime=", "-o", "time=",
                               "-o", "comm=", "-p", std::to_string(pid)}));
-    ProcessInfo info;
+    CProcessInfo info;
     std::string elapsed;
     std::string cpu;
     if (!(in >> info.parent >> elapsed >> cpu >> info.name))
