@@ -101,7 +101,7 @@ void CSandbox::Unzip(const std::string& archive)
 
 bool CSandbox::UnzipOnce(bool namesOnly) const
 {
-    KzaCore::SUnzipOptions options;
+    KzaCore::CUnzipOptions options;
     options.namesOnly = namesOnly;
     g_log->m_count = 0;
     wxString dest = wxString::FromUTF8(m_dest.c_str());

@@ -10,7 +10,7 @@
 #include <cstdlib>
 
 using KzaCore::CZipArchive;
-using KzaCore::SZipEntry;
+using KzaCore::CZipEntry;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size)
@@ -28,9 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
             std::abort();
         return 0;
     }
-    for (const SZipEntry& entry : archive.Entries())
+    for (const CZipEntry& entry : archive.Entries())
     {
-        const SZipEntry* const found = archive.Find(entry.name);
+        const CZipEntry* const found = archive.Find(entry.name);
         if (found == nullptr || found->name != entry.name)
             std::abort();
         std::string bytes;

@@ -146,7 +146,7 @@ bool CPackages::Unpack(const wxFileName& package,
         package.GetFullPath() + KzaCore::kSignatureSuffix;
     // Where there is none, or it cannot be read, the keys decide.
     (void)applied.signature.Open(std::string(signature.fn_str()));
-    KzaCore::SUnzipOptions options;
+    KzaCore::CUnzipOptions options;
     options.namesOnly = namesOnly;
     options.keys = m_trust.Keys();
     options.signature = &applied.signature;

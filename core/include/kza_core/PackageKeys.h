@@ -63,7 +63,7 @@ public:
                                               std::string_view signature) const;
 
 private:
-    struct SNamedKey
+    struct CNamedKey
     {
         std::string name;
         std::shared_ptr<evp_pkey_st> key;
@@ -71,7 +71,7 @@ private:
 
     EResult Refuse(EResult result, std::string problem);
 
-    std::vector<SNamedKey> m_keys; // in the order of their names
+    std::vector<CNamedKey> m_keys; // in the order of their names
     std::string m_problem = "no keys have been read";
 };
 

@@ -37,7 +37,7 @@ using UnzipCB = bool (*)(void* context,
                          const wxString* destPath);
 
 /// What is asked of a walk besides its callback.
-struct SUnzipOptions
+struct CUnzipOptions
 {
     /// The names of the entries are all that matters. Each is shown to the
     /// callback, whose answer does not count, and nothing is written. How an
@@ -78,7 +78,7 @@ KZA_API bool Unzip(const wxFileName& archive,
                    const wxFileName& destDir,
                    UnzipCB callback,
                    void* context,
-                   const SUnzipOptions& options = {});
+                   const CUnzipOptions& options = {});
 
 /// Makes the checks of Unzip() and touches nothing.
 ///
@@ -86,7 +86,7 @@ KZA_API bool Unzip(const wxFileName& archive,
 ///               archive as a whole.
 KZA_API bool CanUnzip(const wxFileName& archive,
                       const wxFileName& destDir,
-                      const SUnzipOptions& options,
+                      const CUnzipOptions& options,
                       wxString& error);
 
 } // namespace KzaCore

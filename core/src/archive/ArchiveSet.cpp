@@ -50,12 +50,12 @@ void CArchiveSet::SetPaths(const std::string& list)
     m_members.clear();
     for (const std::string_view path : SplitList<std::string_view>(list, ";"))
     {
-        const auto isIt = [&path](const SMember& member)
+        const auto isIt = [&path](const CMember& member)
         { return member.path == path; };
         if (std::any_of(m_members.begin(), m_members.end(), isIt))
             continue;
         const auto kept = std::find_if(old.begin(), old.end(), isIt);
-        SMember member;
+        CMember member;
         if (kept != old.end())
             member = std::move(*kept);
         member.path = path;
@@ -68,11 +68,11 @@ CArchiveSet::EResult CArchiveSet::Read(const std::vector<std::string>& names,
                                        std::string& place,
                                        std::string& error)
 {
-    const SZipEntry* entry = nullptr;
+    const CZipEntry* entry = nullptr;
     const std::size_t found = FindFresh(names, entry);
     if (found == kNone)
         return EResult::Missing;
-    const SMember& member = m_members[found];
+    const CMember& member = m_members[found];
     place = member.path + "/" + std::string(entry->name);
     return member.archive->Read(*entry, bytes, error) ? EResult::Found
                                                       : EResult::Broken;
@@ -82,7 +82,7 @@ std::string CArchiveSet::DescribeMiss(
     const std::vector<std::string>& names) const
 {
     std::string text;
-    for (const SMember& member : m_members)
+    for (const CMember& member : m_members)
     {
         if (!member.problem.empty())
         {
@@ -98,7 +98,7 @@ std::string CArchiveSet::DescribeMiss(
 
 void CArchiveSet::Open(std::size_t at)
 {
-    SMember& member = m_members[at];
+    CMember& member = m_members[at];
     member.problem.clear();
     member.archive = std::make_unique<CZipArchive>();
     const bool isOpen = member.path.front() == '/'
@@ -118,7 +118,7 @@ void CArchiveSet::Open(std::size_t at)
 // True when the archive is another one than before.
 bool CArchiveSet::Refresh(std::size_t at)
 {
-    const SMember& member = m_members[at];
+    const CMember& member = m_members[at];
     const bool wasUsable = member.IsUsable();
     if (wasUsable && !member.archive->IsStale())
         return false;
@@ -138,11 +138,11 @@ bool CArchiveSet::RefreshAll()
 
 // The first archive that holds one of the names, kNone without one.
 std::size_t CArchiveSet::Find(const std::vector<std::string>& names,
-                              const SZipEntry*& entry)
+                              const CZipEntry*& entry)
 {
     for (std::size_t at = 0; at < m_members.size(); ++at)
     {
-        const SMember& member = m_members[at];
+        const CMember& member = m_members[at];
         if (!member.IsTried())
             Open(at);
         if (!member.IsUsable())
@@ -158,7 +158,7 @@ std::size_t CArchiveSet::Find(const std::vector<std::string>& names,
 }
 
 std::size_t CArchiveSet::FindFresh(const std::vector<std::string>& names,
-                                   const SZipEntry*& entry)
+                                   const CZipEntry*& entry)
 {
     if (std::chrono::steady_clock::now() - m_lastRefresh > kRefreshInterval)
         RefreshAll();

@@ -57,7 +57,7 @@ public:
 private:
     // Untried: without an archive. Usable: with one and no problem. Broken:
     // with one and a problem.
-    struct SMember
+    struct CMember
     {
         std::string path;
         std::unique_ptr<CZipArchive> archive;
@@ -77,14 +77,14 @@ private:
     bool Refresh(std::size_t member);
     bool RefreshAll();
     std::size_t Find(const std::vector<std::string>& names,
-                     const SZipEntry*& entry);
+                     const CZipEntry*& entry);
     std::size_t FindFresh(const std::vector<std::string>& names,
-                          const SZipEntry*& entry);
+                          const CZipEntry*& entry);
 
     static constexpr std::size_t kNone = ~std::size_t(0);
 
     std::string m_list;             // as last set
-    std::vector<SMember> m_members; // in the list's order, each path once
+    std::vector<CMember> m_members; // in the list's order, each path once
 
     // When all files were last compared with what was opened.
     std::chrono::steady_clock::time_point m_lastRefresh{};

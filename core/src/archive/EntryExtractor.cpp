@@ -53,14 +53,14 @@ CEntryExtractor::CEntryExtractor(const CZipFile& archive) : m_archive(archive)
 {
 }
 
-bool CEntryExtractor::Extract(const SZipEntry& entry,
+bool CEntryExtractor::Extract(const CZipEntry& entry,
                               std::uint64_t data,
                               int file,
                               std::string& error)
 {
     if (!m_buffer)
         m_buffer.reset(new unsigned char[kBufferSize]);
-    if (entry.method == SZipEntry::kStored)
+    if (entry.method == CZipEntry::kStored)
         return CopyStored(entry, data, file, error);
     if (entry.size <= kBufferSize &&
         entry.compressedSize <= kBufferSize - entry.size)
@@ -68,7 +68,7 @@ bool CEntryExtractor::Extract(const SZipEntry& entry,
     return InflateInPieces(entry, data, file, error);
 }
 
-bool CEntryExtractor::ExtractWhole(const SZipEntry& entry,
+bool CEntryExtractor::ExtractWhole(const CZipEntry& entry,
                                    std::uint64_t data,
                                    int file,
                                    std::string& error)
@@ -86,7 +86,7 @@ bool CEntryExtractor::ExtractWhole(const SZipEntry& entry,
     return WriteAll(file, plain, size, error);
 }
 
-bool CEntryExtractor::CopyStored(const SZipEntry& entry,
+bool CEntryExtractor::CopyStored(const CZipEntry& entry,
                                  std::uint64_t data,
                                  int file,
                                  std::string& error)
@@ -106,7 +106,7 @@ bool CEntryExtractor::CopyStored(const SZipEntry& entry,
     return crc == entry.crc || Fail(error, kWrongChecksum);
 }
 
-bool CEntryExtractor::InflateInPieces(const SZipEntry& entry,
+bool CEntryExtractor::InflateInPieces(const CZipEntry& entry,
                                       std::uint64_t data,
                                       int file,
                                       std::string& error)

@@ -32,21 +32,21 @@ public:
     /// \param data   Offset of the first compressed byte.
     /// \param file   Open for writing at its beginning.
     /// \param error  Set to the reason after a failure.
-    [[nodiscard]] bool Extract(const SZipEntry& entry,
+    [[nodiscard]] bool Extract(const CZipEntry& entry,
                                std::uint64_t data,
                                int file,
                                std::string& error);
 
 private:
-    bool ExtractWhole(const SZipEntry& entry,
+    bool ExtractWhole(const CZipEntry& entry,
                       std::uint64_t data,
                       int file,
                       std::string& error);
-    bool CopyStored(const SZipEntry& entry,
+    bool CopyStored(const CZipEntry& entry,
                     std::uint64_t data,
                     int file,
                     std::string& error);
-    bool InflateInPieces(const SZipEntry& entry,
+    bool InflateInPieces(const CZipEntry& entry,
                          std::uint64_t data,
                          int file,
                          std::string& error);

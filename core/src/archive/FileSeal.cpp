@@ -23,12 +23,12 @@ constexpr std::uint64_t kPiece = 64 << 10;
 
 constexpr char kNoDigest[] = "its signature cannot be checked: no SHA-256";
 
-struct SFreeContext
+struct CFreeContext
 {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_destroy(context); }
 };
 
-using CContext = std::unique_ptr<EVP_MD_CTX, SFreeContext>;
+using CContext = std::unique_ptr<EVP_MD_CTX, CFreeContext>;
 
 bool DigestOf(const std::vector<unsigned char>& bytes, TDigest& digest)
 {

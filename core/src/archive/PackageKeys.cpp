@@ -200,7 +200,7 @@ CPackageKeys::EResult CPackageKeys::Read(const wxString& directory,
 const std::string* CPackageKeys::SignerOf(const TDigest& digest,
                                           std::string_view signature) const
 {
-    for (const SNamedKey& key : m_keys)
+    for (const CNamedKey& key : m_keys)
         if (IsSignature(key.key.get(), digest, signature))
             return &key.name;
     return nullptr;

@@ -80,7 +80,7 @@ void CPieceWriter::Join()
 
 unsigned char* CPieceWriter::NextPiece()
 {
-    const SPiece& piece = m_pieces[m_next];
+    const CPiece& piece = m_pieces[m_next];
     CLock lock(m_mutex);
     m_changed.wait(lock.ForWait(), [&]() KZA_REQUIRES(m_mutex)
                    { return !piece.isFull || m_failed; });
@@ -89,7 +89,7 @@ unsigned char* CPieceWriter::NextPiece()
 
 void CPieceWriter::Write(std::size_t size)
 {
-    SPiece& piece = m_pieces[m_next];
+    CPiece& piece = m_pieces[m_next];
     m_next = 1 - m_next;
     piece.size = size;
     if (!m_thread.joinable())
@@ -116,7 +116,7 @@ bool CPieceWriter::Finish(std::uint32_t& crc, std::string& error)
     return !m_failed;
 }
 
-bool CPieceWriter::WritePiece(const SPiece& piece)
+bool CPieceWriter::WritePiece(const CPiece& piece)
 {
     m_crc = Crc32(m_crc, piece.bytes, piece.size);
     return WriteAll(m_file, piece.bytes, piece.size, m_error);
@@ -127,7 +127,7 @@ void CPieceWriter::Run()
 {
     for (int turn = 0;; turn = 1 - turn)
     {
-        SPiece& piece = m_pieces[turn];
+        CPiece& piece = m_pieces[turn];
         {
             CLock lock(m_mutex);
             m_changed.wait(lock.ForWait(), [&]() KZA_REQUIRES(m_mutex)

@@ -56,7 +56,7 @@ public:
     [[nodiscard]] bool Finish(std::uint32_t& crc, std::string& error);
 
 private:
-    struct SPiece
+    struct CPiece
     {
         unsigned char* bytes = nullptr;
         std::size_t size = 0;
@@ -66,10 +66,10 @@ private:
     void Start();
     void Join();
     void Run();
-    bool WritePiece(const SPiece& piece);
+    bool WritePiece(const CPiece& piece);
 
     const int m_file;
-    SPiece m_pieces[2];
+    CPiece m_pieces[2];
     int m_next = 0; // the piece to be filled next
 
     CMutex m_mutex;

@@ -24,7 +24,7 @@ namespace
 
 constexpr int kLeastRsaBits = 3072;
 
-struct SFree
+struct CFree
 {
     void operator()(BIO* bio) const { BIO_free(bio); }
     void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
@@ -32,7 +32,7 @@ struct SFree
 };
 
 template <typename T>
-using TOwner = std::unique_ptr<T, SFree>;
+using TOwner = std::unique_ptr<T, CFree>;
 
 // Errors of the calls made here are answers; OpenSSL keeps them for the next
 // caller who looks.
@@ -47,18 +47,18 @@ public:
 };
 
 // The parts of one PEM block, freed with the object.
-struct SPemBlock
+struct CPemBlock
 {
-    SPemBlock() = default;
-    ~SPemBlock()
+    CPemBlock() = default;
+    ~CPemBlock()
     {
         OPENSSL_free(name);
         OPENSSL_free(header);
         OPENSSL_free(data);
     }
 
-    SPemBlock(const SPemBlock&) = delete;
-    SPemBlock& operator=(const SPemBlock&) = delete;
+    CPemBlock(const CPemBlock&) = delete;
+    CPemBlock& operator=(const CPemBlock&) = delete;
 
     char* name = nullptr;
     char* header = nullptr;
@@ -72,7 +72,7 @@ TPublicKey Parse(std::string_view pem)
 {
     const TOwner<BIO> bio(
         BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    SPemBlock block;
+    CPemBlock block;
     if (!bio ||
         PEM_read_bio(bio.get(), &block.name, &block.header, &block.data,
                      &block.size) != 1 ||

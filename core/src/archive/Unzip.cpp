@@ -61,7 +61,7 @@ constexpr mode_t kPermissions = 0755;
 class CShownEntry
 {
 public:
-    const wxZipEntry* Show(const SZipEntry& entry)
+    const wxZipEntry* Show(const CZipEntry& entry)
     {
         m_entry.SetSystemMadeBy(entry.system);
         m_entry.SetExternalAttributes(entry.attributes);
@@ -87,7 +87,7 @@ private:
 class CUnzip
 {
 public:
-    explicit CUnzip(const SUnzipOptions& options)
+    explicit CUnzip(const CUnzipOptions& options)
         : m_options(options),
           m_extractor(m_archive),
           m_temporary(TemporaryName())
@@ -108,23 +108,23 @@ public:
 private:
     bool OpenArchive(const std::string& path);
     bool CheckDirectories();
-    bool Plan(const SZipEntry& entry, SPlannedEntry& planned);
+    bool Plan(const CZipEntry& entry, CPlannedEntry& planned);
     bool WalkEntries(UnzipCB callback, void* context, const wxString& base);
-    bool Write(const SZipEntry& entry,
-               const SPlannedEntry& planned,
+    bool Write(const CZipEntry& entry,
+               const CPlannedEntry& planned,
                bool isNewDirectory);
-    bool MakeDirectory(const SZipEntry& entry,
+    bool MakeDirectory(const CZipEntry& entry,
                        std::string_view path,
                        bool isNew);
-    bool WriteFile(const SZipEntry& entry,
+    bool WriteFile(const CZipEntry& entry,
                    std::uint64_t data,
                    int directory,
                    const char* name);
     bool SetDirectoryModes();
-    bool SetDirectoryMode(const SZipEntry& entry, std::string& error);
-    bool FailEntry(const SZipEntry& entry);
+    bool SetDirectoryMode(const CZipEntry& entry, std::string& error);
+    bool FailEntry(const CZipEntry& entry);
 
-    const SUnzipOptions& m_options;
+    const CUnzipOptions& m_options;
     CZipFile m_archive;
     std::size_t m_maxLength = 0; // of a path under the destination
     CUnzipDestination m_destination;
@@ -139,7 +139,7 @@ private:
 };
 
 // The directory that must be there for an entry.
-std::string_view DirectoryOf(const SZipEntry& entry, std::string_view path)
+std::string_view DirectoryOf(const CZipEntry& entry, std::string_view path)
 {
     return entry.IsDirectory() ? path : ParentOf(path);
 }
@@ -151,7 +151,7 @@ std::size_t MaxLength(const std::string& destination)
     return used < PATH_MAX ? PATH_MAX - used : 0;
 }
 
-bool CUnzip::FailEntry(const SZipEntry& entry)
+bool CUnzip::FailEntry(const CZipEntry& entry)
 {
     return Fail(m_error, "entry " + ShowName(entry.name) + ": " + m_error);
 }
@@ -192,7 +192,7 @@ bool CUnzip::CheckDirectories()
     CZipWalk walk(m_archive);
     std::optional<std::string> last;
     ELook look = ELook::Missing;
-    for (std::size_t i = 0; const SZipEntry* const entry = walk.Next(m_error);
+    for (std::size_t i = 0; const CZipEntry* const entry = walk.Next(m_error);
          ++i)
     {
         std::string_view path;
@@ -227,7 +227,7 @@ bool CUnzip::Run(UnzipCB callback, void* context, const wxString& shownAs)
     return SetDirectoryModes() && isWritten;
 }
 
-bool CUnzip::Plan(const SZipEntry& entry, SPlannedEntry& planned)
+bool CUnzip::Plan(const CZipEntry& entry, CPlannedEntry& planned)
 {
     return m_options.namesOnly
                ? PlanName(entry, m_maxLength, planned, m_error)
@@ -238,9 +238,9 @@ bool CUnzip::WalkEntries(UnzipCB callback, void* context, const wxString& base)
 {
     CShownEntry shown;
     wxString path;
-    SPlannedEntry planned;
+    CPlannedEntry planned;
     CZipWalk walk(m_archive);
-    for (; const SZipEntry* const entry = walk.Next(m_error); ++m_walked)
+    for (; const CZipEntry* const entry = walk.Next(m_error); ++m_walked)
     {
         if (!Plan(*entry, planned))
             return false;
@@ -259,8 +259,8 @@ bool CUnzip::WalkEntries(UnzipCB callback, void* context, const wxString& base)
     return walk.IsWhole();
 }
 
-bool CUnzip::Write(const SZipEntry& entry,
-                   const SPlannedEntry& planned,
+bool CUnzip::Write(const CZipEntry& entry,
+                   const CPlannedEntry& planned,
                    bool isNewDirectory)
 {
     if (entry.IsDirectory())
@@ -280,7 +280,7 @@ bool CUnzip::Write(const SZipEntry& entry,
 // A new directory gets its mode at once, but for what would be in the way of
 // its files: a kill before the end must not leave it closed to everybody, since
 // the next call finds it there.
-bool CUnzip::MakeDirectory(const SZipEntry& entry,
+bool CUnzip::MakeDirectory(const CZipEntry& entry,
                            std::string_view path,
                            bool isNew)
 {
@@ -292,7 +292,7 @@ bool CUnzip::MakeDirectory(const SZipEntry& entry,
            FailBySystem(m_error, "its mode cannot be set");
 }
 
-bool CUnzip::WriteFile(const SZipEntry& entry,
+bool CUnzip::WriteFile(const CZipEntry& entry,
                        std::uint64_t data,
                        int directory,
                        const char* name)
@@ -317,7 +317,7 @@ bool CUnzip::SetDirectoryModes()
     CZipWalk walk(m_archive);
     for (std::size_t i = 0; i < m_walked; ++i)
     {
-        const SZipEntry* const entry = walk.Next(error);
+        const CZipEntry* const entry = walk.Next(error);
         if (entry == nullptr)
             break;
         if (m_isNewDirectory[i] && !SetDirectoryMode(*entry, error))
@@ -328,7 +328,7 @@ bool CUnzip::SetDirectoryModes()
     return error.empty();
 }
 
-bool CUnzip::SetDirectoryMode(const SZipEntry& entry, std::string& error)
+bool CUnzip::SetDirectoryMode(const CZipEntry& entry, std::string& error)
 {
     const mode_t mode = entry.UnixMode() & kPermissions;
     std::string_view path;
@@ -369,7 +369,7 @@ bool Unzip(const wxFileName& archive,
            const wxFileName& destDir,
            UnzipCB callback,
            void* context,
-           const SUnzipOptions& options)
+           const CUnzipOptions& options)
 {
     wxCHECK(callback != nullptr, false);
     CUnzip unzip(options);
@@ -386,7 +386,7 @@ bool Unzip(const wxFileName& archive,
 
 bool CanUnzip(const wxFileName& archive,
               const wxFileName& destDir,
-              const SUnzipOptions& options,
+              const CUnzipOptions& options,
               wxString& error)
 {
     CUnzip unzip(options);

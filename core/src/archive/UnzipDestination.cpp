@@ -132,7 +132,7 @@ int CUnzipDestination::Nearest() const
 std::string CUnzipDestination::NearestPath() const
 {
     std::string path = m_path;
-    for (const SLevel& level : m_levels)
+    for (const CLevel& level : m_levels)
         path += "/" + level.name;
     return path;
 }

@@ -63,7 +63,7 @@ public:
     [[nodiscard]] int Enter(std::string_view directory, std::string& error);
 
 private:
-    struct SLevel
+    struct CLevel
     {
         std::string name;
         CDescriptor directory;
@@ -89,7 +89,7 @@ private:
     // The destination or, while it is missing, the nearest directory above it.
     CDescriptor m_root;
 
-    std::vector<SLevel> m_levels; // the directories from m_root to the last one
+    std::vector<CLevel> m_levels; // the directories from m_root to the last one
     std::vector<std::string> m_leftovers; // full paths
 
     // Hashes of the directories that were searched last, each in its slot.

@@ -66,7 +66,7 @@ bool CheckComponent(std::string_view component, std::string& error)
 
 // The entry's kind must be a file or a directory, and its name must say the
 // same.
-bool CheckKind(const SZipEntry& entry, std::string& error)
+bool CheckKind(const CZipEntry& entry, std::string& error)
 {
     const mode_t mode = entry.UnixMode();
     if (S_ISLNK(mode))
@@ -127,8 +127,8 @@ bool CConflicts::CheckEntries(std::string& error)
     m_keys.reserve(m_archive.Count());
     std::uint64_t end = 0;
     CZipWalk walk(m_archive);
-    SPlannedEntry planned;
-    while (const SZipEntry* const entry = walk.Next(error))
+    CPlannedEntry planned;
+    while (const CZipEntry* const entry = walk.Next(error))
     {
         if (!PlanEntry(m_archive, *entry, m_maxLength, planned, error))
             return false;
@@ -150,7 +150,7 @@ bool CConflicts::CheckPaths(std::string& error)
 
     std::string last;
     CZipWalk walk(m_archive);
-    while (const SZipEntry* const entry = walk.Next(error))
+    while (const CZipEntry* const entry = walk.Next(error))
     {
         std::string_view path;
         if (!PlanPath(entry->name, path, error))
@@ -169,7 +169,7 @@ bool CConflicts::CheckPaths(std::string& error)
 bool CConflicts::RefuseTwice(std::uint64_t key, std::string& error) const
 {
     CZipWalk walk(m_archive);
-    while (const SZipEntry* const entry = walk.Next(error))
+    while (const CZipEntry* const entry = walk.Next(error))
     {
         std::string_view path;
         if (PlanPath(entry->name, path, error) &&
@@ -200,15 +200,15 @@ bool CConflicts::CheckOverlaps(std::string& error)
     std::vector<std::uint64_t> begins;
     begins.reserve(m_archive.Count());
     CZipWalk walk(m_archive);
-    while (const SZipEntry* const entry = walk.Next(error))
+    while (const CZipEntry* const entry = walk.Next(error))
         begins.push_back(entry->offset);
     if (!walk.IsWhole())
         return false;
     std::sort(begins.begin(), begins.end());
 
     CZipWalk again(m_archive);
-    SPlannedEntry planned;
-    while (const SZipEntry* const entry = again.Next(error))
+    CPlannedEntry planned;
+    while (const CZipEntry* const entry = again.Next(error))
     {
         if (!PlanEntry(m_archive, *entry, m_maxLength, planned, error))
             return false;
@@ -265,9 +265,9 @@ std::string_view ParentOf(std::string_view path)
     return path.substr(0, slash == std::string_view::npos ? 0 : slash);
 }
 
-bool PlanName(const SZipEntry& entry,
+bool PlanName(const CZipEntry& entry,
               std::size_t maxLength,
-              SPlannedEntry& planned,
+              CPlannedEntry& planned,
               std::string& error)
 {
     std::string why;
@@ -279,9 +279,9 @@ bool PlanName(const SZipEntry& entry,
 }
 
 bool PlanEntry(const CZipFile& archive,
-               const SZipEntry& entry,
+               const CZipEntry& entry,
                std::size_t maxLength,
-               SPlannedEntry& planned,
+               CPlannedEntry& planned,
                std::string& error)
 {
     std::string why;
@@ -296,9 +296,9 @@ bool CheckNames(const CZipFile& archive,
                 std::size_t maxLength,
                 std::string& error)
 {
-    SPlannedEntry planned;
+    CPlannedEntry planned;
     CZipWalk walk(archive);
-    while (const SZipEntry* const entry = walk.Next(error))
+    while (const CZipEntry* const entry = walk.Next(error))
         if (!PlanName(*entry, maxLength, planned, error))
             return false;
     return walk.IsWhole();

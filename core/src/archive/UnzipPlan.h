@@ -22,7 +22,7 @@ namespace KzaCore
 {
 
 /// What is to become of one entry.
-struct SPlannedEntry
+struct CPlannedEntry
 {
     /// The path under the destination: components joined by "/", without a
     /// slash at its end; empty for the destination itself. A part of the
@@ -57,9 +57,9 @@ inline constexpr std::size_t kMaxLevels = 100;
 /// \param maxLength  Bytes that a path may have.
 /// \param planned    Out: the path.
 /// \param error      Set to the reason after a failure; names the entry.
-[[nodiscard]] bool PlanName(const SZipEntry& entry,
+[[nodiscard]] bool PlanName(const CZipEntry& entry,
                             std::size_t maxLength,
-                            SPlannedEntry& planned,
+                            CPlannedEntry& planned,
                             std::string& error);
 
 /// Checks one entry: its name, its kind, its method, its local header.
@@ -67,9 +67,9 @@ inline constexpr std::size_t kMaxLevels = 100;
 /// \param maxLength  Bytes that a path may have.
 /// \param error      Set to the reason after a failure; names the entry.
 [[nodiscard]] bool PlanEntry(const CZipFile& archive,
-                             const SZipEntry& entry,
+                             const CZipEntry& entry,
                              std::size_t maxLength,
-                             SPlannedEntry& planned,
+                             CPlannedEntry& planned,
                              std::string& error);
 
 /// Checks the names of all entries and nothing else of them.

@@ -35,7 +35,7 @@ void CUnzipRoom::ChooseFileSystem(int directory)
     fstat(directory, &status);
     const auto known =
         std::find_if(m_fileSystems.begin(), m_fileSystems.end(),
-                     [&](const SFileSystem& fileSystem)
+                     [&](const CFileSystem& fileSystem)
                      { return fileSystem.device == status.st_dev; });
     m_chosen = static_cast<std::size_t>(known - m_fileSystems.begin());
     if (known == m_fileSystems.end())
@@ -52,7 +52,7 @@ bool CUnzipRoom::IsThere(std::string& error) const
 {
     const auto full =
         std::find_if(m_fileSystems.begin(), m_fileSystems.end(),
-                     [](const SFileSystem& fileSystem)
+                     [](const CFileSystem& fileSystem)
                      { return fileSystem.needed > fileSystem.free; });
     if (full == m_fileSystems.end())
         return true;

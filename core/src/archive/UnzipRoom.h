@@ -35,14 +35,14 @@ public:
     [[nodiscard]] bool IsThere(std::string& error) const;
 
 private:
-    struct SFileSystem
+    struct CFileSystem
     {
         dev_t device;
         std::uint64_t free;
         std::uint64_t needed;
     };
 
-    std::vector<SFileSystem> m_fileSystems;
+    std::vector<CFileSystem> m_fileSystems;
     std::size_t m_chosen = 0;
 };
 

@@ -39,7 +39,7 @@ bool CZipArchive::ReadDirectory(std::string& error)
     m_names.reset(new char[m_file.MaxNames() + 1]);
     char* next = m_names.get();
     CZipWalk walk(m_file);
-    while (const SZipEntry* const entry = walk.Next(error))
+    while (const CZipEntry* const entry = walk.Next(error))
     {
         m_entries.push_back(*entry);
         std::string_view& name = m_entries.back().name;
@@ -74,13 +74,13 @@ std::size_t CZipArchive::SlotOf(std::string_view name) const
     return at;
 }
 
-const SZipEntry* CZipArchive::Find(std::string_view name) const
+const CZipEntry* CZipArchive::Find(std::string_view name) const
 {
     const std::uint32_t found = m_slots.empty() ? 0 : m_slots[SlotOf(name)];
     return found == 0 ? nullptr : &m_entries[found - 1];
 }
 
-bool CZipArchive::Read(const SZipEntry& entry,
+bool CZipArchive::Read(const CZipEntry& entry,
                        std::string& bytes,
                        std::string& error) const
 {
@@ -90,7 +90,7 @@ bool CZipArchive::Read(const SZipEntry& entry,
     if (entry.size > kMaxWhole || entry.compressedSize > kMaxWhole)
         return Fail(error, "too large to be read at once");
 
-    if (entry.method == SZipEntry::kStored)
+    if (entry.method == CZipEntry::kStored)
     {
         bytes.resize(entry.size);
         if (!m_file.ReadAt(data, &bytes[0], bytes.size(), error))

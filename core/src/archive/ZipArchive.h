@@ -40,11 +40,11 @@ public:
 
     /// The first entry of exactly that name, null when there is none. Does not
     /// depend on how many there are. Lives as long as the archive.
-    [[nodiscard]] const SZipEntry* Find(std::string_view name) const;
+    [[nodiscard]] const CZipEntry* Find(std::string_view name) const;
 
     /// All entries, in the directory's order; their names live as long as the
     /// archive.
-    [[nodiscard]] const std::vector<SZipEntry>& Entries() const
+    [[nodiscard]] const std::vector<CZipEntry>& Entries() const
     {
         return m_entries;
     }
@@ -53,7 +53,7 @@ public:
     ///
     /// \param bytes  Replaced by the content; undefined after a failure.
     /// \param error  Set to the reason after a failure.
-    [[nodiscard]] bool Read(const SZipEntry& entry,
+    [[nodiscard]] bool Read(const CZipEntry& entry,
                             std::string& bytes,
                             std::string& error) const;
 
@@ -67,7 +67,7 @@ private:
 
     CZipFile m_file;
     std::unique_ptr<char[]> m_names; // the names, end to end
-    std::vector<SZipEntry> m_entries;
+    std::vector<CZipEntry> m_entries;
 
     // Open addressing over m_entries: position plus one, 0 for a free slot.
     // The size is a power of two and at least twice the number of entries.

@@ -112,7 +112,7 @@ private:
 
 // True when a local header, read with what belongs to it, says what the
 // directory says. Where the sizes follow the data, zeros may stand for them.
-bool AgreesWithLocal(const SZipEntry& entry,
+bool AgreesWithLocal(const CZipEntry& entry,
                      const unsigned char* header,
                      std::size_t extraSize)
 {
@@ -130,10 +130,10 @@ bool AgreesWithLocal(const SZipEntry& entry,
         !zip64.Take(Get32(header + 18), compressedSize))
         return false;
 
-    const bool mayBeZero = (flags & SZipEntry::kSizesFollow) != 0;
+    const bool mayBeZero = (flags & CZipEntry::kSizesFollow) != 0;
     const auto agrees = [mayBeZero](std::uint64_t local, std::uint64_t central)
     { return local == central || (mayBeZero && local == 0); };
-    return (flags & SZipEntry::kEncrypted) == 0 &&
+    return (flags & CZipEntry::kEncrypted) == 0 &&
            Get16(header + 8) == entry.method &&
            agrees(Get32(header + 14), entry.crc) && agrees(size, entry.size) &&
            agrees(compressedSize, entry.compressedSize);
@@ -229,7 +229,7 @@ bool CZipFile::ReadTail(std::size_t most,
 // record. Whatever else stands there was cut off, glued on or made up.
 bool CZipFile::FindDirectory(std::string& error)
 {
-    SDirectory& directory = m_directory;
+    CDirectory& directory = m_directory;
     const auto fileSize = m_file.Size();
     if (fileSize < kEndSize)
     {
@@ -275,7 +275,7 @@ bool CZipFile::FindDirectory(std::string& error)
 // Looks for the zip64 end record that may stand before the end record at
 // `end`. What the short form could hold must agree with it.
 bool CZipFile::ReadZip64End(std::uint64_t end,
-                            SDirectory& directory,
+                            CDirectory& directory,
                             std::uint64_t& directoryEnd,
                             std::string& error) const
 {
@@ -317,17 +317,17 @@ std::size_t CZipFile::MaxNames() const
                                     m_directory.count * kCentralSize);
 }
 
-bool CZipFile::Locate(const SZipEntry& entry,
+bool CZipFile::Locate(const CZipEntry& entry,
                       std::uint64_t& data,
                       std::string& error) const
 {
-    if ((entry.flags & SZipEntry::kEncrypted) != 0)
+    if ((entry.flags & CZipEntry::kEncrypted) != 0)
         return Fail(error, "encrypted");
-    if (entry.method != SZipEntry::kStored &&
-        entry.method != SZipEntry::kDeflated)
+    if (entry.method != CZipEntry::kStored &&
+        entry.method != CZipEntry::kDeflated)
         return Fail(error, "unknown compression method " +
                                std::to_string(entry.method));
-    if (entry.method == SZipEntry::kStored &&
+    if (entry.method == CZipEntry::kStored &&
         entry.compressedSize != entry.size)
         return Fail(error, "stored in another size than its own");
     if (entry.size / kMaxDeflateRatio > entry.compressedSize)
@@ -384,7 +384,7 @@ bool CZipWalk::Fill(std::string& error)
     return true;
 }
 
-const SZipEntry* CZipWalk::Next(std::string& error)
+const CZipEntry* CZipWalk::Next(std::string& error)
 {
     if (m_left == 0)
     {
@@ -426,7 +426,7 @@ bool CZipWalk::Take(const unsigned char* record, std::string& error)
         reinterpret_cast<const char*>(record + kCentralSize);
     const std::uint64_t limit = m_file.m_directory.offset;
 
-    SZipEntry& entry = m_entry;
+    CZipEntry& entry = m_entry;
     entry.name = std::string_view(name, nameSize);
     entry.system = record[5];
     entry.flags = Get16(record + 8);

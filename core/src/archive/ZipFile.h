@@ -29,7 +29,7 @@ namespace KzaCore
 {
 
 /// One entry of the archive's directory.
-struct SZipEntry
+struct CZipEntry
 {
     std::string_view name; ///< as stored; see who hands it out
     std::uint64_t compressedSize = 0;
@@ -107,7 +107,7 @@ public:
     ///
     /// \param data   Set to the offset of the first compressed byte.
     /// \param error  Set to the reason after a failure.
-    [[nodiscard]] bool Locate(const SZipEntry& entry,
+    [[nodiscard]] bool Locate(const CZipEntry& entry,
                               std::uint64_t& data,
                               std::string& error) const;
 
@@ -125,7 +125,7 @@ private:
     friend class CZipWalk;
 
     // Where the directory lies.
-    struct SDirectory
+    struct CDirectory
     {
         std::uint64_t offset = 0;
         std::uint64_t size = 0;
@@ -137,19 +137,19 @@ private:
                   std::string& error) const;
     bool FindDirectory(std::string& error);
     bool ReadZip64End(std::uint64_t end,
-                      SDirectory& directory,
+                      CDirectory& directory,
                       std::uint64_t& directoryEnd,
                       std::string& error) const;
 
     COpenedFile m_file;
     std::unique_ptr<CFileSeal> m_seal;
-    SDirectory m_directory; // also where the entries end
+    CDirectory m_directory; // also where the entries end
 };
 
 /// One pass over the entries, in the directory's order.
 ///
 ///     CZipWalk walk(file);
-///     while (const SZipEntry* entry = walk.Next(error))
+///     while (const CZipEntry* entry = walk.Next(error))
 ///         ...
 ///     return walk.IsWhole();
 class CZipWalk
@@ -162,7 +162,7 @@ public:
     /// a failure.
     ///
     /// \param error  Set to the reason after a failure.
-    [[nodiscard]] const SZipEntry* Next(std::string& error);
+    [[nodiscard]] const CZipEntry* Next(std::string& error);
 
     /// True when the directory held what it should, down to its last byte.
     [[nodiscard]] bool IsWhole() const { return m_isWhole; }
@@ -179,7 +179,7 @@ private:
     std::uint64_t m_end;      // of the directory
     std::uint64_t m_left;     // entries to come
     bool m_isWhole = false;
-    SZipEntry m_entry;
+    CZipEntry m_entry;
 };
 
 } // namespace KzaCore

@@ -154,7 +154,7 @@ int Write(lua_State* L)
     return 1;
 }
 
-void PushEntry(lua_State* L, const SZipEntry& entry)
+void PushEntry(lua_State* L, const CZipEntry& entry)
 {
     lua_createtable(L, 0, 5);
     PushText(L, entry.name);
@@ -181,7 +181,7 @@ int Entries(lua_State* L)
     lua_createtable(L, static_cast<int>(archive.Entries().size()), 0);
     int index = 0;
     std::string bytes;
-    for (const SZipEntry& entry : archive.Entries())
+    for (const CZipEntry& entry : archive.Entries())
     {
         PushEntry(L, entry);
         if (read && !archive.Read(entry, bytes, error))
@@ -202,7 +202,7 @@ int CheckPackage(lua_State* L)
     const wxFileName archive(TextOfBytes(CheckPath(L, 1)));
     const wxFileName directory =
         wxFileName::DirName(TextOfBytes(CheckPath(L, 2)));
-    SUnzipOptions options;
+    CUnzipOptions options;
     options.namesOnly = lua_toboolean(L, 3) != 0;
     wxString error;
     if (!CanUnzip(archive, directory, options, error))

@@ -124,7 +124,7 @@ protected:
     std::string m_archive = m_dir.File("package.kzp");
     std::string m_dest = m_dir.File("bin");
     std::string m_outside = m_dir.File("outside");
-    KzaCore::SUnzipOptions m_options;
+    KzaCore::CUnzipOptions m_options;
     SWitness m_witness;
     CCollectedLog m_log;
 };

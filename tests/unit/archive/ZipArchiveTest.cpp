@@ -16,7 +16,7 @@
 #include <filesystem>
 
 using KzaCore::CZipArchive;
-using KzaCore::SZipEntry;
+using KzaCore::CZipEntry;
 using namespace TestSupport;
 
 namespace
@@ -36,7 +36,7 @@ protected:
     static std::string Content(const CZipArchive& archive,
                                const std::string& name)
     {
-        const SZipEntry* const entry = archive.Find(name);
+        const CZipEntry* const entry = archive.Find(name);
         if (entry == nullptr)
             return "no such entry";
         std::string bytes;
@@ -318,7 +318,7 @@ TEST_F(ZipArchive, DamageAnywhereIsAnError)
     {
         CZipArchive archive;
         bool isWhole = Open(archive, bytes).empty();
-        for (const SZipEntry& entry : archive.Entries())
+        for (const CZipEntry& entry : archive.Entries())
         {
             std::string content;
             std::string error;
