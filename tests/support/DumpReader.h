@@ -28,29 +28,29 @@ public:
         return value;
     }
 
-    [[nodiscard]] KzaCore::Minidump::Header Header() const
+    [[nodiscard]] KzaCore::Minidump::CHeader Header() const
     {
-        return At<KzaCore::Minidump::Header>(0);
+        return At<KzaCore::Minidump::CHeader>(0);
     }
 
     [[nodiscard]] std::size_t Size() const { return m_bytes.size(); }
 
-    [[nodiscard]] KzaCore::Minidump::Location Stream(
+    [[nodiscard]] KzaCore::Minidump::CLocation Stream(
         KzaCore::Minidump::EStream type) const
     {
-        using KzaCore::Minidump::Directory;
+        using KzaCore::Minidump::CDirectory;
         const auto header = Header();
         for (std::uint32_t i = 0; i < header.streamCount; i++)
         {
             const auto entry =
-                At<Directory>(header.directoryRva + i * sizeof(Directory));
+                At<CDirectory>(header.directoryRva + i * sizeof(CDirectory));
             if (entry.type == type)
                 return entry.location;
         }
         return {0, 0};
     }
 
-    [[nodiscard]] std::string Bytes(KzaCore::Minidump::Location place) const
+    [[nodiscard]] std::string Bytes(KzaCore::Minidump::CLocation place) const
     {
         return place.rva + std::uint64_t{place.size} <= m_bytes.size()
                    ? m_bytes.substr(place.rva, place.size)

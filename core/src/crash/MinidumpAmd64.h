@@ -16,7 +16,7 @@ inline constexpr std::uint32_t kContextAmd64 = 0x0010000f;
 
 #pragma pack(push, 4)
 
-struct ContextAmd64
+struct CContextAmd64
 {
     std::uint64_t home[6];
     std::uint32_t flags; // which parts are there: kContextAmd64
@@ -34,6 +34,6 @@ struct ContextAmd64
 
 #pragma pack(pop)
 
-static_assert(sizeof(ContextAmd64) == 1232);
+static_assert(sizeof(CContextAmd64) == 1232);
 
 } // namespace KzaCore::Minidump

@@ -22,7 +22,7 @@ inline constexpr std::uint64_t kContextArm64Vector = 0x80000004;
 
 #pragma pack(push, 4)
 
-struct ContextArm64
+struct CContextArm64
 {
     std::uint64_t flags;
     std::uint64_t x[31]; // 29 is the frame pointer, 30 the return address
@@ -36,6 +36,6 @@ struct ContextArm64
 
 #pragma pack(pop)
 
-static_assert(sizeof(ContextArm64) == 796);
+static_assert(sizeof(CContextArm64) == 796);
 
 } // namespace KzaCore::Minidump

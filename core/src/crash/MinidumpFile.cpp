@@ -62,14 +62,14 @@ CMinidumpFile::CMinidumpFile(int file) : m_file(file)
 {
 }
 
-Minidump::Location CMinidumpFile::Append(const void* data, std::size_t size)
+Minidump::CLocation CMinidumpFile::Append(const void* data, std::size_t size)
 {
-    const Minidump::Location place = Reserve(size);
+    const Minidump::CLocation place = Reserve(size);
     Fill(place, data, size);
     return place;
 }
 
-Minidump::Location CMinidumpFile::Reserve(std::size_t size)
+Minidump::CLocation CMinidumpFile::Reserve(std::size_t size)
 {
     m_position = (m_position + kAlignment - 1) & ~(kAlignment - 1);
     const std::uint64_t start = m_position;
@@ -80,7 +80,7 @@ Minidump::Location CMinidumpFile::Reserve(std::size_t size)
             static_cast<std::uint32_t>(start)};
 }
 
-void CMinidumpFile::Fill(Minidump::Location place,
+void CMinidumpFile::Fill(Minidump::CLocation place,
                          const void* data,
                          std::size_t size)
 {
@@ -117,7 +117,7 @@ std::uint32_t CMinidumpFile::AppendString(const char* text)
 }
 
 void CMinidumpFile::AddStream(Minidump::EStream type,
-                              Minidump::Location location)
+                              Minidump::CLocation location)
 {
     if (m_streamCount < kMaxStreams)
         m_streams[m_streamCount++] = {type, location};
@@ -143,16 +143,16 @@ int CMinidumpFile::Finish(std::uint32_t time, std::uint64_t flags)
     // Raw bytes that end in zeros have left no trace of their length.
     if (m_error == 0 && ftruncate(m_file, static_cast<off_t>(m_position)) != 0)
         m_error = errno;
-    const Minidump::Header header = {Minidump::kSignature,
-                                     Minidump::kVersion,
-                                     static_cast<std::uint32_t>(m_streamCount),
-                                     sizeof(Minidump::Header),
-                                     0,
-                                     time,
-                                     flags};
+    const Minidump::CHeader header = {Minidump::kSignature,
+                                      Minidump::kVersion,
+                                      static_cast<std::uint32_t>(m_streamCount),
+                                      sizeof(Minidump::CHeader),
+                                      0,
+                                      time,
+                                      flags};
     WriteAt(0, &header, sizeof(header));
     WriteAt(sizeof(header), m_streams,
-            m_streamCount * sizeof(Minidump::Directory));
+            m_streamCount * sizeof(Minidump::CDirectory));
     return m_error;
 }
 

@@ -24,7 +24,7 @@ public:
     explicit CMinidumpFile(int file);
 
     /// Writes a block, aligned to eight bytes.
-    Minidump::Location Append(const void* data, std::size_t size);
+    Minidump::CLocation Append(const void* data, std::size_t size);
 
     /// Writes text as the format's string: a length and UTF-16. Bytes that
     /// are not UTF-8 become U+FFFD, length is cut at kMaxString characters.
@@ -33,11 +33,11 @@ public:
     std::uint32_t AppendString(const char* text);
 
     /// Names a block as a stream. At most kMaxStreams are kept.
-    void AddStream(Minidump::EStream type, Minidump::Location location);
+    void AddStream(Minidump::EStream type, Minidump::CLocation location);
 
     /// Reserves `size` bytes for a block that is filled in later by Fill().
-    Minidump::Location Reserve(std::size_t size);
-    void Fill(Minidump::Location place, const void* data, std::size_t size);
+    Minidump::CLocation Reserve(std::size_t size);
+    void Fill(Minidump::CLocation place, const void* data, std::size_t size);
 
     /// Writes bytes that follow the last ones directly, beyond the reach of
     /// a 32-bit location too. Zeros are left as a hole in the file.
@@ -66,9 +66,9 @@ private:
     int m_file;
     int m_error = 0;
     std::uint64_t m_position =
-        sizeof(Minidump::Header) + kMaxStreams * sizeof(Minidump::Directory);
+        sizeof(Minidump::CHeader) + kMaxStreams * sizeof(Minidump::CDirectory);
     std::size_t m_streamCount = 0;
-    Minidump::Directory m_streams[kMaxStreams] = {};
+    Minidump::CDirectory m_streams[kMaxStreams] = {};
 };
 
 } // namespace KzaCore

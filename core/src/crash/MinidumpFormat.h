@@ -44,13 +44,13 @@ enum class EStream : std::uint32_t
 
 #pragma pack(push, 4)
 
-struct Location
+struct CLocation
 {
     std::uint32_t size;
     std::uint32_t rva;
 };
 
-struct Header
+struct CHeader
 {
     std::uint32_t signature;
     std::uint32_t version;
@@ -61,42 +61,42 @@ struct Header
     std::uint64_t flags;
 };
 
-struct Directory
+struct CDirectory
 {
     EStream type;
-    Location location;
+    CLocation location;
 };
 
-struct MemoryDescriptor
+struct CMemoryDescriptor
 {
     std::uint64_t start;
-    Location memory;
+    CLocation memory;
 };
 
-struct MemoryDescriptor64
+struct CMemoryDescriptor64
 {
     std::uint64_t start;
     std::uint64_t size;
 };
 
-struct Memory64Head
+struct CMemory64Head
 {
     std::uint64_t count;
     std::uint64_t baseRva; // the ranges' bytes follow one another from here
 };
 
-struct Thread
+struct CThread
 {
     std::uint32_t id;
     std::uint32_t suspendCount;
     std::uint32_t priorityClass;
     std::uint32_t priority;
     std::uint64_t environmentBlock;
-    MemoryDescriptor stack;
-    Location context;
+    CMemoryDescriptor stack;
+    CLocation context;
 };
 
-struct FixedFileInfo
+struct CFixedFileInfo
 {
     std::uint32_t signature;
     std::uint32_t structVersion;
@@ -110,20 +110,20 @@ struct FixedFileInfo
 inline constexpr std::uint32_t kFixedFileInfoSignature = 0xfeef04bd;
 inline constexpr std::uint32_t kFixedFileInfoVersion = 0x00010000;
 
-struct Module
+struct CModule
 {
     std::uint64_t base;
     std::uint32_t size;
     std::uint32_t checkSum;
     std::uint32_t time;
     std::uint32_t nameRva;
-    FixedFileInfo version;
-    Location cvRecord;
-    Location miscRecord;
+    CFixedFileInfo version;
+    CLocation cvRecord;
+    CLocation miscRecord;
     std::uint64_t reserved[2];
 };
 
-struct Exception
+struct CException
 {
     std::uint32_t threadId;
     std::uint32_t alignment;
@@ -134,10 +134,10 @@ struct Exception
     std::uint32_t parameterCount;
     std::uint32_t alignment2;
     std::uint64_t parameters[15];
-    Location context;
+    CLocation context;
 };
 
-struct SystemInfo
+struct CSystemInfo
 {
     std::uint16_t architecture;
     std::uint16_t processorLevel;
@@ -154,7 +154,7 @@ struct SystemInfo
     std::uint32_t processor[6];
 };
 
-struct MiscInfo
+struct CMiscInfo
 {
     std::uint32_t size;
     std::uint32_t flags;
@@ -166,14 +166,14 @@ struct MiscInfo
 
 #pragma pack(pop)
 
-static_assert(sizeof(Header) == 32);
-static_assert(sizeof(Directory) == 12);
-static_assert(sizeof(MemoryDescriptor) == 16);
-static_assert(sizeof(Thread) == 48);
-static_assert(sizeof(FixedFileInfo) == 52);
-static_assert(sizeof(Module) == 108);
-static_assert(sizeof(Exception) == 168);
-static_assert(sizeof(SystemInfo) == 56);
-static_assert(sizeof(MiscInfo) == 24);
+static_assert(sizeof(CHeader) == 32);
+static_assert(sizeof(CDirectory) == 12);
+static_assert(sizeof(CMemoryDescriptor) == 16);
+static_assert(sizeof(CThread) == 48);
+static_assert(sizeof(CFixedFileInfo) == 52);
+static_assert(sizeof(CModule) == 108);
+static_assert(sizeof(CException) == 168);
+static_assert(sizeof(CSystemInfo) == 56);
+static_assert(sizeof(CMiscInfo) == 24);
 
 } // namespace KzaCore::Minidump

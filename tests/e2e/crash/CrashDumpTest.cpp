@@ -191,7 +191,7 @@ TEST_F(CrashDump, ExecutableAndLibraryHaveTheAgentsVersion)
     const CDumpReader dump(Dump());
     std::set<std::string> ours;
     for (const auto& module :
-         dump.List<Minidump::Module>(Minidump::EStream::ModuleList))
+         dump.List<Minidump::CModule>(Minidump::EStream::ModuleList))
         if (module.version.fileVersionHigh == 12U << 16 &&
             module.version.fileVersionLow == 2932U)
             ours.insert(fs::path(dump.String(module.nameRva)).filename());

@@ -28,7 +28,7 @@ constexpr std::uint32_t kVectorRecord = 0x46508001;
 constexpr std::size_t kVectorRecordSize = 528;
 
 template <typename T>
-T At(const Minidump::ContextArm64& context, std::size_t offset)
+T At(const Minidump::CContextArm64& context, std::size_t offset)
 {
     T value = {};
     std::memcpy(&value, reinterpret_cast<const char*>(&context) + offset,
@@ -99,23 +99,23 @@ void AddOne(CMinidumpFile& file, EStream type, const T& entry)
 }
 
 // A dump of one thread that these registers are all of.
-void WriteDump(const std::string& path, const Minidump::ContextArm64& context)
+void WriteDump(const std::string& path, const Minidump::CContextArm64& context)
 {
     const int descriptor =
         open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     CMinidumpFile file(descriptor);
-    Minidump::SystemInfo system = {};
+    Minidump::CSystemInfo system = {};
     system.architecture = Minidump::kArchitectureArm64;
     system.platform = Minidump::kPlatformLinux;
     file.AddStream(EStream::SystemInfo, file.Append(&system, sizeof(system)));
     const char stack[64] = {};
-    Minidump::Thread thread = {};
+    Minidump::CThread thread = {};
     thread.id = 78;
     thread.context = file.Append(&context, sizeof(context));
     thread.stack = {context.sp, file.Append(stack, sizeof(stack))};
     AddOne(file, EStream::ThreadList, thread);
     AddOne(file, EStream::MemoryList, thread.stack);
-    Minidump::Exception exception = {};
+    Minidump::CException exception = {};
     exception.threadId = thread.id;
     exception.code = 11;
     exception.context = thread.context;

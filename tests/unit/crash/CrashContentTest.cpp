@@ -46,7 +46,7 @@ TEST_F(CrashContent, FaultShowsItsCodeAndAddress)
     ExpectKilledBy(SIGSEGV, Crash(FaultSegv));
     const CDumpReader dump(Dump());
     const auto exception =
-        dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
+        dump.At<Minidump::CException>(dump.Stream(EStream::Exception).rva);
     EXPECT_EQ(exception.address, kFaultAddress);
     EXPECT_EQ(exception.flags, static_cast<unsigned>(SEGV_MAPERR));
     EXPECT_EQ(dump.NoteValue("code"), "1");
@@ -85,7 +85,7 @@ TEST_F(CrashContent, NoteIsInTheMemoryThatADebuggerShows)
     const CDumpReader dump(Dump());
     bool found = false;
     for (const auto& memory :
-         dump.List<Minidump::MemoryDescriptor>(EStream::MemoryList))
+         dump.List<Minidump::CMemoryDescriptor>(EStream::MemoryList))
         found |= dump.Bytes(memory.memory).rfind("application: tool", 0) == 0;
     EXPECT_TRUE(found);
 }
@@ -95,12 +95,12 @@ TEST_F(CrashContent, DumpHasEveryStream)
     ExpectKilledBy(SIGSEGV, Crash(FaultSegv));
     const CDumpReader dump(Dump());
     const auto system =
-        dump.At<Minidump::SystemInfo>(dump.Stream(EStream::SystemInfo).rva);
+        dump.At<Minidump::CSystemInfo>(dump.Stream(EStream::SystemInfo).rva);
     EXPECT_EQ(system.platform, Minidump::kPlatformLinux);
     EXPECT_GE(system.processorCount, 1);
     EXPECT_EQ(dump.String(system.versionTextRva).rfind("Linux ", 0), 0U);
     const auto misc =
-        dump.At<Minidump::MiscInfo>(dump.Stream(EStream::MiscInfo).rva);
+        dump.At<Minidump::CMiscInfo>(dump.Stream(EStream::MiscInfo).rva);
     EXPECT_EQ(misc.processId, static_cast<unsigned>(m_child));
     EXPECT_NE(dump.Text(EStream::LinuxMaps).find("[stack]"), std::string::npos);
     EXPECT_NE(dump.Text(EStream::LinuxProcStatus)
@@ -115,7 +115,7 @@ TEST_F(CrashContent, ModulesHaveBuildIdentifiersAndVersions)
 {
     ExpectKilledBy(SIGSEGV, Crash(FaultSegv));
     const CDumpReader dump(Dump());
-    const auto modules = dump.List<Minidump::Module>(EStream::ModuleList);
+    const auto modules = dump.List<Minidump::CModule>(EStream::ModuleList);
     bool self = false;
     bool libc = false;
     for (const auto& module : modules)
@@ -154,7 +154,7 @@ TEST_F(CrashContent, StackIsThatOfTheCrashedThread)
         });
     ExpectKilledBy(SIGSEGV, status);
     const auto threads =
-        CDumpReader(Dump()).List<Minidump::Thread>(EStream::ThreadList);
+        CDumpReader(Dump()).List<Minidump::CThread>(EStream::ThreadList);
     ASSERT_FALSE(threads.empty());
     EXPECT_LE(threads[0].stack.start, *frame);
     EXPECT_GT(threads[0].stack.start + threads[0].stack.memory.size, *frame);
@@ -201,12 +201,12 @@ TEST_F(CrashContent, FullDumpHasAllMemory)
     EXPECT_EQ(dump.NoteValue("memory"), "full");
 
     const auto place = dump.Stream(EStream::Memory64List);
-    const auto head = dump.At<Minidump::Memory64Head>(place.rva);
+    const auto head = dump.At<Minidump::CMemory64Head>(place.rva);
     std::uint64_t bytes = 0;
     for (std::uint64_t i = 0; i < head.count; i++)
-        bytes += dump.At<Minidump::MemoryDescriptor64>(
+        bytes += dump.At<Minidump::CMemoryDescriptor64>(
                          place.rva + sizeof(head) +
-                         i * sizeof(Minidump::MemoryDescriptor64))
+                         i * sizeof(Minidump::CMemoryDescriptor64))
                      .size;
     EXPECT_GT(head.count, 10U);
     EXPECT_EQ(head.baseRva + bytes, dump.Size());

@@ -76,7 +76,7 @@ TEST_F(CrashHandler, EachFaultLeavesADumpAndItsSignal)
         ExpectKilledBy(one.signal, status);
         const CDumpReader dump(Dump());
         const auto exception =
-            dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
+            dump.At<Minidump::CException>(dump.Stream(EStream::Exception).rva);
         EXPECT_EQ(exception.code, static_cast<unsigned>(one.signal));
         EXPECT_EQ(exception.threadId, static_cast<unsigned>(m_child));
         EXPECT_EQ(dump.NoteValue("signal"),
@@ -103,7 +103,7 @@ TEST_F(CrashHandler, EveryThreadIsThere)
         });
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
-    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    const auto threads = dump.List<Minidump::CThread>(EStream::ThreadList);
     EXPECT_GE(*count, 52U);
     EXPECT_EQ(threads.size(), *count);
     EXPECT_NE(dump.NoteValue("thread"), dump.NoteValue("process"));
@@ -130,7 +130,7 @@ TEST_F(CrashHandler, ThreadOfTheAgentMayOverflowItsStack)
         });
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
-    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    const auto threads = dump.List<Minidump::CThread>(EStream::ThreadList);
     ASSERT_GE(threads.size(), 2U);
     EXPECT_GT(threads[0].stack.memory.size, 100000U);
 }
@@ -307,7 +307,7 @@ TEST_F(CrashHandler, TracedProcessLeavesADumpOfTheCrashedThread)
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
     EXPECT_EQ(dump.NoteValue("process"), std::to_string(m_child));
-    const auto threads = dump.List<Minidump::Thread>(EStream::ThreadList);
+    const auto threads = dump.List<Minidump::CThread>(EStream::ThreadList);
     ASSERT_FALSE(threads.empty());
     EXPECT_LT(threads.size(), *count);
     EXPECT_EQ(threads[0].id, static_cast<unsigned>(m_child));

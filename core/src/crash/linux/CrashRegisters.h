@@ -40,6 +40,6 @@ struct CCrashRegisters
 void TakeRegisters(const ucontext_t& from, CCrashRegisters& registers);
 
 /// Sets what the format wants to know of the processor.
-void DescribeProcessor(Minidump::SystemInfo& system);
+void DescribeProcessor(Minidump::CSystemInfo& system);
 
 } // namespace KzaCore

@@ -65,9 +65,9 @@ constexpr std::size_t kMaxMemory = kMaxCrashThreads + 16;
 // crash they cost the process nothing but addresses.
 CCrashMaps g_maps;
 pid_t g_stopped[kMaxCrashThreads];
-Minidump::Thread g_threads[kMaxCrashThreads + 1];
-Minidump::Module g_modules[kMaxModules];
-Minidump::MemoryDescriptor g_memory[kMaxMemory];
+Minidump::CThread g_threads[kMaxCrashThreads + 1];
+Minidump::CModule g_modules[kMaxModules];
+Minidump::CMemoryDescriptor g_memory[kMaxMemory];
 char g_block[256 * 1024];
 
 // A list as the format has it: a count and the entries.
@@ -78,7 +78,7 @@ void AddList(CMinidumpFile& file,
              std::size_t count)
 {
     const auto number = static_cast<std::uint32_t>(count);
-    const Minidump::Location list =
+    const Minidump::CLocation list =
         file.Reserve(sizeof(number) + count * sizeof(T));
     file.Fill(list, &number, sizeof(number));
     file.Fill({0, static_cast<std::uint32_t>(list.rva + sizeof(number))},
@@ -149,7 +149,7 @@ void CCrashStreams::AddSystemInfo()
             .Add(names.version)
             .Add(" ")
             .Add(names.machine);
-    Minidump::SystemInfo system = {};
+    Minidump::CSystemInfo system = {};
     system.platform = Minidump::kPlatformLinux;
     system.processorCount = CountProcessors();
     DescribeProcessor(system);
@@ -160,7 +160,7 @@ void CCrashStreams::AddSystemInfo()
 
 void CCrashStreams::AddMiscInfo()
 {
-    Minidump::MiscInfo misc = {};
+    Minidump::CMiscInfo misc = {};
     misc.size = sizeof(misc);
     misc.flags = Minidump::kMiscHasProcessId;
     misc.processId = static_cast<std::uint32_t>(m_cause.process);
@@ -170,7 +170,7 @@ void CCrashStreams::AddMiscInfo()
 
 void CCrashStreams::AddException()
 {
-    Minidump::Exception exception = {};
+    Minidump::CException exception = {};
     exception.threadId = static_cast<std::uint32_t>(m_cause.thread);
     exception.code = static_cast<std::uint32_t>(m_cause.info->si_signo);
     exception.flags = static_cast<std::uint32_t>(m_cause.info->si_code);
@@ -197,10 +197,10 @@ void CCrashStreams::AddThreads()
     AddList(m_file, Minidump::EStream::ThreadList, g_threads, count);
 }
 
-Minidump::Thread CCrashStreams::DescribeThread(pid_t id,
-                                               const CCrashRegisters& registers)
+Minidump::CThread CCrashStreams::DescribeThread(
+    pid_t id, const CCrashRegisters& registers)
 {
-    Minidump::Thread thread = {};
+    Minidump::CThread thread = {};
     thread.id = static_cast<std::uint32_t>(id);
     thread.context = m_file.Append(registers.record, registers.recordSize);
     const CCrashMapping* stack = g_maps.FindStack(registers.stackPointer);
@@ -228,7 +228,7 @@ void CCrashStreams::AddModules()
         CCrashModule found;
         if (count == kMaxModules || !DescribeModule(g_maps, mapping, found))
             continue;
-        Minidump::Module& module = g_modules[count++];
+        Minidump::CModule& module = g_modules[count++];
         module = {};
         module.base = found.base;
         module.size = static_cast<std::uint32_t>(found.end - found.base);
@@ -244,7 +244,7 @@ void CCrashStreams::AddModules()
     AddList(m_file, Minidump::EStream::ModuleList, g_modules, count);
 }
 
-Minidump::FixedFileInfo CCrashStreams::VersionOf(
+Minidump::CFixedFileInfo CCrashStreams::VersionOf(
     const CCrashModule& module) const
 {
     const auto holds = [&module](std::uint64_t address)
@@ -255,7 +255,7 @@ Minidump::FixedFileInfo CCrashStreams::VersionOf(
                         holds(reinterpret_cast<std::uintptr_t>(&ParseVersion));
     std::uint16_t numbers[kVersionNumbers];
     ParseVersion(isOurs ? m_plan.version : VersionInName(module.path), numbers);
-    Minidump::FixedFileInfo version = {};
+    Minidump::CFixedFileInfo version = {};
     version.signature = Minidump::kFixedFileInfoSignature;
     version.structVersion = Minidump::kFixedFileInfoVersion;
     version.fileVersionHigh =
@@ -271,21 +271,21 @@ void CCrashStreams::AddNote()
 {
     const std::size_t length = ComposeCrashNote(m_plan, m_cause);
     // The helper's own memory holds the note, the process's does not.
-    const Minidump::Location note = m_file.Append(kza_crash_note, length + 1);
+    const Minidump::CLocation note = m_file.Append(kza_crash_note, length + 1);
     m_file.AddStream(Minidump::EStream::CommentA, note);
     ListMemory({reinterpret_cast<std::uintptr_t>(kza_crash_note), note});
 }
 
-void CCrashStreams::ListMemory(const Minidump::MemoryDescriptor& memory)
+void CCrashStreams::ListMemory(const Minidump::CMemoryDescriptor& memory)
 {
     if (m_memoryCount < kMaxMemory)
         g_memory[m_memoryCount++] = memory;
 }
 
-Minidump::MemoryDescriptor CCrashStreams::AddMemory(std::uint64_t start,
-                                                    std::uint64_t size)
+Minidump::CMemoryDescriptor CCrashStreams::AddMemory(std::uint64_t start,
+                                                     std::uint64_t size)
 {
-    const Minidump::Location place = m_file.Reserve(size);
+    const Minidump::CLocation place = m_file.Reserve(size);
     for (std::uint64_t done = 0; done < size;)
     {
         const std::size_t part =
@@ -295,7 +295,7 @@ Minidump::MemoryDescriptor CCrashStreams::AddMemory(std::uint64_t start,
                     part);
         done += part;
     }
-    const Minidump::MemoryDescriptor memory = {start, place};
+    const Minidump::CMemoryDescriptor memory = {start, place};
     ListMemory(memory);
     return memory;
 }
@@ -305,7 +305,7 @@ void CCrashStreams::AddMemoryAround(std::uint64_t address, std::uint64_t reach)
     const CCrashMapping* mapping = g_maps.Find(address);
     if (mapping == nullptr || !mapping->readable)
         return;
-    const auto holdsIt = [address](const Minidump::MemoryDescriptor& memory)
+    const auto holdsIt = [address](const Minidump::CMemoryDescriptor& memory)
     {
         return memory.start <= address &&
                address - memory.start < memory.memory.size;
@@ -347,17 +347,17 @@ void CCrashStreams::AddAllMemory()
     { return mapping.readable && !mapping.excluded; };
     const auto count = static_cast<std::uint64_t>(
         std::count_if(g_maps.begin(), g_maps.end(), isWanted));
-    const std::size_t size = sizeof(Minidump::Memory64Head) +
-                             count * sizeof(Minidump::MemoryDescriptor64);
-    const Minidump::Location list = m_file.Reserve(size);
-    const Minidump::Memory64Head head = {count, m_file.Position()};
+    const std::size_t size = sizeof(Minidump::CMemory64Head) +
+                             count * sizeof(Minidump::CMemoryDescriptor64);
+    const Minidump::CLocation list = m_file.Reserve(size);
+    const Minidump::CMemory64Head head = {count, m_file.Position()};
     m_file.Fill(list, &head, sizeof(head));
     auto at = static_cast<std::uint32_t>(list.rva + sizeof(head));
     for (const CCrashMapping& mapping : g_maps)
     {
         if (!isWanted(mapping))
             continue;
-        const Minidump::MemoryDescriptor64 range = {
+        const Minidump::CMemoryDescriptor64 range = {
             mapping.start, mapping.end - mapping.start};
         m_file.Fill({0, at}, &range, sizeof(range));
         at += sizeof(range);

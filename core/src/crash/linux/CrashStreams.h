@@ -32,9 +32,10 @@ private:
     void AddMiscInfo();
     void AddException();
     void AddThreads();
-    Minidump::Thread DescribeThread(pid_t id, const CCrashRegisters& registers);
+    Minidump::CThread DescribeThread(pid_t id,
+                                     const CCrashRegisters& registers);
     void AddModules();
-    Minidump::FixedFileInfo VersionOf(const struct CCrashModule& module) const;
+    Minidump::CFixedFileInfo VersionOf(const struct CCrashModule& module) const;
     void AddNote();
     void AddMemoryList();
     void AddProcFile(Minidump::EStream type, const char* name);
@@ -42,10 +43,10 @@ private:
     void AddAllMemory();
 
     // Blocks of memory; each is in the file once, and in the memory list.
-    Minidump::MemoryDescriptor AddMemory(std::uint64_t start,
-                                         std::uint64_t size);
+    Minidump::CMemoryDescriptor AddMemory(std::uint64_t start,
+                                          std::uint64_t size);
     void AddMemoryAround(std::uint64_t address, std::uint64_t reach);
-    void ListMemory(const Minidump::MemoryDescriptor& memory);
+    void ListMemory(const Minidump::CMemoryDescriptor& memory);
 
     const CCrashPlan& m_plan;
     const CCrashCause& m_cause;

@@ -37,11 +37,12 @@ TEST_F(CrashRegisters, OfTheFaultAreInTheDump)
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
     const auto system =
-        dump.At<Minidump::SystemInfo>(dump.Stream(EStream::SystemInfo).rva);
+        dump.At<Minidump::CSystemInfo>(dump.Stream(EStream::SystemInfo).rva);
     EXPECT_EQ(system.architecture, Minidump::kArchitectureArm64);
     const auto exception =
-        dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
-    const auto context = dump.At<Minidump::ContextArm64>(exception.context.rva);
+        dump.At<Minidump::CException>(dump.Stream(EStream::Exception).rva);
+    const auto context =
+        dump.At<Minidump::CContextArm64>(exception.context.rva);
     EXPECT_EQ(context.flags,
               Minidump::kContextArm64General | Minidump::kContextArm64Vector);
     EXPECT_EQ(context.x[21], 0x1234000000005678U);

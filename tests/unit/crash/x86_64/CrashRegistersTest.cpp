@@ -29,9 +29,9 @@ class CrashRegisters : public CCrashTest
 {
 };
 
-Minidump::ContextAmd64 RecordOf(const CCrashRegisters& registers)
+Minidump::CContextAmd64 RecordOf(const CCrashRegisters& registers)
 {
-    Minidump::ContextAmd64 record = {};
+    Minidump::CContextAmd64 record = {};
     EXPECT_EQ(registers.recordSize, sizeof(record));
     std::memcpy(&record, registers.record, sizeof(record));
     return record;
@@ -39,7 +39,7 @@ Minidump::ContextAmd64 RecordOf(const CCrashRegisters& registers)
 
 // Each register holds a number of its own: 1 in rax, 2 in rcx, and so on, as
 // the processor numbers them.
-void ExpectNumbered(const Minidump::ContextAmd64& record)
+void ExpectNumbered(const Minidump::CContextAmd64& record)
 {
     const std::uint64_t general[] = {
         record.rax, record.rcx, record.rdx, record.rbx, record.rsp, record.rbp,
@@ -95,11 +95,12 @@ TEST_F(CrashRegisters, OfTheFaultAreInTheDump)
     ExpectKilledBy(SIGSEGV, status);
     const CDumpReader dump(Dump());
     const auto system =
-        dump.At<Minidump::SystemInfo>(dump.Stream(EStream::SystemInfo).rva);
+        dump.At<Minidump::CSystemInfo>(dump.Stream(EStream::SystemInfo).rva);
     EXPECT_EQ(system.architecture, Minidump::kArchitectureAmd64);
     const auto exception =
-        dump.At<Minidump::Exception>(dump.Stream(EStream::Exception).rva);
-    const auto context = dump.At<Minidump::ContextAmd64>(exception.context.rva);
+        dump.At<Minidump::CException>(dump.Stream(EStream::Exception).rva);
+    const auto context =
+        dump.At<Minidump::CContextAmd64>(exception.context.rva);
     EXPECT_EQ(context.r13, 0x1234567890abcdefU);
 }
 
@@ -121,7 +122,7 @@ TEST_F(CrashRegisters, OfASignalAreInTheirPlaces)
 
     CCrashRegisters registers;
     TakeRegisters(context, registers);
-    const Minidump::ContextAmd64 record = RecordOf(registers);
+    const Minidump::CContextAmd64 record = RecordOf(registers);
     ExpectNumbered(record);
     EXPECT_EQ(record.cs, 0x11);
     EXPECT_EQ(record.gs, 0x22);
@@ -152,7 +153,7 @@ TEST_F(CrashRegisters, OfAThreadAreInTheirPlaces)
 
     CCrashRegisters registers;
     ASSERT_TRUE(ReadRegisters(child.Id(), registers));
-    const Minidump::ContextAmd64 record = RecordOf(registers);
+    const Minidump::CContextAmd64 record = RecordOf(registers);
     ExpectNumbered(record);
     EXPECT_EQ(record.cs, general.cs);
     EXPECT_EQ(record.ss, general.ss);

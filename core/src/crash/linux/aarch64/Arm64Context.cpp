@@ -55,10 +55,10 @@ bool FindVector(const unsigned char* list,
     return false;
 }
 
-Minidump::ContextArm64 MakeContext(const CArm64General& general,
-                                   const CArm64Vector* vector)
+Minidump::CContextArm64 MakeContext(const CArm64General& general,
+                                    const CArm64Vector* vector)
 {
-    Minidump::ContextArm64 context = {};
+    Minidump::CContextArm64 context = {};
     context.flags = Minidump::kContextArm64General;
     static_assert(sizeof(context.x) == sizeof(general.x));
     std::memcpy(context.x, general.x, sizeof(context.x));

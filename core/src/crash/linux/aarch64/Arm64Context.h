@@ -46,7 +46,7 @@ struct CArm64Vector
                               CArm64Vector& vector);
 
 /// \param vector  Null when they are not known.
-[[nodiscard]] Minidump::ContextArm64 MakeContext(const CArm64General& general,
-                                                 const CArm64Vector* vector);
+[[nodiscard]] Minidump::CContextArm64 MakeContext(const CArm64General& general,
+                                                  const CArm64Vector* vector);
 
 } // namespace KzaCore

@@ -39,7 +39,7 @@ bool ReadSet(pid_t thread, int which, T& registers)
            place.iov_len == sizeof(registers);
 }
 
-void Keep(const Minidump::ContextArm64& context, CCrashRegisters& registers)
+void Keep(const Minidump::CContextArm64& context, CCrashRegisters& registers)
 {
     static_assert(sizeof(context) <= sizeof(registers.record));
     std::memcpy(registers.record, &context, sizeof(context));
@@ -72,7 +72,7 @@ void TakeRegisters(const ucontext_t& from, CCrashRegisters& registers)
     Keep(MakeContext(general, isFound ? &vector : nullptr), registers);
 }
 
-void DescribeProcessor(Minidump::SystemInfo& system)
+void DescribeProcessor(Minidump::CSystemInfo& system)
 {
     constexpr std::uint16_t kArchitectureLevel = 8; // ARMv8
     system.architecture = Minidump::kArchitectureArm64;

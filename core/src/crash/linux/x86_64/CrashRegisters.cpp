@@ -22,45 +22,45 @@ namespace KzaCore
 namespace
 {
 
-using Minidump::ContextAmd64;
+using Minidump::CContextAmd64;
 
 struct CRegister
 {
-    std::uint64_t ContextAmd64::*record;
+    std::uint64_t CContextAmd64::*record;
     unsigned long long user_regs_struct::*debugged;
     int signalled; // its index in the context of a signal
 };
 
 constexpr CRegister kRegisters[] = {
-    {&ContextAmd64::rax, &user_regs_struct::rax, REG_RAX},
-    {&ContextAmd64::rcx, &user_regs_struct::rcx, REG_RCX},
-    {&ContextAmd64::rdx, &user_regs_struct::rdx, REG_RDX},
-    {&ContextAmd64::rbx, &user_regs_struct::rbx, REG_RBX},
-    {&ContextAmd64::rsp, &user_regs_struct::rsp, REG_RSP},
-    {&ContextAmd64::rbp, &user_regs_struct::rbp, REG_RBP},
-    {&ContextAmd64::rsi, &user_regs_struct::rsi, REG_RSI},
-    {&ContextAmd64::rdi, &user_regs_struct::rdi, REG_RDI},
-    {&ContextAmd64::r8, &user_regs_struct::r8, REG_R8},
-    {&ContextAmd64::r9, &user_regs_struct::r9, REG_R9},
-    {&ContextAmd64::r10, &user_regs_struct::r10, REG_R10},
-    {&ContextAmd64::r11, &user_regs_struct::r11, REG_R11},
-    {&ContextAmd64::r12, &user_regs_struct::r12, REG_R12},
-    {&ContextAmd64::r13, &user_regs_struct::r13, REG_R13},
-    {&ContextAmd64::r14, &user_regs_struct::r14, REG_R14},
-    {&ContextAmd64::r15, &user_regs_struct::r15, REG_R15},
-    {&ContextAmd64::rip, &user_regs_struct::rip, REG_RIP},
+    {&CContextAmd64::rax, &user_regs_struct::rax, REG_RAX},
+    {&CContextAmd64::rcx, &user_regs_struct::rcx, REG_RCX},
+    {&CContextAmd64::rdx, &user_regs_struct::rdx, REG_RDX},
+    {&CContextAmd64::rbx, &user_regs_struct::rbx, REG_RBX},
+    {&CContextAmd64::rsp, &user_regs_struct::rsp, REG_RSP},
+    {&CContextAmd64::rbp, &user_regs_struct::rbp, REG_RBP},
+    {&CContextAmd64::rsi, &user_regs_struct::rsi, REG_RSI},
+    {&CContextAmd64::rdi, &user_regs_struct::rdi, REG_RDI},
+    {&CContextAmd64::r8, &user_regs_struct::r8, REG_R8},
+    {&CContextAmd64::r9, &user_regs_struct::r9, REG_R9},
+    {&CContextAmd64::r10, &user_regs_struct::r10, REG_R10},
+    {&CContextAmd64::r11, &user_regs_struct::r11, REG_R11},
+    {&CContextAmd64::r12, &user_regs_struct::r12, REG_R12},
+    {&CContextAmd64::r13, &user_regs_struct::r13, REG_R13},
+    {&CContextAmd64::r14, &user_regs_struct::r14, REG_R14},
+    {&CContextAmd64::r15, &user_regs_struct::r15, REG_R15},
+    {&CContextAmd64::rip, &user_regs_struct::rip, REG_RIP},
 };
 
-ContextAmd64& NewRecord(CCrashRegisters& registers)
+CContextAmd64& NewRecord(CCrashRegisters& registers)
 {
-    static_assert(sizeof(ContextAmd64) <= kMaxRegistersRecord);
-    registers.recordSize = sizeof(ContextAmd64);
-    auto* record = new (registers.record) ContextAmd64();
+    static_assert(sizeof(CContextAmd64) <= kMaxRegistersRecord);
+    registers.recordSize = sizeof(CContextAmd64);
+    auto* record = new (registers.record) CContextAmd64();
     record->flags = Minidump::kContextAmd64;
     return *record;
 }
 
-void Locate(const ContextAmd64& record, CCrashRegisters& registers)
+void Locate(const CContextAmd64& record, CCrashRegisters& registers)
 {
     registers.stackPointer = record.rsp;
     registers.instruction = record.rip;
@@ -75,7 +75,7 @@ bool ReadRegisters(pid_t thread, CCrashRegisters& registers)
     if (ptrace(PTRACE_GETREGS, thread, nullptr, &general) != 0 ||
         ptrace(PTRACE_GETFPREGS, thread, nullptr, &floating) != 0)
         return false;
-    ContextAmd64& record = NewRecord(registers);
+    CContextAmd64& record = NewRecord(registers);
     for (const CRegister& one : kRegisters)
         record.*one.record = general.*one.debugged;
     record.cs = static_cast<std::uint16_t>(general.cs);
@@ -96,7 +96,7 @@ void TakeRegisters(const ucontext_t& from, CCrashRegisters& registers)
 {
     const auto& general = from.uc_mcontext.gregs;
     const auto* floating = from.uc_mcontext.fpregs;
-    ContextAmd64& record = NewRecord(registers);
+    CContextAmd64& record = NewRecord(registers);
     for (const CRegister& one : kRegisters)
         record.*one.record = static_cast<std::uint64_t>(general[one.signalled]);
     // Four segment registers share one word, 16 bits each.
@@ -114,7 +114,7 @@ void TakeRegisters(const ucontext_t& from, CCrashRegisters& registers)
     std::memcpy(record.floatSave, floating, sizeof(*floating));
 }
 
-void DescribeProcessor(Minidump::SystemInfo& system)
+void DescribeProcessor(Minidump::CSystemInfo& system)
 {
     system.architecture = Minidump::kArchitectureAmd64;
     unsigned a = 0;
