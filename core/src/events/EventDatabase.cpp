@@ -216,7 +216,7 @@ std::int64_t CEventDatabase::Insert(const CAgentEvent& event)
 
 bool CEventDatabase::Select(std::int64_t afterId,
                             std::int64_t limit,
-                            std::vector<SStoredEvent>& events)
+                            std::vector<CStoredEvent>& events)
 {
     sqlite3_bind_int64(m_select, 1, afterId);
     sqlite3_bind_int64(m_select, 2, limit);

@@ -48,7 +48,7 @@ public:
     /// Reads events of the open database, as ReadEvents() does.
     [[nodiscard]] bool Select(std::int64_t afterId,
                               std::int64_t limit,
-                              std::vector<SStoredEvent>& events);
+                              std::vector<CStoredEvent>& events);
 
     /// Why the last call failed.
     [[nodiscard]] const std::string& Reason() const { return m_reason; }

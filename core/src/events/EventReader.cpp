@@ -51,8 +51,8 @@ std::string UriOf(const std::string& path)
 }
 
 int Select(sqlite3* db,
-           const EventRange& range,
-           std::vector<SStoredEvent>& events)
+           const CEventRange& range,
+           std::vector<CStoredEvent>& events)
 {
     const std::string sql = std::string("select ") + kEventColumns +
                             " from agent_event where id > ?1 "
@@ -74,8 +74,8 @@ int Select(sqlite3* db,
 } // namespace
 
 bool ReadEventsOf(const std::string& path,
-                  const EventRange& range,
-                  std::vector<SStoredEvent>& events,
+                  const CEventRange& range,
+                  std::vector<CStoredEvent>& events,
                   std::string& error)
 {
     events.clear();

@@ -15,7 +15,7 @@
 namespace KzaCore
 {
 
-struct EventRange
+struct CEventRange
 {
     std::int64_t afterId = 0; // only events with a greater id
     std::int64_t last = -1;   // of these the last so many; negative for all
@@ -27,8 +27,8 @@ struct EventRange
 /// \param events  Replaced by the result.
 /// \param error   Set to the reason after a failure.
 [[nodiscard]] bool ReadEventsOf(const std::string& path,
-                                const EventRange& range,
-                                std::vector<SStoredEvent>& events,
+                                const CEventRange& range,
+                                std::vector<CStoredEvent>& events,
                                 std::string& error);
 
 } // namespace KzaCore

@@ -7,9 +7,9 @@
 namespace KzaCore
 {
 
-SStoredEvent EventOfRow(sqlite3_stmt* row)
+CStoredEvent EventOfRow(sqlite3_stmt* row)
 {
-    SStoredEvent event;
+    CStoredEvent event;
     event.id = sqlite3_column_int64(row, 0);
     event.number = sqlite3_column_int64(row, 1);
     event.severity = sqlite3_column_int64(row, 2);

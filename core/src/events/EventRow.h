@@ -17,6 +17,6 @@ namespace KzaCore
 inline constexpr char kEventColumns[] =
     "id, number, severity, time, time_ms, text";
 
-[[nodiscard]] SStoredEvent EventOfRow(sqlite3_stmt* row);
+[[nodiscard]] CStoredEvent EventOfRow(sqlite3_stmt* row);
 
 } // namespace KzaCore

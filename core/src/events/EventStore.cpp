@@ -23,7 +23,7 @@ namespace
 constexpr char kFileName[] = "/events.db";
 
 // The one connection of the process.
-struct SStore
+struct CStore
 {
     CMutex mutex;
     CEventDatabase database KZA_GUARDED_BY(mutex);
@@ -31,9 +31,9 @@ struct SStore
 
 // Never destroyed: a process that ends by exit() on one thread may have
 // another in here.
-SStore& Store()
+CStore& Store()
 {
-    static SStore* const store = new SStore;
+    static CStore* const store = new CStore;
     return *store;
 }
 
@@ -75,7 +75,7 @@ std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event)
         return 0;
     }
     const std::string path = work + kFileName;
-    SStore& store = Store();
+    CStore& store = Store();
     const CLock lock(store.mutex);
     CEventDatabase& database = store.database;
     std::int64_t id = database.Open(path) ? database.Insert(event) : 0;
@@ -91,7 +91,7 @@ std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event)
 bool ReadEvents(const CDom& dom,
                 std::int64_t afterId,
                 std::int64_t limit,
-                std::vector<SStoredEvent>& events,
+                std::vector<CStoredEvent>& events,
                 std::string& error)
 {
     events.clear();
@@ -100,7 +100,7 @@ bool ReadEvents(const CDom& dom,
     struct stat status = {};
     if (work.empty() || (lstat(path.c_str(), &status) != 0 && errno == ENOENT))
         return true;
-    SStore& store = Store();
+    CStore& store = Store();
     const CLock lock(store.mutex);
     CEventDatabase& database = store.database;
     if (database.Open(path) && database.Select(afterId, limit, events))
@@ -111,7 +111,7 @@ bool ReadEvents(const CDom& dom,
 
 void CloseEventStore()
 {
-    SStore& store = Store();
+    CStore& store = Store();
     const CLock lock(store.mutex);
     store.database.Close();
 }

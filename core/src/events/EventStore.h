@@ -44,7 +44,7 @@ std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event);
 [[nodiscard]] bool ReadEvents(const CDom& dom,
                               std::int64_t afterId,
                               std::int64_t limit,
-                              std::vector<SStoredEvent>& events,
+                              std::vector<CStoredEvent>& events,
                               std::string& error);
 
 /// Closes the database; a later use opens it again. To be called before SQLite

@@ -34,14 +34,14 @@ enum class EKind
     HardLimit  // sqlite3_hard_heap_limit64()
 };
 
-struct SSetting
+struct CSetting
 {
     const char* name;
     EKind kind;
     int option;
 };
 
-constexpr SSetting kSettings[] = {
+constexpr CSetting kSettings[] = {
     {"sqlite.config.singlethread", EKind::Flag, SQLITE_CONFIG_SINGLETHREAD},
     {"sqlite.config.multithread", EKind::Flag, SQLITE_CONFIG_MULTITHREAD},
     {"sqlite.config.serialized", EKind::Flag, SQLITE_CONFIG_SERIALIZED},
@@ -66,14 +66,14 @@ bool IsWithin(long long value, long long low, long long high)
 
 // A heap limit initialises the library, after which sqlite3_config() refuses
 // every call.
-bool NeedsRunningLibrary(const SSetting& setting)
+bool NeedsRunningLibrary(const CSetting& setting)
 {
     return setting.kind == EKind::SoftLimit || setting.kind == EKind::HardLimit;
 }
 
 // The result code of SQLite; SQLITE_RANGE for a value that its type does not
 // hold.
-int Apply(const SSetting& setting, long long value)
+int Apply(const CSetting& setting, long long value)
 {
     constexpr long long kMaxInt = 0x7fffffff;
     if (NeedsRunningLibrary(setting) && value < 0)
@@ -106,18 +106,18 @@ int Apply(const SSetting& setting, long long value)
     return SQLITE_MISUSE;
 }
 
-const SSetting* FindSetting(const std::string& name)
+const CSetting* FindSetting(const std::string& name)
 {
     const auto* const found =
         std::find_if(std::begin(kSettings), std::end(kSettings),
-                     [&name](const SSetting& s) { return name == s.name; });
+                     [&name](const CSetting& s) { return name == s.name; });
     return found == std::end(kSettings) ? nullptr : found;
 }
 
 void ApplySetting(const CDom& dom, const std::string& key, bool libraryRuns)
 {
     const wxString shown = TextOfBytes(key);
-    const SSetting* const setting = FindSetting(key);
+    const CSetting* const setting = FindSetting(key);
     if (setting == nullptr)
     {
         if (!libraryRuns)

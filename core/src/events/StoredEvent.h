@@ -11,7 +11,7 @@ namespace KzaCore
 {
 
 /// An attribute that was null reads as zero or empty.
-struct SStoredEvent
+struct CStoredEvent
 {
     std::int64_t id = 0;
     std::int64_t number = 0;

@@ -100,7 +100,7 @@ void SetNumber(lua_State* L, const char* field, std::int64_t value)
 }
 
 // Pushes the table of an event.
-void PushEvent(lua_State* L, const SStoredEvent& event)
+void PushEvent(lua_State* L, const CStoredEvent& event)
 {
     lua_createtable(L, 0, 6);
     SetNumber(L, "id", event.id);
@@ -114,11 +114,11 @@ void PushEvent(lua_State* L, const SStoredEvent& event)
 
 } // namespace
 
-void PushEvents(lua_State* L, const std::vector<SStoredEvent>& events)
+void PushEvents(lua_State* L, const std::vector<CStoredEvent>& events)
 {
     lua_createtable(L, static_cast<int>(events.size()), 0);
     int at = 0;
-    for (const SStoredEvent& event : events)
+    for (const CStoredEvent& event : events)
     {
         PushEvent(L, event);
         lua_rawseti(L, -2, ++at);
@@ -146,7 +146,7 @@ int LuaAgentEvents(lua_State* L)
     const CDom& dom = DomOfMethod(L);
     const std::int64_t afterId = OptionalInteger(L, 2, 0);
     const std::int64_t limit = OptionalInteger(L, 3, -1);
-    std::vector<SStoredEvent> events;
+    std::vector<CStoredEvent> events;
     std::string error;
     if (!ReadEvents(dom, afterId, limit, events, error))
     {

@@ -26,6 +26,6 @@ int LuaAgentEventWrite(lua_State* L);
 int LuaAgentEvents(lua_State* L);
 
 /// Pushes events as LuaAgentEvents() returns them.
-void PushEvents(lua_State* L, const std::vector<SStoredEvent>& events);
+void PushEvents(lua_State* L, const std::vector<CStoredEvent>& events);
 
 } // namespace KzaCore

@@ -209,10 +209,10 @@ int Columns(lua_State* L)
 int Events(lua_State* L)
 {
     const std::string path = CheckPath(L, 1);
-    EventRange range;
+    CEventRange range;
     range.afterId = static_cast<std::int64_t>(luaL_optnumber(L, 2, 0));
     range.last = static_cast<std::int64_t>(luaL_optnumber(L, 3, -1));
-    std::vector<SStoredEvent> events;
+    std::vector<CStoredEvent> events;
     std::string error;
     if (!ReadEventsOf(path, range, events, error))
         return PushFailure(L, error);

@@ -23,7 +23,7 @@
 #include <thread>
 
 using KzaCore::CAgentEvent;
-using KzaCore::SStoredEvent;
+using KzaCore::CStoredEvent;
 using namespace TestSupport;
 namespace fs = std::filesystem;
 namespace DomKey = KzaCore::DomKey;
@@ -53,10 +53,10 @@ protected:
         return m_dom->AgentEventWrite(event);
     }
 
-    std::vector<SStoredEvent> Read(std::int64_t afterId = 0,
+    std::vector<CStoredEvent> Read(std::int64_t afterId = 0,
                                    std::int64_t limit = -1)
     {
-        std::vector<SStoredEvent> events;
+        std::vector<CStoredEvent> events;
         std::string error;
         EXPECT_TRUE(KzaCore::ReadEvents(*m_dom, afterId, limit, events, error))
             << error;
@@ -66,7 +66,7 @@ protected:
     std::vector<std::string> Texts()
     {
         std::vector<std::string> texts;
-        for (const SStoredEvent& event : Read())
+        for (const CStoredEvent& event : Read())
             texts.push_back(event.text);
         return texts;
     }
@@ -425,7 +425,7 @@ TEST_F(EventStore, ThreadsShareOneConnection)
 TEST_F(EventStore, ADamagedDatabaseIsAnErrorToItsReader)
 {
     WriteFile(m_path, std::string(10000, 'x'));
-    std::vector<SStoredEvent> events;
+    std::vector<CStoredEvent> events;
     std::string error;
     EXPECT_FALSE(KzaCore::ReadEvents(*m_dom, 0, -1, events, error));
     EXPECT_EQ(error, "file is not a database");

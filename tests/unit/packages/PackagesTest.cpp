@@ -63,11 +63,11 @@ protected:
 
     Numbers Events()
     {
-        std::vector<KzaCore::SStoredEvent> events;
+        std::vector<KzaCore::CStoredEvent> events;
         std::string error;
         EXPECT_TRUE(KzaCore::ReadEvents(*m_dom, 0, -1, events, error)) << error;
         Numbers numbers;
-        for (const KzaCore::SStoredEvent& event : events)
+        for (const KzaCore::CStoredEvent& event : events)
             numbers.push_back(event.number);
         return numbers;
     }
