@@ -21,7 +21,7 @@ namespace
 // Registry name of the userdata below.
 constexpr char kArchives[] = "kza.archives";
 
-struct SArchives
+struct CArchives
 {
     CDom& dom;
     CArchiveSet set;
@@ -29,7 +29,7 @@ struct SArchives
 
 int CollectCB(lua_State* L)
 {
-    static_cast<SArchives*>(lua_touserdata(L, 1))->~SArchives();
+    static_cast<CArchives*>(lua_touserdata(L, 1))->~CArchives();
     lua_pushnil(L); // a finalizer that runs later must not find the archives
     lua_setmetatable(L, 1);
     return 0;
@@ -37,15 +37,15 @@ int CollectCB(lua_State* L)
 
 // The userdata on top of the stack, which is popped; null for anything else.
 // The registry is open to scripts, so what lies there may be any value.
-SArchives* TakeArchives(lua_State* L)
+CArchives* TakeArchives(lua_State* L)
 {
-    SArchives* archives = nullptr;
+    CArchives* archives = nullptr;
     if (lua_getmetatable(L, -1) != 0)
     {
         lua_pushliteral(L, "__gc");
         lua_rawget(L, -2);
         if (lua_tocfunction(L, -1) == CollectCB)
-            archives = static_cast<SArchives*>(lua_touserdata(L, -3));
+            archives = static_cast<CArchives*>(lua_touserdata(L, -3));
         lua_pop(L, 2);
     }
     lua_pop(L, 1);
@@ -110,8 +110,8 @@ int SearcherCB(lua_State* L)
 
 void InstallArchiveLoader(lua_State* L, CDom& dom)
 {
-    void* const memory = lua_newuserdata(L, sizeof(SArchives));
-    new (memory) SArchives{dom, {}};
+    void* const memory = lua_newuserdata(L, sizeof(CArchives));
+    new (memory) CArchives{dom, {}};
     lua_createtable(L, 0, 1);
     lua_pushcfunction(L, CollectCB);
     lua_setfield(L, -2, "__gc");
@@ -124,7 +124,7 @@ void InstallArchiveLoader(lua_State* L, CDom& dom)
 CArchiveSet* ArchivesOf(lua_State* L)
 {
     lua_getfield(L, LUA_REGISTRYINDEX, kArchives);
-    SArchives* const archives = TakeArchives(L);
+    CArchives* const archives = TakeArchives(L);
     if (archives == nullptr)
         return nullptr;
     archives->set.SetPaths(archives->dom.Get(DomKey::kLuaZipPath));

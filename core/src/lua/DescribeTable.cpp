@@ -19,13 +19,13 @@ constexpr int kMostFields = 20;
 constexpr int kDepth = 2;
 constexpr char kMore[] = "\u2026";
 
-struct SKey
+struct CKey
 {
     bool isText;
     lua_Number number;
     std::string text;
 
-    bool operator<(const SKey& other) const
+    bool operator<(const CKey& other) const
     {
         return std::tie(isText, number, text) <
                std::tie(other.isText, other.number, other.text);
@@ -72,7 +72,7 @@ std::string NumberText(lua_State* L, lua_Number number)
     return text;
 }
 
-std::string KeyText(lua_State* L, const SKey& key)
+std::string KeyText(lua_State* L, const CKey& key)
 {
     if (!key.isText)
         return "[" + NumberText(L, key.number) + "]";
@@ -92,7 +92,7 @@ public:
     {
         bool hasMore = false;
         std::string text;
-        for (const SKey& key : Keys(index, hasMore))
+        for (const CKey& key : Keys(index, hasMore))
         {
             hasMore = hasMore || depth == 0 || m_left == 0;
             if (depth == 0 || m_left == 0)
@@ -121,9 +121,9 @@ private:
 
     // The first keys in order, as many as may be shown and one more: a table
     // may hold millions.
-    std::vector<SKey> Keys(int index, bool& hasOthers)
+    std::vector<CKey> Keys(int index, bool& hasOthers)
     {
-        std::vector<SKey> keys;
+        std::vector<CKey> keys;
         lua_pushnil(m_L);
         while (lua_next(m_L, index) != 0)
         {
@@ -139,7 +139,7 @@ private:
         return keys;
     }
 
-    void Add(std::vector<SKey>& keys, SKey key) const
+    void Add(std::vector<CKey>& keys, CKey key) const
     {
         const auto most = static_cast<std::size_t>(m_left) + 1;
         if (keys.size() == most && !(key < keys.back()))
@@ -150,7 +150,7 @@ private:
             keys.pop_back();
     }
 
-    void PushField(int index, const SKey& key)
+    void PushField(int index, const CKey& key)
     {
         if (key.isText)
             lua_pushlstring(m_L, key.text.data(), key.text.size());

@@ -72,7 +72,7 @@ void PushDom(lua_State* L, CDom* dom)
         return;
     }
     auto* const reference =
-        static_cast<SDomReference*>(lua_newuserdata(L, sizeof(SDomReference)));
+        static_cast<CDomReference*>(lua_newuserdata(L, sizeof(CDomReference)));
     reference->dom = dom;
     luaL_getmetatable(L, kDomClass);
     if (!lua_istable(L, -1)) // absent, or put there by a script

@@ -22,7 +22,7 @@ CDom& DomOfMethod(lua_State* L)
         luaL_argerror(L, 1,
                       lua_pushfstring(L, "%s expected, got %s", kDomClass,
                                       luaL_typename(L, 1)));
-    return *static_cast<const SDomReference*>(self)->dom;
+    return *static_cast<const CDomReference*>(self)->dom;
 }
 
 } // namespace KzaCore

@@ -18,7 +18,7 @@ inline constexpr char kDomClass[] = "SLB.Dom";
 
 /// What the userdata holds. The domain belongs to the application and outlives
 /// every such reference.
-struct SDomReference
+struct CDomReference
 {
     CDom* dom;
 };

@@ -37,7 +37,7 @@ constexpr double kMostSeconds = 1e6; // more is no time-out to speak of
 // Nobody who answers in lines has more to say in one.
 constexpr std::size_t kLongestLine = 64 * 1024 * 1024;
 
-struct Connection
+struct CConnection
 {
     CDescriptor socket;
     std::string received; // and not yet handed out
@@ -73,17 +73,17 @@ bool WouldBlock()
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
 
-Connection& CheckConnection(lua_State* L)
+CConnection& CheckConnection(lua_State* L)
 {
     auto* const connection =
-        static_cast<Connection*>(luaL_checkudata(L, 1, kClass));
+        static_cast<CConnection*>(luaL_checkudata(L, 1, kClass));
     luaL_argcheck(L, connection->socket.IsOpen(), 1, "connection is closed");
     return *connection;
 }
 
 int Send(lua_State* L)
 {
-    const Connection& connection = CheckConnection(L);
+    const CConnection& connection = CheckConnection(L);
     std::size_t size = 0;
     const char* bytes = luaL_checklstring(L, 2, &size);
     const Clock::time_point deadline = CheckDeadline(L, 3);
@@ -107,7 +107,7 @@ int Send(lua_State* L)
 
 int Line(lua_State* L)
 {
-    Connection& connection = CheckConnection(L);
+    CConnection& connection = CheckConnection(L);
     const Clock::time_point deadline = CheckDeadline(L, 2);
     std::size_t looked = 0;
     std::array<char, 16384> piece;
@@ -139,13 +139,13 @@ int Line(lua_State* L)
 
 int Close(lua_State* L)
 {
-    static_cast<Connection*>(luaL_checkudata(L, 1, kClass))->socket.Close();
+    static_cast<CConnection*>(luaL_checkudata(L, 1, kClass))->socket.Close();
     return 0;
 }
 
 int Collect(lua_State* L)
 {
-    static_cast<Connection*>(luaL_checkudata(L, 1, kClass))->~Connection();
+    static_cast<CConnection*>(luaL_checkudata(L, 1, kClass))->~CConnection();
     return 0;
 }
 
@@ -155,10 +155,10 @@ const luaL_Reg kMethods[] = {{"send", Guarded<Send>},
                              {"__gc", Guarded<Collect>},
                              {nullptr, nullptr}};
 
-Connection& PushConnection(lua_State* L)
+CConnection& PushConnection(lua_State* L)
 {
     auto* const connection =
-        new (lua_newuserdata(L, sizeof(Connection))) Connection;
+        new (lua_newuserdata(L, sizeof(CConnection))) CConnection;
     if (luaL_newmetatable(L, kClass) != 0)
     {
         luaL_setfuncs(L, kMethods, 0);
@@ -188,7 +188,7 @@ int LuaConnect(lua_State* L)
                   "path too long for a socket");
     std::copy_n(path, size, address.sun_path);
 
-    Connection& connection = PushConnection(L);
+    CConnection& connection = PushConnection(L);
     connection.socket = CDescriptor(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!Prepare(connection.socket.Get()))
         return PushFailure(L, SystemErrorText(errno));

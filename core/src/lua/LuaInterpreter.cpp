@@ -36,7 +36,7 @@ int PanicCB(lua_State* L)
 
 // Reads a chunk's source piece by piece. Small pieces: they lie on the stack,
 // and a new thread's stack has yet to get its pages.
-struct SSource
+struct CSource
 {
     wxInputStream& in;
     std::array<char, 1024> buffer;
@@ -44,7 +44,7 @@ struct SSource
 
 const char* ReadSourceCB(lua_State* /*L*/, void* data, size_t* size)
 {
-    auto* const source = static_cast<SSource*>(data);
+    auto* const source = static_cast<CSource*>(data);
     source->in.Read(source->buffer.data(), source->buffer.size());
     *size = source->in.LastRead();
     return *size == 0 ? nullptr : source->buffer.data();
@@ -151,7 +151,7 @@ int CLuaInterpreter::RunScript(wxInputStream& in,
     lua_pushcfunction(L, ErrorReportCB);
     lua_insert(L, base + 1);
 
-    SSource source{in, {}};
+    CSource source{in, {}};
     const std::string name = "=" + std::string(chunkName.utf8_str());
     int status = lua_load(L, ReadSourceCB, &source, name.c_str(), nullptr);
     if (status == LUA_OK)

@@ -25,7 +25,7 @@ namespace
 constexpr int kFirstPrivate = STDERR_FILENO + 1;
 
 // Lua's file handle, which must come first, and the child at its other end.
-struct SChildStream
+struct CChildStream
 {
     luaL_Stream stream;
     pid_t pid;
@@ -94,7 +94,7 @@ FILE* OpenChild(const char* command, const char* mode, pid_t& pid)
 int CloseChildCB(lua_State* L)
 {
     const auto* const child =
-        static_cast<SChildStream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
+        static_cast<CChildStream*>(luaL_checkudata(L, 1, LUA_FILEHANDLE));
     const bool closed = fclose(child->stream.f) == 0;
     const int reason = errno;
     const int status = CSpawn::WaitFor(child->pid);
@@ -110,7 +110,7 @@ int PopenCB(lua_State* L)
 
     // Closed until the child is there: the collector may come by.
     auto* const child =
-        static_cast<SChildStream*>(lua_newuserdata(L, sizeof(SChildStream)));
+        static_cast<CChildStream*>(lua_newuserdata(L, sizeof(CChildStream)));
     child->stream.closef = nullptr;
     luaL_setmetatable(L, LUA_FILEHANDLE);
 
