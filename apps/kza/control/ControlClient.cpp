@@ -43,7 +43,7 @@ CControlClient::~CControlClient()
     close(m_fd);
 }
 
-bool CControlClient::Serve(const ControlService& service, Time now)
+bool CControlClient::Serve(const CControlService& service, Time now)
 {
     SendChanges();
     bool more = true;
@@ -59,7 +59,7 @@ bool CControlClient::Serve(const ControlService& service, Time now)
 
 // Answers what was read and writes the answers, in turns: lines that had to
 // wait for room have their turn as soon as the answers before them are gone.
-bool CControlClient::Answer(const ControlService& service, Time now)
+bool CControlClient::Answer(const CControlService& service, Time now)
 {
     do
     {
@@ -91,7 +91,7 @@ bool CControlClient::Read(Time now)
     return false;
 }
 
-void CControlClient::AnswerLines(const ControlService& service)
+void CControlClient::AnswerLines(const CControlService& service)
 {
     std::size_t begin = 0;
     while (!m_finishing && Waiting() <= kMaxAnswersAhead)
@@ -123,12 +123,12 @@ bool CControlClient::HoldsLine() const
     return !m_finishing && m_in.find('\n', m_seen) != std::string::npos;
 }
 
-void CControlClient::AnswerLine(const ControlService& service,
+void CControlClient::AnswerLine(const CControlService& service,
                                 const std::string& line)
 {
     if (IsBlank(line))
         return;
-    const ControlAnswer answer =
+    const CControlAnswer answer =
         AnswerControlRequest(service.dom, service.self, line);
     if (answer.watch)
         Watch(service, answer.watched);
@@ -136,7 +136,7 @@ void CControlClient::AnswerLine(const ControlService& service,
         Send(answer.line);
 }
 
-void CControlClient::Watch(const ControlService& service,
+void CControlClient::Watch(const CControlService& service,
                            const std::string& key)
 {
     if (!m_watched.empty() && m_watched != key)

@@ -22,10 +22,10 @@
 #include <string>
 
 /// What all clients of the process share.
-struct ControlService
+struct CControlService
 {
     KzaCore::CDom& dom; // the root domain
-    ControlIdentity self;
+    CControlIdentity self;
     /// Sees to it that each client is served soon. Threads: any.
     std::function<void()> wake;
 };
@@ -56,7 +56,7 @@ public:
     /// Reads, answers and writes what can be done at once.
     ///
     /// \return false when the connection is over.
-    [[nodiscard]] bool Serve(const ControlService& service, Time now);
+    [[nodiscard]] bool Serve(const CControlService& service, Time now);
 
     /// Sends a line that is no answer and closes the connection after it.
     void Dismiss(const std::string& line);
@@ -73,10 +73,10 @@ private:
     [[nodiscard]] bool HoldsLine() const;
 
     bool Read(Time now);
-    bool Answer(const ControlService& service, Time now);
-    void AnswerLines(const ControlService& service);
-    void AnswerLine(const ControlService& service, const std::string& line);
-    void Watch(const ControlService& service, const std::string& key);
+    bool Answer(const CControlService& service, Time now);
+    void AnswerLines(const CControlService& service);
+    void AnswerLine(const CControlService& service, const std::string& line);
+    void Watch(const CControlService& service, const std::string& key);
     void SendChanges();
     void Send(const std::string& line);
     bool Write(Time now);

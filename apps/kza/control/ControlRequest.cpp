@@ -124,7 +124,7 @@ std::string Keys(const KzaCore::CDom& dom, const Json& request)
     return Json({{"ok", true}, {"keys", std::move(keys)}}).dump();
 }
 
-std::string VersionOf(const ControlIdentity& self)
+std::string VersionOf(const CControlIdentity& self)
 {
     return Json({{"ok", true},
                  {"name", self.name},
@@ -133,9 +133,9 @@ std::string VersionOf(const ControlIdentity& self)
         .dump();
 }
 
-ControlAnswer Answer(KzaCore::CDom& dom,
-                     const ControlIdentity& self,
-                     const Json& request)
+CControlAnswer Answer(KzaCore::CDom& dom,
+                      const CControlIdentity& self,
+                      const Json& request)
 {
     if (!request.is_object())
         throw CBadRequest("the line is no JSON object");
@@ -188,9 +188,9 @@ std::string ControlErrorLine(const std::string& reason)
     return answer.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-ControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
-                                   const ControlIdentity& self,
-                                   const std::string& line)
+CControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
+                                    const CControlIdentity& self,
+                                    const std::string& line)
 {
     try
     {

@@ -23,13 +23,13 @@
 #include <string>
 
 /// Who answers; the same for the life of the process.
-struct ControlIdentity
+struct CControlIdentity
 {
     std::string name;    // of the application, UTF-8
     std::string version; // of the agent
 };
 
-struct ControlAnswer
+struct CControlAnswer
 {
     std::string line;    // empty when the key to watch shows the first answer
     bool watch = false;  // the client wants to hear of changes
@@ -39,9 +39,9 @@ struct ControlAnswer
 /// Does what one line asks for.
 ///
 /// \param line  Bytes of a client, without the line break; may be anything.
-[[nodiscard]] ControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
-                                                 const ControlIdentity& self,
-                                                 const std::string& line);
+[[nodiscard]] CControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
+                                                  const CControlIdentity& self,
+                                                  const std::string& line);
 
 /// The answer to `get` for a value, or for an unset key.
 [[nodiscard]] std::string ControlValueLine(const KzaCore::DomValue& value);

@@ -15,7 +15,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-CControlSocket::CControlSocket(KzaCore::CDom& root, ControlIdentity self)
+CControlSocket::CControlSocket(KzaCore::CDom& root, CControlIdentity self)
     : m_service{root, std::move(self), [this] { AskForTurn(); }}
 {
 }
@@ -106,7 +106,7 @@ void CControlSocket::Admit(int fd, CControlClient::Time now)
     (void)refused.Serve(m_service, now);
 }
 
-void CControlSocket::AwaitEvents(Connection& connection)
+void CControlSocket::AwaitEvents(CConnection& connection)
 {
     const CControlClient& client = connection.client;
     const int flags = (client.WantsToRead() ? wxEVENT_SOURCE_INPUT : 0) |
@@ -123,7 +123,7 @@ void CControlSocket::AwaitEvents(Connection& connection)
 void CControlSocket::AwaitDeadline(CControlClient::Time now)
 {
     auto next = CControlClient::Time::max();
-    for (const Connection& connection : m_connections)
+    for (const CConnection& connection : m_connections)
         next = std::min(next, connection.client.Deadline());
     if (next == CControlClient::Time::max())
     {

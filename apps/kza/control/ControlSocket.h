@@ -33,7 +33,7 @@ class CControlSocket : private wxEventLoopSourceHandler, private wxTimer
 public:
     static constexpr std::size_t kMaxClients = 16;
 
-    CControlSocket(KzaCore::CDom& root, ControlIdentity self);
+    CControlSocket(KzaCore::CDom& root, CControlIdentity self);
     /// Closes every connection and removes the socket's file.
     ~CControlSocket() override;
 
@@ -53,9 +53,9 @@ public:
     void RemoveFile();
 
 private:
-    struct Connection
+    struct CConnection
     {
-        Connection(int fd, CControlClient::Time now) : client(fd, now) {}
+        CConnection(int fd, CControlClient::Time now) : client(fd, now) {}
 
         CControlClient client;
         int flags = 0; // what the source waits for
@@ -71,14 +71,14 @@ private:
     void Serve();
     void Accept(CControlClient::Time now);
     void Admit(int fd, CControlClient::Time now);
-    void AwaitEvents(Connection& connection);
+    void AwaitEvents(CConnection& connection);
     void AwaitDeadline(CControlClient::Time now);
 
-    const ControlService m_service;
+    const CControlService m_service;
     wxEventLoopBase* m_loop = nullptr;
     std::string m_path; // of the socket's file, while there is one to remove
     int m_listening = -1;
     std::unique_ptr<wxEventLoopSource> m_source;
-    std::list<Connection> m_connections;
+    std::list<CConnection> m_connections;
     std::atomic<bool> m_asked{false}; // a turn is on its way
 };

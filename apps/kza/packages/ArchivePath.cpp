@@ -98,7 +98,7 @@ wxArrayString Matches(const wxFileName& pattern)
 }
 
 // The items with the pattern of the extension directory behind them.
-wxString WithExtensions(const SArchivePathSources& sources)
+wxString WithExtensions(const CArchivePathSources& sources)
 {
     wxString items = sources.items;
     if (sources.extensions.empty())
@@ -139,7 +139,7 @@ void AddArchives(const wxString& item, const wxString& bin, wxString& list)
 
 } // namespace
 
-wxString ExpandArchivePath(const SArchivePathSources& sources)
+wxString ExpandArchivePath(const CArchivePathSources& sources)
 {
     wxString list = CoreArchives(sources.bin, sources.application);
     const wxString specification = WithExtensions(sources);

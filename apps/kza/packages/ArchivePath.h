@@ -9,7 +9,7 @@
 
 #include <wx/string.h>
 
-struct SArchivePathSources
+struct CArchivePathSources
 {
     wxString bin;         ///< directory of the executable, where relative
                           ///< items start; empty when nothing may be taken
@@ -24,4 +24,4 @@ struct SArchivePathSources
 /// archives of the extension directory.
 ///
 /// \return absolute paths joined by ";", empty when there is no archive.
-[[nodiscard]] wxString ExpandArchivePath(const SArchivePathSources& sources);
+[[nodiscard]] wxString ExpandArchivePath(const CArchivePathSources& sources);

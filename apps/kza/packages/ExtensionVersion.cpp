@@ -10,7 +10,7 @@
 namespace
 {
 
-bool IsOurs(const SExtensionVersion& version)
+bool IsOurs(const CExtensionVersion& version)
 {
     return version.major == Version::kMajor &&
            version.minor == Version::kMinor && version.patch == Version::kPatch;
@@ -21,7 +21,7 @@ bool IsOurs(const SExtensionVersion& version)
 bool ExtensionVersionMatches(const wxString& extensionPath)
 {
     const wxString sideFile = extensionPath + ".version";
-    SExtensionVersion version;
+    CExtensionVersion version;
     switch (ReadSideFile(sideFile, version))
     {
     case ESideFile::Missing:

@@ -140,7 +140,7 @@ bool CPackages::Unpack(const wxFileName& package,
                        bool namesOnly,
                        KzaCore::UnzipCB callback,
                        void* context,
-                       SApplied& applied)
+                       CApplied& applied)
 {
     const wxString signature =
         package.GetFullPath() + KzaCore::kSignatureSuffix;
@@ -171,7 +171,7 @@ bool CPackages::RemoveOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Removing files from " + path);
-    SApplied applied;
+    CApplied applied;
     if (!Unpack(package, true, callback, context, applied))
         return false;
     APPL_TRACE(wxString::Format(
@@ -220,7 +220,7 @@ bool CPackages::InstallOne(const wxFileName& package,
     if (!IsReadable(path))
         return false;
     APPL_TRACE("Extracting files from " + path);
-    SApplied applied;
+    CApplied applied;
     if (!Unpack(package, false, callback, context, applied))
         return false;
 

@@ -57,7 +57,7 @@ public:
 
 private:
     // The files of a package that was applied, as they were opened.
-    struct SApplied
+    struct CApplied
     {
         KzaCore::COpenedFile package;
         KzaCore::COpenedFile signature; // not open when there was none
@@ -72,7 +72,7 @@ private:
                 bool namesOnly,
                 KzaCore::UnzipCB callback,
                 void* context,
-                SApplied& applied);
+                CApplied& applied);
     bool RemoveOne(const wxFileName& package,
                    KzaCore::UnzipCB callback,
                    void* context);

@@ -16,7 +16,7 @@
 namespace
 {
 
-struct SEncoding
+struct CEncoding
 {
     const char* mark;
     std::size_t markSize;
@@ -26,7 +26,7 @@ struct SEncoding
 
 // The longer mark first where one begins like another. The last one, without a
 // mark, fits every text.
-constexpr SEncoding kEncodings[] = {
+constexpr CEncoding kEncodings[] = {
     {"\xFF\xFE\0\0", 4, 4, false}, {"\0\0\xFE\xFF", 4, 4, true},
     {"\xFF\xFE", 2, 2, false},     {"\xFE\xFF", 2, 2, true},
     {"\xEF\xBB\xBF", 3, 1, false}, {"", 0, 1, false},
@@ -84,7 +84,7 @@ private:
     unsigned char m_buffer[1 << 16];
     std::size_t m_at = 0; // in m_buffer
     std::size_t m_filled = 0;
-    const SEncoding* m_encoding = kEncodings;
+    const CEncoding* m_encoding = kEncodings;
 };
 
 // Reads a version with one character of look-ahead.
@@ -111,7 +111,7 @@ public:
         return false;
     }
 
-    bool ReadVersion(SExtensionVersion& version)
+    bool ReadVersion(CExtensionVersion& version)
     {
         int build = 0;
         return ReadNumber(version.major) && Skip(".") &&
@@ -167,7 +167,7 @@ private:
 
 } // namespace
 
-ESideFile ReadSideFile(const wxString& path, SExtensionVersion& version)
+ESideFile ReadSideFile(const wxString& path, CExtensionVersion& version)
 {
     if (!wxFileName::FileExists(path))
         return ESideFile::Missing;

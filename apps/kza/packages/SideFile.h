@@ -15,7 +15,7 @@
 
 /// The numbers that are compared. One that does not fit is the nearest that
 /// does, and so is never mistaken for another number.
-struct SExtensionVersion
+struct CExtensionVersion
 {
     int major = 0;
     int minor = 0;
@@ -41,4 +41,4 @@ enum class ESideFile
 /// \param path     The side file itself.
 /// \param version  Set when the answer is Good, else undefined.
 [[nodiscard]] ESideFile ReadSideFile(const wxString& path,
-                                     SExtensionVersion& version);
+                                     CExtensionVersion& version);

@@ -26,15 +26,15 @@ public:
 
 private:
     // What tells one file from another under the same name.
-    struct Identity
+    struct CIdentity
     {
         dev_t device = 0;
         ino_t inode = 0;
         timespec modified{};
     };
 
-    [[nodiscard]] Identity Look() const;
+    [[nodiscard]] CIdentity Look() const;
 
     const wxString m_path;
-    Identity m_last;
+    CIdentity m_last;
 };

@@ -15,9 +15,9 @@ int CRestartPolicy::CountRecentStarts(time_t now) const
                                           { return start > cutOff; }));
 }
 
-CRestartPolicy::Decision CRestartPolicy::BeforeStart(time_t now) const
+CRestartPolicy::CDecision CRestartPolicy::BeforeStart(time_t now) const
 {
-    Decision decision;
+    CDecision decision;
     decision.recentStarts = CountRecentStarts(now);
     decision.allowed = decision.recentStarts < kMaxRecentStarts;
     if (decision.allowed && decision.recentStarts > 0)

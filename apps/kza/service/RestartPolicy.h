@@ -22,7 +22,7 @@ public:
     /// Delay after one recent start; each further one doubles it.
     static constexpr int kBaseDelayMs = 1000;
 
-    struct Decision
+    struct CDecision
     {
         bool allowed = false;
         int recentStarts = 0; // 0 to kMaxRecentStarts
@@ -32,7 +32,7 @@ public:
     /// What to do about a start that is due.
     ///
     /// \param now  Seconds since the epoch.
-    [[nodiscard]] Decision BeforeStart(time_t now) const;
+    [[nodiscard]] CDecision BeforeStart(time_t now) const;
 
     /// Remembers a start.
     ///

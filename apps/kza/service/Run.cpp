@@ -98,7 +98,7 @@ void CAgentApp::OpenControlSocket()
     if (directory.empty())
         return; // said in the log
     m_control = std::make_unique<CControlSocket>(
-        *m_dom, ControlIdentity{m_dom->Get(DomKey::kName), Version::kText});
+        *m_dom, CControlIdentity{m_dom->Get(DomKey::kName), Version::kText});
     m_control->Open(directory, *m_loop);
 }
 

@@ -39,7 +39,7 @@ constexpr int kFailed = -1;
 constexpr char kDriverScript[] = "/opt/kz_agent/SunOS.init";
 constexpr char kDriverScriptArguments[] = "stopmod";
 
-int ReportTooManyRestarts(const CRestartPolicy::Decision& next)
+int ReportTooManyRestarts(const CRestartPolicy::CDecision& next)
 {
     wxLogError("Too many restarts in too short of a time, exiting "
                "(%d restarts in less than %d seconds)",
@@ -123,7 +123,7 @@ int CWatchdog::Supervise()
     for (;;)
     {
         const time_t now = time(nullptr);
-        const CRestartPolicy::Decision next = m_policy.BeforeStart(now);
+        const CRestartPolicy::CDecision next = m_policy.BeforeStart(now);
         if (!next.allowed)
             return ReportTooManyRestarts(next);
         Delay(next);
@@ -147,7 +147,7 @@ int CWatchdog::Supervise()
     }
 }
 
-void CWatchdog::Delay(const CRestartPolicy::Decision& next) const
+void CWatchdog::Delay(const CRestartPolicy::CDecision& next) const
 {
     if (next.recentStarts == 0)
         return;

@@ -41,7 +41,7 @@ public:
 
 private:
     int Supervise();
-    void Delay(const CRestartPolicy::Decision& next) const;
+    void Delay(const CRestartPolicy::CDecision& next) const;
     pid_t ForkWorker();
     [[noreturn]] void BecomeWorker(pid_t watchdog) const;
     [[nodiscard]] pid_t Wait(pid_t worker, int& status) const;

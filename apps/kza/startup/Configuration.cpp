@@ -55,7 +55,7 @@ private:
 
 std::unique_ptr<wxFileConfig> Read(const wxString& application,
                                    const wxString& vendor,
-                                   const SConfigurationFiles& files)
+                                   const CConfigurationFiles& files)
 {
     const CAssertionsOff quiet;
     const long local = files.local.empty() ? 0 : wxCONFIG_USE_LOCAL_FILE;
@@ -105,14 +105,14 @@ wxString Objection(const wxString& name)
 
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
-                       const SConfigurationFiles& files)
+                       const CConfigurationFiles& files)
 {
     // The framework keeps the new one.
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     delete wxConfigBase::Set(Read(application, vendor, files).release());
 }
 
-void ApplySettings(const SConfigurationFiles& files,
+void ApplySettings(const CConfigurationFiles& files,
                    const std::string& stronger,
                    KzaCore::CDom& dom)
 {

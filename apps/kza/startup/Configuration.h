@@ -17,7 +17,7 @@ class CDom;
 } // namespace KzaCore
 
 /// Where a configuration comes from.
-struct SConfigurationFiles
+struct CConfigurationFiles
 {
     wxString local;  ///< full path, wins over the global one; empty for none
     wxString global; ///< full path
@@ -27,7 +27,7 @@ struct SConfigurationFiles
 /// the one before. One that is missing or cannot be read counts as empty.
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
-                       const SConfigurationFiles& files);
+                       const CConfigurationFiles& files);
 
 /// Sets a key of the domain for each entry of the group `[domain]`.
 ///
@@ -39,7 +39,7 @@ void OpenConfiguration(const wxString& application,
 /// \param files     Those of the process's configuration.
 /// \param stronger  The key that the command line has set, which keeps its
 ///                  value; empty for none.
-void ApplySettings(const SConfigurationFiles& files,
+void ApplySettings(const CConfigurationFiles& files,
                    const std::string& stronger,
                    KzaCore::CDom& dom);
 

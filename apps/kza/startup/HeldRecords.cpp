@@ -9,7 +9,7 @@ CHeldRecords::CHeldRecords() : m_before(wxLog::SetActiveTarget(this))
 CHeldRecords::~CHeldRecords()
 {
     wxLog::SetActiveTarget(m_before);
-    for (const SRecord& record : m_records)
+    for (const CRecord& record : m_records)
         wxLog::OnLog(record.level, record.text, record.info);
 }
 

@@ -31,7 +31,7 @@ protected:
                      const wxLogRecordInfo& info) override;
 
 private:
-    struct SRecord
+    struct CRecord
     {
         wxLogLevel level;
         wxString text;
@@ -39,5 +39,5 @@ private:
     };
 
     wxLog* const m_before;
-    std::vector<SRecord> m_records;
+    std::vector<CRecord> m_records;
 };

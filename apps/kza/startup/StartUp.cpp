@@ -129,7 +129,7 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
     const std::string variable = line.ApplyDomainVariable();
     m_unitTestScript = line.ApplyUnitTest();
 
-    const SConfigurationFiles files = {
+    const CConfigurationFiles files = {
         LocalConfiguration(*m_dom, parser, m_untrustedDir),
         m_dom->GetWxString(DomKey::kPathIniGlobal)};
     OpenConfiguration(GetAppName(), GetVendorName(), files);

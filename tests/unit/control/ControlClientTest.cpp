@@ -72,7 +72,8 @@ protected:
 
     const DomPtr m_dom = NewDom();
     int m_woken = 0;
-    const ControlService m_service{*m_dom, {"app", "1"}, [this] { ++m_woken; }};
+    const CControlService m_service{
+        *m_dom, {"app", "1"}, [this] { ++m_woken; }};
     CControlClient::Time m_now = CControlClient::Time(seconds(1000));
     int m_peer = -1;
     std::unique_ptr<CControlClient> m_client;

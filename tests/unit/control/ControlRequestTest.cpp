@@ -77,7 +77,7 @@ TEST_F(ControlRequest, TellsWhoAnswers)
 
 TEST_F(ControlRequest, WatchNamesItsKey)
 {
-    const ControlAnswer answer =
+    const CControlAnswer answer =
         AnswerControlRequest(*m_dom, {}, R"({"do":"watch","key":"k"})");
     EXPECT_TRUE(answer.watch);
     EXPECT_EQ(answer.watched, "k");

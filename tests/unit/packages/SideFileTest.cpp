@@ -49,7 +49,7 @@ protected:
 
     CTempDir m_dir;
     std::string m_path = m_dir.File("a.kze.version");
-    SExtensionVersion m_version;
+    CExtensionVersion m_version;
 };
 
 TEST_F(SideFile, FourNumbersAreAVersion)
@@ -190,7 +190,7 @@ TEST_F(SideFile, OnlyARegularFileIsThere)
 // A file of the system's that is regular by its mode and fails when it is read.
 TEST_F(SideFile, AFileThatCannotBeReadHoldsNoVersion)
 {
-    SExtensionVersion version;
+    CExtensionVersion version;
     EXPECT_EQ(ReadSideFile("/proc/self/mem", version),
               ESideFile::NoVersionLine);
 }

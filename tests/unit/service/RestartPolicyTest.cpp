@@ -23,7 +23,7 @@ CRestartPolicy After(const std::vector<int>& secondsAgo)
 
 TEST(RestartPolicy, FirstStartDoesNotWait)
 {
-    const CRestartPolicy::Decision next = CRestartPolicy().BeforeStart(kNow);
+    const CRestartPolicy::CDecision next = CRestartPolicy().BeforeStart(kNow);
     EXPECT_TRUE(next.allowed);
     EXPECT_EQ(next.recentStarts, 0);
     EXPECT_EQ(next.delay.count(), 0);
@@ -37,7 +37,7 @@ TEST(RestartPolicy, EachRecentStartDoublesTheDelay)
     for (const int delay : delays)
     {
         SCOPED_TRACE(recent);
-        const CRestartPolicy::Decision next = policy.BeforeStart(kNow);
+        const CRestartPolicy::CDecision next = policy.BeforeStart(kNow);
         EXPECT_TRUE(next.allowed);
         EXPECT_EQ(next.recentStarts, recent);
         EXPECT_EQ(next.delay.count(), delay);
@@ -48,7 +48,7 @@ TEST(RestartPolicy, EachRecentStartDoublesTheDelay)
 
 TEST(RestartPolicy, NinthStartWithinThePeriodIsRefused)
 {
-    const CRestartPolicy::Decision next =
+    const CRestartPolicy::CDecision next =
         After({511, 400, 300, 200, 100, 50, 20, 10}).BeforeStart(kNow);
     EXPECT_FALSE(next.allowed);
     EXPECT_EQ(next.recentStarts, 8);
@@ -78,7 +78,7 @@ TEST(RestartPolicy, RingGoesRoundManyTimes)
     for (int i = 0; i < 1000; ++i)
     {
         const time_t now = kNow + i * 128;
-        const CRestartPolicy::Decision next = policy.BeforeStart(now);
+        const CRestartPolicy::CDecision next = policy.BeforeStart(now);
         ASSERT_TRUE(next.allowed) << i;
         // 128, 256 and 384 seconds ago; 512 is no longer recent.
         ASSERT_EQ(next.recentStarts, std::min(i, 3)) << i;
@@ -94,7 +94,7 @@ TEST(RestartPolicy, LongDelaysShortenThePeriod)
     time_t now = kNow;
     for (int start = 0; start < 8; ++start)
     {
-        const CRestartPolicy::Decision next = policy.BeforeStart(now);
+        const CRestartPolicy::CDecision next = policy.BeforeStart(now);
         ASSERT_TRUE(next.allowed);
         policy.NoteStart(now);
         now += next.delay.count() / 1000;

@@ -39,7 +39,7 @@ public:
         const CTempDir dir;
         WriteFile(dir.File("local"), local);
         WriteFile(dir.File("global"), global);
-        const SConfigurationFiles files = {dir.File("local"),
+        const CConfigurationFiles files = {dir.File("local"),
                                            dir.File("global")};
         const DomPtr dom = NewDom();
         OpenConfiguration("kz_agent", "Orvalis", files);
