@@ -51,7 +51,7 @@ double ProcessorSeconds(F&& work)
     return now() - start;
 }
 
-struct SBest
+struct CBest
 {
     double ours;
     double peer;
@@ -60,9 +60,9 @@ struct SBest
 /// The shortest times of the two, run by turns: what else the machine does
 /// only ever adds to them.
 template <typename Ours, typename Peer>
-SBest BestOf(int turns, Ours&& ours, Peer&& peer)
+CBest BestOf(int turns, Ours&& ours, Peer&& peer)
 {
-    SBest best = {1e9, 1e9};
+    CBest best = {1e9, 1e9};
     for (int i = 0; i < turns; ++i)
     {
         best.ours = std::min(best.ours, Seconds(ours));

@@ -107,15 +107,15 @@ double SecondsToDie(const std::function<void()>& become, int signal)
     return seconds;
 }
 
-struct SFigures
+struct CFigures
 {
     double seconds = 1e9;
     double bytes = 0;
 };
 
-SFigures BestDeath(const std::function<void()>& become, int signal, int turns)
+CFigures BestDeath(const std::function<void()>& become, int signal, int turns)
 {
-    SFigures best;
+    CFigures best;
     for (int i = 0; i < turns; i++)
     {
         best.seconds = std::min(best.seconds, SecondsToDie(become, signal));
@@ -140,8 +140,8 @@ void CompareWorkers(const std::string& stage)
                script);
     std::fclose(script);
     const auto become = [&stage] { BecomeWorker(stage); };
-    const SFigures ours = BestDeath(become, SIGSEGV, kTurns);
-    const SFigures peer = BestDeath(become, SIGQUIT, kTurns);
+    const CFigures ours = BestDeath(become, SIGSEGV, kTurns);
+    const CFigures peer = BestDeath(become, SIGQUIT, kTurns);
     Bench::Row("crash of a worker, signal to death (peer: core file)",
                ours.seconds * 1e3, peer.seconds * 1e3, "ms", "ours<=200");
     Bench::Row("dump of a worker (peer: core file)", ours.bytes / (1 << 20),
@@ -150,8 +150,8 @@ void CompareWorkers(const std::string& stage)
 
 void CompareFullDumps()
 {
-    const SFigures ours = BestDeath(BecomeLarge, SIGSEGV, 2);
-    const SFigures peer = BestDeath(BecomeLarge, SIGQUIT, 2);
+    const CFigures ours = BestDeath(BecomeLarge, SIGSEGV, 2);
+    const CFigures peer = BestDeath(BecomeLarge, SIGQUIT, 2);
     Bench::Row("full dump of 500 MiB, signal to death (peer: core file)",
                ours.seconds * 1e3, peer.seconds * 1e3, "ms", "");
 }

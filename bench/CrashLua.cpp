@@ -40,7 +40,7 @@ int main()
     lua_State* bare = luaL_newstate();
     Load(known.L());
     Load(bare);
-    const Bench::SBest best = Bench::BestOf(
+    const Bench::CBest best = Bench::BestOf(
         kTurns, [&] { Call(known.L()); }, [&] { Call(bare); });
     Bench::Row("Lua calls with the call chain at hand (peer: bare state)",
                best.ours * 1e3, best.peer * 1e3, "ms", "<=1.01");

@@ -190,7 +190,7 @@ int main()
     std::map<unsigned, double> rates;
     for (const unsigned threads : {1U, 2U, 4U})
     {
-        Bench::SBest best = {1e9, 1e9};
+        Bench::CBest best = {1e9, 1e9};
         for (int turn = 0; turn < kTurns; ++turn)
         {
             best.ours = std::min(best.ours, RunThreads(domain, threads));

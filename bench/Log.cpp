@@ -62,7 +62,7 @@ auto Lines(F&& writeOne)
     };
 }
 
-void Report(const char* question, const Bench::SBest& best, const char* bound)
+void Report(const char* question, const Bench::CBest& best, const char* bound)
 {
     Bench::Row(question, kLines / best.ours / 1e6, kLines / best.peer / 1e6,
                "million/s", bound);

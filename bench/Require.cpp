@@ -196,7 +196,7 @@ public:
 
     void Opening()
     {
-        const Bench::SBest best = Bench::BestOf(
+        const Bench::CBest best = Bench::BestOf(
             5, [this] { OpenOurs(); }, [this] { OpenFramework(); });
         Bench::Row("opening and indexing 100,000 entries", best.ours * 1e3,
                    best.peer * 1e3, "ms", "ours<=60");

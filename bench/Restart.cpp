@@ -139,7 +139,7 @@ private:
     Clock::time_point m_death;
 };
 
-struct SMedians
+struct CMedians
 {
     double ours;
     double bare;
@@ -147,7 +147,7 @@ struct SMedians
 
 // By turns, so that what else the machine does falls on both, and far enough
 // apart that nobody is at work while another starts its child.
-SMedians CompareWithABareParent()
+CMedians CompareWithABareParent()
 {
     constexpr int kInFlight = 3;
     constexpr milliseconds kApart{300};
@@ -207,7 +207,7 @@ void Report(const char* peer, double ours, double theirs, const char* bound)
 
 int main()
 {
-    const SMedians medians = CompareWithABareParent();
+    const CMedians medians = CompareWithABareParent();
     const double own = medians.ours;
     Report("a bare fork", own, medians.bare, "<=2");
 

@@ -47,9 +47,9 @@ double PrivateDirtyKiB(pid_t pid)
 }
 
 // How often the process was woken and how long it computed, so far.
-struct SActivity
+struct CActivity
 {
-    explicit SActivity(pid_t pid)
+    explicit CActivity(pid_t pid)
         : wakeUps(static_cast<double>(
               NumberIn(pid, "status", "voluntary_ctxt_switches:")))
     {
@@ -60,10 +60,10 @@ struct SActivity
     double nanoseconds = 0;
 };
 
-void CompareActivity(const SActivity& ours,
-                     const SActivity& oursLater,
-                     const SActivity& theirs,
-                     const SActivity& theirsLater)
+void CompareActivity(const CActivity& ours,
+                     const CActivity& oursLater,
+                     const CActivity& theirs,
+                     const CActivity& theirsLater)
 {
     Row("watchdog's wake-ups in a minute, beside monit",
         oursLater.wakeUps - ours.wakeUps, theirsLater.wakeUps - theirs.wakeUps,
@@ -134,10 +134,10 @@ int main()
 
     // Everybody has started by then, and is at what it does all day.
     std::this_thread::sleep_for(std::chrono::seconds(3));
-    const SActivity ours(watchdog);
-    const SActivity theirs(monit.Pid());
+    const CActivity ours(watchdog);
+    const CActivity theirs(monit.Pid());
     std::this_thread::sleep_for(kMinute);
-    CompareActivity(ours, SActivity(watchdog), theirs, SActivity(monit.Pid()));
+    CompareActivity(ours, CActivity(watchdog), theirs, CActivity(monit.Pid()));
 
     const double memory = PrivateDirtyKiB(watchdog);
     const char question[] = "watchdog's private dirty memory, beside ";

@@ -62,14 +62,14 @@ std::vector<Command> Commands(int argc, char** argv)
     return commands;
 }
 
-struct SChild
+struct CChild
 {
     pid_t pid = -1;
     int stream = -1; // the read end
 };
 
 // With the given stream of the child in a pipe and the other two in /dev/null.
-SChild Start(const Command& command, int stream)
+CChild Start(const Command& command, int stream)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -81,7 +81,7 @@ SChild Start(const Command& command, int stream)
             posix_spawn_file_actions_addopen(&actions, i, "/dev/null", O_RDWR,
                                              0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], stream);
-    SChild child;
+    CChild child;
     if (posix_spawn(&child.pid, command[0], &actions, nullptr, command.data(),
                     environ) != 0)
         Die(command[0]);
@@ -91,7 +91,7 @@ SChild Start(const Command& command, int stream)
     return child;
 }
 
-void End(const SChild& child)
+void End(const CChild& child)
 {
     kill(child.pid, SIGKILL);
     waitpid(child.pid, nullptr, 0);
@@ -101,7 +101,7 @@ void End(const SChild& child)
 double TimeToFirstLine(const Command& command)
 {
     const auto start = Clock::now();
-    const SChild child = Start(command, STDOUT_FILENO);
+    const CChild child = Start(command, STDOUT_FILENO);
     char text[4096];
     for (;;)
     {
@@ -132,7 +132,7 @@ void PrintTimes(int runs, const std::vector<Command>& commands)
 void PrintSteps(const Command& command)
 {
     const auto start = Clock::now();
-    const SChild child = Start(command, STDERR_FILENO);
+    const CChild child = Start(command, STDERR_FILENO);
     std::string line;
     double time = 0;
     for (char c = 0; read(child.stream, &c, 1) == 1;)
