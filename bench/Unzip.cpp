@@ -65,7 +65,7 @@ std::string Content()
 void MakeArchives(const CTempDir& dir)
 {
     const std::string content = Content();
-    std::vector<SZipFile> large;
+    std::vector<CZipInput> large;
     for (int i = 0; i < kLargeFiles; ++i)
         large.emplace_back(
             "file" + std::to_string(i),
@@ -74,7 +74,7 @@ void MakeArchives(const CTempDir& dir)
     WriteFile(dir.File("large"), MakeZip(large));
 
     std::mt19937 random(1);
-    std::vector<SZipFile> small;
+    std::vector<CZipInput> small;
     std::size_t at = 0;
     for (int i = 0; i < kSmallFiles; ++i)
     {
@@ -178,7 +178,7 @@ void MeasureMemory(const std::string& question,
 // Empty files, a thousand to a directory.
 void MakeManyEntries(const std::string& path, int count)
 {
-    std::vector<SZipFile> many;
+    std::vector<CZipInput> many;
     many.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
     {
@@ -186,7 +186,7 @@ void MakeManyEntries(const std::string& path, int count)
             "d" + std::to_string(i / 1000) + "/f" + std::to_string(i), "");
         many.back().deflate = false;
     }
-    SZipOptions options;
+    CZipOptions options;
     options.zip64End = true;
     WriteFile(path, MakeZip(many, options));
 }

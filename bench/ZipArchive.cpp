@@ -33,13 +33,13 @@ std::string NameOf(int i)
 
 std::string MakeArchive(const CTempDir& dir, int entries)
 {
-    std::vector<SZipFile> files;
+    std::vector<CZipInput> files;
     for (int i = 0; i < entries; ++i)
     {
         files.emplace_back(NameOf(i), "");
         files.back().deflate = false;
     }
-    SZipOptions options;
+    CZipOptions options;
     options.zip64End = entries > 0xFFFF;
     std::string path = dir.File(std::to_string(entries));
     WriteFile(path, MakeZip(files, options));

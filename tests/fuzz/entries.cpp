@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
-using TestSupport::SZipFile;
+using TestSupport::CZipInput;
 
 namespace
 {
@@ -32,11 +32,11 @@ std::string Name(FuzzedDataProvider& data)
     return data.ConsumeBool() ? name : name + data.ConsumeRandomLengthString(9);
 }
 
-SZipFile Entry(FuzzedDataProvider& data)
+CZipInput Entry(FuzzedDataProvider& data)
 {
     static const mode_t kKinds[] = {0,       0100000, 0100000, 0100000,
                                     0040000, 0120000, 0020000, 0106000};
-    SZipFile file(Name(data), data.ConsumeRandomLengthString(20));
+    CZipInput file(Name(data), data.ConsumeRandomLengthString(20));
     const bool isDirectory = !file.name.empty() && file.name.back() == '/';
     file.mode =
         (isDirectory && data.ConsumeBool() ? 0040000
@@ -65,11 +65,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
 {
     static Fuzz::CSandbox sandbox;
     FuzzedDataProvider data(bytes, size);
-    std::vector<SZipFile> files;
+    std::vector<CZipInput> files;
     const int count = data.ConsumeIntegralInRange(1, 6);
     for (int i = 0; i < count; ++i)
         files.push_back(Entry(data));
-    TestSupport::SZipOptions options;
+    TestSupport::CZipOptions options;
     options.zip64End = data.ConsumeBool();
     sandbox.Unzip(TestSupport::MakeZip(files, options));
     return 0;

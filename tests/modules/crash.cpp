@@ -41,13 +41,13 @@ void Overflow()
     FaultStackOverflow(0);
 }
 
-struct Way
+struct CWay
 {
     const char* name;
     void (*crash)();
 };
 
-constexpr Way kWays[] = {
+constexpr CWay kWays[] = {
     {"segv", FaultSegv},
     {"bus", FaultBus},
     {"ill", FaultIll},
@@ -74,7 +74,7 @@ extern "C" void CrashOnMainCB(int /*signal*/)
 void (*CheckWay(lua_State* L))()
 {
     const char* name = luaL_checkstring(L, 1);
-    for (const Way& way : kWays)
+    for (const CWay& way : kWays)
         if (std::strcmp(way.name, name) == 0)
             return way.crash;
     luaL_argerror(L, 1, "no such way");

@@ -11,12 +11,12 @@
 namespace TestSupport
 {
 
-struct SReleaseDom
+struct CReleaseDom
 {
     void operator()(KzaCore::CDom* dom) const { dom->Release(); }
 };
 
-using DomPtr = std::unique_ptr<KzaCore::CDom, SReleaseDom>;
+using DomPtr = std::unique_ptr<KzaCore::CDom, CReleaseDom>;
 
 /// The first one that a process has is its root.
 inline DomPtr NewDom()

@@ -100,16 +100,16 @@ std::vector<std::string> CHost::Words(
     return words;
 }
 
-SProcessResult CHost::Run(const std::vector<std::string>& arguments,
-                          const SProcessOptions& options) const
+CProcessResult CHost::Run(const std::vector<std::string>& arguments,
+                          const CProcessOptions& options) const
 {
     return TestSupport::Run(Words(arguments), options);
 }
 
-SProcessResult CHost::RunTool(const std::string& name,
+CProcessResult CHost::RunTool(const std::string& name,
                               const std::string& source,
                               const std::vector<std::string>& arguments,
-                              const SProcessOptions& options) const
+                              const CProcessOptions& options) const
 {
     AddModule(name, source);
     std::vector<std::string> all = {"--appname", name};

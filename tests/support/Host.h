@@ -59,16 +59,16 @@ public:
     [[nodiscard]] std::vector<std::string> Words(
         const std::vector<std::string>& arguments) const;
 
-    [[nodiscard]] SProcessResult Run(const std::vector<std::string>& arguments,
-                                     const SProcessOptions& options = {}) const;
+    [[nodiscard]] CProcessResult Run(const std::vector<std::string>& arguments,
+                                     const CProcessOptions& options = {}) const;
 
     /// Runs a Lua tool of one module: `kz_agent --appname <name> …` with the
     /// source as that module.
-    [[nodiscard]] SProcessResult RunTool(
+    [[nodiscard]] CProcessResult RunTool(
         const std::string& name,
         const std::string& source,
         const std::vector<std::string>& arguments = {},
-        const SProcessOptions& options = {}) const;
+        const CProcessOptions& options = {}) const;
 
 private:
     CTempDir m_dir;

@@ -69,7 +69,7 @@ void WriteProcFile(const char* path, const std::string& text)
 }
 
 [[noreturn]] void RunChild(const std::vector<std::string>& words,
-                           const SProcessOptions& options,
+                           const CProcessOptions& options,
                            int in,
                            int out,
                            int err)
@@ -129,7 +129,7 @@ bool WaitUntil(const std::function<bool()>& condition,
 }
 
 CProcess::CProcess(const std::vector<std::string>& words,
-                   const SProcessOptions& options)
+                   const CProcessOptions& options)
     : m_out(AnonymousFile()), m_err(AnonymousFile())
 {
     const int in = AnonymousFile(options.input);
@@ -176,7 +176,7 @@ bool CProcess::HasEnded()
     return m_reaped;
 }
 
-SProcessResult CProcess::Wait(std::chrono::milliseconds limit)
+CProcessResult CProcess::Wait(std::chrono::milliseconds limit)
 {
     if (!WaitUntil([this] { return HasEnded(); }, limit))
     {
@@ -184,7 +184,7 @@ SProcessResult CProcess::Wait(std::chrono::milliseconds limit)
         waitpid(m_pid, &m_waitStatus, 0);
         m_reaped = true;
     }
-    SProcessResult result;
+    CProcessResult result;
     if (WIFEXITED(m_waitStatus))
         result.status = WEXITSTATUS(m_waitStatus);
     if (WIFSIGNALED(m_waitStatus))
@@ -194,8 +194,8 @@ SProcessResult CProcess::Wait(std::chrono::milliseconds limit)
     return result;
 }
 
-SProcessResult Run(const std::vector<std::string>& words,
-                   const SProcessOptions& options)
+CProcessResult Run(const std::vector<std::string>& words,
+                   const CProcessOptions& options)
 {
     return CProcess(words, options).Wait();
 }

@@ -23,7 +23,7 @@ inline constexpr std::chrono::seconds kLongWait{120};
 bool WaitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = kLongWait);
 
-struct SProcessOptions
+struct CProcessOptions
 {
     std::string cwd;                                      ///< empty: the test's
     std::vector<std::pair<std::string, std::string>> env; ///< added or replaced
@@ -33,7 +33,7 @@ struct SProcessOptions
     std::function<void()> inChild;
 };
 
-struct SProcessResult
+struct CProcessResult
 {
     int status = -1; ///< exit status, -1 when it did not exit
     int signal = 0;  ///< signal that killed it, 0 when none did
@@ -47,7 +47,7 @@ class CProcess
 {
 public:
     explicit CProcess(const std::vector<std::string>& words,
-                      const SProcessOptions& options = {});
+                      const CProcessOptions& options = {});
     ~CProcess();
 
     CProcess(const CProcess&) = delete;
@@ -65,7 +65,7 @@ public:
 
     /// Waits for its end; kills it when that does not come within the limit,
     /// which shows as signal 9.
-    SProcessResult Wait(std::chrono::milliseconds limit = kLongWait);
+    CProcessResult Wait(std::chrono::milliseconds limit = kLongWait);
 
 private:
     pid_t m_pid = -1;
@@ -76,13 +76,13 @@ private:
 };
 
 /// Starts a program and waits for its end.
-SProcessResult Run(const std::vector<std::string>& words,
-                   const SProcessOptions& options = {});
+CProcessResult Run(const std::vector<std::string>& words,
+                   const CProcessOptions& options = {});
 
 /// True while a process of this id exists and is no zombie.
 bool IsRunning(pid_t pid);
 
-// For SProcessOptions::inChild. Both end the child with a message when the
+// For CProcessOptions::inChild. Both end the child with a message when the
 // system refuses.
 
 /// Gives the process mounts of its own, as root or in a user namespace.

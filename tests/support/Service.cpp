@@ -53,7 +53,7 @@ std::pair<dev_t, ino_t> FileId(const std::string& path)
     return {status.st_dev, status.st_ino};
 }
 
-std::string Preloaded(const SServiceOptions& options)
+std::string Preloaded(const CServiceOptions& options)
 {
     std::string list;
     if (options.withFaults)
@@ -65,11 +65,11 @@ std::string Preloaded(const SServiceOptions& options)
 
 } // namespace
 
-SProcessInfo ProcessInfo(pid_t pid)
+CProcessState ProcessInfo(pid_t pid)
 {
     const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
     const std::size_t nameEnd = stat.rfind(')');
-    SProcessInfo info;
+    CProcessState info;
     if (nameEnd == std::string::npos)
         return info;
     std::istringstream fields(stat.substr(nameEnd + 1));
@@ -153,9 +153,9 @@ std::vector<std::string> CService::Words(
     return m_host.Words(words);
 }
 
-SProcessOptions CService::Process(const SServiceOptions& options) const
+CProcessOptions CService::Process(const CServiceOptions& options) const
 {
-    SProcessOptions process = options.process;
+    CProcessOptions process = options.process;
     const std::string preload = Preloaded(options);
     if (!preload.empty())
     {
@@ -184,15 +184,15 @@ SProcessOptions CService::Process(const SServiceOptions& options) const
     return process;
 }
 
-SProcessResult CService::Start(const SServiceOptions& options) const
+CProcessResult CService::Start(const CServiceOptions& options) const
 {
     return Run(Words(options.arguments), Process(options));
 }
 
 bool CService::StartUntil(const std::string& text,
-                          const SServiceOptions& options) const
+                          const CServiceOptions& options) const
 {
-    const SProcessResult result = Start(options);
+    const CProcessResult result = Start(options);
     if (result.status != 0)
         fprintf(stderr, "launcher: %d %s\n", result.status, result.err.c_str());
     return result.status == 0 && WaitForLog(text);
@@ -219,7 +219,7 @@ pid_t CService::Worker() const
     for (const pid_t pid : all)
     {
         // The child of the session leader is the watchdog.
-        const SProcessInfo info = ProcessInfo(pid);
+        const CProcessState info = ProcessInfo(pid);
         if (known.count(info.parent) != 0 && info.parent != info.session)
             return pid;
     }

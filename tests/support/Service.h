@@ -17,7 +17,7 @@ namespace TestSupport
 {
 
 /// What /proc says about a process.
-struct SProcessInfo
+struct CProcessState
 {
     pid_t pid = 0;
     pid_t parent = 0;
@@ -28,7 +28,7 @@ struct SProcessInfo
 };
 
 /// The process's entry, with pid 0 when there is none.
-SProcessInfo ProcessInfo(pid_t pid);
+CProcessState ProcessInfo(pid_t pid);
 
 /// The id of a process that has ended.
 pid_t DeadPid();
@@ -36,10 +36,10 @@ pid_t DeadPid();
 /// The decimal number in a text, 0 when there is none.
 pid_t PidIn(const std::string& text);
 
-struct SServiceOptions
+struct CServiceOptions
 {
     std::vector<std::string> arguments; ///< after those of background mode
-    SProcessOptions process;
+    CProcessOptions process;
 
     /// How many times faster than the wall the service's clock goes.
     int speed = 1;
@@ -82,17 +82,17 @@ public:
     /// The words and options that start it, for a test that starts it itself.
     [[nodiscard]] std::vector<std::string> Words(
         const std::vector<std::string>& arguments = {}) const;
-    [[nodiscard]] SProcessOptions Process(
-        const SServiceOptions& options = {}) const;
+    [[nodiscard]] CProcessOptions Process(
+        const CServiceOptions& options = {}) const;
 
     /// Starts the service and waits for the end of the launching process.
-    SProcessResult Start(const SServiceOptions& options = {}) const;
+    CProcessResult Start(const CServiceOptions& options = {}) const;
 
     /// As Start(), and waits until the log shows the text.
     ///
     /// \return false when the launcher fails or the text does not come.
     bool StartUntil(const std::string& text,
-                    const SServiceOptions& options = {}) const;
+                    const CServiceOptions& options = {}) const;
 
     /// What the pid file says, 0 when it is not there.
     [[nodiscard]] pid_t PidFromFile() const;

@@ -31,11 +31,11 @@ return tool
 inline std::string Show(const CHost& host,
                         std::vector<std::string> options,
                         const std::vector<std::string>& keys,
-                        const SProcessOptions& process = {})
+                        const CProcessOptions& process = {})
 {
     options.emplace_back("--");
     options.insert(options.end(), keys.begin(), keys.end());
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("showkeys", kShowKeys, options, process);
     EXPECT_EQ(result.status, 0) << result.err;
     return result.out;

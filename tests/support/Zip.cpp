@@ -14,7 +14,7 @@ namespace
 {
 
 // One entry as its headers tell of it.
-struct SRecord
+struct CRecord
 {
     std::uint16_t flags;
     std::uint16_t method;
@@ -56,7 +56,7 @@ std::uint32_t CrcOf(const std::string& plain)
               static_cast<uInt>(plain.size())));
 }
 
-std::string LocalHeader(const SZipFile& file, const SRecord& record)
+std::string LocalHeader(const CZipInput& file, const CRecord& record)
 {
     const std::string name = file.localName.value_or(file.name);
     const std::uint64_t size =
@@ -84,7 +84,7 @@ std::string LocalHeader(const SZipFile& file, const SRecord& record)
     return out;
 }
 
-std::string DirectoryRecord(const SZipFile& file, const SRecord& record)
+std::string DirectoryRecord(const CZipInput& file, const CRecord& record)
 {
     const std::size_t zip64Size = file.zip64Disk ? 28 : 24;
     std::string out;
@@ -123,7 +123,7 @@ std::string DirectoryRecord(const SZipFile& file, const SRecord& record)
 void PutEnd(std::string& out,
             std::uint64_t start,
             std::size_t count,
-            const SZipOptions& options)
+            const CZipOptions& options)
 {
     const std::uint64_t end = out.size();
     if (options.zip64End)
@@ -155,16 +155,16 @@ void PutEnd(std::string& out,
 
 } // namespace
 
-std::string MakeZip(const std::vector<SZipFile>& files,
-                    const SZipOptions& options)
+std::string MakeZip(const std::vector<CZipInput>& files,
+                    const CZipOptions& options)
 {
     std::string out = options.before;
     std::string directory;
-    for (const SZipFile& file : files)
+    for (const CZipInput& file : files)
     {
         const std::string packed = file.packed.value_or(
             file.deflate ? Deflate(file.content) : file.content);
-        SRecord record = {};
+        CRecord record = {};
         record.flags = static_cast<std::uint16_t>(
             file.flags | (file.sizesFollow ? 0x0008 : 0));
         record.method = file.method.value_or(
@@ -190,9 +190,9 @@ std::string MakeZip(const std::vector<SZipFile>& files,
     return out;
 }
 
-SZipFile ZipDirectory(const std::string& name, mode_t mode)
+CZipInput ZipDirectory(const std::string& name, mode_t mode)
 {
-    SZipFile directory;
+    CZipInput directory;
     directory.name = name;
     directory.mode = mode;
     directory.deflate = false;

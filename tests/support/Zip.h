@@ -17,10 +17,10 @@ namespace TestSupport
 
 /// One entry. What is set beyond name and content says something else than
 /// the truth, or says it in another form.
-struct SZipFile
+struct CZipInput
 {
-    SZipFile() = default;
-    SZipFile(std::string fileName, std::string fileContent)
+    CZipInput() = default;
+    CZipInput(std::string fileName, std::string fileContent)
         : name(std::move(fileName)), content(std::move(fileContent))
     {
     }
@@ -49,7 +49,7 @@ struct SZipFile
     std::optional<std::uint32_t> zip64Disk;   ///< in the 64-bit fields instead
 };
 
-struct SZipOptions
+struct CZipOptions
 {
     bool zip64End = false;  ///< write the zip64 end record, fill the short one
     bool fullDisks = false; ///< fill the short one's disk numbers too
@@ -58,11 +58,11 @@ struct SZipOptions
     std::string comment;
 };
 
-std::string MakeZip(const std::vector<SZipFile>& files,
-                    const SZipOptions& options = {});
+std::string MakeZip(const std::vector<CZipInput>& files,
+                    const CZipOptions& options = {});
 
 /// A directory entry, whose name ends with a slash.
-SZipFile ZipDirectory(const std::string& name, mode_t mode = 040755);
+CZipInput ZipDirectory(const std::string& name, mode_t mode = 040755);
 
 /// Bytes that look random, always the same for a seed, and do not compress.
 std::string Noise(std::size_t size, std::uint32_t seed = 1);

@@ -23,7 +23,7 @@ using namespace TestSupport;
 namespace
 {
 
-const SServiceOptions kSwitchedOn{{"--domain_var", "control.socket=1"}, {}};
+const CServiceOptions kSwitchedOn{{"--domain_var", "control.socket=1"}, {}};
 
 // One connection to the socket, which the test reads line by line.
 class CPeer
@@ -138,7 +138,7 @@ TEST(ControlSocket, IsNotThereUnlessAskedFor)
         SCOPED_TRACE(setting);
         const CHost host;
         host.AddModule("tool", "return {}");
-        const SProcessResult result =
+        const CProcessResult result =
             host.Run({"--appname", "tool", "--domain_var", setting});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_TRUE(Exists(host.Work()));
@@ -149,7 +149,7 @@ TEST(ControlSocket, IsNotThereUnlessAskedFor)
 TEST(ControlSocket, ToolRemovesItsSocketToo)
 {
     const CHost host;
-    const SProcessResult result =
+    const CProcessResult result =
         host.Run({"--appname", "tool", "--domain_var", "control.socket=true",
                   "--lua_path", host.File("?.lua")},
                  {});
@@ -188,7 +188,7 @@ TEST(ControlSocket, NextWorkerTakesThePlaceOfAKilledOne)
 {
     CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options = kSwitchedOn;
+    CServiceOptions options = kSwitchedOn;
     options.speed = 20;
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     const pid_t first = service.Worker();

@@ -26,9 +26,9 @@ constexpr std::string_view kSanitizer = KZA_SANITIZE;
 
 // A sanitizer that finds a fault itself ends the process in its own way unless
 // told to abort it.
-SProcessOptions Options()
+CProcessOptions Options()
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"ASAN_OPTIONS", "abort_on_error=1"},
                    {"TSAN_OPTIONS", "abort_on_error=1"}};
     return options;
@@ -38,8 +38,8 @@ class CrashDump : public testing::Test
 {
 protected:
     // Runs a tool whose main is the given Lua code.
-    SProcessResult RunTool(const std::string& code,
-                           const SProcessOptions& options = Options()) const
+    CProcessResult RunTool(const std::string& code,
+                           const CProcessOptions& options = Options()) const
     {
         return m_host.RunTool("tool", Source(code), {"--lua_cpath", kModules},
                               options);
@@ -66,7 +66,7 @@ protected:
     }
 
     // What tools/symbols has to say of the dump.
-    [[nodiscard]] SProcessResult Report(
+    [[nodiscard]] CProcessResult Report(
         const std::string& stage = KZA_STAGE_DIR) const
     {
         return TestSupport::Run(
@@ -90,14 +90,14 @@ std::string ThreadPart(const std::string& report, const std::string& mark)
                : report.substr(at, report.find("\n\n", at) - at);
 }
 
-struct Way
+struct CWay
 {
     const char* name;
     int signal;
     const char* note;
 };
 
-constexpr Way kWays[] = {
+constexpr CWay kWays[] = {
     {"segv", SIGSEGV, "signal: 11 (SIGSEGV)"},
     {"bus", SIGBUS, "signal: 7 (SIGBUS)"},
     {"ill", SIGILL, "signal: 4 (SIGILL)"},
@@ -119,7 +119,7 @@ bool IsForeseen(const std::string& way)
 
 TEST_F(CrashDump, EachFaultOfTheScriptThread)
 {
-    for (const Way& way : kWays)
+    for (const CWay& way : kWays)
     {
         if (!IsForeseen(way.name))
             continue;
@@ -138,7 +138,7 @@ TEST_F(CrashDump, EachFaultOfTheScriptThread)
 
 TEST_F(CrashDump, EachFaultOfTheMainThread)
 {
-    for (const Way& way : kWays)
+    for (const CWay& way : kWays)
     {
         if (!IsForeseen(way.name))
             continue;
@@ -153,7 +153,7 @@ TEST_F(CrashDump, EachFaultOfTheMainThread)
 
 TEST_F(CrashDump, EachFaultOfAThreadThatTheAgentDoesNotKnow)
 {
-    for (const Way& way : kWays)
+    for (const CWay& way : kWays)
     {
         if (!IsForeseen(way.name))
             continue;
@@ -206,7 +206,7 @@ TEST_F(CrashDump, DumpOfANormalRunIsSmall)
 
 TEST_F(CrashDump, EnvironmentStaysOut)
 {
-    SProcessOptions options = Options();
+    CProcessOptions options = Options();
     options.env.emplace_back("KZA_SECRET", "do-not-tell-anyone");
     RunTool("crash.now('segv')", options);
     EXPECT_TRUE(Notes(Dump(), "memory: stacks"));
@@ -247,7 +247,7 @@ TEST_F(CrashDump, LuaCallChainBeginsInTheRunningCoroutine)
 TEST_F(CrashDump, ReportNamesTheFunctionsOfTheCrashedThread)
 {
     RunTool("crash.now('segv')");
-    const SProcessResult result = Report();
+    const CProcessResult result = Report();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out.rfind("application: tool\nversion: 12.0.0.2932\n", 0),
               0U)
@@ -274,7 +274,7 @@ TEST_F(CrashDump, ReportSaysWhenDebugFilesAreMissing)
 {
     RunTool("crash.now('segv')");
     const CTempDir empty;
-    const SProcessResult result = Report(empty.Path());
+    const CProcessResult result = Report(empty.Path());
     EXPECT_EQ(result.status, 0) << result.err;
     const bool isSaid =
         result.out.find("\nNo debug files of the build that crashed for "
@@ -287,7 +287,7 @@ TEST_F(CrashDump, ReportSaysWhenDebugFilesAreMissing)
 TEST_F(CrashDump, ReportOfWhatIsNoDumpFails)
 {
     WriteFile(Dump(), "MDMP and nothing more");
-    const SProcessResult result = Report();
+    const CProcessResult result = Report();
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("is no dump that lldb opens"), std::string::npos)
         << result.err;
@@ -307,7 +307,7 @@ TEST_F(CrashDump, OverflowShowsTheFunctionThatOverflowed)
 TEST_F(CrashDump, EveryOneOfFiftyThreadsIsThere)
 {
     RunTool("crash.threads(50) crash.now('segv')");
-    const SProcessResult result = Report();
+    const CProcessResult result = Report();
     EXPECT_EQ(result.status, 0);
     int threads = 0;
     for (std::size_t at = result.out.find("\nThread "); at != std::string::npos;
@@ -339,7 +339,7 @@ TEST_F(CrashDump, FullDumpOnRequest)
     RunTool("crash.fill(" + std::to_string(megabytes) + ") crash.now('segv')");
     EXPECT_TRUE(Notes(Dump(), "memory: full"));
     EXPECT_GT(fs::file_size(Dump()), megabytes << 20);
-    const SProcessResult result = Report();
+    const CProcessResult result = Report();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("CScriptThread::OnRun()"), std::string::npos)
         << result.out;
@@ -349,7 +349,7 @@ TEST_F(CrashDump, FullDiskLeavesNothingAndKeepsTheOneBefore)
 {
     fs::create_directories(Diag());
     fs::permissions(Diag(), fs::perms::owner_all);
-    SProcessOptions options = Options();
+    CProcessOptions options = Options();
     options.inChild = [this]
     {
         EnterMountNamespace();
@@ -361,7 +361,7 @@ TEST_F(CrashDump, FullDiskLeavesNothingAndKeepsTheOneBefore)
     constexpr char kShell[] =
         "\"$0\" --appname tool --lua_cpath \"$1\"; echo status $?; "
         "ls \"$2\"; cat \"$2\"/tool.mdmp";
-    const SProcessResult result = TestSupport::Run(
+    const CProcessResult result = TestSupport::Run(
         {"/bin/sh", "-c", kShell, m_host.Agent(), kModules, Diag()}, options);
     EXPECT_EQ(result.out, "status 139\ntool.mdmp\nthe one before")
         << result.err;
@@ -374,7 +374,7 @@ TEST_F(CrashDump, DirectoryThatCannotBeWrittenIsLogged)
 {
     fs::create_directories(Diag());
     fs::permissions(Diag(), fs::perms::owner_all);
-    SProcessOptions options = Options();
+    CProcessOptions options = Options();
     options.inChild = [this]
     {
         EnterMountNamespace();

@@ -46,7 +46,7 @@ TEST(CrashService, WorkerIsRestartedAndItsDumpsAreKept)
 {
     const CService service;
     service.SetModule(kModule);
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--lua_cpath", KZA_BINARY_DIR "/tests/modules/?.so"};
     ASSERT_TRUE(service.StartUntil("life 1", options));
     const pid_t watchdog = service.PidFromFile();

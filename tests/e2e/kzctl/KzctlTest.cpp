@@ -48,7 +48,7 @@ public:
     }
 
     // In the mounts of the service, whose pid file lies there.
-    [[nodiscard]] SProcessResult Run(const Words& words) const
+    [[nodiscard]] CProcessResult Run(const Words& words) const
     {
         return TestSupport::Run(CommandLine(words), m_service.Process());
     }
@@ -77,16 +77,16 @@ private:
     CService m_service;
 };
 
-SProcessResult Said(int status, const std::string& out, const std::string& err)
+CProcessResult Said(int status, const std::string& out, const std::string& err)
 {
-    SProcessResult result;
+    CProcessResult result;
     result.status = status;
     result.out = out;
     result.err = err;
     return result;
 }
 
-void ExpectSame(const SProcessResult& is, const SProcessResult& expected)
+void ExpectSame(const CProcessResult& is, const CProcessResult& expected)
 {
     EXPECT_EQ(is.status, expected.status);
     EXPECT_EQ(is.out, expected.out);
@@ -96,7 +96,7 @@ void ExpectSame(const SProcessResult& is, const SProcessResult& expected)
 TEST(Kzctl, StoppedService)
 {
     const CKzctl kzctl;
-    const SProcessResult status = kzctl.Run({"status"});
+    const CProcessResult status = kzctl.Run({"status"});
     EXPECT_EQ(status.status, 3);
     EXPECT_EQ(status.out, "name      kz_agent\nstate     stopped\n");
     EXPECT_EQ(kzctl.State(), "\"stopped\"");
@@ -155,7 +155,7 @@ TEST(Kzctl, ServiceThatStops)
                        "end }");
     const CService& service = kzctl.Service();
     ASSERT_TRUE(kzctl.Start());
-    const SProcessResult stop = kzctl.Run({"stop", "--timeout", "0.5"});
+    const CProcessResult stop = kzctl.Run({"stop", "--timeout", "0.5"});
     EXPECT_EQ(stop.status, 1);
     EXPECT_TRUE(std::regex_match(
         stop.err, std::regex("kzctl: 'kz_agent' has not stopped: 'main' has "
@@ -163,7 +163,7 @@ TEST(Kzctl, ServiceThatStops)
         << stop.err;
     EXPECT_EQ(kzctl.State(), "\"stopping\"");
     EXPECT_EQ(kzctl.Run({"status"}).status, 0);
-    const SProcessResult start = kzctl.Run({"start"});
+    const CProcessResult start = kzctl.Run({"start"});
     EXPECT_EQ(start.status, 1);
     EXPECT_NE(start.err.find("has not ended yet"), std::string::npos);
     ExpectSame(kzctl.Run({"stop", "--timeout", "0.2", "--kill"}),
@@ -207,7 +207,7 @@ TEST(Kzctl, StartWaitsUntilItIsUp)
 TEST(Kzctl, StartSaysWhyItFailed)
 {
     const CKzctl kzctl("return { init = function() error('no disk') end }");
-    const SProcessResult start = kzctl.Run({"start"});
+    const CProcessResult start = kzctl.Run({"start"});
     EXPECT_EQ(start.status, 1);
     EXPECT_EQ(start.err.rfind("kzctl: 'kz_agent' did not start: ", 0), 0U)
         << start.err;
@@ -304,7 +304,7 @@ TEST(Kzctl, WatchEndsWithTheAgentAndOnCtrlC)
     EXPECT_EQ(other.Wait().status, 0);
 
     EXPECT_TRUE(kzctl.Service().Stop());
-    const SProcessResult end = watch.Wait();
+    const CProcessResult end = watch.Wait();
     EXPECT_EQ(end.status, 1);
     EXPECT_EQ(end.err, "kzctl: the agent has gone\n");
 }
@@ -360,7 +360,7 @@ TEST(Kzctl, WrongUsageIsStatusTwoAndOneLine)
           Words{"log", "--since", "yesterday"}, Words{"status", "--fast"},
           Words{"stop", "--timeout", "soon"}, Words{"help", "fly"}})
     {
-        const SProcessResult result = kzctl.Run(words);
+        const CProcessResult result = kzctl.Run(words);
         EXPECT_EQ(result.status, 2) << result.err;
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.err.rfind("kzctl: ", 0), 0U) << result.err;
@@ -379,7 +379,7 @@ TEST(Kzctl, EachCommandHasHelpOf80Columns)
     {
         SCOPED_TRACE(name);
         EXPECT_NE(all.find(std::string("\n   ") + name), std::string::npos);
-        const SProcessResult help = kzctl.Run({"help", name});
+        const CProcessResult help = kzctl.Run({"help", name});
         EXPECT_EQ(help.status, 0);
         EXPECT_EQ(help.out.rfind(std::string("Usage: kzctl ") + name, 0), 0U);
         EXPECT_EQ(kzctl.Run({name, "--help"}).out, help.out);

@@ -53,7 +53,7 @@ std::string Main(const std::string& code)
 
 /// Runs the agent itself with a main of the given Lua code, once the main loop
 /// is there: a script that ends before it leaves the run going.
-SProcessResult RunAgent(const CHost& host, const std::string& code)
+CProcessResult RunAgent(const CHost& host, const std::string& code)
 {
     return host.RunTool(
         "kz_agent", Main("require('mainloop').wait()\n" + code),
@@ -69,14 +69,14 @@ Texts Numbered(const std::string& text, int count)
 }
 
 /// A tool run on a host of its own.
-struct STool
+struct CTool
 {
     CHost host{false};
     std::string log = host.File("work/log/tool.log");
 
-    [[nodiscard]] SProcessResult Run(const std::string& code,
+    [[nodiscard]] CProcessResult Run(const std::string& code,
                                      const Texts& arguments = {},
-                                     const SProcessOptions& options = {}) const
+                                     const CProcessOptions& options = {}) const
     {
         return host.RunTool("tool", Main(code), arguments, options);
     }
@@ -86,7 +86,7 @@ struct STool
 
 TEST(Log, RecordsHaveDateProcessThreadLevelAndComponent)
 {
-    const STool tool;
+    const CTool tool;
     tool.host.AddModule(
         "tool",
         Main("dom:Set('app.trace', 'Cmp')\n"
@@ -123,10 +123,10 @@ TEST(Log, RecordsHaveDateProcessThreadLevelAndComponent)
 
 TEST(Log, TimesAreLocal)
 {
-    const STool tool;
-    SProcessOptions options;
+    const CTool tool;
+    CProcessOptions options;
     options.env = {{"TZ", "XYZ-5"}};
-    const SProcessResult result =
+    const CProcessResult result =
         tool.Run("print(os.date('%z'))\n"
                  "print(os.date('%Y-%m-%d %H:%M:%S'))\n"
                  "dom:Log('info', 'text')\n"
@@ -150,8 +150,8 @@ TEST(Log, AgentAnnouncesItsStart)
 
 TEST(Log, DirectoryAndFileAreForTheOwnerAlone)
 {
-    const STool tool;
-    SProcessOptions options;
+    const CTool tool;
+    CProcessOptions options;
     options.inChild = [] { umask(0); };
     EXPECT_EQ(tool.Run("dom:Log('info', 'x')", {}, options).status, 0);
     EXPECT_EQ(ModeOf(tool.host.File("work/log")), S_IFDIR | 0700);
@@ -160,7 +160,7 @@ TEST(Log, DirectoryAndFileAreForTheOwnerAlone)
 
 TEST(Log, TextOfAnyKindStaysOnItsLine)
 {
-    const STool tool;
+    const CTool tool;
     EXPECT_EQ(tool.Run("dom:Log('info', 'one\\ntwo\\r\\n')\n"
                        "dom:Log('info', '\\27[31mred\\0end\\ttab')\n"
                        "dom:Log('info', '\\195\\164 \\226\\130\\172')\n"
@@ -205,7 +205,7 @@ TEST(Log, NoEndOfTheProcessLosesARecord)
             const std::string work =
                 "for i = 1, 500 do dom:Log('info', 'record ' .. i) end\n";
             const bool isAgent = std::string(name) == "kz_agent";
-            const SProcessResult result =
+            const CProcessResult result =
                 isAgent ? RunAgent(host, work + one.end)
                         : host.RunTool(name, Main(work + one.end));
             EXPECT_EQ(result.status, one.status);
@@ -222,8 +222,8 @@ TEST(Log, NoEndOfTheProcessLosesARecord)
 
 TEST(Log, ConsoleShowsEveryRecordToo)
 {
-    const STool tool;
-    const SProcessResult result =
+    const CTool tool;
+    const CProcessResult result =
         tool.Run("dom:Log('info', 'one')\n"
                  "dom:Set('log.console', false)\n"
                  "dom:Log('info', 'two')\n"
@@ -253,8 +253,8 @@ TEST(Log, ConsoleIsALevel)
     for (const auto& [setting, count] : cases)
     {
         SCOPED_TRACE(setting);
-        const STool tool;
-        const SProcessResult result =
+        const CTool tool;
+        const CProcessResult result =
             tool.Run(kOfEachLevel, {"--domain_var", "log.console=" + setting});
         const Texts lines = ReadLogLines(tool.log);
         ASSERT_EQ(lines.size(), 7U);
@@ -266,12 +266,12 @@ TEST(Log, ConsoleIsALevel)
 }
 
 // What a tool writes to a terminal in the place of its standard error.
-std::string OnTerminal(const STool& tool,
+std::string OnTerminal(const CTool& tool,
                        const std::string& code,
                        const Texts& arguments = {})
 {
     CTerminal terminal;
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = [&terminal]
     { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
     (void)tool.Run(code, arguments, options);
@@ -280,7 +280,7 @@ std::string OnTerminal(const STool& tool,
 
 TEST(Log, WarningsAreShownOnATerminal)
 {
-    const STool tool;
+    const CTool tool;
     const std::string shown = OnTerminal(tool, kOfEachLevel);
     const Texts lines = ReadLogLines(tool.log);
     ASSERT_EQ(lines.size(), 7U);
@@ -289,11 +289,11 @@ TEST(Log, WarningsAreShownOnATerminal)
 
 TEST(Log, SettingHoldsOnATerminalToo)
 {
-    const STool tool;
+    const CTool tool;
     EXPECT_EQ(
         OnTerminal(tool, kOfEachLevel, {"--domain_var", "log.console=false"}),
         "");
-    const STool other;
+    const CTool other;
     const std::string shown =
         OnTerminal(other, kOfEachLevel, {"--domain_var", "log.console=error"});
     EXPECT_EQ(shown, ReadLogLines(other.log)[0] + "\n");
@@ -301,7 +301,7 @@ TEST(Log, SettingHoldsOnATerminalToo)
 
 TEST(Log, WarningsOfTheStartAreShownOnATerminal)
 {
-    const STool tool;
+    const CTool tool;
     const std::string shown =
         OnTerminal(tool, "", {"--domain_var", "a=1", "--domain_var", "b=2"});
     EXPECT_EQ(shown, ReadLogLines(tool.log)[0] + "\n");
@@ -312,7 +312,7 @@ TEST(Log, WarningsOfTheStartAreShownOnATerminal)
 
 TEST(Log, FailureOfLuaIsShownOnceOnATerminal)
 {
-    const STool tool;
+    const CTool tool;
     const std::string shown = OnTerminal(tool, "error('boom')");
     EXPECT_EQ(RecordsOf(tool.log).size(), 1U);
     EXPECT_EQ(CountOf(shown, "boom"), 1) << shown;
@@ -320,9 +320,9 @@ TEST(Log, FailureOfLuaIsShownOnceOnATerminal)
 }
 
 // A service whose launching process has a terminal as its standard error.
-SServiceOptions StartedFrom(const CTerminal& terminal)
+CServiceOptions StartedFrom(const CTerminal& terminal)
 {
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = [&terminal]
     { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
     return options;
@@ -364,7 +364,7 @@ TEST(Log, OfTheAgentThatCarriesKzctlIsNotShown)
     std::filesystem::copy(KZA_STAGE_DIR "/kzctl", host.File("kzctl"));
     WriteFile(host.File("kza_core/kzctl.kze"), "no archive");
     CTerminal terminal;
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = [&terminal]
     { dup2(terminal.ProgramsEnd(), STDERR_FILENO); };
     EXPECT_EQ(TestSupport::Run({host.File("kzctl"), "help"}, options).status,
@@ -378,7 +378,7 @@ TEST(Log, OfTheAgentThatCarriesKzctlIsNotShown)
 
 TEST(Log, RotatesAsTheDomainSays)
 {
-    const STool tool;
+    const CTool tool;
     EXPECT_EQ(tool.Run("dom:Set('log.keep', 2)\n"
                        "for i = 1, 1000 do dom:Log('info', 'record ' .. i) end",
                        {"--domain_var", "log.maxsize=10000"})
@@ -402,9 +402,9 @@ TEST(Log, RotatesAsTheDomainSays)
 
 TEST(Log, TraceFollowsTheDomainWhileTheProcessRuns)
 {
-    const STool tool;
+    const CTool tool;
     WriteFile(tool.host.File("work/kz_agent.ini"), "tool.Trace=FromFile\n");
-    const SProcessResult result =
+    const CProcessResult result =
         tool.Run("local function trace(text)\n"
                  "  for name in ('FromLine FromFile New'):gmatch('%a+') do\n"
                  "    dom:Trace(name, text)\n"
@@ -445,9 +445,9 @@ TEST(Log, AgentTracesItsStepsWithTheirPlace)
 
 TEST(Log, LogThatCannotBeOpenedIsSaidOnceAndTheRunGoesOn)
 {
-    const STool tool;
+    const CTool tool;
     WriteFile(tool.host.File("work/log"), "in the way");
-    const SProcessResult result =
+    const CProcessResult result =
         tool.Run("for i = 1, 100 do dom:Log('info', 'lost') end\n"
                  "print('done')");
     EXPECT_EQ(result.status, 0);
@@ -458,12 +458,12 @@ TEST(Log, LogThatCannotBeOpenedIsSaidOnceAndTheRunGoesOn)
 
 TEST(Log, LinkInItsPlaceIsNotFollowed)
 {
-    const STool tool;
+    const CTool tool;
     const std::string victim = tool.host.File("victim");
     WriteFile(victim, "untouched");
     WriteFile(tool.host.File("work/log/ballast"), "");
     ASSERT_EQ(symlink(victim.c_str(), tool.log.c_str()), 0);
-    const SProcessResult result = tool.Run("dom:Log('info', 'x')");
+    const CProcessResult result = tool.Run("dom:Log('info', 'x')");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "tool: cannot write the log " + tool.log +
                               ": Too many levels of symbolic links\n");
@@ -472,10 +472,10 @@ TEST(Log, LinkInItsPlaceIsNotFollowed)
 
 TEST(Log, FullDiskLosesRecordsAndHarmsNothingElse)
 {
-    const STool tool;
+    const CTool tool;
     const std::string directory = tool.host.File("work/log");
     WriteFile(directory + "/mounted over", "");
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = [directory]
     {
         EnterMountNamespace();
@@ -483,7 +483,7 @@ TEST(Log, FullDiskLosesRecordsAndHarmsNothingElse)
         WriteFile(directory + "/ballast", std::string(64 * 1024, 'x'));
     };
     // What is in the mount is seen by the tool alone.
-    const SProcessResult result =
+    const CProcessResult result =
         tool.Run("local dir = dom:Get('app.path.work') .. '/log/'\n"
                  "for i = 1, 2000 do\n"
                  "  dom:Log('info', 'record ' .. i)\n"

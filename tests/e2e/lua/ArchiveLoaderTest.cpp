@@ -20,9 +20,9 @@ void MakeArchive(const std::string& path,
 {
     const CTempDir dir;
     WriteFile(dir.File(entry), content);
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = dir.Path();
-    const SProcessResult result = Run(
+    const CProcessResult result = Run(
         {KZA_CMAKE, "-E", "tar", "cf", path, "--format=zip", entry}, options);
     ASSERT_EQ(result.status, 0) << result.err;
 }
@@ -42,7 +42,7 @@ TEST(ArchiveLoader, AModuleIsFoundAndToldItsPlace)
     for (const char* entry : {"m/one.lua", "m/one/init.lua"})
     {
         MakeArchive(archive, entry, kModule);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("user", kUser, {"-z", "a.kze"});
         EXPECT_EQ(result.out, archive + "/" + entry + "\tm.one\n")
             << result.err;
@@ -86,7 +86,7 @@ TEST(ArchiveLoader, ATracebackNamesArchiveAndLine)
 {
     const CHost host(false);
     MakeArchive(host.File("a.kze"), "m/one.lua", "\n\nerror('inside')\n");
-    const SProcessResult result = host.RunTool("trace", kUser, {"-z", "a.kze"});
+    const CProcessResult result = host.RunTool("trace", kUser, {"-z", "a.kze"});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.err.substr(0, result.err.find('\n')),
               host.File("a.kze") + "/m/one.lua:3: inside");
@@ -96,7 +96,7 @@ TEST(ArchiveLoader, ASyntaxErrorNamesArchiveAndLine)
 {
     const CHost host(false);
     MakeArchive(host.File("a.kze"), "m/one.lua", "\nlocal = 3\n");
-    const SProcessResult result = host.RunTool("synt", kUser, {"-z", "a.kze"});
+    const CProcessResult result = host.RunTool("synt", kUser, {"-z", "a.kze"});
     EXPECT_EQ(result.status, 2);
     const std::string place = host.File("a.kze") + "/m/one.lua";
     EXPECT_NE(result.err.find("error loading module 'm.one' from file '" +
@@ -121,7 +121,7 @@ TEST(ArchiveLoader, AnArchiveThatCannotBeUsedIsSaidOnceAndSkipped)
         SCOPED_TRACE(name);
         std::filesystem::remove_all(host.Work());
         WriteFile(host.File("bad.kze"), content);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("skips",
                          "return {main = function() pcall(require, 'no.such')\n"
                          "  print(require('m.one').where) end}",
@@ -141,7 +141,7 @@ TEST(ArchiveLoader, AMissSaysWhyAnArchiveWasNotSearched)
 {
     const CHost host(false);
     WriteFile(host.File("bad.kze"), "");
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("says", kUser, {"-z", "bad.kze"});
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("\n\tno usable archive '" + host.File("bad.kze") +
@@ -154,7 +154,7 @@ TEST(ArchiveLoader, AnArchiveThatVanishesIsSkipped)
 {
     const CHost host(false);
     MakeArchive(host.File("a.kze"), "m/one.lua", "return {where = 'a'}");
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("vanish",
                      "return {main = function()\n"
                      "  print(require('m.one').where)\n"
@@ -170,7 +170,7 @@ TEST(ArchiveLoader, AnArchiveThatChangesIsReadAgain)
     const CHost host(false);
     MakeArchive(host.File("a.kze"), "m/one.lua", "return {where = 'old'}");
     MakeArchive(host.File("new.kze"), "m/one.lua", "return {where = 'newer'}");
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("change",
                      "return {main = function()\n"
                      "  local bin = dom:Get('app.path.bin')\n"
@@ -197,7 +197,7 @@ TEST(ArchiveLoader, AnEntryWithAWrongChecksumIsAnErrorThatNamesIt)
     };
     bytes[30 + length(26) + length(28) + 10] ^= 0x55;
     WriteFile(host.File("a.kze"), bytes);
-    const SProcessResult result = host.RunTool("crc", kUser, {"-z", "a.kze"});
+    const CProcessResult result = host.RunTool("crc", kUser, {"-z", "a.kze"});
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("error loading module 'm.one' from file '" +
                               host.File("a.kze") + "/m/one.lua':\n\t"),

@@ -22,7 +22,7 @@ namespace
 // What a tool prints that runs the code; `show` prints its arguments.
 std::string Output(const std::string& code, const CHost& host = CHost(false))
 {
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "children",
         "local function show(...)\n"
         "  local words = table.pack(...)\n"
@@ -35,19 +35,19 @@ std::string Output(const std::string& code, const CHost& host = CHost(false))
     return result.out;
 }
 
-struct SCase
+struct CCase
 {
     const char* name;
     const char* code;
     const char* output;
 };
 
-void PrintTo(const SCase& test, std::ostream* out)
+void PrintTo(const CCase& test, std::ostream* out)
 {
     *out << test.name;
 }
 
-class LuaProcess : public testing::TestWithParam<SCase>
+class LuaProcess : public testing::TestWithParam<CCase>
 {
 };
 
@@ -56,7 +56,7 @@ TEST_P(LuaProcess, AnswersAsLuasOwn)
     EXPECT_EQ(Output(GetParam().code), GetParam().output);
 }
 
-const SCase kCases[] = {
+const CCase kCases[] = {
     {"ExecuteTellsThatThereIsAShell", "show(os.execute())", "true\n"},
     {"ExecuteSucceeds", "show(os.execute('true'))", "true exit 0\n"},
     {"ExecuteTellsTheStatus", "show(os.execute('exit 7'))", "nil exit 7\n"},
@@ -120,7 +120,7 @@ TEST(LuaProcessChild, DoesNotHoldTheOtherEndOfAnEarlierPipe)
 TEST(LuaProcessChild, InheritsTheStandardDescriptorsAlone)
 {
     // A descriptor that any program would inherit, as a C module may open one.
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = []
     {
         if (dup2(open("/etc/passwd", O_RDONLY), 77) < 0)
@@ -132,7 +132,7 @@ TEST(LuaProcessChild, InheritsTheStandardDescriptorsAlone)
           "io.popen(c, 'w'):close()"})
     {
         SCOPED_TRACE(call);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("children",
                          "local c = 'echo /proc/self/fd/*'\n"
                          "return {main = function() " +

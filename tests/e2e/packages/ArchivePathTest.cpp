@@ -34,22 +34,22 @@ void AddArchive(const CHost& host,
 
 constexpr char kOurs[] = "version: 12.0.0-1\n";
 
-struct SShown
+struct CShown
 {
     std::string path; ///< the search path, with the host's directory cut off
     std::string log;
     std::string err; ///< standard error
 };
 
-SShown Show(const CHost& host,
+CShown Show(const CHost& host,
             const std::string& name,
             Words options,
-            const SProcessOptions& process = {})
+            const CProcessOptions& process = {})
 {
     options.insert(options.end(), {"--trace", "Appl"});
-    const SProcessResult result = host.RunTool(name, kShow, options, process);
+    const CProcessResult result = host.RunTool(name, kShow, options, process);
     EXPECT_EQ(result.status, 0) << result.err;
-    SShown shown{result.out, host.Log(name), result.err};
+    CShown shown{result.out, host.Log(name), result.err};
     const std::string prefix = host.Bin() + "/";
     for (std::size_t at = 0;
          (at = shown.path.find(prefix, at)) != std::string::npos;)
@@ -58,9 +58,9 @@ SShown Show(const CHost& host,
 }
 
 // Root may read everything.
-SProcessOptions AsNobody()
+CProcessOptions AsNobody()
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = []
     {
         if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
@@ -86,7 +86,7 @@ int CountRecords(const std::string& log, const std::string& level)
 TEST(ArchivePath, WithoutArchivesTheKeyStaysUnset)
 {
     const CHost host(false);
-    const SShown shown = Show(host, "none", {});
+    const CShown shown = Show(host, "none", {});
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_TRUE(HasRecord(shown.log, "zipFilespec: ")) << shown.log;
     EXPECT_TRUE(HasRecord(shown.log, "app.lua.zippath empty ")) << shown.log;
@@ -99,7 +99,7 @@ TEST(ArchivePath, TheApplicationsArchiveComesBeforeTheCores)
     const CHost host(false);
     AddArchive(host, "kza_core/first.kze");
     AddArchive(host, "kza_core/kza.kze");
-    const SShown shown = Show(host, "first", {});
+    const CShown shown = Show(host, "first", {});
     EXPECT_EQ(shown.path, "kza_core/first.kze;kza_core/kza.kze\n");
     EXPECT_TRUE(HasRecord(shown.log, "app.lua.zippath '" +
                                          host.File("kza_core/first.kze") + ";" +
@@ -152,14 +152,14 @@ TEST(ArchivePath, OnlyMatchesOfWildcardsNeedTheirVersion)
 {
     const CHost host(false);
     AddArchive(host, "x/a.kze");
-    const SShown named = Show(host, "named", {"--zippath", "x/a.kze"});
+    const CShown named = Show(host, "named", {"--zippath", "x/a.kze"});
     EXPECT_EQ(named.path, "x/a.kze\n");
     EXPECT_TRUE(HasRecord(named.log, "Adding extension file '" +
                                          host.File("x/a.kze") +
                                          "' to the search path."))
         << named.log;
 
-    const SShown matched = Show(host, "matched", {"--zippath", "x/*.kze"});
+    const CShown matched = Show(host, "matched", {"--zippath", "x/*.kze"});
     EXPECT_EQ(matched.path, "nil\n");
     EXPECT_TRUE(
         HasRecord(matched.log, "Extension file '" + host.File("x/a.kze") +
@@ -168,13 +168,13 @@ TEST(ArchivePath, OnlyMatchesOfWildcardsNeedTheirVersion)
         << matched.log;
 }
 
-struct SSideFile
+struct CSideFile
 {
     const char* content;
     const char* reason; // %s: side file, %e: extension; empty: accepted
 };
 
-constexpr SSideFile kSideFiles[] = {
+constexpr CSideFile kSideFiles[] = {
     {"version: 12.0.0-2932", ""},
     {"version:12.0.0-1 anything\n", ""},
     {"other\n\nversion: 12.0.0-0\nversion: 1\n", ""},
@@ -210,12 +210,12 @@ std::string Fill(std::string text, const CHost& host)
 
 TEST(ArchivePath, TheSideFileDecidesAndTheReasonIsSaid)
 {
-    for (const SSideFile& side : kSideFiles)
+    for (const CSideFile& side : kSideFiles)
     {
         SCOPED_TRACE(side.content);
         const CHost host(false);
         AddArchive(host, "x/a.kze", side.content);
-        const SShown shown = Show(host, "gate", {"-z", "x/*"});
+        const CShown shown = Show(host, "gate", {"-z", "x/*"});
         const std::string reason = Fill(side.reason, host);
         // The side file itself matches the pattern too and is refused.
         EXPECT_EQ(shown.path, reason.empty() ? "x/a.kze\n" : "nil\n");
@@ -232,7 +232,7 @@ TEST(ArchivePath, WhatIsNoFileInTheSideFilesPlaceCountsAsMissing)
     WriteFile(host.File("x/dir.kze.version/file"), "");
     AddArchive(host, "x/pipe.kze");
     ASSERT_EQ(mkfifo(host.File("x/pipe.kze.version").c_str(), 0600), 0);
-    const SShown shown = Show(host, "noside", {"-z", "x/*.kze"});
+    const CShown shown = Show(host, "noside", {"-z", "x/*.kze"});
     EXPECT_EQ(shown.path, "nil\n");
     for (const char* name : {"x/dir.kze", "x/pipe.kze"})
         EXPECT_TRUE(HasRecord(
@@ -249,7 +249,7 @@ TEST(ArchivePath, AnUnreadableSideFileHoldsNoVersion)
     AddArchive(host, "x/a.kze", kOurs);
     ASSERT_EQ(chmod(host.File("x/a.kze.version").c_str(), 0), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    const SShown shown =
+    const CShown shown =
         Show(host, "sidelocked", {"-z", "x/*.kze"}, AsNobody());
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_EQ(shown.err, "") << "no assertion";
@@ -271,7 +271,7 @@ TEST(ArchivePath, WhatIsNoRegularFileIsNoMatch)
     AddArchive(host, "x/.hidden.kze");
     AddArchive(host, "y/a.kze");
     ASSERT_EQ(symlink("../y/a.kze", host.File("x/link.kze").c_str()), 0);
-    const SShown shown =
+    const CShown shown =
         Show(host, "irregular",
              {"-z", "x/dir.kze;x/pipe.kze;x/dead.kze;x/.hidden.kze;x/;"
                     "x/link.kze;x/?i*"});
@@ -287,7 +287,7 @@ TEST(ArchivePath, WhatIsNoRegularFileIsNoMatch)
 TEST(ArchivePath, AnItemThatMatchesNothingIsNamedAsWritten)
 {
     const CHost host(false);
-    const SShown shown =
+    const CShown shown =
         Show(host, "nomatch", {"-z", "$HOME/no such.kze;no/*.kze;gone/x.kze"});
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_TRUE(
@@ -304,7 +304,7 @@ TEST(ArchivePath, ADirectoryThatCannotBeListedHasNoMatches)
     AddArchive(host, "x/a.kze", kOurs);
     ASSERT_EQ(chmod(host.File("x").c_str(), 0311), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    const SShown shown =
+    const CShown shown =
         Show(host, "unlisted", {"-z", "x/*.kze;x/a.kze"}, AsNobody());
     chmod(host.File("x").c_str(), 0700); // so that it can be removed
     EXPECT_EQ(shown.path, "nil\n");
@@ -318,7 +318,7 @@ TEST(ArchivePath, EnvironmentVariablesAreExpanded)
 {
     const CHost host(false);
     AddArchive(host, "x/a.kze");
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"KZA_TEST_DIR", host.File("x")}};
     EXPECT_EQ(Show(host, "env", {"-z", "$KZA_TEST_DIR/a.kze"}, options).path,
               "x/a.kze\n");
@@ -328,9 +328,9 @@ TEST(ArchivePath, AWildcardOutOfAVariableNeedsNoVersionAndIsSilent)
 {
     const CHost host(false);
     AddArchive(host, "x/a.kze");
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"KZA_TEST_NAME", "*.kze"}};
-    const SShown shown = Show(
+    const CShown shown = Show(
         host, "envwild", {"-z", "x/$KZA_TEST_NAME;no/$KZA_TEST_NAME"}, options);
     EXPECT_EQ(shown.path, "x/a.kze\n");
     EXPECT_EQ(shown.log.find("no matches"), std::string::npos) << shown.log;
@@ -340,7 +340,7 @@ TEST(ArchivePath, RelativeItemsStartAtTheExecutable)
 {
     const CHost host(false);
     AddArchive(host, "lib/ext.kze");
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = "/";
     EXPECT_EQ(
         Show(host, "relative", {"-z", "./x/../lib/ext.kze"}, options).path,
@@ -352,7 +352,7 @@ TEST(ArchivePath, TheExtensionFolderComesLast)
     const CHost host(false);
     AddArchive(host, "ext/e.kze", kOurs);
     AddArchive(host, "x/a.kze");
-    const SShown shown =
+    const CShown shown =
         Show(host, "extdir", {"--extdir", "ext", "--zippath", "x/a.kze"});
     EXPECT_EQ(shown.path, "x/a.kze;ext/e.kze\n");
     EXPECT_TRUE(
@@ -365,7 +365,7 @@ TEST(ArchivePath, TheExtensionFolderIsNormalised)
 {
     const CHost host(false);
     AddArchive(host, "ext/e.kze", kOurs);
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"HOME", host.File("home")}};
     WriteFile(host.File("home/x"), "");
     const std::pair<const char*, std::string> cases[] = {
@@ -375,7 +375,7 @@ TEST(ArchivePath, TheExtensionFolderIsNormalised)
     };
     for (const auto& [name, folder] : cases)
     {
-        const SShown shown = Show(host, name, {"--extdir", folder}, options);
+        const CShown shown = Show(host, name, {"--extdir", folder}, options);
         EXPECT_EQ(shown.path, "ext/e.kze\n") << folder;
         EXPECT_TRUE(
             HasRecord(shown.log, "zipFilespec: " + host.File("ext/*.kze")))
@@ -387,7 +387,7 @@ TEST(ArchivePath, TheUserDirectoryOfAnItemIsExpanded)
 {
     const CHost host(false);
     AddArchive(host, "home/a.kze", kOurs);
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"HOME", host.File("home")}};
     EXPECT_EQ(Show(host, "user", {"-z", "~/a.kze;~/*.kze"}, options).path,
               "home/a.kze;home/a.kze\n");
@@ -417,7 +417,7 @@ TEST(ArchivePath, AnUnreadableFileIsSkippedWithAWarning)
     AddArchive(host, "x/a.kze");
     ASSERT_EQ(chmod(host.File("x/a.kze").c_str(), 0), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    const SShown shown =
+    const CShown shown =
         Show(host, "unreadable", {"-z", "x/a.kze"}, AsNobody());
     EXPECT_EQ(shown.path, "nil\n");
     EXPECT_TRUE(HasRecord(shown.log, "WARNING kza: Extension file '" +
@@ -434,9 +434,9 @@ TEST(ArchivePath, AnArchiveWithASemicolonInItsNameLoadsNothingElse)
     AddArchive(host, "ext/a;m.kze", kOurs);
     WriteFile(host.File("here/m.kze"),
               MakeZip({{"more.lua", "return 'evil'"}}));
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = host.File("here");
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "split",
         "return {main = function() print(dom:Get('app.lua.zippath')) "
         "print((pcall(require, 'more'))) print((pcall(require, 'more'))) end}",

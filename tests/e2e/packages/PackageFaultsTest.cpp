@@ -24,7 +24,7 @@ namespace
 using Lines = std::vector<std::string>;
 
 // A file of more than 10 GB of zeros in about 10 MB.
-SZipFile Bomb()
+CZipInput Bomb()
 {
     // A flushed stream ends on a byte, so that it can be strung together.
     const std::string zeros(1 << 24, '\0');
@@ -43,7 +43,7 @@ SZipFile Bomb()
     std::string packed;
     for (std::uint64_t i = 0; i < kBlocks; ++i)
         packed += block;
-    SZipFile bomb{"small/bomb", ""};
+    CZipInput bomb{"small/bomb", ""};
     bomb.packed = packed + std::string("\x03\x00", 2); // an empty last block
     bomb.size = kBlocks * zeros.size();
     bomb.zip64 = true;
@@ -59,7 +59,7 @@ public:
 
     void RunSmall(const std::string& size)
     {
-        SProcessOptions options;
+        CProcessOptions options;
         options.inChild = [directory = File("small"), size]
         {
             EnterMountNamespace();
@@ -87,7 +87,7 @@ TEST(PackageFaults, ABombDoesNotFillTheDisk)
 TEST(PackageFaults, ManyFilesDoNotFillTheDiskEither)
 {
     CSmallDiskHost host;
-    std::vector<SZipFile> files;
+    std::vector<CZipInput> files;
     files.reserve(20);
     for (int i = 0; i < 20; ++i)
         files.emplace_back("small/" + std::to_string(10 + i),
@@ -110,7 +110,7 @@ TEST(PackageFaults, ManyFilesDoNotFillTheDiskEither)
 TEST(PackageFaults, ABombThatHidesItsSizeIsDamaged)
 {
     CSmallDiskHost host;
-    SZipFile bomb = Bomb();
+    CZipInput bomb = Bomb();
     bomb.size = 6 << 20;
     host.Add("bomb.kzp", {bomb});
     host.RunSmall("8m");
@@ -126,7 +126,7 @@ TEST(PackageFaults, AFullDiskLeavesNoHalfFile)
 {
     constexpr int kFiles = 300;
     CSmallDiskHost host;
-    std::vector<SZipFile> files;
+    std::vector<CZipInput> files;
     files.reserve(kFiles);
     for (int i = 0; i < kFiles; ++i)
         files.emplace_back("small/" + std::to_string(100 + i), "x");
@@ -236,9 +236,9 @@ public:
     CPackageHost m_host;
 
 private:
-    std::vector<SZipFile> m_old;
-    std::vector<SZipFile> m_new;
-    std::vector<SZipFile> m_removed;
+    std::vector<CZipInput> m_old;
+    std::vector<CZipInput> m_new;
+    std::vector<CZipInput> m_removed;
     std::string m_package;
     std::string m_removal;
 };

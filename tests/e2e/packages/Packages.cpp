@@ -79,7 +79,7 @@ CPackageHost::CPackageHost()
 }
 
 void CPackageHost::Add(const std::string& name,
-                       const std::vector<SZipFile>& files) const
+                       const std::vector<CZipInput>& files) const
 {
     Add(name, MakeZip(files));
 }
@@ -103,9 +103,9 @@ std::vector<std::string> CPackageHost::Words(const std::string& probe) const
     return m_host.Words(words);
 }
 
-void CPackageHost::Run(const SProcessOptions& options, const std::string& probe)
+void CPackageHost::Run(const CProcessOptions& options, const std::string& probe)
 {
-    const SProcessResult result = TestSupport::Run(Words(probe), options);
+    const CProcessResult result = TestSupport::Run(Words(probe), options);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
     m_events.clear();

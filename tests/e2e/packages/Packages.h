@@ -46,7 +46,8 @@ public:
     [[nodiscard]] const std::string& Bin() const { return m_host.Bin(); }
 
     /// Puts a package beside the executable.
-    void Add(const std::string& name, const std::vector<SZipFile>& files) const;
+    void Add(const std::string& name,
+             const std::vector<CZipInput>& files) const;
     void Add(const std::string& name, const std::string& bytes) const;
 
     /// Options of the starts to come, besides those that they need.
@@ -64,7 +65,7 @@ public:
     ///
     /// \param probe  A shell command that the agent runs afterwards, for what
     ///               only its process sees.
-    void Run(const SProcessOptions& options = {},
+    void Run(const CProcessOptions& options = {},
              const std::string& probe = "true");
 
     /// The lines that the probe of the last run wrote.

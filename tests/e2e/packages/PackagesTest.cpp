@@ -112,7 +112,7 @@ TEST(Packages, RefusedOnesStayAndAreTriedAgain)
 TEST(Packages, ADamagedEntryEndsItsPackageAndNoOther)
 {
     CPackageHost host;
-    SZipFile wrong{"wrong", "new"};
+    CZipInput wrong{"wrong", "new"};
     wrong.crc = 1;
     host.Add("a.kzp", {{"before", "stays"}, wrong, {"after", "absent"}});
     host.Add("b.kzp", {{"b", "b"}});
@@ -173,11 +173,11 @@ TEST(Packages, RemovalDeletesTheFilesOfTheNames)
 TEST(Packages, RemovalLooksAtNamesAlone)
 {
     CPackageHost host;
-    SZipFile encrypted{"encrypted", "secret"};
+    CZipInput encrypted{"encrypted", "secret"};
     encrypted.flags = 1;
-    SZipFile other{"other", "packed by a better method"};
+    CZipInput other{"other", "packed by a better method"};
     other.method = 14;
-    SZipFile link{"link", "target"};
+    CZipInput link{"link", "target"};
     link.mode = 0120777;
     host.Add("x.kzu", {encrypted, other, link, {"twice", "1"}, {"twice", "2"}});
     for (const char* name : {"encrypted", "other", "link", "twice"})
@@ -266,7 +266,7 @@ TEST(Packages, WithoutTheSwitchNothingIsTouched)
     WriteFile(host.File("a.kzp"), package);
     WriteFile(host.File("a.kzu"), package);
     WriteFile(host.File("Agent-Core-x"), "x");
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "tool", "return { main = function() print(dom:Get('kza.HeartbeatNow'), "
                 "#dom:AgentEvents()) end }");
     EXPECT_EQ(result.out, "nil\t0\n") << result.err;
@@ -278,10 +278,10 @@ TEST(Packages, WithoutTheSwitchNothingIsTouched)
 TEST(Packages, TheRunningAgentCanBeReplaced)
 {
     CPackageHost host;
-    SZipFile program{"kz_agent", ReadFile(host.File("kz_agent")) + "new"};
+    CZipInput program{"kz_agent", ReadFile(host.File("kz_agent")) + "new"};
     program.mode = 0100755;
-    const SZipFile library{"lib/libkza_core.so",
-                           ReadFile(host.File("lib/libkza_core.so")) + "new"};
+    const CZipInput library{"lib/libkza_core.so",
+                            ReadFile(host.File("lib/libkza_core.so")) + "new"};
     host.Add("Agent.kzp", {program, library});
     host.Run();
     EXPECT_EQ(host.Events(), Lines{Event(kInstalled, "Agent.kzp")});
@@ -313,7 +313,7 @@ TEST(Packages, ARemovalPackageThatCannotBeDeletedCountsAsApplied)
     CPackageHost host;
     host.Add("x.kzu", {{"x", ""}});
     host.Add("x", "removed");
-    SProcessOptions options;
+    CProcessOptions options;
     const std::string package = host.File("x.kzu");
     options.inChild = [package]
     {

@@ -25,7 +25,7 @@ constexpr char kRsa[] = "-algorithm RSA -pkeyopt rsa_keygen_bits:3072";
 
 void Shell(const std::string& command)
 {
-    const SProcessResult result = Run({"/bin/sh", "-c", command});
+    const CProcessResult result = Run({"/bin/sh", "-c", command});
     ASSERT_EQ(result.status, 0) << command << "\n" << result.err;
 }
 

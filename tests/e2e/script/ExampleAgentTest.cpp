@@ -36,7 +36,7 @@ TEST(ExampleAgent, PrintsALineForEachHeartbeatUntilCtrlC)
     CProcess agent(host.Words({"--domain_var", "vitals.interval=100"}));
     ASSERT_TRUE(WaitUntil([&] { return LinesOf(agent.Out()).size() >= 3; }));
     agent.Signal(SIGINT);
-    const SProcessResult result = agent.Wait();
+    const CProcessResult result = agent.Wait();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
     for (const std::string& line : LinesOf(result.out))
@@ -51,7 +51,7 @@ TEST(ExampleAgent, StopsInOrderAsAService)
 {
     const CService service("vitals");
     service.SetModule("return require('kz_agent')");
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--zippath",
                          std::string(KZA_STAGE_DIR) + "/kza_core/kz_agent.kze",
                          "--domain_var", "vitals.interval=86400000"};

@@ -42,7 +42,7 @@ std::string Steps(const std::string& init,
            "}\n";
 }
 
-struct SSequence
+struct CSequence
 {
     const char* name;
     const char* init;
@@ -52,7 +52,7 @@ struct SSequence
     const char* out;
 };
 
-constexpr SSequence kSequences[] = {
+constexpr CSequence kSequences[] = {
     {"all succeed", "", "", "", 0, "init\nmain\nshutdown\n"},
     {"init fails", "return 5", "", "", 5, "init\n"},
     {"main fails", "", "return 3", "", 3, "init\nmain\n"},
@@ -75,10 +75,10 @@ constexpr SSequence kSequences[] = {
 TEST(Script, AStatusOtherThanZeroStopsTheSequence)
 {
     const CHost host(false);
-    for (const SSequence& s : kSequences)
+    for (const CSequence& s : kSequences)
     {
         SCOPED_TRACE(s.name);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("sequence", Steps(s.init, s.main, s.shutdown));
         EXPECT_EQ(result.status, s.status);
         EXPECT_EQ(result.out, s.out);
@@ -93,7 +93,7 @@ TEST(Script, AModuleNeedsNoFunctions)
     const CHost host(false);
     for (const char* source : {"return {}", "return {main = 'text', init = 3}"})
     {
-        const SProcessResult result = host.RunTool("bare", source);
+        const CProcessResult result = host.RunTool("bare", source);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err, "");
     }
@@ -109,7 +109,7 @@ TEST(Script, AModuleThatCannotBeIndexedIsAnError)
     for (const auto& [source, type] : cases)
     {
         SCOPED_TRACE(type);
-        const SProcessResult result = host.RunTool("noindex", source);
+        const CProcessResult result = host.RunTool("noindex", source);
         EXPECT_EQ(result.status, 2);
         EXPECT_TRUE(Contains(result.err, "noindex:1: attempt to index global "
                                          "'kzaAppModule' (a " +
@@ -121,7 +121,7 @@ TEST(Script, AModuleThatCannotBeIndexedIsAnError)
 TEST(Script, FunctionsGetNoArguments)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "noargs", "return {main = function(...) return select('#', ...) end}");
     EXPECT_EQ(result.status, 0);
 }
@@ -129,7 +129,7 @@ TEST(Script, FunctionsGetNoArguments)
 TEST(Script, TheModuleIsTheGlobalKzaAppModule)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "global", "local m = {}\n"
                   "function m.main() return kzaAppModule == m and 4 end\n"
                   "return m\n");
@@ -151,14 +151,14 @@ TEST(Script, AnyNameWorksThatFitsALongBracket)
 TEST(Script, ANameThatClosesTheBracketIsASyntaxError)
 {
     const CHost host(false);
-    const SProcessResult result = host.Run({"--appname", "a]]b"});
+    const CProcessResult result = host.Run({"--appname", "a]]b"});
     EXPECT_EQ(result.status, 3);
     EXPECT_TRUE(Contains(result.err, "a]]b:1:")) << result.err;
 }
 
 TEST(Script, AServiceStopsTheSequenceLikewise)
 {
-    for (const SSequence& s : kSequences)
+    for (const CSequence& s : kSequences)
     {
         // These wait for the service's end, and 3 restarts the worker.
         if (s.status == 0 || s.status == 3 ||
@@ -194,7 +194,7 @@ TEST(Script, AServiceStopsTheSequenceLikewise)
 TEST(Script, AMissingModuleListsWhatWasSearched)
 {
     const CHost host;
-    const SProcessResult result =
+    const CProcessResult result =
         host.Run({"--appname", "no.such", "--lua_path", "/first/?.lua"});
     EXPECT_EQ(result.status, 2);
     const std::string expected[] = {
@@ -233,7 +233,7 @@ TEST(Script, AModuleThatCannotBeReadIsToldFromOneThatIsNotThere)
             std::filesystem::path(loop).parent_path());
         std::filesystem::create_symlink(loop, loop);
     }
-    const SProcessResult result =
+    const CProcessResult result =
         host.Run({"--appname", "loop", "--lua_path", dir.File("?.lua")});
     EXPECT_EQ(result.status, 2);
     for (const std::string& loop : loops)
@@ -253,7 +253,7 @@ TEST(Script, AnErrorShowsATracebackWithFileAndLine)
     for (const char* step : {"init", "main", "shutdown"})
     {
         SCOPED_TRACE(step);
-        const SProcessResult result = host.RunTool(
+        const CProcessResult result = host.RunTool(
             "failing", "local m = {}\n"
                        "local function inner() error('boom') end\n"
                        "function m." +
@@ -273,7 +273,7 @@ TEST(Script, AnErrorShowsATracebackWithFileAndLine)
 TEST(Script, ASyntaxErrorNamesFileAndLine)
 {
     const CHost host(false);
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("syntax", "local m = {}\nfunction m.main(\nreturn m\n");
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(
@@ -283,13 +283,13 @@ TEST(Script, ASyntaxErrorNamesFileAndLine)
     EXPECT_TRUE(Contains(result.err, "syntax.lua:3: ")) << result.err;
 }
 
-struct SErrorValue
+struct CErrorValue
 {
     const char* raise;
     const char* text;
 };
 
-constexpr SErrorValue kErrorValues[] = {
+constexpr CErrorValue kErrorValues[] = {
     {"error({})", "{}\nstack traceback:"},
     {"error({code = 7, why = {'a'}})",
      "{code = 7, why = {[1] = \"a\"}}\nstack traceback:"},
@@ -310,10 +310,10 @@ constexpr SErrorValue kErrorValues[] = {
 TEST(Script, AnErrorValueOfAnyTypeIsShown)
 {
     const CHost host(false);
-    for (const SErrorValue& value : kErrorValues)
+    for (const CErrorValue& value : kErrorValues)
     {
         SCOPED_TRACE(value.raise);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("errorvalue", "return {main = function() " +
                                            std::string(value.raise) + " end}");
         EXPECT_GT(result.status, 0);
@@ -326,7 +326,7 @@ TEST(Script, AnErrorValueOfAnyTypeIsShown)
 TEST(Script, DeepRecursionIsAnError)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "deep", "local function f() return 1 + f() end return {main = f}");
     EXPECT_EQ(result.status, 2);
     EXPECT_TRUE(Contains(result.err, "stack overflow")) << result.err;
@@ -347,7 +347,7 @@ std::vector<std::string> LogOf(const CHost& host, const std::string& name)
 TEST(Script, AFailureOfLuaIsInTheLogToo)
 {
     const CHost host(false);
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("failing", "return {main = function() error('boom') end}");
     const std::string file = host.File("lua/failing.lua");
     EXPECT_EQ(result.err.substr(0, result.err.find(" in function")),
@@ -366,7 +366,7 @@ TEST(Script, AFailureOfLuaIsShownOnceOnStandardError)
          {"return {main = function() error('boom') end}", "error('boom')"})
     {
         SCOPED_TRACE(source);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("once", source, {"--domain_var", "log.console=true"});
         EXPECT_EQ(CountOf(result.err, "boom"), 1) << result.err;
     }
@@ -398,13 +398,13 @@ TEST(Script, AModuleThatIsMissingOrBrokenIsInTheLog)
               0U);
 }
 
-struct SOddResult
+struct COddResult
 {
     const char* result;
     const char* warning; // what follows "'main' returned "; empty for none
 };
 
-constexpr SOddResult kOddResults[] = {
+constexpr COddResult kOddResults[] = {
     {"", ""},
     {"nil", ""},
     {"0", ""},
@@ -435,7 +435,7 @@ constexpr SOddResult kOddResults[] = {
 TEST(Script, AResultThatIsNoStatusIsAWarning)
 {
     const CHost host(false);
-    for (const SOddResult& odd : kOddResults)
+    for (const COddResult& odd : kOddResults)
     {
         SCOPED_TRACE(odd.result);
         std::filesystem::remove_all(host.Work());
@@ -516,7 +516,7 @@ TEST(Script, AServiceWhoseInitFailsIsNeverUp)
 TEST(Script, PrintAndWriteKeepTheirOrder)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "order", "return {main = function()\n"
                  "  for i = 1, 3 do print('p', i, nil) io.write('w\\n') "
                  "end end,\n"
@@ -528,7 +528,7 @@ TEST(Script, PrintAndWriteKeepTheirOrder)
 TEST(Script, WhatIsPrintedStandsBeforeWhatAChildWrites)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "children", "return {main = function()\n"
                     "  for i = 1, 3 do\n"
                     "    io.write('w') print(i) os.execute('echo child')\n"
@@ -539,7 +539,7 @@ TEST(Script, WhatIsPrintedStandsBeforeWhatAChildWrites)
 TEST(Script, WhatIsPrintedSurvivesAKill)
 {
     const CHost host(false);
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("killed", "return {main = function()\n"
                                "  print('last words')\n"
                                "  os.execute('kill -9 $PPID') end}");
@@ -575,9 +575,9 @@ TEST(Script, AnOutputThatCannotBeWrittenIsSaidOnce)
     {
         SCOPED_TRACE(reason);
         const CHost host(false);
-        SProcessOptions options;
+        CProcessOptions options;
         options.inChild = prepare;
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("mute",
                          "local function say() for i = 1, 1000 do print(i) end "
                          "end\n"
@@ -596,9 +596,9 @@ TEST(Script, AnOutputThatCannotBeWrittenIsSaidOnce)
 TEST(Script, WhatAScriptWritesIsFlushedByTheScriptAlone)
 {
     const CHost host(false);
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = UseFullOutput;
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("buffered", "return {main = function() io.write('x') end}",
                      {}, options);
     EXPECT_EQ(result.status, 0);
@@ -608,7 +608,7 @@ TEST(Script, WhatAScriptWritesIsFlushedByTheScriptAlone)
 TEST(Script, BothStandardStreamsStayUsableAfterAMessage)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "streams",
         "return {main = function() io.stderr:write('narrow\\n') end}",
         {"--domain_var", "invalid"});
@@ -619,7 +619,7 @@ TEST(Script, BothStandardStreamsStayUsableAfterAMessage)
 TEST(Script, ALargeValueGoesThroughTheDomain)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "large", "return {main = function()\n"
                  "  local text = ('x'):rep(10 * 1024 * 1024)\n"
                  "  dom:Set('big', text)\n"
@@ -635,7 +635,7 @@ TEST(Script, TheAgentsStatusGoesThroughTheMainLoop)
     host.AddModule("kz_agent",
                    "return {main = function() require('mainloop').wait() "
                    "return 3 end}");
-    const SProcessResult result =
+    const CProcessResult result =
         host.Run({"--lua_path", KZA_SOURCE_DIR "/tests/support/lua/?.lua"});
     EXPECT_EQ(result.status, 3) << result.err;
     const std::string log = host.Log();
@@ -684,7 +684,7 @@ TEST(Script, SigintEndsTheForegroundAtOnceWithZero)
         host.Words({"--appname", "interrupted", "--", host.File("never")}));
     ASSERT_TRUE(WaitUntil([&] { return agent.Out() == "ready\n"; }));
     agent.Signal(SIGINT);
-    const SProcessResult result = agent.Wait();
+    const CProcessResult result = agent.Wait();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.signal, 0);
 }

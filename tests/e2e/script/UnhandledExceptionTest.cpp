@@ -27,9 +27,9 @@ std::vector<std::string> Traced(const CService& service)
 }
 
 // The watchdog throws as it waits for its worker.
-SServiceOptions Throwing(const char* type, const char* trace)
+CServiceOptions Throwing(const char* type, const char* trace)
 {
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_WAIT_THROW", type}};
     options.arguments = {"--trace", trace};

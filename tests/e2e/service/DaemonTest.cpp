@@ -53,7 +53,7 @@ TEST(Daemon, LauncherEndsWithZeroAndSaysNothing)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    const SProcessResult result = service.Start();
+    const CProcessResult result = service.Start();
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");
@@ -69,8 +69,8 @@ TEST(Daemon, WatchdogIsDetachedAndItsOnlyChildIsTheWorker)
 
     const pid_t watchdog = service.PidFromFile();
     const pid_t worker = service.Worker();
-    const SProcessInfo parent = ProcessInfo(watchdog);
-    const SProcessInfo child = ProcessInfo(worker);
+    const CProcessState parent = ProcessInfo(watchdog);
+    const CProcessState child = ProcessInfo(worker);
     ASSERT_EQ(parent.pid, watchdog);
     ASSERT_EQ(child.pid, worker);
 
@@ -130,7 +130,7 @@ TEST(Daemon, FileModeMaskIsInherited)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = [] { umask(0137); };
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     for (const pid_t pid : service.Processes())
@@ -144,7 +144,7 @@ TEST(Daemon, WorkingDirectoryThatIsGoneIsIgnored)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--domain_var", "app.path.work=/no/such/place"};
     EXPECT_EQ(service.Start(options).status, 0);
     ASSERT_TRUE(WaitUntil([&] { return service.Worker() != 0; }));
@@ -232,12 +232,12 @@ TEST(Daemon, ProcessThatMayNotBeProbedBlocksTheStart)
     constexpr uid_t kNobody = 65534;
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     std::unique_ptr<CProcess> foreign;
     pid_t pid = 1;
     if (geteuid() == 0)
     {
-        SProcessOptions asNobody;
+        CProcessOptions asNobody;
         asNobody.inChild = [] { (void)!setuid(kNobody); };
         foreign = std::make_unique<CProcess>(
             std::vector<std::string>{"/bin/sleep", "1000"}, asNobody);
@@ -299,7 +299,7 @@ TEST(Daemon, UnwritableRunDirectoryDoesNotStopTheService)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = [] {
         mount(nullptr, "/run", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY,
               nullptr);
@@ -341,7 +341,7 @@ TEST(Daemon, FailedForkEndsTheStart)
         SCOPED_TRACE(test.fork);
         const CService service;
         service.SetModule(kWaitingMain);
-        SServiceOptions options;
+        CServiceOptions options;
         options.withFaults = true;
         options.process.env = {{"KZA_FAIL_FORK", test.fork}};
         EXPECT_EQ(service.Start(options).status, test.launcher);
@@ -368,7 +368,7 @@ TEST(Daemon, StepsComeInTheirOrder)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     const std::string steps = service.Host().File("steps");
     options.process.env = {{"KZA_STEP_LOG", steps}};
@@ -391,7 +391,7 @@ TEST(Daemon, WorkingDirectoryThatTheLocaleCannotNameIsEmpty)
 {
     const CService service("unnamed");
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     const std::string steps = service.Host().File("steps");
     const std::string work = service.Host().File("\u00fc");
@@ -408,7 +408,7 @@ TEST(Daemon, LauncherDoesNotWaitForThePidFile)
 {
     const CService service;
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     const std::string goOn = service.Host().File("go-on");
     options.process.env = {{"KZA_HOLD", "setsid"}, {"KZA_HOLD_FILE", goOn}};
@@ -444,7 +444,7 @@ TEST(Daemon, OnlyALockOfAnotherProcessRefusesTheStart)
         SCOPED_TRACE(test.record);
         const CService service;
         service.SetModule(kWaitingMain);
-        SServiceOptions options;
+        CServiceOptions options;
         options.withFaults = true;
         options.speed = test.launcher == 1 ? 100 : 1; // it waits ten seconds
         options.process.env = {{"KZA_FAIL_LOCK", std::to_string(test.error)}};
@@ -462,18 +462,18 @@ TEST(Daemon, OnlyALockOfAnotherProcessRefusesTheStart)
 }
 
 // What one pair of simultaneous starts came to.
-struct SPair
+struct CPair
 {
     int started = 0;
     int refused = 0;
 };
 
-SPair StartTwoAtOnce(const CService& service)
+CPair StartTwoAtOnce(const CService& service)
 {
-    const SProcessOptions options = service.Process();
+    const CProcessOptions options = service.Process();
     CProcess first(service.Words(), options);
     CProcess second(service.Words(), options);
-    SPair pair;
+    CPair pair;
     for (CProcess* const process : {&first, &second})
     {
         const int status = process->Wait().status;
@@ -499,7 +499,7 @@ TEST_P(TwoStartsAtOnce, OneSurvivesAndTheOtherSaysWhy)
         SCOPED_TRACE(i);
         if (GetParam())
             WriteFile(service.PidFile(), dead);
-        const SPair pair = StartTwoAtOnce(service);
+        const CPair pair = StartTwoAtOnce(service);
         ASSERT_EQ(pair.started, 1);
         ASSERT_EQ(pair.refused, 1);
         ASSERT_TRUE(service.WaitForLog(kMainRuns, i));

@@ -24,11 +24,11 @@ constexpr char kWaits[] =
     " shutdown = function() dom:Log('message', 'shut down') end }";
 
 // \param settings  Content of /etc/default/kz_agent, empty for no such file.
-SProcessResult RunScript(const CService& service,
+CProcessResult RunScript(const CService& service,
                          const std::string& action,
                          const std::string& settings = std::string())
 {
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = [bin = service.Host().Bin(), settings]
     {
         MountTmpfs("/etc/default", "64k");
@@ -45,12 +45,12 @@ SProcessResult RunScript(const CService& service,
 }
 
 // Stops as on a host, where a process that has lost its parent is reaped.
-SProcessResult StopWithScript(const CService& service,
+CProcessResult StopWithScript(const CService& service,
                               const std::string& settings = std::string())
 {
     const pid_t watchdog = service.PidFromFile();
     std::thread reaper([watchdog] { CService::StatusOf(watchdog); });
-    SProcessResult result = RunScript(service, "stop", settings);
+    CProcessResult result = RunScript(service, "stop", settings);
     reaper.join();
     return result;
 }
@@ -65,12 +65,12 @@ TEST(InitScript, StartsShowsAndStopsTheService)
     ASSERT_EQ(RunScript(service, "start").status, 0);
     ASSERT_TRUE(service.WaitForLog("runs as C.UTF-8"));
     const pid_t watchdog = service.PidFromFile();
-    const SProcessResult running = RunScript(service, "status");
+    const CProcessResult running = RunScript(service, "status");
     EXPECT_EQ(running.status, 0);
     EXPECT_EQ(running.out,
               "kz_agent runs (pid " + std::to_string(watchdog) + ")\n");
 
-    const SProcessResult again = RunScript(service, "start");
+    const CProcessResult again = RunScript(service, "start");
     EXPECT_EQ(again.status, 0);
     EXPECT_EQ(again.out, "kz_agent runs already\n");
     EXPECT_EQ(service.PidFromFile(), watchdog);
@@ -103,7 +103,7 @@ TEST(InitScript, StatusTellsThatThePidFileIsStale)
 {
     const CService service;
     WriteFile(service.PidFile(), std::to_string(DeadPid()) + "\n");
-    const SProcessResult result = RunScript(service, "status");
+    const CProcessResult result = RunScript(service, "status");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "kz_agent does not run, but its pid file is there\n");
 }
@@ -117,15 +117,15 @@ void ExpectLeftAlone(const CService& service, const CProcess& stranger)
                               "names process " +
                               pid + ", another program\n";
     WriteFile(service.PidFile(), pid + "\n");
-    const SProcessResult status = RunScript(service, "status");
+    const CProcessResult status = RunScript(service, "status");
     EXPECT_EQ(status.status, 1);
     EXPECT_EQ(status.out, whose);
 
-    const SProcessResult stop = RunScript(service, "stop");
+    const CProcessResult stop = RunScript(service, "stop");
     EXPECT_EQ(stop.status, 0);
     EXPECT_EQ(stop.err, whose);
 
-    const SProcessResult start = RunScript(service, "start");
+    const CProcessResult start = RunScript(service, "start");
     EXPECT_EQ(start.status, 1);
     EXPECT_EQ(start.out, "");
     EXPECT_EQ(start.err, whose + "kz_agent starts once that file is removed\n");

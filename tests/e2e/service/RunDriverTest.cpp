@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
 
-SProcessOptions WithFaults(Variables variables)
+CProcessOptions WithFaults(Variables variables)
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = std::move(variables);
     options.env.emplace_back("LD_PRELOAD",
                              KZA_BINARY_DIR "/tests/libprocess_faults.so");
@@ -102,7 +102,7 @@ TEST(RunDriver, ThousandStartsOnABusyProcessorAllEnd)
 {
     const CHost host(false);
     host.AddModule("kz_agent", "return { main = function() end }");
-    SProcessOptions pinned;
+    CProcessOptions pinned;
     pinned.inChild = PinToOneProcessor;
     const CProcess busy({"/bin/sh", "-c", "while :; do :; done"}, pinned);
     const int starts = std::string(KZA_SANITIZE).empty() ? 1000 : 100;
@@ -144,7 +144,7 @@ TEST(RunDriver, ToolShutsTheLibrariesDownOnItsScriptThread)
 {
     const CHost host(false);
     const std::string steps = host.File("steps");
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("tool", "return { main = function() return 3 end }", {},
                      WithFaults({{"KZA_STEP_LOG", steps}}));
     EXPECT_EQ(result.status, 3);
@@ -155,7 +155,7 @@ TEST(RunDriver, AgentShutsTheLibrariesDownOnItsMainThread)
 {
     const CHost host(false);
     const std::string steps = host.File("steps");
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "kz_agent",
         "return { main = function() require('mainloop').wait() end }",
         {"--lua_path", KZA_SOURCE_DIR "/tests/support/lua/?.lua"},
@@ -169,7 +169,7 @@ TEST(RunDriver, WorkerAndWatchdogShutTheLibrariesDownOnceEach)
     const CService service;
     service.SetModule(kWaitingMain);
     const std::string steps = service.Host().File("steps");
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_STEP_LOG", steps}};
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
@@ -200,7 +200,7 @@ TEST(RunDriver, UnitTestsAreForTheForeground)
     service.SetModule(kWaitingMain);
     const std::string test = service.Host().File("a_test.lua");
     WriteFile(test, "dom:Log('message', 'the test runs')\n");
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--unittest", test};
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     EXPECT_TRUE(service.Stop());
@@ -220,7 +220,7 @@ TEST(ExitReport, RunTimeCountsFromTheLaunch)
                       "  io.open('second', 'w'):close()\n"
                       "  return 3\n"
                       "end }");
-    SServiceOptions options;
+    CServiceOptions options;
     options.speed = 1000;
     ASSERT_TRUE(service.StartUntil("exiting. Run time was ", options));
     std::smatch time;

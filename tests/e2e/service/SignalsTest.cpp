@@ -66,7 +66,7 @@ public:
     void LetEnd(const std::string& phase) const { Write(phase + "_may_end"); }
 
     [[nodiscard]] bool StartUntil(const std::string& text,
-                                  const SServiceOptions& options = {})
+                                  const CServiceOptions& options = {})
     {
         const bool started = m_service.StartUntil(text, options);
         m_watchdog = m_service.PidFromFile();
@@ -229,7 +229,7 @@ TEST(Stop, SecondRequestDuringALogWriteEndsTheWatchdogAfterIt)
     const CService& service = phases.Service();
     phases.Hold("shutdown");
     const std::string goOn = service.Host().File("go-on");
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_HOLD", "write"}, {"KZA_HOLD_FILE", goOn}};
     ASSERT_TRUE(phases.StartUntil("main ends", options));

@@ -26,9 +26,9 @@ const std::string kShutdown = "MESSAGE kza: shutdown runs";
 // Said by the script when it is where the test wants it.
 const std::string kReady = "ready for the stop";
 
-SServiceOptions Traced()
+CServiceOptions Traced()
 {
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--trace", "Appl"};
     return options;
 }
@@ -264,7 +264,7 @@ TEST(StopRequest, MainThatDoesNotReturnIsNamedAgainAndAgain)
                       "  dom:Log('message', 'ready for the stop')\n"
                       "  repeat until io.open('go_on')\n"
                       "end }");
-    SServiceOptions options = Traced();
+    CServiceOptions options = Traced();
     options.speed = 100;
     ASSERT_TRUE(service.StartUntil(kReady, options));
     ASSERT_TRUE(AskToStop(service));
@@ -300,7 +300,7 @@ TEST(StopRequest, MainThatFollowsIsNotNamed)
                       "    local start = os.time()\n"
                       "    repeat until os.time() - start >= 25\n"
                       "  end }");
-    SServiceOptions options = Traced();
+    CServiceOptions options = Traced();
     options.speed = 100;
     ASSERT_TRUE(service.StartUntil(kReady, options));
     ASSERT_TRUE(AskToStop(service));

@@ -99,7 +99,7 @@ TEST(SupervisionStress, HundredDeathsLeaveNothingBehind)
 {
     const CService service("mortal");
     service.SetModule(kWaitingMain);
-    SServiceOptions options;
+    CServiceOptions options;
     options.speed = 1000;
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     const pid_t watchdog = service.PidFromFile();
@@ -162,7 +162,7 @@ TEST(SupervisionStress, FullLogDiskStopsNothing)
     const CService service("full");
     service.SetModule(kWaitingMain);
     const std::string log = service.LogDir();
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = [log]
     {
         MountTmpfs(log, "16k");
@@ -209,7 +209,7 @@ TEST(SupervisionStress, FullLogFileStopsNothing)
                       "  file:write('x')\n"
                       "  file:close()\n"
                       "end }");
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = []
     {
         const rlimit limit{32768, 32768};

@@ -22,9 +22,9 @@ namespace
 
 namespace fs = std::filesystem;
 
-SServiceOptions NoCores()
+CServiceOptions NoCores()
 {
-    SServiceOptions options;
+    CServiceOptions options;
     options.process.inChild = []
     {
         const rlimit none{0, 0};
@@ -134,7 +134,7 @@ TEST(Watchdog, SignalsOtherThanSigtermMeanARestart)
     }
 }
 
-struct SDriver
+struct CDriver
 {
     const char* name;
     const char* script; ///< null when there is none
@@ -143,13 +143,13 @@ struct SDriver
     const char* called; ///< what the script left
 };
 
-class DriverStop : public testing::TestWithParam<SDriver>
+class DriverStop : public testing::TestWithParam<CDriver>
 {
 };
 
 TEST_P(DriverStop, ExitCode3RestartsTheWorker)
 {
-    const SDriver& driver = GetParam();
+    const CDriver& driver = GetParam();
     const CService service;
     service.SetModule(EndsAtFirst(3));
     if (driver.script != nullptr)
@@ -175,7 +175,7 @@ TEST_P(DriverStop, ExitCode3RestartsTheWorker)
     EXPECT_EQ(ReadFile(service.Host().Work() + "/called"), driver.called);
 }
 
-const SDriver kDrivers[] = {
+const CDriver kDrivers[] = {
     {"Absent", nullptr, 0, nullptr, ""},
     {"NotExecutable", "#!/bin/sh\necho $# $* >>called\n", 0600, nullptr, ""},
     {"Present", "#!/bin/sh\necho $# $* >>called\n", 0700,
@@ -263,7 +263,7 @@ TEST(Watchdog, NinthStartEndsTheService)
 {
     const CService service;
     service.SetModule(Ends(3));
-    SServiceOptions options;
+    CServiceOptions options;
     // No faster: eight starts have to fit into 512 seconds of this clock on a
     // busy machine too.
     options.speed = 20;
@@ -306,7 +306,7 @@ TEST(Watchdog, StartsOlderThanThePeriodDoNotCount)
     service.SetModule(Worker("local start = os.time()\n"
                              "repeat until os.time() - start >= 600\n"
                              "return 3"));
-    SServiceOptions options;
+    CServiceOptions options;
     options.speed = 10000;
     ASSERT_TRUE(service.StartUntil(kRuns, options));
     ASSERT_TRUE(service.WaitForLog(kRuns, 12));
@@ -317,7 +317,7 @@ TEST(Watchdog, WorkerThatCannotBeForkedEndsTheService)
 {
     const CService service;
     service.SetModule(Ends(0));
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_FAIL_FORK", "3"}};
     ASSERT_TRUE(service.StartUntil(kExiting, options));
@@ -391,7 +391,7 @@ TEST(Watchdog, DispositionsAreInstalledInOrder)
 {
     const CService service;
     service.SetModule(Worker(""));
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     const std::string noted = service.Host().File("signals");
     options.process.env = {{"KZA_SIGNAL_LOG", noted}};

@@ -21,7 +21,7 @@ TEST(Watchdog, FailedWaitEndsTheService)
 {
     const CService service;
     service.SetModule(EndsWhenTold(5));
-    SServiceOptions options;
+    CServiceOptions options;
     // Children that nobody needs to wait for cannot be waited for.
     options.process.inChild = [] { (void)signal(SIGCHLD, SIG_IGN); };
     ASSERT_TRUE(service.StartUntil(kRuns, options));
@@ -40,7 +40,7 @@ TEST(Watchdog, AnotherProcessIsNotTheWorkersEnd)
 {
     const CService service;
     service.SetModule(EndsWhenTold(5));
-    SServiceOptions options;
+    CServiceOptions options;
     options.withFaults = true;
     options.process.env = {{"KZA_WAIT_OTHER", "1"}};
     ASSERT_TRUE(service.StartUntil(kRuns, options));

@@ -50,7 +50,7 @@ TEST(CommandLine, HelpListsEveryOptionInOrder)
     const CHost host(false);
     for (const char* word : {"--help", "-h"})
     {
-        const SProcessResult result = host.Run({word});
+        const CProcessResult result = host.Run({word});
         EXPECT_EQ(result.status, 255);
         EXPECT_EQ(WithoutPadding(result.err), kUsage);
         EXPECT_EQ(result.out, "");
@@ -70,7 +70,7 @@ TEST(CommandLine, SyntaxErrorsNameTheWordAndEndTheStart)
     for (const auto& [words, message] : cases)
     {
         SCOPED_TRACE(words[0]);
-        const SProcessResult result = host.Run(words);
+        const CProcessResult result = host.Run(words);
         EXPECT_EQ(result.status, 255);
         EXPECT_EQ(result.err.substr(0, result.err.find('\n')), message);
         EXPECT_NE(WithoutPadding(result.err).find(kUsage), std::string::npos);
@@ -126,7 +126,7 @@ TEST(CommandLine, TheExecutableIsFoundFromTheCurrentDirectory)
 {
     const CHost host(false);
     WriteFile(host.File("sub/x"), "");
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = host.File("sub");
     host.AddModule("showkeys", kShowKeys);
     // As a shell in sub/ would start it: the path is relative.
@@ -137,7 +137,7 @@ TEST(CommandLine, TheExecutableIsFoundFromTheCurrentDirectory)
                   "showkeys", "--", "app.path.bin", nullptr);
         _exit(126);
     };
-    const SProcessResult result = host.Run({}, options);
+    const CProcessResult result = host.Run({}, options);
     EXPECT_EQ(result.out, "app.path.bin=" + host.Bin() + " (string)\n");
 }
 
@@ -152,7 +152,7 @@ TEST(CommandLine, AnInstallationMayLieAnywhere)
     WriteFile(elsewhere.File("mod/anywhere.lua"),
               "return {main = function() print(dom:Get('app.path.bin'))\n"
               "  require('tests.kzaunit') dom:Log('message', 'here') end}");
-    const SProcessResult result =
+    const CProcessResult result =
         TestSupport::Run({bin + "/kz_agent", "-a", "anywhere", "-l",
                           elsewhere.File("mod/?.lua")});
     EXPECT_EQ(result.status, 0) << result.err;
@@ -170,7 +170,7 @@ TEST(CommandLine, TheMakersDirectoryIsAboveTheExecutables)
     std::filesystem::create_directories(above);
     std::filesystem::copy(host.Bin(), above + "/bin",
                           std::filesystem::copy_options::recursive);
-    const SProcessResult result =
+    const CProcessResult result =
         TestSupport::Run({above + "/bin/kz_agent", "--appname", "showkeys",
                           "--", "app.path.ov", "app.path.bin"});
     EXPECT_EQ(result.out, "app.path.ov=" + above + " (string)\napp.path.bin=" +
@@ -184,7 +184,7 @@ TEST(CommandLine, TheExecutablesNameIsTheApplicationsWithoutExtension)
                    "return {main = function() print(dom:Get('app.name'), "
                    "dom:Get('app.path.exe'), arg[0]) end}");
     std::filesystem::rename(host.Agent(), host.File("renamed.bin"));
-    const SProcessResult result =
+    const CProcessResult result =
         TestSupport::Run({host.File("renamed.bin"), "--", "word"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out,
@@ -224,7 +224,7 @@ TEST(CommandLine, TheUserDirectoryIsExpanded)
 {
     const CHost host(false);
     const CTempDir home;
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"HOME", home.Path()}};
     EXPECT_EQ(Show(host, {"-w", "~/work"}, {"app.path.work"}, options),
               "app.path.work=" + home.File("work") + " (string)\n");
@@ -267,7 +267,7 @@ TEST(CommandLine, ADomainVariableIsInTheLocalesEncoding)
               "d\u00fc=\u00fcx (string)\n");
 
     // What it cannot say becomes empty.
-    SProcessOptions plain;
+    CProcessOptions plain;
     plain.env = {{"LC_ALL", "C"}};
     EXPECT_EQ(Show(host, {"-d", "a=\u00fcx"}, {"a"}, plain), "a= (string)\n");
     EXPECT_EQ(Show(host, {"-d", given}, {""}, plain), "= (string)\n");
@@ -276,7 +276,7 @@ TEST(CommandLine, ADomainVariableIsInTheLocalesEncoding)
 TEST(CommandLine, ADomainVariableThatTheLocaleCannotExpressIsAWarning)
 {
     const CHost host(false);
-    SProcessOptions plain;
+    CProcessOptions plain;
     plain.env = {{"LC_ALL", "C"}};
     Show(host, {"-d", "k=\u00e4"}, {}, plain);
     // Without a locale every byte of the command line is a character.
@@ -317,7 +317,7 @@ TEST(CommandLine, AnInvalidDomainVariableIsReportedAndIgnored)
     for (const std::string value : {"=x", "abc", "="})
     {
         SCOPED_TRACE(value);
-        const SProcessResult result =
+        const CProcessResult result =
             host.RunTool("invalidvar", "return {}", {"--domain_var", value});
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.err,
@@ -347,7 +347,7 @@ TEST(CommandLine, TheWorkingDirectoryIsMadeForTheOwnerAlone)
 {
     const CHost host(false);
     const CTempDir parent;
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"KZA_TEST_PLACE", parent.Path()}};
     EXPECT_EQ(Show(host, {"--workdir", "$KZA_TEST_PLACE/a b/../w\u00f6rk/"},
                    {"app.path.work"}, options),
@@ -364,7 +364,7 @@ TEST(CommandLine, ARelativeWorkingDirectoryStartsAtTheCurrentOne)
 {
     const CHost host(false);
     const CTempDir current;
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = current.Path();
     EXPECT_EQ(Show(host, {"-w", "./x/../data"}, {"app.path.work"}, options),
               "app.path.work=" + current.File("data") + " (string)\n");
@@ -407,7 +407,7 @@ TEST(CommandLine, AWorkingDirectoryThatCannotBeMadeIsSaidAndTheRunGoesOn)
 {
     const CHost host(false);
     WriteFile(host.File("file"), "");
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "nowork", "return {main = function() print('ran') return 4 end}",
         {"--workdir", host.File("file/work")});
     EXPECT_EQ(result.status, 4);
@@ -423,7 +423,7 @@ TEST(CommandLine, AMissingTestScriptIsReportedAndTheRunIsNormal)
     WriteFile(host.File("locked.lua"), "");
     ASSERT_EQ(chmod(host.File("locked.lua").c_str(), 0), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = []
     {
         // Root may read everything.
@@ -435,7 +435,7 @@ TEST(CommandLine, AMissingTestScriptIsReportedAndTheRunIsNormal)
           host.File("locked.lua")})
     {
         SCOPED_TRACE(script);
-        const SProcessResult result = host.RunTool(
+        const CProcessResult result = host.RunTool(
             "missingtest",
             "return {main = function() print(dom:Get('app.mode.unittest')) "
             "end}",
@@ -459,7 +459,7 @@ TEST(CommandLine, AnyNumberOfWordsMayFollow)
     Words words = {"--"};
     for (int i = 1; i <= 10000; ++i)
         words.push_back("word" + std::to_string(i));
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "manywords",
         "return {main = function() print(#arg, arg[1], arg[#arg]) end}", words);
     EXPECT_EQ(result.status, 0) << result.err;
@@ -486,15 +486,15 @@ TEST(CommandLine, BytesThatAreNoUtf8EndInNoCrash)
     const Words words = {"--", "x\xff\xfey", "after"};
 
     // Without a locale every byte is a character of its own.
-    SProcessOptions plain;
+    CProcessOptions plain;
     plain.env = {{"LC_ALL", "C"}};
-    const SProcessResult latin =
+    const CProcessResult latin =
         host.RunTool("bytes", kShowBytes, words, plain);
     EXPECT_EQ(latin.status, 0) << latin.err;
     EXPECT_EQ(latin.out, "1\t78c3bfc3be79\n2\t6166746572\n");
 
     // With one, the framework says that it leaves the word out.
-    const SProcessResult utf8 = host.RunTool("bytes", kShowBytes, words);
+    const CProcessResult utf8 = host.RunTool("bytes", kShowBytes, words);
     EXPECT_EQ(utf8.status, 0) << utf8.err;
     EXPECT_EQ(utf8.out, "1\t6166746572\n");
     EXPECT_NE(utf8.err, "");
@@ -505,7 +505,7 @@ TEST(CommandLine, ALongDomainVariableArrivesWhole)
     const CHost host(false);
     // As long as the system lets a word be.
     const std::string value(120000, 'v');
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "longvar", "return {main = function() print(#dom:Get('long')) end}",
         {"--domain_var", "long=" + value});
     EXPECT_EQ(result.out, "120000\n") << result.err;

@@ -36,7 +36,7 @@ std::string AgentsValue(const CHost& host, const std::string& key)
                                "  require('mainloop').wait()\n"
                                "  print(dom:Get('" +
                                    key + "')) end}");
-    const SProcessResult result =
+    const CProcessResult result =
         host.Run({"--lua_path", KZA_SOURCE_DIR "/tests/support/lua/?.lua"});
     EXPECT_EQ(result.status, 0) << result.err;
     return result.out;
@@ -209,7 +209,7 @@ TEST(Configuration, AGroupThatComesTwiceIsNoFault)
 {
     const CHost host(false);
     WriteIni(host, "[domain]\na=1\n[other]\nx=1\n[domain]\nb=2\n");
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "twice",
         "return {main = function() print(dom:Get('a'), dom:Get('b')) end}");
     EXPECT_EQ(result.out, "1\t2\n");
@@ -243,7 +243,7 @@ TEST(Configuration, UnknownAndRefusedSqliteSettingsAreWarnings)
     const CHost host(false);
     WriteIni(host,
              "sqlite.config.nosuch=1\nsqlite.config.memstatus=99999999999\n");
-    const SProcessResult result = host.RunTool("badsqlite", "return {}");
+    const CProcessResult result = host.RunTool("badsqlite", "return {}");
     EXPECT_EQ(result.status, 0) << result.err;
     const std::string log = host.Log("badsqlite");
     EXPECT_NE(log.find("SQLite setting 'sqlite.config.nosuch' is not known"),
@@ -262,7 +262,7 @@ TEST(Configuration, AFileThatMayNotBeReadIsSaidAndCountsAsEmpty)
     ASSERT_EQ(chmod(host.File("work/kz_agent.ini").c_str(), 0), 0);
     ASSERT_EQ(chmod(host.Work().c_str(), 0777), 0);
     ASSERT_EQ(chmod(host.Bin().c_str(), 0777), 0);
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = []
     {
         // Root may read everything.

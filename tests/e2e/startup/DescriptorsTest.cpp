@@ -36,9 +36,9 @@ return tool
 
 using Descriptors = std::vector<int>;
 
-SProcessOptions WithClosed(const Descriptors& closed)
+CProcessOptions WithClosed(const Descriptors& closed)
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.inChild = [closed]
     {
         for (const int fd : closed)
@@ -70,7 +70,7 @@ TEST(Descriptors, AClosedOneLeadsToTheNullDevice)
 TEST(Descriptors, ThoseThatAreOpenStay)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "open", kShowDescriptors, {"--", host.File("list")}, WithClosed({0}));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "output\nwritten\n");
@@ -102,7 +102,7 @@ TEST(Descriptors, TheClaimOnThePidFileLastsUntilItIsWritten)
         SCOPED_TRACE(testing::PrintToString(closed));
         const std::string goOn = service.Host().File(
             "go-on-" + std::to_string(closed[0] + closed.size()));
-        SServiceOptions options;
+        CServiceOptions options;
         options.withFaults = true;
         options.process = WithClosed(closed);
         options.process.env = {{"KZA_HOLD", "rename"}, {"KZA_HOLD_FILE", goOn}};

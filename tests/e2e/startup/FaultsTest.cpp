@@ -12,10 +12,10 @@ using namespace TestSupport;
 namespace
 {
 
-SProcessOptions WithFault(const std::string& name,
+CProcessOptions WithFault(const std::string& name,
                           const std::string& report = std::string())
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"LD_PRELOAD", KZA_BINARY_DIR "/tests/libfaults.so"},
                    {"KZA_FAULT", name},
                    {"KZA_FAULT_REPORT", report},
@@ -27,7 +27,7 @@ SProcessOptions WithFault(const std::string& name,
 TEST(Faults, LuaThatCannotBeSetUpIsSaidAndNothingRuns)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "unset", "print('loaded') return {}", {}, WithFault("lua_stack"));
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.err, "Error setting up Lua:\n"
@@ -41,7 +41,7 @@ TEST(Faults, LuaThatCannotBeSetUpIsSaidAndNothingRuns)
 TEST(Faults, AnotherLuaIsRefused)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "other", "print('loaded') return {}", {}, WithFault("lua_version"));
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.err, "Error setting up Lua:\nnot version 502\n");
@@ -51,7 +51,7 @@ TEST(Faults, AnotherLuaIsRefused)
 TEST(Faults, AnExceptionThatEscapesTheScriptThreadEndsWith255)
 {
     const CHost host(false);
-    const SProcessResult result = host.RunTool(
+    const CProcessResult result = host.RunTool(
         "escape", "return {}", {"--trace", "Appl"}, WithFault("lua_newstate"));
     EXPECT_EQ(result.status, 255);
     const std::string log = host.Log("escape");
@@ -70,7 +70,7 @@ TEST(Faults, AServiceThatCannotWaitForItsEndShutsDown)
                       "  main = function() require('mainloop').wait() end,\n"
                       "  shutdown = function()\n"
                       "    dom:Log('message', 'shutdown') return 7 end }");
-    SServiceOptions options;
+    CServiceOptions options;
     options.process = WithFault("sigwait");
     ASSERT_TRUE(service.StartUntil("exited with status", options));
     EXPECT_TRUE(service.WaitUntilGone());
@@ -87,7 +87,7 @@ TEST(Faults, StartUpGivesUpOnEntropyAfterAHundredPolls)
 {
     const CHost host(false);
     const std::string report = host.File("polls");
-    const SProcessResult result =
+    const CProcessResult result =
         host.RunTool("entropy", "return {main = function() return 4 end}", {},
                      WithFault("rand_status", report));
     EXPECT_EQ(result.status, 4) << result.err;

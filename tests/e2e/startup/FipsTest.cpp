@@ -38,8 +38,8 @@ public:
     }
 
     // Runs a tool that says what OpenSSL does; `mode` is app.fipsmode.
-    [[nodiscard]] SProcessResult Run(const std::string& mode,
-                                     const SProcessOptions& options = {}) const
+    [[nodiscard]] CProcessResult Run(const std::string& mode,
+                                     const CProcessOptions& options = {}) const
     {
         return Host().RunTool(
             "probe", kProbe,
@@ -108,7 +108,7 @@ TEST(Fips, IsOffUnlessRequested)
         SCOPED_TRACE(mode);
         const CFipsHost host;
         host.Place("refuses", "ossl-modules");
-        const SProcessResult result = host.Run(mode);
+        const CProcessResult result = host.Run(mode);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out, "fips false, SHA256 from default, MD5 from "
                               "default, engines nil\n");
@@ -119,7 +119,7 @@ TEST(Fips, IsOffUnlessRequested)
 TEST(Fips, InheritedVariableStaysWhileItIsOff)
 {
     const CFipsHost host;
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"OPENSSL_ENGINES", "/inherited"}};
     EXPECT_EQ(host.Run("0", options).out,
               "fips false, SHA256 from default, MD5 from default, engines "
@@ -130,12 +130,12 @@ TEST(Fips, VariableThatCannotBeSetIsAnAssertionAndNoMore)
 {
     const CFipsHost host;
     host.Place("usable", "ossl-modules");
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"LD_PRELOAD", KZA_BINARY_DIR "/tests/libfaults.so"},
                    {"KZA_FAULT", "setenv"},
                    // The sanitizer wants to be the first library.
                    {"ASAN_OPTIONS", "verify_asan_link_order=0"}};
-    const SProcessResult result = host.Run("1", options);
+    const CProcessResult result = host.Run("1", options);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "fips true, SHA256 from fips, MD5 from nil, engines "
                           "nil\n");
@@ -154,7 +154,7 @@ TEST(Fips, AnyOtherTextRequestsIt)
         SCOPED_TRACE(mode);
         const CFipsHost host;
         host.Place("usable", "ossl-modules");
-        const SProcessResult result = host.Run(mode);
+        const CProcessResult result = host.Run(mode);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out, "fips true, SHA256 from fips, MD5 from nil, "
                               "engines " +
@@ -169,7 +169,7 @@ TEST(Fips, ConfigurationFileRequestsIt)
     const CFipsHost host;
     host.Place("usable", "ossl-modules");
     WriteFile(host.Host().File("work/kz_agent.ini"), "FIPSMode=1\n");
-    const SProcessResult result =
+    const CProcessResult result =
         host.Host().RunTool("probe", CFipsHost::kProbe);
     EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U);
 }
@@ -177,11 +177,11 @@ TEST(Fips, ConfigurationFileRequestsIt)
 TEST(Fips, MissingModuleIsAWarning)
 {
     const CFipsHost host;
-    SProcessOptions options;
+    CProcessOptions options;
     // Whatever the host has installed: here it has nothing.
     options.env = {{"OPENSSL_MODULES", host.Host().File("none")},
                    {"OPENSSL_ENGINES", "/inherited"}};
-    const SProcessResult result = host.Run("1", options);
+    const CProcessResult result = host.Run("1", options);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "fips false, SHA256 from default, MD5 from default, "
                           "engines " +
@@ -190,7 +190,7 @@ TEST(Fips, MissingModuleIsAWarning)
     EXPECT_EQ(host.Said(), expected);
 }
 
-struct SRefusal
+struct CRefusal
 {
     const char* name;
     const char* role; ///< null for a file that is no library
@@ -199,18 +199,18 @@ struct SRefusal
     const char* error;
 };
 
-void PrintTo(const SRefusal& refusal, std::ostream* out)
+void PrintTo(const CRefusal& refusal, std::ostream* out)
 {
     *out << refusal.name;
 }
 
-class FipsRefusal : public testing::TestWithParam<SRefusal>
+class FipsRefusal : public testing::TestWithParam<CRefusal>
 {
 };
 
 TEST_P(FipsRefusal, EndsTheRunWithZero)
 {
-    const SRefusal& refusal = GetParam();
+    const CRefusal& refusal = GetParam();
     const CFipsHost host;
     if (refusal.role != nullptr)
         host.Place(refusal.role, "ossl-modules");
@@ -219,7 +219,7 @@ TEST_P(FipsRefusal, EndsTheRunWithZero)
     if (refusal.file != nullptr)
         WriteFile(host.Host().File(refusal.file), refusal.content);
 
-    const SProcessResult result = host.Run("1");
+    const CProcessResult result = host.Run("1");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "") << "the script ran";
     const Lines expected = {host.Engines(),
@@ -230,7 +230,7 @@ TEST_P(FipsRefusal, EndsTheRunWithZero)
     EXPECT_EQ(host.Said(), expected);
 }
 
-const SRefusal kRefusals[] = {
+const CRefusal kRefusals[] = {
     {"NoLibrary", nullptr, nullptr, nullptr,
      "12800067:DSO support routines::could not load the shared library"},
     {"RefusesToLoad", "refuses", nullptr, nullptr,
@@ -266,7 +266,7 @@ INSTANTIATE_TEST_SUITE_P(Fips,
                          { return std::string(test.param.name); });
 
 // Where an operator may place the module and its configuration.
-struct SPlace
+struct CPlace
 {
     const char* module;
     const char* file;
@@ -284,14 +284,14 @@ constexpr char kWholeFile[] = "openssl_conf = start\n"
 
 TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
 {
-    const SPlace places[] = {
+    const CPlace places[] = {
         {"ossl-modules", "ossl-modules/fipsmodule.cnf", kModuleFile},
         {"ossl-modules", "fipsmodule.cnf", kModuleFile},
         {"ossl-modules", "ossl-modules/openssl.cnf", kWholeFile},
         {"ossl-modules", "openssl.cnf", kWholeFile},
         {"engines", "engines/fipsmodule.cnf", kModuleFile},
     };
-    for (const SPlace& place : places)
+    for (const CPlace& place : places)
     {
         SCOPED_TRACE(place.file);
         const CFipsHost host;
@@ -303,11 +303,11 @@ TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
 }
 
 // Whatever the environment names stands in this directory of the host.
-SProcessOptions Environment(const CFipsHost& host,
+CProcessOptions Environment(const CFipsHost& host,
                             const std::string& modules,
                             const char* configuration = nullptr)
 {
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"OPENSSL_MODULES", host.Host().File(modules)}};
     if (configuration != nullptr)
         options.env.emplace_back("OPENSSL_CONF",
@@ -424,7 +424,7 @@ TEST(Fips, OddCharactersInThePathAreNoSyntax)
              odd + "/root/ossl-modules/fips.so");
     WriteFile(odd + "/root/ossl-modules/fipsmodule.cnf", kModuleFile);
     WriteFile(odd + "/root/lua/probe.lua", CFipsHost::kProbe);
-    const SProcessResult result =
+    const CProcessResult result =
         TestSupport::Run({odd + "/root/kz_agent", "--appname", "probe",
                           "--domain_var", "app.fipsmode=1"});
     EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U)
@@ -438,7 +438,7 @@ TEST(Fips, WorkersInheritIt)
     host.Place("configured", "ossl-modules");
     WriteFile(host.Host().File("ossl-modules/fipsmodule.cnf"), kModuleFile);
     service.SetModule(CFipsHost::kProbe);
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--domain_var", "app.fipsmode=1"};
     ASSERT_TRUE(service.StartUntil("fips true, SHA256 from fips", options));
     kill(service.Worker(), SIGKILL);
@@ -452,7 +452,7 @@ TEST(Fips, RefusalStartsNoDaemonAndReportsTheRunTime)
     service.SetModule("return {}");
     fs::create_directories(service.Host().File("ossl-modules"));
     WriteFile(service.Host().File("ossl-modules/fips.so"), "no library\n");
-    SServiceOptions options;
+    CServiceOptions options;
     options.arguments = {"--domain_var", "app.fipsmode=1"};
     EXPECT_EQ(service.Start(options).status, 0);
     EXPECT_TRUE(fs::is_empty(service.RunDir()));

@@ -55,9 +55,9 @@ protected:
         return m_given.File(name);
     }
 
-    [[nodiscard]] SProcessOptions BareName(Words arguments) const
+    [[nodiscard]] CProcessOptions BareName(Words arguments) const
     {
-        SProcessOptions options;
+        CProcessOptions options;
         options.cwd = m_here.Path();
         arguments.insert(arguments.begin(), {"kz_agent", "--appname", "tool"});
         options.inChild = [arguments, agent = m_host.Agent()]
@@ -72,7 +72,7 @@ protected:
         return options;
     }
 
-    [[nodiscard]] SProcessResult RunBareName(const Words& arguments) const
+    [[nodiscard]] CProcessResult RunBareName(const Words& arguments) const
     {
         return m_host.Run({}, BareName(arguments));
     }
@@ -101,7 +101,7 @@ protected:
 
 TEST_F(FoundThroughPath, RunsWhatItWasGiven)
 {
-    const SProcessResult result = RunBareName(
+    const CProcessResult result = RunBareName(
         {"--lua_path", Given("?.lua"), "--", "app.path.exe", "app.path.bin",
          "app.path.lib", "app.path.ov", "app.path.work", "app.path.ini", "trap",
          "app.fulldump", "app.fipsmode", "app.trace+", "app.lua.zippath"});
@@ -123,7 +123,7 @@ TEST_F(FoundThroughPath, RunsWhatItWasGiven)
 
 TEST_F(FoundThroughPath, FindsNoCodeBesideTheName)
 {
-    const SProcessResult result = RunBareName({});
+    const CProcessResult result = RunBareName({});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err.find(Complaint() + "\n"), 0U) << result.err;
@@ -148,7 +148,7 @@ TEST_F(FoundThroughPath, ArchivesWithoutAnAbsolutePathAreLeftOut)
     WriteFile(Here("ext/b.kze"), MakeZip({{"tool.lua", kTrap}}));
     WriteFile(Here("ext/b.kze.version"), "version: 12.0.0-1\n");
     WriteFile(Given("c.kze"), MakeZip({{"x.lua", ""}}));
-    const SProcessResult result = RunBareName(
+    const CProcessResult result = RunBareName(
         {"--zippath", "a.kze;./ext/*.kze;" + Given("c.kze"), "--extdir", "ext",
          "--lua_path", Given("?.lua"), "--", "app.lua.zippath"});
     EXPECT_EQ(result.out, "app.lua.zippath=" + Given("c.kze") + " (string)\n");
@@ -188,7 +188,7 @@ TEST_F(FoundThroughPath, LoadsNoProviderOfOpenSsl)
              Here("ossl-modules/fips.so"));
     WriteFile(Given("tool.lua"), "return {main = function()\n"
                                  "  print(os.getenv('OPENSSL_ENGINES')) end}");
-    const SProcessResult result =
+    const CProcessResult result =
         RunBareName({"-d", "app.fipsmode=1", "--lua_path", Given("?.lua")});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "nil\n");
@@ -211,7 +211,7 @@ TEST_F(FoundThroughPath, ALinkInTheCurrentDirectoryIsNotTheProgram)
             fs::create_symlink(m_host.Agent(), Here("kz_agent"));
         else
             fs::create_hard_link(m_host.Agent(), Here("kz_agent"));
-        const SProcessResult result = RunBareName(
+        const CProcessResult result = RunBareName(
             {"--lua_path", Given("?.lua"), "--", "app.lua.zippath"});
         EXPECT_EQ(result.out, "app.lua.zippath=nil (nil)\n");
         EXPECT_EQ(result.err, Complaint() + "\n");
@@ -220,7 +220,7 @@ TEST_F(FoundThroughPath, ALinkInTheCurrentDirectoryIsNotTheProgram)
 
 TEST_F(FoundThroughPath, HelpHasNothingToComplainOf)
 {
-    const SProcessResult result = RunBareName({"--help"});
+    const CProcessResult result = RunBareName({"--help"});
     EXPECT_EQ(result.status, 255);
     EXPECT_EQ(result.err.find("Usage: kz_agent"), 0U) << result.err;
 }
@@ -228,10 +228,10 @@ TEST_F(FoundThroughPath, HelpHasNothingToComplainOf)
 TEST_F(FoundThroughPath, TheInstallationItselfMayBeTheCurrentDirectory)
 {
     m_host.AddModule("tool", kShowKeys);
-    SProcessOptions options =
+    CProcessOptions options =
         BareName({"--", "app.path.bin", "app.lua.zippath"});
     options.cwd = m_host.Bin();
-    const SProcessResult result = m_host.Run({}, options);
+    const CProcessResult result = m_host.Run({}, options);
     EXPECT_EQ(result.out, "app.path.bin=" + m_host.Bin() +
                               " (string)\napp.lua.zippath=" +
                               m_host.File("kza_core/kza.kze") + " (string)\n");
@@ -241,9 +241,9 @@ TEST_F(FoundThroughPath, TheInstallationItselfMayBeTheCurrentDirectory)
 TEST_F(FoundThroughPath, APathWithASlashIsTrusted)
 {
     m_host.AddModule("tool", kShowKeys);
-    SProcessOptions options;
+    CProcessOptions options;
     options.cwd = m_host.Bin();
-    const SProcessResult result =
+    const CProcessResult result =
         m_host.Run({"--appname", "tool", "--", "app.lua.zippath"}, options);
     EXPECT_EQ(result.out, "app.lua.zippath=" + m_host.File("kza_core/kza.kze") +
                               " (string)\n");

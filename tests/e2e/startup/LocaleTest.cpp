@@ -14,10 +14,10 @@ namespace
 {
 
 // What a tool prints that shows texts, and what it says on standard error.
-SProcessResult RunIn(const char* locale, const char* language)
+CProcessResult RunIn(const char* locale, const char* language)
 {
     const CHost host(false);
-    SProcessOptions options;
+    CProcessOptions options;
     options.env = {{"LC_ALL", locale}, {"LANGUAGE", language}};
     return host.RunTool("tool",
                         "return { main = function()\n"
@@ -35,7 +35,7 @@ TEST(Locale, IsAdoptedInSilenceWhereTheHostHasIt)
         for (const char* language : {"", "de:fr"})
         {
             SCOPED_TRACE(std::string(locale) + " " + language);
-            const SProcessResult result = RunIn(locale, language);
+            const CProcessResult result = RunIn(locale, language);
             EXPECT_EQ(result.status, 0);
             const std::string name =
                 std::string(locale) == "POSIX" ? "C" : locale;
@@ -49,7 +49,7 @@ TEST(Locale, IsAWarningWhereTheHostLacksIt)
     for (const char* locale : {"xx_XX.UTF-8", "en_XX.UTF-8", "nonsense"})
     {
         SCOPED_TRACE(locale);
-        const SProcessResult result = RunIn(locale, "");
+        const CProcessResult result = RunIn(locale, "");
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out, "\u00e4\tC\n");
         // The stamp is chosen before the locale.

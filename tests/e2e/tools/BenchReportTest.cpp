@@ -20,19 +20,19 @@ constexpr char kRows[] = "ROW\tstart\t9 ms\t8 ms\t1.1\t<=1.15\n"
                          "ROW\tspeed\t8 MB/s\t10 MB/s\t0.8\t>=0.7\n"
                          "ROW\tlonely\t5\t\t\t\n";
 
-SProcessResult Report(const std::string& rows,
+CProcessResult Report(const std::string& rows,
                       const std::vector<std::string>& words = {})
 {
     std::vector<std::string> command = {KZA_SOURCE_DIR "/bench/report"};
     command.insert(command.end(), words.begin(), words.end());
-    SProcessOptions options;
+    CProcessOptions options;
     options.input = rows;
     return Run(command, options);
 }
 
 TEST(BenchReport, TableSaysWhichBoundsAreKept)
 {
-    const SProcessResult result = Report(kRows);
+    const CProcessResult result = Report(kRows);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "question    ours     peer  ratio  bound    \n"
                           "start       9 ms     8 ms    1.1  <=1.15   ok\n"
@@ -44,7 +44,7 @@ TEST(BenchReport, TableSaysWhichBoundsAreKept)
 TEST(BenchReport, ChartShowsEveryRowWithARatio)
 {
     const CTempDir dir;
-    const SProcessResult result =
+    const CProcessResult result =
         Report(kRows, {"--chart", dir.File("chart.svg")});
     EXPECT_EQ(result.status, 0) << result.err;
     const std::string chart = ReadFile(dir.File("chart.svg"));
@@ -60,7 +60,7 @@ TEST(BenchReport, ChartOfNothingIsAFailureAndLeavesTheFileAlone)
 {
     const CTempDir dir;
     WriteFile(dir.File("chart.svg"), "before");
-    const SProcessResult result =
+    const CProcessResult result =
         Report("ROW\tlonely\t5\t\t\t\n", {"--chart", dir.File("chart.svg")});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "report: there is no ratio to draw\n");

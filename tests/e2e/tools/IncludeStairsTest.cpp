@@ -15,7 +15,7 @@ using namespace TestSupport;
 namespace
 {
 
-SProcessResult Look(const std::string& tree)
+CProcessResult Look(const std::string& tree)
 {
     return Run({KZA_SOURCE_DIR "/tools/include_stairs", tree});
 }
@@ -48,27 +48,27 @@ public:
         WriteFile(m_dir.File(path), content);
     }
 
-    [[nodiscard]] SProcessResult LookAt() const { return Look(m_dir.Path()); }
+    [[nodiscard]] CProcessResult LookAt() const { return Look(m_dir.Path()); }
 
 private:
     CTempDir m_dir;
 };
 
-bool Has(const SProcessResult& result, const std::string& text)
+bool Has(const CProcessResult& result, const std::string& text)
 {
     return result.out.find(text) != std::string::npos;
 }
 
 TEST(IncludeStairs, ThisTreeGoesDownOnly)
 {
-    const SProcessResult result = Look(KZA_SOURCE_DIR);
+    const CProcessResult result = Look(KZA_SOURCE_DIR);
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.out, "");
 }
 
 TEST(IncludeStairs, SmallTreeThatGoesDownPasses)
 {
-    const SProcessResult result = CSources().LookAt();
+    const CProcessResult result = CSources().LookAt();
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.out, "");
 }
@@ -98,7 +98,7 @@ TEST(IncludeStairs, IncludeThatGoesUpIsNamed)
         if (std::string(one.to).find("High") != std::string::npos)
             tree.Write(one.to, "");
         tree.Write(one.from, "\n" + Include(one.name));
-        const SProcessResult result = tree.LookAt();
+        const CProcessResult result = tree.LookAt();
         EXPECT_EQ(result.status, 1) << result.err;
         EXPECT_TRUE(Has(result, std::string(one.from) + ":2: ") &&
                     Has(result, one.to))
@@ -110,7 +110,7 @@ TEST(IncludeStairs, AngleBracketsHideNothing)
 {
     const CSources tree;
     tree.Write("core/src/base/Low.h", "#include <kza_core/Log.h>\n");
-    const SProcessResult result = tree.LookAt();
+    const CProcessResult result = tree.LookAt();
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(Has(result, "core/src/base/Low.h:1: "
                             "includes core/include/kza_core/Log.h"))
@@ -125,7 +125,7 @@ TEST(IncludeStairs, FilesThatIncludeEachOtherAreNamed)
                Include("log/Sink.h") + Include("log/Line.h"));
     tree.Write("core/src/log/linux/Line.cpp",
                Include("log/Line.h") + Include("log/Sink.h"));
-    const SProcessResult result = tree.LookAt();
+    const CProcessResult result = tree.LookAt();
     EXPECT_EQ(result.status, 1) << result.err;
     EXPECT_EQ(result.out,
               "files that include each other:\n"
@@ -139,7 +139,7 @@ TEST(IncludeStairs, CycleThroughSeveralFilesOfAnApplicationIsNamed)
     tree.Write("apps/one/steps/Step.h", Include("steps/Next.h"));
     tree.Write("apps/one/steps/Next.h", Include("Last.h"));
     tree.Write("apps/one/Last.h", Include("steps/Step.h"));
-    const SProcessResult result = tree.LookAt();
+    const CProcessResult result = tree.LookAt();
     EXPECT_EQ(result.status, 1) << result.err;
     for (const char* const file :
          {"apps/one/steps/Step.h:1", "apps/one/steps/Next.h:1",
@@ -151,7 +151,7 @@ TEST(IncludeStairs, PathThatStartsAtNoRootIsNamed)
 {
     const CSources tree;
     tree.Write("core/src/log/Near.h", Include("Line.h"));
-    const SProcessResult result = tree.LookAt();
+    const CProcessResult result = tree.LookAt();
     EXPECT_EQ(result.status, 1) << result.err;
     EXPECT_TRUE(Has(result, "core/src/log/Near.h:1: Line.h")) << result.out;
 }
@@ -160,7 +160,7 @@ TEST(IncludeStairs, FolderWithoutAPlaceIsNamed)
 {
     const CSources tree;
     tree.Write("core/src/attic/Old.h", "");
-    const SProcessResult result = tree.LookAt();
+    const CProcessResult result = tree.LookAt();
     EXPECT_EQ(result.status, 1) << result.err;
     EXPECT_TRUE(Has(result, "core/src/attic/Old.h")) << result.out;
 }

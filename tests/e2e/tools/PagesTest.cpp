@@ -15,7 +15,7 @@ using namespace TestSupport;
 namespace
 {
 
-SProcessResult Look(const std::string& tree)
+CProcessResult Look(const std::string& tree)
 {
     return Run({KZA_SOURCE_DIR "/tools/pages", tree});
 }
@@ -39,7 +39,7 @@ public:
         WriteFile(m_dir.File(path), content);
     }
 
-    [[nodiscard]] SProcessResult LookAt() const { return Look(m_dir.Path()); }
+    [[nodiscard]] CProcessResult LookAt() const { return Look(m_dir.Path()); }
 
 private:
     CTempDir m_dir;
@@ -55,14 +55,14 @@ std::string Lines(int count)
 
 TEST(Pages, ThisTreesAreInOrder)
 {
-    const SProcessResult result = Look(KZA_SOURCE_DIR);
+    const CProcessResult result = Look(KZA_SOURCE_DIR);
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.out, "");
 }
 
 TEST(Pages, OrderlyTreePasses)
 {
-    const SProcessResult result = CPages().LookAt();
+    const CProcessResult result = CPages().LookAt();
     EXPECT_EQ(result.status, 0) << result.out << result.err;
     EXPECT_EQ(result.out, "");
 }
@@ -98,7 +98,7 @@ TEST(Pages, FaultIsNamedWithItsPlace)
         SCOPED_TRACE(one.fault);
         const CPages tree;
         tree.Write(one.page, one.content);
-        const SProcessResult result = tree.LookAt();
+        const CProcessResult result = tree.LookAt();
         EXPECT_EQ(result.status, 1) << result.err;
         EXPECT_EQ(result.out, one.fault);
     }
@@ -124,7 +124,7 @@ TEST(Pages, WhatIsInOrderIsNotNamed)
         SCOPED_TRACE(content);
         const CPages tree;
         tree.Write("a.md", content);
-        const SProcessResult result = tree.LookAt();
+        const CProcessResult result = tree.LookAt();
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.out, "");
     }

@@ -43,14 +43,14 @@ std::string RefusalOf(const std::string& bytes,
     return error;
 }
 
-std::string Refusal(const std::vector<SZipFile>& files,
+std::string Refusal(const std::vector<CZipInput>& files,
                     std::size_t maxLength = 4000)
 {
     return RefusalOf(MakeZip(files), maxLength);
 }
 
 // The same where only the names of the entries matter.
-std::string RefusalByName(const std::vector<SZipFile>& files,
+std::string RefusalByName(const std::vector<CZipInput>& files,
                           std::size_t maxLength = 4000)
 {
     return RefusalOf(MakeZip(files), maxLength, CheckNames);
@@ -133,7 +133,7 @@ TEST(UnzipPlan, OnlyFilesAndDirectoriesPass)
 {
     const auto withMode = [](mode_t mode, const std::string& name = "x")
     {
-        SZipFile file{name, ""};
+        CZipInput file{name, ""};
         file.mode = mode;
         return Refusal({file});
     };
@@ -154,12 +154,12 @@ TEST(UnzipPlan, OnlyFilesAndDirectoriesPass)
         EXPECT_EQ(withMode(kind | 0755, "x/"),
                   "entry 'x/': its name and its mode disagree on what it is");
 
-    SZipFile full{"x/", "content"};
+    CZipInput full{"x/", "content"};
     full.mode = 040755;
     EXPECT_EQ(Refusal({full}), "entry 'x/': it is a directory with contents");
 
     // On a system of another kind these bits mean something else.
-    SZipFile dos{"x", ""};
+    CZipInput dos{"x", ""};
     dos.mode = 0120777;
     dos.system = 0;
     EXPECT_EQ(Refusal({dos}), "");
@@ -183,15 +183,15 @@ TEST(UnzipPlan, EntriesThatExcludeEachOtherAreRefused)
 TEST(UnzipPlan, EntriesThatShareTheirBytesAreRefused)
 {
     // An entry hidden in the stored bytes of another.
-    SZipFile inner{"inner", "text"};
-    SZipFile outer{"outer", MakeZip({inner})};
+    CZipInput inner{"inner", "text"};
+    CZipInput outer{"outer", MakeZip({inner})};
     outer.deflate = false;
     inner.offset = 30 + 5;
     EXPECT_EQ(Refusal({outer, inner}),
               "entry 'outer': it shares its bytes with another entry");
 
     // The same bytes under two names.
-    SZipFile copy{"copy", "text"};
+    CZipInput copy{"copy", "text"};
     copy.localName = "name";
     copy.offset = 0;
     EXPECT_EQ(Refusal({{"name", "text"}, copy}),
@@ -201,8 +201,8 @@ TEST(UnzipPlan, EntriesThatShareTheirBytesAreRefused)
 TEST(UnzipPlan, EntriesMayStandInAnotherOrderThanTheDirectory)
 {
     // Two entries of the same size change places in the file.
-    SZipFile a{"a", "1"};
-    SZipFile b{"b", "2"};
+    CZipInput a{"a", "1"};
+    CZipInput b{"b", "2"};
     a.deflate = b.deflate = false;
     const std::uint32_t size = 30 + 1 + 1;
     std::string bytes = MakeZip({{"c", "3"}, a, b});
@@ -235,7 +235,7 @@ TEST(UnzipPlan, OverlongPathsAreRefused)
 // half a minute until they were refused.
 TEST(UnzipPlan, TooDeepATreeIsRefusedAtTheFirstLook)
 {
-    SZipFile encrypted{"last", ""};
+    CZipInput encrypted{"last", ""};
     encrypted.flags = 1;
     const std::string reason =
         "entry '" + Directories(100) + "...': too many directories deep";
@@ -246,20 +246,20 @@ TEST(UnzipPlan, TooDeepATreeIsRefusedAtTheFirstLook)
 
 TEST(UnzipPlan, WhereOnlyNamesMatterNothingElseDoes)
 {
-    SZipFile encrypted{"encrypted", "text"};
+    CZipInput encrypted{"encrypted", "text"};
     encrypted.flags = 1;
-    SZipFile other{"other", "text"};
+    CZipInput other{"other", "text"};
     other.method = 14;
-    SZipFile link{"link", "target"};
+    CZipInput link{"link", "target"};
     link.mode = 0120777;
-    SZipFile device{"device", ""};
+    CZipInput device{"device", ""};
     device.mode = 0020666;
-    SZipFile directory{"directory/", "with contents"};
-    SZipFile disagreeing{"directory's", "text"};
+    CZipInput directory{"directory/", "with contents"};
+    CZipInput disagreeing{"directory's", "text"};
     disagreeing.localName = "file's name";
-    SZipFile large{"large", ""};
+    CZipInput large{"large", ""};
     large.size = 0xF0000000;
-    for (const SZipFile& file :
+    for (const CZipInput& file :
          {encrypted, other, link, device, directory, disagreeing, large})
     {
         SCOPED_TRACE(file.name);
@@ -274,7 +274,7 @@ TEST(UnzipPlan, WhereOnlyNamesMatterNothingElseDoes)
 
 TEST(UnzipPlan, WhatCannotBeReadIsRefusedBeforehand)
 {
-    SZipFile file{"x", "text"};
+    CZipInput file{"x", "text"};
     file.flags = 1;
     EXPECT_EQ(Refusal({{"good", ""}, file}), "entry 'x': encrypted");
     file.flags = 0;

@@ -31,7 +31,7 @@ namespace
 
 using Names = std::vector<std::string>;
 
-struct SCall
+struct CCall
 {
     wxString name;
     wxString path;
@@ -40,15 +40,15 @@ struct SCall
 };
 
 // What the callback was told and what it answers.
-struct SWitness
+struct CWitness
 {
-    std::vector<SCall> calls;
+    std::vector<CCall> calls;
     std::function<bool(const wxString& name)> answer;
 };
 
 bool WitnessCB(void* context, const wxZipEntry* entry, const wxString* path)
 {
-    auto& witness = *static_cast<SWitness*>(context);
+    auto& witness = *static_cast<CWitness*>(context);
     witness.calls.push_back(
         {entry->GetInternalName(), *path, entry->GetSize(), entry->IsDir()});
     return !witness.answer || witness.answer(entry->GetInternalName());
@@ -83,7 +83,10 @@ protected:
                               &m_witness, m_options);
     }
 
-    bool Run(const std::vector<SZipFile>& files) { return Run(MakeZip(files)); }
+    bool Run(const std::vector<CZipInput>& files)
+    {
+        return Run(MakeZip(files));
+    }
 
     // Names under the destination, sorted, directories with a slash.
     [[nodiscard]] std::vector<std::string> Tree() const
@@ -108,7 +111,7 @@ protected:
     }
 
     // A refused archive has touched nothing.
-    void ExpectRefused(const std::vector<SZipFile>& files,
+    void ExpectRefused(const std::vector<CZipInput>& files,
                        const std::string& reason)
     {
         const auto before = Tree();
@@ -125,24 +128,24 @@ protected:
     std::string m_dest = m_dir.File("bin");
     std::string m_outside = m_dir.File("outside");
     KzaCore::CUnzipOptions m_options;
-    SWitness m_witness;
+    CWitness m_witness;
     CCollectedLog m_log;
 };
 
 TEST_F(Unzip, WritesWhatTheArchiveHolds)
 {
-    SZipFile stored{"stored", Noise(700000)};
+    CZipInput stored{"stored", Noise(700000)};
     stored.deflate = false;
     const std::string large = Prose(9000000);
     const std::string noise = Noise(5000000);
     ASSERT_TRUE(
-        Run(std::vector<SZipFile>{stored,
-                                  {"lib/a/deflated", Prose(70000)},
-                                  ZipDirectory("empty/"),
-                                  {"nothing", ""},
-                                  {"large", large},
-                                  {"noise", noise},
-                                  {"gr\xc3\xbc\xc3\x9f", "Gru\xc3\x9f"}}));
+        Run(std::vector<CZipInput>{stored,
+                                   {"lib/a/deflated", Prose(70000)},
+                                   ZipDirectory("empty/"),
+                                   {"nothing", ""},
+                                   {"large", large},
+                                   {"noise", noise},
+                                   {"gr\xc3\xbc\xc3\x9f", "Gru\xc3\x9f"}}));
     EXPECT_EQ(Tree(),
               (Names{"empty/", "gr\xc3\xbc\xc3\x9f", "large", "lib/", "lib/a/",
                      "lib/a/deflated", "noise", "nothing", "stored"}));
@@ -156,11 +159,11 @@ TEST_F(Unzip, WritesWhatTheArchiveHolds)
 
 TEST_F(Unzip, ReadsEveryFormOfSizes)
 {
-    SZipFile follow{"follow", Prose(6000000)};
+    CZipInput follow{"follow", Prose(6000000)};
     follow.sizesFollow = true;
-    SZipFile wide{"wide", Prose(5000, 2)};
+    CZipInput wide{"wide", Prose(5000, 2)};
     wide.zip64 = true;
-    SZipOptions options;
+    CZipOptions options;
     options.zip64End = true;
     ASSERT_TRUE(Run(MakeZip({follow, wide}, options)));
     EXPECT_TRUE(ReadFile(m_dest + "/follow") == follow.content);
@@ -218,7 +221,7 @@ TEST_F(Unzip, WhatAnArchiverReadFromAPipeIsAFile)
 TEST_F(Unzip, AsksForEveryEntryInTheArchivesOrder)
 {
     m_witness.answer = [](const wxString& name) { return name != "b/two"; };
-    ASSERT_TRUE(Run(std::vector<SZipFile>{
+    ASSERT_TRUE(Run(std::vector<CZipInput>{
         {"z", "12345"}, ZipDirectory("b/"), {"./b/two", "22"}, {"a", ""}}));
     ASSERT_EQ(m_witness.calls.size(), 4U);
     const struct
@@ -248,7 +251,7 @@ TEST_F(Unzip, WhatTheCallbackLeavesOutIsNotTouched)
 {
     WriteFile(m_dest + "/old", "old");
     m_witness.answer = [](const wxString&) { return false; };
-    ASSERT_TRUE(Run(std::vector<SZipFile>{
+    ASSERT_TRUE(Run(std::vector<CZipInput>{
         {"old", "new"}, {"dir/x", "y"}, ZipDirectory("other/", 040777)}));
     EXPECT_EQ(Tree(), (Names{"old"}));
     EXPECT_EQ(ReadFile(m_dest + "/old"), "old");
@@ -257,18 +260,18 @@ TEST_F(Unzip, WhatTheCallbackLeavesOutIsNotTouched)
 TEST_F(Unzip, KeepsPermissionsOfTheOwnerAndToRead)
 {
     const mode_t before = umask(077);
-    SZipFile program{"program", "x"};
+    CZipInput program{"program", "x"};
     program.mode = 0106755;
-    SZipFile shared{"shared", "x"};
+    CZipInput shared{"shared", "x"};
     shared.mode = 0100666;
-    SZipFile all{"all", "x"};
+    CZipInput all{"all", "x"};
     all.mode = 0107777;
-    SZipFile unknown{"unknown", "x"};
+    CZipInput unknown{"unknown", "x"};
     unknown.mode = 0;
-    SZipFile dos{"dos", "x"};
+    CZipInput dos{"dos", "x"};
     dos.mode = 0100777;
     dos.system = 0;
-    const bool isUnpacked = Run(std::vector<SZipFile>{
+    const bool isUnpacked = Run(std::vector<CZipInput>{
         program, shared, all, unknown, dos, {"made/x", ""}});
     umask(before);
     ASSERT_TRUE(isUnpacked);
@@ -282,9 +285,9 @@ TEST_F(Unzip, KeepsPermissionsOfTheOwnerAndToRead)
 
 TEST_F(Unzip, DirectoriesThatItMakesGetTheirMode)
 {
-    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("open/", 043777),
-                                          {"late/x", ""},
-                                          ZipDirectory("late/", 040755)}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{ZipDirectory("open/", 043777),
+                                           {"late/x", ""},
+                                           ZipDirectory("late/", 040755)}));
     EXPECT_EQ(ModeOf(m_dest + "/open"), 0755U);
     EXPECT_EQ(ModeOf(m_dest + "/late"), 0755U);
 }
@@ -294,9 +297,9 @@ TEST_F(Unzip, DirectoriesThatAreThereKeepTheirMode)
     fs::create_directories(m_dest + "/lib/deep");
     chmod((m_dest + "/lib").c_str(), 0710);
     chmod((m_dest + "/lib/deep").c_str(), 01770);
-    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("lib/", 040777),
-                                          {"lib/deep/x", "y"},
-                                          ZipDirectory("lib/deep/", 040700)}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{ZipDirectory("lib/", 040777),
+                                           {"lib/deep/x", "y"},
+                                           ZipDirectory("lib/deep/", 040700)}));
     EXPECT_EQ(ModeOf(m_dest + "/lib"), 0710U);
     EXPECT_EQ(ModeOf(m_dest + "/lib/deep"), 01770U);
 }
@@ -312,15 +315,15 @@ TEST_F(Unzip, ANewDirectoryIsNotClosedInTheMeantime)
         return true;
     };
     ASSERT_TRUE(Run(
-        std::vector<SZipFile>{ZipDirectory("open/", 040555), {"open/x", ""}}));
+        std::vector<CZipInput>{ZipDirectory("open/", 040555), {"open/x", ""}}));
     EXPECT_EQ(seen, 0755U);
     EXPECT_EQ(ModeOf(m_dest + "/open"), 0555U);
 }
 
 TEST_F(Unzip, ADirectoryThatForbidsWritingIsFilledFirst)
 {
-    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("locked/", 040555),
-                                          {"locked/x", "y"}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{ZipDirectory("locked/", 040555),
+                                           {"locked/x", "y"}}));
     EXPECT_EQ(ModeOf(m_dest + "/locked"), 0555U);
     EXPECT_EQ(ReadFile(m_dest + "/locked/x"), "y");
     chmod((m_dest + "/locked").c_str(), 0755);
@@ -330,7 +333,7 @@ TEST_F(Unzip, TheDestinationItselfKeepsItsMode)
 {
     chmod(m_dest.c_str(), 0750);
     ASSERT_TRUE(
-        Run(std::vector<SZipFile>{ZipDirectory("./", 040777), {"./x", ""}}));
+        Run(std::vector<CZipInput>{ZipDirectory("./", 040777), {"./x", ""}}));
     EXPECT_EQ(ModeOf(m_dest), 0750U);
     EXPECT_EQ(m_witness.calls.size(), 2U);
 }
@@ -340,7 +343,7 @@ TEST_F(Unzip, AReplacedFileIsAnotherFile)
     WriteFile(m_dest + "/running", "old");
     fs::create_hard_link(m_dest + "/running", m_dest + "/kept");
     const ino_t before = InodeOf(m_dest + "/running");
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"running", "new"}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"running", "new"}}));
     EXPECT_NE(InodeOf(m_dest + "/running"), before);
     EXPECT_EQ(ReadFile(m_dest + "/running"), "new");
     EXPECT_EQ(ReadFile(m_dest + "/kept"), "old") << "what a process maps";
@@ -353,7 +356,7 @@ TEST_F(Unzip, ARunningProgramCanBeReplaced)
     fs::copy_file("/bin/sh", shell);
     CProcess running({shell, "-c", "echo ready; kill -STOP $$"});
     ASSERT_TRUE(WaitUntil([&] { return running.Out() == "ready\n"; }));
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"shell", "new"}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"shell", "new"}}));
     EXPECT_EQ(ReadFile(shell), "new");
     EXPECT_FALSE(running.HasEnded());
 }
@@ -361,7 +364,7 @@ TEST_F(Unzip, ARunningProgramCanBeReplaced)
 TEST_F(Unzip, MakesAMissingDestination)
 {
     m_dest = m_dir.File("new/bin");
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"x", "y"}}));
     EXPECT_EQ(ReadFile(m_dest + "/x"), "y");
     EXPECT_EQ(ModeOf(m_dir.File("new")), 0700U);
 }
@@ -369,7 +372,7 @@ TEST_F(Unzip, MakesAMissingDestination)
 TEST_F(Unzip, ARefusedArchiveMakesNoDestination)
 {
     m_dest = m_dir.File("new/bin");
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{"good", ""}, {"../x", "evil"}}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{{"good", ""}, {"../x", "evil"}}));
     ExpectWarning("entry '../x': its name leads out of its directory");
     EXPECT_FALSE(Run(std::string("no archive at all, but long enough")));
     ExpectWarning(
@@ -382,7 +385,7 @@ TEST_F(Unzip, ADestinationMayBeRelativeAndMissing)
     const fs::path before = fs::current_path();
     fs::current_path(m_dir.Path());
     m_dest = "new/bin";
-    const bool isUnpacked = Run(std::vector<SZipFile>{{"x", "y"}});
+    const bool isUnpacked = Run(std::vector<CZipInput>{{"x", "y"}});
     fs::current_path(before);
     EXPECT_TRUE(isUnpacked);
     EXPECT_EQ(ReadFile(m_dir.File("new/bin/x")), "y");
@@ -394,12 +397,12 @@ TEST_F(Unzip, AFileInTheDestinationsPlaceIsAnError)
     for (const char* name : {"file", "file/bin"})
     {
         m_dest = m_dir.File(name);
-        EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+        EXPECT_FALSE(Run(std::vector<CZipInput>{{"x", "y"}}));
         ExpectWarning("the destination '" + m_dest +
                       "' cannot be opened: Not a directory");
     }
     m_dest.clear();
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{{"x", "y"}}));
     ExpectWarning(
         "the destination '' cannot be opened: No such file or directory");
 }
@@ -407,7 +410,7 @@ TEST_F(Unzip, AFileInTheDestinationsPlaceIsAnError)
 TEST_F(Unzip, ArchivesThatAimElsewhereAreRefused)
 {
     const auto after = [](const std::string& name) {
-        return std::vector<SZipFile>{{"good", "x"}, {name, "evil"}};
+        return std::vector<CZipInput>{{"good", "x"}, {name, "evil"}};
     };
     ExpectRefused(after("../outside/secret"),
                   "entry '../outside/secret': its name leads out of its "
@@ -422,11 +425,11 @@ TEST_F(Unzip, ArchivesThatAimElsewhereAreRefused)
                   "entry '..\\outside\\secret': its name holds a backslash");
     ExpectRefused(after(std::string("../outside/secret\0", 18)),
                   "entry '../outside/secret\\x00': its name holds a NUL");
-    SZipFile link{"link", "../outside"};
+    CZipInput link{"link", "../outside"};
     link.mode = 0120777;
     ExpectRefused({{"good", "x"}, link, {"link/secret", "evil"}},
                   "entry 'link': it is a symbolic link");
-    SZipFile device{"null", ""};
+    CZipInput device{"null", ""};
     device.mode = 0020666;
     ExpectRefused({{"good", "x"}, device},
                   "entry 'null': it is a device or another special file");
@@ -448,8 +451,8 @@ TEST_F(Unzip, ExistingLinksThatLeadOutsideAreRefused)
         const std::string link(name);
         const std::string reason =
             "the symbolic link '" + link + "' leads outside of the destination";
-        for (const SZipFile& entry :
-             {SZipFile(link + "/secret", "evil"), ZipDirectory(link + "/")})
+        for (const CZipInput& entry :
+             {CZipInput(link + "/secret", "evil"), ZipDirectory(link + "/")})
         {
             std::string whole = "entry '" + entry.name;
             whole += "': " + reason;
@@ -470,10 +473,10 @@ TEST_F(Unzip, LinksInsideAreFollowed)
     fs::create_directory_symlink("lib64", m_dest + "/lib");
     fs::create_directory_symlink("../lib/deep", m_dest + "/lib64/again");
     fs::create_directory_symlink(".", m_dest + "/self");
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"lib/a", "1"},
-                                          {"lib/again/b", "2"},
-                                          {"self/self/c", "3"},
-                                          ZipDirectory("lib/", 040700)}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"lib/a", "1"},
+                                           {"lib/again/b", "2"},
+                                           {"self/self/c", "3"},
+                                           ZipDirectory("lib/", 040700)}));
     EXPECT_EQ(ReadFile(m_dest + "/lib64/a"), "1");
     EXPECT_EQ(ReadFile(m_dest + "/lib64/deep/b"), "2");
     EXPECT_EQ(ReadFile(m_dest + "/c"), "3");
@@ -483,7 +486,7 @@ TEST_F(Unzip, LinksInsideAreFollowed)
 TEST_F(Unzip, ALinkInAFilesPlaceIsReplacedItself)
 {
     fs::create_symlink(m_outside + "/secret", m_dest + "/x");
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", "new"}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"x", "new"}}));
     EXPECT_FALSE(fs::is_symlink(m_dest + "/x"));
     EXPECT_EQ(ReadFile(m_dest + "/x"), "new");
     EXPECT_EQ(ReadFile(m_outside + "/secret"), "untouched");
@@ -493,7 +496,7 @@ TEST_F(Unzip, ADirectoryInAFilesPlaceIsAnError)
 {
     WriteFile(m_dest + "/x/inside", "kept");
     EXPECT_FALSE(
-        Run(std::vector<SZipFile>{{"first", "1"}, {"x", "2"}, {"y", "3"}}));
+        Run(std::vector<CZipInput>{{"first", "1"}, {"x", "2"}, {"y", "3"}}));
     ExpectWarning("entry 'x': it cannot be put into its place: Is a directory");
     EXPECT_EQ(Tree(), (Names{"first", "x/", "x/inside"}));
 }
@@ -502,10 +505,10 @@ TEST_F(Unzip, AFileInADirectorysPlaceIsAnError)
 {
     WriteFile(m_dest + "/x", "kept");
     EXPECT_FALSE(
-        Run(std::vector<SZipFile>{{"first", "1"}, {"x/y", "2"}, {"z", "3"}}));
+        Run(std::vector<CZipInput>{{"first", "1"}, {"x/y", "2"}, {"z", "3"}}));
     ExpectWarning("entry 'x/y': the directory 'x' cannot be entered: Not a "
                   "directory");
-    EXPECT_FALSE(Run(std::vector<SZipFile>{ZipDirectory("x/")}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{ZipDirectory("x/")}));
     ExpectWarning(
         "entry 'x/': the directory 'x' cannot be entered: Not a directory");
     EXPECT_EQ(Tree(), (Names{"first", "x"}));
@@ -518,33 +521,33 @@ TEST_F(Unzip, ADamagedEntryLeavesTheOldFile)
     const struct
     {
         const char* what;
-        std::function<void(SZipFile&)> damage;
+        std::function<void(CZipInput&)> damage;
         const char* reason;
     } cases[] = {
-        {"checksum", [](SZipFile& f) { f.crc = 1; }, "its checksum is wrong"},
+        {"checksum", [](CZipInput& f) { f.crc = 1; }, "its checksum is wrong"},
         {"stored checksum",
-         [](SZipFile& f)
+         [](CZipInput& f)
          {
              f.deflate = false;
              f.crc = 1;
          },
          "its checksum is wrong"},
-        {"longer", [](SZipFile& f) { f.size = f.content.size() - 1; },
+        {"longer", [](CZipInput& f) { f.size = f.content.size() - 1; },
          "its compressed data are damaged"},
-        {"shorter", [](SZipFile& f) { f.size = f.content.size() + 1; },
+        {"shorter", [](CZipInput& f) { f.size = f.content.size() + 1; },
          "its compressed data are damaged"},
-        {"garbage", [](SZipFile& f) { f.packed = Noise(90000); },
+        {"garbage", [](CZipInput& f) { f.packed = Noise(90000); },
          "its compressed data are damaged"},
-        {"cut", [](SZipFile& f) { f.packed->resize(f.packed->size() / 2); },
+        {"cut", [](CZipInput& f) { f.packed->resize(f.packed->size() / 2); },
          "its compressed data are damaged"},
-        {"followed", [](SZipFile& f) { *f.packed += "x"; },
+        {"followed", [](CZipInput& f) { *f.packed += "x"; },
          "its compressed data are damaged"},
     };
     for (const std::size_t size : {100000, 6000000})
         for (const auto& test : cases)
         {
             SCOPED_TRACE(testing::Message() << test.what << ", " << size);
-            SZipFile bad{"x", Prose(size)};
+            CZipInput bad{"x", Prose(size)};
             const std::string whole = MakeZip({bad});
             // What Deflate made of it, cut out of a good archive.
             const std::size_t packed =
@@ -555,8 +558,8 @@ TEST_F(Unzip, ADamagedEntryLeavesTheOldFile)
                 bad.packed.reset();
             WriteFile(m_dest + "/x", "old");
             fs::remove(m_dest + "/first");
-            EXPECT_FALSE(
-                Run(std::vector<SZipFile>{{"first", "1"}, bad, {"last", "3"}}));
+            EXPECT_FALSE(Run(
+                std::vector<CZipInput>{{"first", "1"}, bad, {"last", "3"}}));
             ExpectWarning(std::string("entry 'x': ") + test.reason);
             EXPECT_EQ(Tree(), (Names{"first", "x"}));
             EXPECT_TRUE(ReadFile(m_dest + "/x") == "old");
@@ -597,7 +600,7 @@ TEST_F(Unzip, AnArchiveThatChangesMeanwhileDoesNotEscape)
     for (const auto& test : cases)
     {
         SCOPED_TRACE(test.after);
-        std::vector<SZipFile> files;
+        std::vector<CZipInput> files;
         files.reserve(kFiles + 1);
         for (int i = 0; i < kFiles; ++i)
             files.emplace_back("file" + std::to_string(i), "");
@@ -655,9 +658,9 @@ TEST_F(Unzip, LeftoversOfADeadProcessAreRemoved)
     WriteFile(m_dest + "/.kza_unzip.x", "not ours");
 
     // Nothing is touched for the sake of a bad archive.
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{"lib/x", ""}, {"../y", ""}}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{{"lib/x", ""}, {"../y", ""}}));
     EXPECT_TRUE(FileExists(m_dest + gone));
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"lib/x", ""}, {"y", ""}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"lib/x", ""}, {"y", ""}}));
     EXPECT_EQ(Tree(), (Names{alive.substr(1), ".kza_unzip.x", "lib/",
                              "lib" + alive, "lib/x", "y"}));
 }
@@ -674,7 +677,7 @@ TEST_F(Unzip, AnUnwritableDestinationIsAnError)
     {
         chmod(m_dest.c_str(), 0500);
     }
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{"x", "y"}}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{{"x", "y"}}));
     ASSERT_EQ(m_log.m_texts.size(), 1U);
     EXPECT_TRUE(m_log.m_texts[0].Contains("entry 'x': it cannot be made: "))
         << m_log.m_texts[0];
@@ -687,7 +690,7 @@ TEST_F(Unzip, TooDeepATreeIsRefused)
     std::string name;
     for (int i = 0; i < 101; ++i)
         name += "d/";
-    EXPECT_TRUE(Run(std::vector<SZipFile>{{name.substr(2) + "x", "y"}}));
+    EXPECT_TRUE(Run(std::vector<CZipInput>{{name.substr(2) + "x", "y"}}));
     ExpectRefused({{"good", "x"}, {name + "x", "y"}},
                   "entry '" + name.substr(0, 200) +
                       "...': too many directories deep");
@@ -705,7 +708,7 @@ TEST_F(Unzip, WhatItCannotHoldIsRefusedAtOnce)
                           "its files need 1228801 bytes where 1048576 are "
                           "free");
             EXPECT_TRUE(
-                Run(std::vector<SZipFile>{{"small", "x"}, {"a", zeros}}));
+                Run(std::vector<CZipInput>{{"small", "x"}, {"a", zeros}}));
 
             // What is there already takes room until it is replaced.
             ExpectRefused({{"a", zeros}},
@@ -726,7 +729,7 @@ TEST_F(Unzip, EachFileSystemNeedsItsRoom)
             ExpectRefused(
                 {{"first", zeros}, {"small/a", zeros}, {"small/new/b", zeros}},
                 "its files need 1228800 bytes where 1048576 are free");
-            EXPECT_TRUE(Run(std::vector<SZipFile>{
+            EXPECT_TRUE(Run(std::vector<CZipInput>{
                 {"first", zeros}, {"small/a", zeros}, {"second", zeros}}));
         });
     EXPECT_EQ(status, 0);
@@ -742,21 +745,21 @@ protected:
 
 TEST_F(UnzipNames, EveryEntryIsShownAndNothingIsWritten)
 {
-    SZipFile encrypted{"lib/encrypted", "text"};
+    CZipInput encrypted{"lib/encrypted", "text"};
     encrypted.flags = 1;
-    SZipFile other{"other", "text"};
+    CZipInput other{"other", "text"};
     other.method = 14;
-    SZipFile large{"large", ""};
+    CZipInput large{"large", ""};
     large.size = 0xF0000000;
     m_dest = m_dir.File("missing");
-    ASSERT_TRUE(Run(std::vector<SZipFile>{encrypted,
-                                          other,
-                                          large,
-                                          {"twice", "1"},
-                                          {"twice", "2"},
-                                          ZipDirectory("made/", 040777)}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{encrypted,
+                                           other,
+                                           large,
+                                           {"twice", "1"},
+                                           {"twice", "2"},
+                                           ZipDirectory("made/", 040777)}));
     Names names;
-    for (const SCall& call : m_witness.calls)
+    for (const CCall& call : m_witness.calls)
         names.push_back(std::string(call.path.utf8_str()));
     EXPECT_EQ(names, (Names{m_dest + "/lib/encrypted", m_dest + "/other",
                             m_dest + "/large", m_dest + "/twice",
@@ -780,7 +783,7 @@ TEST_F(UnzipNames, WhatIsThereKeepsItsMode)
 {
     fs::create_directory(m_dest + "/lib");
     chmod((m_dest + "/lib").c_str(), 0710);
-    ASSERT_TRUE(Run(std::vector<SZipFile>{ZipDirectory("lib/", 040700)}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{ZipDirectory("lib/", 040700)}));
     EXPECT_EQ(ModeOf(m_dest + "/lib"), 0710U);
 }
 
@@ -790,7 +793,7 @@ class CanUnzip : public Unzip
 {
 protected:
     // The warning that unpacking would give, empty when it would give none.
-    std::string RefusalOf(const std::vector<SZipFile>& files)
+    std::string RefusalOf(const std::vector<CZipInput>& files)
     {
         WriteFile(m_archive, MakeZip(files));
         wxString error;
@@ -834,10 +837,10 @@ TEST_F(Unzip, TheArchiveStaysOpenForItsCaller)
 {
     KzaCore::COpenedFile opened;
     m_options.opened = &opened;
-    EXPECT_FALSE(Run(std::vector<SZipFile>{{"../x", ""}}));
+    EXPECT_FALSE(Run(std::vector<CZipInput>{{"../x", ""}}));
     EXPECT_FALSE(opened.IsOpen());
     m_log.m_texts.clear();
-    ASSERT_TRUE(Run(std::vector<SZipFile>{{"x", ""}}));
+    ASSERT_TRUE(Run(std::vector<CZipInput>{{"x", ""}}));
     EXPECT_TRUE(opened.IsInPlace());
     fs::rename(m_archive, m_archive + ".done");
     EXPECT_FALSE(opened.IsInPlace());
@@ -888,9 +891,9 @@ protected:
 
 TEST_F(UnzipSigned, ASignedArchiveIsUnpacked)
 {
-    SZipFile stored{"stored", Noise(700000)};
+    CZipInput stored{"stored", Noise(700000)};
     stored.deflate = false;
-    const std::vector<SZipFile> files = {
+    const std::vector<CZipInput> files = {
         {"a", "1"}, stored, {"large", Prose(9000000)}, ZipDirectory("d/")};
     Sign(MakeZip(files));
     ASSERT_TRUE(Run(files));
@@ -916,7 +919,7 @@ TEST_F(UnzipSigned, NothingIsLookedAtBeforeTheSignature)
 TEST_F(UnzipSigned, WhereOnlyNamesMatterTheSignatureDoesToo)
 {
     m_options.namesOnly = true;
-    const std::vector<SZipFile> files = {{"a", "1"}, {"a", "2"}};
+    const std::vector<CZipInput> files = {{"a", "1"}, {"a", "2"}};
     EXPECT_FALSE(Run(files));
     ExpectWarning("it has no signature");
     Sign(MakeZip(files));
@@ -926,7 +929,7 @@ TEST_F(UnzipSigned, WhereOnlyNamesMatterTheSignatureDoesToo)
 
 TEST_F(UnzipSigned, WhatIsCheckedIsUnpackedWhenAnotherTakesItsName)
 {
-    const std::vector<SZipFile> files = {{"a", "good"}, {"b", "good"}};
+    const std::vector<CZipInput> files = {{"a", "good"}, {"b", "good"}};
     Sign(MakeZip(files));
     m_witness.answer = [&](const wxString& name)
     {
@@ -944,11 +947,11 @@ TEST_F(UnzipSigned, WhatIsCheckedIsUnpackedWhenAnotherTakesItsName)
 // The writer even sets the times back.
 TEST_F(UnzipSigned, AnArchiveThatIsChangedIsRefused)
 {
-    SZipFile first{"first", Noise(200000, 1)};
-    SZipFile second{"second", Noise(200000, 2)};
+    CZipInput first{"first", Noise(200000, 1)};
+    CZipInput second{"second", Noise(200000, 2)};
     first.deflate = second.deflate = false;
     const std::string good = MakeZip({first, second});
-    SZipFile other{"second", Noise(200000, 3)};
+    CZipInput other{"second", Noise(200000, 3)};
     other.deflate = false;
     const std::string evil = MakeZip({first, other});
     ASSERT_EQ(good.size(), evil.size());

@@ -45,7 +45,7 @@ protected:
     }
 
     // The reason why the only entry of an archive cannot be read.
-    std::string ReadError(const SZipFile& file)
+    std::string ReadError(const CZipInput& file)
     {
         CZipArchive archive;
         EXPECT_EQ(Open(archive, MakeZip({file})), "");
@@ -63,7 +63,7 @@ protected:
 
 TEST_F(ZipArchive, GivesEntriesInOrderAndByName)
 {
-    SZipFile stored{"b/stored.lua", "stored text"};
+    CZipInput stored{"b/stored.lua", "stored text"};
     stored.deflate = false;
     CZipArchive archive;
     ASSERT_EQ(Open(archive, MakeZip({ZipDirectory("b/"),
@@ -91,10 +91,10 @@ TEST_F(ZipArchive, ReadsEveryFormOfSizes)
             {
                 SCOPED_TRACE(testing::Message()
                              << zip64 << sizesFollow << zip64End);
-                SZipFile file{"name", Prose(5000)};
+                CZipInput file{"name", Prose(5000)};
                 file.zip64 = zip64;
                 file.sizesFollow = sizesFollow;
-                SZipOptions options;
+                CZipOptions options;
                 options.zip64End = zip64End;
                 options.comment = "PK and more";
                 CZipArchive archive;
@@ -106,7 +106,7 @@ TEST_F(ZipArchive, ReadsEveryFormOfSizes)
 // Some writers fill all short fields when there are long ones.
 TEST_F(ZipArchive, TheEntrysDiskMayBeLeftToItsZip64Field)
 {
-    SZipFile file{"name", "text"};
+    CZipInput file{"name", "text"};
     file.zip64 = true;
     file.zip64Disk = 0;
     CZipArchive first;
@@ -120,8 +120,8 @@ TEST_F(ZipArchive, TheEntrysDiskMayBeLeftToItsZip64Field)
 
 TEST_F(ZipArchive, DiskNumbersMayBeLeftToTheZip64Record)
 {
-    const std::vector<SZipFile> files = {{"name", "text"}};
-    SZipOptions options;
+    const std::vector<CZipInput> files = {{"name", "text"}};
+    CZipOptions options;
     options.fullDisks = true;
     CZipArchive without;
     EXPECT_EQ(Open(without, MakeZip(files, options)),
@@ -153,16 +153,17 @@ TEST_F(ZipArchive, AnEmptyArchiveIsAnArchive)
 
 TEST_F(ZipArchive, ManyEntriesAreAllFound)
 {
-    std::vector<SZipFile> files;
+    std::vector<CZipInput> files;
     for (int i = 0; i < 5000; ++i)
     {
-        SZipFile file{"module" + std::to_string(i) + ".lua", std::to_string(i)};
+        CZipInput file{"module" + std::to_string(i) + ".lua",
+                       std::to_string(i)};
         file.deflate = false;
         files.push_back(file);
     }
     CZipArchive archive;
     ASSERT_EQ(Open(archive, MakeZip(files)), "");
-    for (const SZipFile& file : files)
+    for (const CZipInput& file : files)
         ASSERT_EQ(Content(archive, file.name), file.content);
 }
 
@@ -171,7 +172,7 @@ TEST_F(ZipArchive, WhatIsNoArchiveIsRefusedWithItsReason)
     const std::string cut = "no zip directory at its end: truncated or not a "
                             "zip archive";
     const std::string good = MakeZip({{"name", "text"}});
-    SZipOptions shifted;
+    CZipOptions shifted;
     shifted.before = "#!/bin/sh\n";
     std::string moved = good;
     moved.insert(0, shifted.before); // offsets that are no longer true
@@ -215,7 +216,7 @@ TEST_F(ZipArchive, WhatIsNoFileIsRefusedWithItsReason)
 
 TEST_F(ZipArchive, EntriesOutsideOfTheFileAreRefused)
 {
-    SZipFile file{"name", "text"};
+    CZipInput file{"name", "text"};
     CZipArchive far;
     file.offset = 1U << 30;
     EXPECT_EQ(Open(far, MakeZip({file})),
@@ -234,7 +235,7 @@ TEST_F(ZipArchive, EntriesOutsideOfTheFileAreRefused)
     EXPECT_EQ(Open(divided,
                    [&]
                    {
-                       SZipFile other{"name", "text"};
+                       CZipInput other{"name", "text"};
                        other.diskNumber = 1;
                        return MakeZip({other});
                    }()),
@@ -247,44 +248,44 @@ TEST_F(ZipArchive, UnreadableEntriesGiveTheirReason)
     const std::string text = Prose(1000);
     const auto changed = [&](auto change)
     {
-        SZipFile file{"name", text};
+        CZipInput file{"name", text};
         change(file);
         return ReadError(file);
     };
-    EXPECT_EQ(changed([](SZipFile& f) { f.crc = 1; }), "wrong checksum");
-    EXPECT_EQ(changed([](SZipFile& f) { f.size = 999; }),
+    EXPECT_EQ(changed([](CZipInput& f) { f.crc = 1; }), "wrong checksum");
+    EXPECT_EQ(changed([](CZipInput& f) { f.size = 999; }),
               "damaged compressed data");
-    EXPECT_EQ(changed([](SZipFile& f) { f.size = 1001; }),
+    EXPECT_EQ(changed([](CZipInput& f) { f.size = 1001; }),
               "damaged compressed data");
-    EXPECT_EQ(changed([](SZipFile& f) { f.packed = "\xff\xff\xff"; }),
+    EXPECT_EQ(changed([](CZipInput& f) { f.packed = "\xff\xff\xff"; }),
               "damaged compressed data");
     EXPECT_EQ(changed(
-                  [](SZipFile& f)
+                  [](CZipInput& f)
                   {
                       f.size = std::uint64_t(1) << 40;
                       f.zip64 = true;
                   }),
               "larger than its compressed bytes can give");
     EXPECT_EQ(changed(
-                  [](SZipFile& f)
+                  [](CZipInput& f)
                   {
                       f.deflate = false;
                       f.size = 900;
                   }),
               "stored in another size than its own");
-    EXPECT_EQ(changed([](SZipFile& f) { f.method = 12; }),
+    EXPECT_EQ(changed([](CZipInput& f) { f.method = 12; }),
               "unknown compression method 12");
-    EXPECT_EQ(changed([](SZipFile& f) { f.flags = 1; }), "encrypted");
-    EXPECT_EQ(changed([](SZipFile& f) { f.localName = "nome"; }), disagrees);
-    EXPECT_EQ(changed([](SZipFile& f) { f.localName = "longer"; }), disagrees);
-    EXPECT_EQ(changed([](SZipFile& f) { f.localSize = 7; }), disagrees);
-    EXPECT_EQ(changed([](SZipFile& f) { f.localCrc = 7; }), disagrees);
-    EXPECT_EQ(changed([](SZipFile& f) { f.localMethod = 0; }), disagrees);
+    EXPECT_EQ(changed([](CZipInput& f) { f.flags = 1; }), "encrypted");
+    EXPECT_EQ(changed([](CZipInput& f) { f.localName = "nome"; }), disagrees);
+    EXPECT_EQ(changed([](CZipInput& f) { f.localName = "longer"; }), disagrees);
+    EXPECT_EQ(changed([](CZipInput& f) { f.localSize = 7; }), disagrees);
+    EXPECT_EQ(changed([](CZipInput& f) { f.localCrc = 7; }), disagrees);
+    EXPECT_EQ(changed([](CZipInput& f) { f.localMethod = 0; }), disagrees);
 }
 
 TEST_F(ZipArchive, AFalseSizeTakesNoMoreMemoryThanComesOut)
 {
-    SZipFile file{"name", Noise(1 << 20)};
+    CZipInput file{"name", Noise(1 << 20)};
     file.size = 1000U << 20; // just possible for a megabyte of packed bytes
     const int status = InChild(
         [&]
@@ -298,7 +299,7 @@ TEST_F(ZipArchive, AFalseSizeTakesNoMoreMemoryThanComesOut)
 
 TEST_F(ZipArchive, ALargeEntryIsReadWhole)
 {
-    const SZipFile file{"name", Prose(1 << 20) + std::string(30 << 20, 'x')};
+    const CZipInput file{"name", Prose(1 << 20) + std::string(30 << 20, 'x')};
     CZipArchive archive;
     ASSERT_EQ(Open(archive, MakeZip({file})), "");
     EXPECT_TRUE(Content(archive, "name") == file.content);
@@ -307,10 +308,10 @@ TEST_F(ZipArchive, ALargeEntryIsReadWhole)
 // Whatever a torn or damaged archive answers, it answers.
 TEST_F(ZipArchive, DamageAnywhereIsAnError)
 {
-    SZipFile stored{"stored", Noise(50)};
+    CZipInput stored{"stored", Noise(50)};
     stored.deflate = false;
     stored.zip64 = true;
-    SZipOptions options;
+    CZipOptions options;
     options.zip64End = true;
     const std::string good =
         MakeZip({{"deflated", Prose(300)}, stored}, options);
@@ -352,7 +353,7 @@ TEST_F(ZipArchive, ANameThatLeavesNoRoomForTheOthersIsDamage)
 
 TEST_F(ZipArchive, TruncationUnderAnOpenArchiveIsAnError)
 {
-    SZipFile file{"name", Noise(100000)};
+    CZipInput file{"name", Noise(100000)};
     CZipArchive archive;
     ASSERT_EQ(Open(archive, MakeZip({file})), "");
     ASSERT_EQ(truncate(m_path.c_str(), 5000), 0);

@@ -28,16 +28,16 @@ mode_t ModeOf(const std::string& path)
     return lstat(path.c_str(), &info) == 0 ? info.st_mode : 0;
 }
 
-struct SOutcome
+struct COutcome
 {
     bool made;
     wxString path;
     wxString error;
 };
 
-SOutcome Make(const wxString& work, const wxString& plugin)
+COutcome Make(const wxString& work, const wxString& plugin)
 {
-    SOutcome outcome;
+    COutcome outcome;
     outcome.made = MakePluginWorkdir(work, plugin, outcome.path, outcome.error);
     return outcome;
 }
@@ -48,7 +48,7 @@ TEST(PluginWorkdir, IsMadeForItsOwnerWhateverTheMask)
 {
     const CTempDir work;
     const mode_t mask = umask(0277);
-    const SOutcome outcome = Make(work.Path(), "diag");
+    const COutcome outcome = Make(work.Path(), "diag");
     umask(mask);
     EXPECT_TRUE(outcome.made) << outcome.error;
     EXPECT_EQ(outcome.path, work.File("diag"));
@@ -76,7 +76,7 @@ TEST(PluginWorkdir, LinkIsNotFollowed)
     const CTempDir elsewhere;
     ASSERT_EQ(chmod(elsewhere.Path().c_str(), 0755), 0);
     ASSERT_EQ(symlink(elsewhere.Path().c_str(), work.File("diag").c_str()), 0);
-    const SOutcome outcome = Make(work.Path(), "diag");
+    const COutcome outcome = Make(work.Path(), "diag");
     EXPECT_FALSE(outcome.made);
     EXPECT_EQ(outcome.error, "Unable to make the working directory " +
                                  work.File("diag") +
@@ -87,7 +87,7 @@ TEST(PluginWorkdir, LinkIsNotFollowed)
 TEST(PluginWorkdir, MissingParentIsSaid)
 {
     const CTempDir work;
-    const SOutcome outcome = Make(work.File("none"), "diag");
+    const COutcome outcome = Make(work.File("none"), "diag");
     EXPECT_FALSE(outcome.made);
     EXPECT_EQ(outcome.path, work.File("none/diag"));
     EXPECT_EQ(outcome.error, "Unable to make the working directory " +
@@ -103,7 +103,7 @@ TEST(PluginWorkdir, NamesThatAreNoPlugin)
     {
         SCOPED_TRACE(name);
         EXPECT_FALSE(IsPluginName(name));
-        const SOutcome outcome = Make(work.Path(), name);
+        const COutcome outcome = Make(work.Path(), name);
         EXPECT_FALSE(outcome.made);
         EXPECT_EQ(outcome.path, "");
         EXPECT_FALSE(outcome.error.empty());

@@ -27,7 +27,7 @@ namespace
 
 // What a service of the test's own was told. Observers are for ever, so one
 // serves all tests.
-struct SHeard
+struct CHeard
 {
     std::atomic<int> calls = 0;
     std::atomic<int> callsAtOnce = 0;
@@ -35,7 +35,7 @@ struct SHeard
     std::string value; // guarded by the turns that refresh functions take
     bool hadRoot = false;
 };
-SHeard s_heard;
+CHeard s_heard;
 
 void HearCB(const CDom* root)
 {

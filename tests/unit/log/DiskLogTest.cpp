@@ -61,7 +61,7 @@ std::vector<std::string> BareLines(const std::string& path)
     return lines;
 }
 
-struct SPlace
+struct CPlace
 {
     CTempDir dir;
     std::string log = dir.File("log/app.log");
@@ -85,9 +85,9 @@ void Put(CDiskLog& log,
 }
 
 // Directs the process's own log, as the application's keys would.
-struct SProcessPlace : SPlace
+struct CProcessPlace : CPlace
 {
-    SProcessPlace() { ProcessLog().Configure(Settings()); }
+    CProcessPlace() { ProcessLog().Configure(Settings()); }
 };
 
 std::string NumberedText(int writer, int thread, int number)
@@ -120,7 +120,7 @@ void WriteFromThreads(CDiskLog& log, int writer, int count)
 
 TEST(DiskLog, RecordsMadeBeforeThePlaceIsKnownComeFirst)
 {
-    const SPlace place;
+    const CPlace place;
     CDiskLog log;
     Put(log, L"one");
     CLogSettings settings = place.Settings();
@@ -138,7 +138,7 @@ TEST(DiskLog, RecordsMadeBeforeThePlaceIsKnownComeFirst)
 
 TEST(DiskLog, NoFileIsMadeBeforeTheFirstRecord)
 {
-    const SPlace place;
+    const CPlace place;
     CDiskLog log;
     log.Configure(place.Settings());
     EXPECT_FALSE(FileExists(place.dir.File("log")));
@@ -146,7 +146,7 @@ TEST(DiskLog, NoFileIsMadeBeforeTheFirstRecord)
 
 TEST(DiskLog, TellsHowManyEarlyRecordsCouldNotBeKept)
 {
-    const SPlace place;
+    const CPlace place;
     CDiskLog log;
     for (int i = 0; i < 1003; ++i)
         Put(log, std::to_wstring(i));
@@ -164,7 +164,7 @@ TEST(DiskLog, TellsHowManyEarlyRecordsCouldNotBeKept)
 
 TEST(DiskLog, EarlyRecordsTakeBoundedMemory)
 {
-    const SPlace place;
+    const CPlace place;
     CDiskLog log;
     for (int i = 0; i < 5; ++i)
         Put(log, std::wstring(100000, L'x'));
@@ -191,7 +191,7 @@ namespace
 
 // Logs until a pipe behind standard error is full. The write that waits for
 // room there is inside the log and holds its lock.
-[[noreturn]] void LogUntilItEndsInHandler(const SPlace& place,
+[[noreturn]] void LogUntilItEndsInHandler(const CPlace& place,
                                           int standardError)
 {
     struct sigaction action = {};
@@ -216,7 +216,7 @@ int BytesIn(int pipe)
 
 TEST(DiskLog, EndOfTheProcessInASignalHandlerInsideTheLogDoesNotHang)
 {
-    const SPlace place;
+    const CPlace place;
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const pid_t child = fork();
@@ -244,7 +244,7 @@ TEST(DiskLog, EndOfTheProcessInASignalHandlerInsideTheLogDoesNotHang)
 
 TEST(DiskLogDeathTest, WhatStandsOnStandardErrorIsNotRepeatedThere)
 {
-    const SPlace place;
+    const CPlace place;
     EXPECT_EXIT(
         {
             CDiskLog log;
@@ -272,7 +272,7 @@ TEST(DiskLogDeathTest, AnEndBeforeThePlaceIsKnownSaysNothingTwice)
 
 TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
 {
-    const SPlace place;
+    const CPlace place;
     EXPECT_EXIT(
         {
             CDiskLog log;
@@ -296,7 +296,7 @@ TEST(DiskLogDeathTest, RecordsAreRepeatedOnStandardErrorOnRequest)
 
 TEST(DiskLogDeathTest, LogThatCannotBeOpenedIsSaidOnceAndTheProcessGoesOn)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.dir.File("log"), "in the way");
     const std::string message =
         "^app: cannot write the log " + place.log + ": Not a directory\n$";
@@ -313,7 +313,7 @@ TEST(DiskLogDeathTest, LogThatCannotBeOpenedIsSaidOnceAndTheProcessGoesOn)
 
 TEST(DiskLog, LogThatCanBeOpenedAgainTellsWhatWasLost)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.dir.File("log"), "in the way");
     CDiskLog log;
     Put(log, L"early");
@@ -339,7 +339,7 @@ TEST(DiskLog, LogThatCanBeOpenedAgainTellsWhatWasLost)
 
 TEST(DiskLog, FullDiskIsToldWithTheCountOnceThereIsRoom)
 {
-    const SPlace place;
+    const CPlace place;
     ASSERT_EQ(mkdir(place.dir.File("log").c_str(), 0700), 0);
     const int status = InChild(
         [&]
@@ -372,7 +372,7 @@ TEST(DiskLog, FullDiskIsToldWithTheCountOnceThereIsRoom)
 
 TEST(DiskLog, RotationThatFailsIsAWarning)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.log + ".1/in the way", "");
     CLogSettings settings = place.Settings();
     settings.maxSize = 10;
@@ -393,8 +393,8 @@ TEST(DiskLog, RotationThatFailsIsAWarning)
 
 TEST(DiskLog, SettingsMayChangeAtAnyTime)
 {
-    const SPlace first;
-    const SPlace second;
+    const CPlace first;
+    const CPlace second;
     CDiskLog log;
     log.Configure(first.Settings());
     Put(log, L"first");
@@ -417,7 +417,7 @@ TEST(DiskLog, SettingsMayChangeAtAnyTime)
 TEST(DiskLog, ManyThreadsAndProcessesTearAndLoseNothing)
 {
     constexpr int kCount = 1500;
-    const SPlace place;
+    const CPlace place;
     CLogSettings settings = place.Settings();
     settings.maxSize = 64 * 1024;
     settings.oldFiles = CLogSettings::kMostOldFiles;
@@ -462,7 +462,7 @@ TEST(DiskLog, ManyThreadsAndProcessesTearAndLoseNothing)
 
 TEST(DiskLog, ForkedChildLogsUnderItsOwnNumbers)
 {
-    const SProcessPlace place;
+    const CProcessPlace place;
     LogToDisk(ELogLevel::Message, "Test", "parent");
     fflush(nullptr);
     const pid_t child = fork();
@@ -488,7 +488,7 @@ TEST(DiskLog, ForkedChildLogsUnderItsOwnNumbers)
 
 TEST(DiskLog, ForkWhileOtherThreadsLogLeavesAWorkingChild)
 {
-    const SProcessPlace place;
+    const CProcessPlace place;
     CLogSettings settings = place.Settings();
     settings.maxSize = 0;
     ProcessLog().Configure(settings);
@@ -543,7 +543,7 @@ void LogInHandler(int)
 
 TEST(DiskLog, RecordMadeInASignalHandlerInsideTheLogIsWrittenToo)
 {
-    const SProcessPlace place;
+    const CProcessPlace place;
     CLogSettings settings = place.Settings();
     settings.maxSize = 0; // all records in one file, to be counted there
     ProcessLog().Configure(settings);
@@ -578,7 +578,7 @@ TEST(DiskLog, RecordMadeInASignalHandlerInsideTheLogIsWrittenToo)
 
 TEST(DiskLog, TakesItsSettingsFromTheDomain)
 {
-    const SPlace place;
+    const CPlace place;
     const std::unique_ptr<CDom, void (*)(CDom*)> dom(
         CDom::New(nullptr, nullptr, nullptr, false),
         [](CDom* one) { one->Release(); });
@@ -618,7 +618,7 @@ TEST(DiskLog, TakesItsSettingsFromTheDomain)
 
 TEST(DiskLogDeathTest, ConsoleFollowsItsKey)
 {
-    const SPlace place;
+    const CPlace place;
     EXPECT_EXIT(
         {
             CDom* dom = CDom::New(nullptr, nullptr, nullptr, false);
@@ -641,7 +641,7 @@ TEST(DiskLogDeathTest, ConsoleFollowsItsKey)
 
 TEST(DiskLog, TraceIsWrittenWhateverTheLevel)
 {
-    const SProcessPlace place;
+    const CProcessPlace place;
     const wxLogLevel before = wxLog::GetLogLevel();
     wxLog::SetLogLevel(wxLOG_Info);
     LogTrace("Appl", "/src/Run.cpp", 12, "RunChunk", L"a\nb \u00e4");

@@ -30,7 +30,7 @@ namespace
 constexpr std::time_t kNow = 1800000000;
 
 // A log of its own under <temporary directory>/log/app.log.
-struct SPlace
+struct CPlace
 {
     CTempDir dir;
     std::string log = dir.File("log");
@@ -69,7 +69,7 @@ std::string Numbered(int number)
 
 TEST(LogFile, DirectoryAndFileAreForTheOwnerAlone)
 {
-    const SPlace place;
+    const CPlace place;
     const mode_t mask = umask(0);
     CLogFile file;
     place.Open(file);
@@ -82,7 +82,7 @@ TEST(LogFile, DirectoryAndFileAreForTheOwnerAlone)
 
 TEST(LogFile, ParentsAreNotMade)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     file.SetPlace(place.log + "/deep", "app.log");
     EXPECT_EQ(file.Append("a\n", kNow), ENOENT);
@@ -91,7 +91,7 @@ TEST(LogFile, ParentsAreNotMade)
 
 TEST(LogFile, WhatIsThereIsContinued)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.path, "before\n");
     CLogFile file;
     place.Open(file);
@@ -101,7 +101,7 @@ TEST(LogFile, WhatIsThereIsContinued)
 
 TEST(LogFile, HalfALineIsEndedFirst)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.path, "whole\nhalf");
     CLogFile file;
     place.Open(file);
@@ -112,7 +112,7 @@ TEST(LogFile, HalfALineIsEndedFirst)
 
 TEST(LogFile, LinkInItsPlaceIsRefused)
 {
-    const SPlace place;
+    const CPlace place;
     const std::string victim = place.dir.File("victim");
     WriteFile(victim, "untouched\n");
     ASSERT_EQ(mkdir(place.log.c_str(), 0700), 0);
@@ -131,7 +131,7 @@ TEST(LogFile, LinkInItsPlaceIsRefused)
 
 TEST(LogFile, LinkInPlaceOfItsDirectoryIsRefused)
 {
-    const SPlace place;
+    const CPlace place;
     const std::string elsewhere = place.dir.File("elsewhere");
     ASSERT_EQ(mkdir(elsewhere.c_str(), 0700), 0);
     ASSERT_EQ(symlink(elsewhere.c_str(), place.log.c_str()), 0);
@@ -143,7 +143,7 @@ TEST(LogFile, LinkInPlaceOfItsDirectoryIsRefused)
 
 TEST(LogFile, OnlyAPlainFileIsWrittenTo)
 {
-    const SPlace place;
+    const CPlace place;
     ASSERT_EQ(mkdir(place.log.c_str(), 0700), 0);
     ASSERT_EQ(mkfifo(place.path.c_str(), 0600), 0);
     CLogFile pipe;
@@ -159,7 +159,7 @@ TEST(LogFile, OnlyAPlainFileIsWrittenTo)
 
 TEST(LogFile, OpeningIsTriedOnceASecond)
 {
-    const SPlace place;
+    const CPlace place;
     WriteFile(place.log, "a file where the directory should be");
     CLogFile file;
     place.Open(file);
@@ -172,7 +172,7 @@ TEST(LogFile, OpeningIsTriedOnceASecond)
 
 TEST(LogFile, DescriptorIsNoStandardStreamAndClosesOnExec)
 {
-    const SPlace place;
+    const CPlace place;
     EXPECT_EQ(InChild(
                   [&]
                   {
@@ -188,7 +188,7 @@ TEST(LogFile, DescriptorIsNoStandardStreamAndClosesOnExec)
 
 TEST(LogFile, RotatesBeforeItOutgrowsItsSize)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 30, 3);
     for (int i = 0; i < 10; ++i)
@@ -202,7 +202,7 @@ TEST(LogFile, RotatesBeforeItOutgrowsItsSize)
 
 TEST(LogFile, NoMoreThanTheGivenNumberIsKept)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 10, 2);
     for (int i = 0; i < 10; ++i)
@@ -215,7 +215,7 @@ TEST(LogFile, NoMoreThanTheGivenNumberIsKept)
 
 TEST(LogFile, SmallerNumberRemovesWhatWasKeptBefore)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 10, 9);
     for (int i = 0; i < 10; ++i)
@@ -229,7 +229,7 @@ TEST(LogFile, SmallerNumberRemovesWhatWasKeptBefore)
 
 TEST(LogFile, NothingIsKeptWhenZeroAreToBe)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 10, 0);
     EXPECT_EQ(file.Append(Numbered(0), kNow), 0);
@@ -240,7 +240,7 @@ TEST(LogFile, NothingIsKeptWhenZeroAreToBe)
 
 TEST(LogFile, SizeZeroMeansNoEnd)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 0, 3);
     std::string all;
@@ -255,7 +255,7 @@ TEST(LogFile, SizeZeroMeansNoEnd)
 
 TEST(LogFile, LongLineHasAFileForItself)
 {
-    const SPlace place;
+    const CPlace place;
     const std::string line = std::string(1000, 'x') + "\n";
     CLogFile file;
     place.Open(file, 100, 3);
@@ -269,7 +269,7 @@ TEST(LogFile, LongLineHasAFileForItself)
 
 TEST(LogFile, OtherWritersCountForTheSize)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 100, 3);
     EXPECT_EQ(file.Append("a\n", kNow), 0);
@@ -282,7 +282,7 @@ TEST(LogFile, OtherWritersCountForTheSize)
 
 TEST(LogFile, OtherWriterFollowsARotationWithinASecond)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile one;
     CLogFile other;
     place.Open(one, 100, 3);
@@ -299,7 +299,7 @@ TEST(LogFile, OtherWriterFollowsARotationWithinASecond)
 
 TEST(LogFile, RotationByTwoWritersHappensOnce)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile one;
     CLogFile other;
     place.Open(one, 20, 3);
@@ -315,7 +315,7 @@ TEST(LogFile, RotationByTwoWritersHappensOnce)
 
 TEST(LogFile, MovedOrRemovedFileIsMadeAgainWithinASecond)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file);
     EXPECT_EQ(file.Append("a\n", kNow), 0);
@@ -329,7 +329,7 @@ TEST(LogFile, MovedOrRemovedFileIsMadeAgainWithinASecond)
 
 TEST(LogFile, DescriptorKeepsItsNumber)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 10, 3);
     EXPECT_EQ(file.Append(Numbered(0), kNow), 0);
@@ -343,7 +343,7 @@ TEST(LogFile, DescriptorKeepsItsNumber)
 
 TEST(LogFile, LockOfAnotherProcessIsNotWaitedFor)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 20, 3);
     EXPECT_EQ(file.Append(Numbered(0), kNow), 0);
@@ -380,7 +380,7 @@ TEST(LogFile, LockOfAnotherProcessIsNotWaitedFor)
 
 TEST(LogFile, LockEndsWithTheRotation)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 10, 3);
     EXPECT_EQ(file.Append(Numbered(0), kNow), 0);
@@ -402,7 +402,7 @@ TEST(LogFile, LockEndsWithTheRotation)
 
 TEST(LogFile, RotationThatFailsIsToldOnceAndTheFileGrows)
 {
-    const SPlace place;
+    const CPlace place;
     CLogFile file;
     place.Open(file, 20, 1);
     WriteFile(place.Old(1) + "/in the way", "");
@@ -429,7 +429,7 @@ TEST(LogFile, RotationThatFailsIsToldOnceAndTheFileGrows)
 
 TEST(LogFile, FullDiskLosesLinesAndTearsNoLaterOne)
 {
-    const SPlace place;
+    const CPlace place;
     ASSERT_EQ(mkdir(place.log.c_str(), 0700), 0);
     EXPECT_EQ(InChild(
                   [&]

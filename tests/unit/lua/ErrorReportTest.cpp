@@ -41,7 +41,7 @@ protected:
     KzaCore::CLuaInterpreter m_lua{false, L"test.lua", true};
 };
 
-struct SCase
+struct CCase
 {
     const char* code;
     const char* text;
@@ -49,7 +49,7 @@ struct SCase
 
 TEST_F(ErrorReport, ATableShowsItsFields)
 {
-    constexpr SCase kCases[] = {
+    constexpr CCase kCases[] = {
         {"error({})", "{}"},
         {"error({code = 5, text = 'no\\nroute'})",
          "{code = 5, text = \"no\\nroute\"}"},
@@ -75,7 +75,7 @@ TEST_F(ErrorReport, ATableShowsItsFields)
          "end}))",
          "{a = 1}"},
     };
-    for (const SCase& test : kCases)
+    for (const CCase& test : kCases)
         EXPECT_EQ(ErrorOf(test.code), test.text) << test.code;
 }
 
@@ -108,7 +108,7 @@ TEST_F(ErrorReport, ATableShowsTwentyFieldsInAll)
 
 TEST_F(ErrorReport, AMissingMethodNamesASimilarOne)
 {
-    constexpr SCase kCases[] = {
+    constexpr CCase kCases[] = {
         {"dom:get('k')", "chunk:1: attempt to call method 'get' (a nil value), "
                          "did you mean 'Get'?"},
         {"dom:LOG('error', 'x')",
@@ -136,7 +136,7 @@ TEST_F(ErrorReport, AMissingMethodNamesASimilarOne)
         {"coroutine.wrap(function() dom:get() end)()",
          "chunk:1: chunk:1: attempt to call method 'get' (a nil value)"},
     };
-    for (const SCase& test : kCases)
+    for (const CCase& test : kCases)
         EXPECT_EQ(ErrorOf(test.code), test.text) << test.code;
 }
 

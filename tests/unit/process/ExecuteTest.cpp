@@ -21,7 +21,7 @@ using namespace TestSupport;
 namespace
 {
 
-struct SOutcome
+struct COutcome
 {
     bool ok = false;
     std::string output;
@@ -29,11 +29,11 @@ struct SOutcome
     std::string error;
 };
 
-SOutcome Execute(const std::string& program, const std::string& arguments)
+COutcome Execute(const std::string& program, const std::string& arguments)
 {
     wxString output = "old";
     wxString error = "old";
-    SOutcome outcome;
+    COutcome outcome;
     outcome.ok =
         KzaCore::Execute(program, arguments, output, outcome.result, error);
     outcome.output = output.utf8_str();
@@ -53,7 +53,7 @@ std::string Script(const CTempDir& dir, const std::string& body)
 TEST(Execute, SuccessIsStatusZero)
 {
     const CTempDir dir;
-    const SOutcome outcome =
+    const COutcome outcome =
         Execute(Script(dir, "echo out; echo err >&2"), "stopmod");
     EXPECT_TRUE(outcome.ok);
     EXPECT_EQ(outcome.output, "out\nerr\n");
@@ -74,7 +74,7 @@ TEST(Execute, ArgumentsAreWordsAndNoShellSeesThem)
 TEST(Execute, FailureTellsTheExitStatus)
 {
     const CTempDir dir;
-    const SOutcome outcome = Execute(Script(dir, "echo bad; exit 7"), "");
+    const COutcome outcome = Execute(Script(dir, "echo bad; exit 7"), "");
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.output, "bad\n");
     EXPECT_EQ(outcome.result, 7U);
@@ -84,7 +84,7 @@ TEST(Execute, FailureTellsTheExitStatus)
 TEST(Execute, FailureTellsTheSignal)
 {
     const CTempDir dir;
-    const SOutcome outcome = Execute(Script(dir, "kill -9 $$"), "");
+    const COutcome outcome = Execute(Script(dir, "kill -9 $$"), "");
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.result, 0U);
     EXPECT_EQ(outcome.error, "killed by signal 9");
@@ -102,7 +102,7 @@ TEST(Execute, FailureTellsWhatTheSystemSays)
 TEST(Execute, MuchOutputIsKeptWhole)
 {
     const CTempDir dir;
-    const SOutcome outcome =
+    const COutcome outcome =
         Execute(Script(dir, "head -c 3000000 /dev/zero | tr '\\0' x"), "");
     EXPECT_TRUE(outcome.ok);
     EXPECT_EQ(outcome.output, std::string(3000000, 'x'));
@@ -165,7 +165,7 @@ TEST(Execute, ChildHasNoDescriptorButTheFirstThree)
 TEST(Execute, DoesNotWaitForWhatTheProgramLeavesBehind)
 {
     const CTempDir dir;
-    const SOutcome outcome =
+    const COutcome outcome =
         Execute(Script(dir, "sleep 1000 & echo $!; exit 0"), "");
     EXPECT_TRUE(outcome.ok);
     const pid_t left = std::stoi(outcome.output);
@@ -187,7 +187,7 @@ TEST(Execute, SignalsDoNotCutTheWaitShort)
     const std::string script = Script(
         dir,
         "for i in 1 2 3 4 5; do kill -USR1 $PPID; sleep 0.02; done; echo done");
-    const SOutcome outcome = Execute(script, "");
+    const COutcome outcome = Execute(script, "");
     sigaction(SIGUSR1, &before, nullptr);
     EXPECT_TRUE(outcome.ok) << outcome.error;
     EXPECT_EQ(outcome.output, "done\n");

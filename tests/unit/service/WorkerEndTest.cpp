@@ -23,7 +23,7 @@ constexpr EAfterWorker kRestart = EAfterWorker::Restart;
 constexpr EAfterWorker kStopDriver = EAfterWorker::StopDriverAndRestart;
 constexpr EAfterWorker kEnd = EAfterWorker::EndService;
 
-struct SRow
+struct CRow
 {
     int waitStatus;
     wxLogLevel level;
@@ -32,7 +32,7 @@ struct SRow
     int serviceStatus;
 };
 
-const SRow kTable[] = {
+const CRow kTable[] = {
     {Exited(0), wxLOG_Info, "exited with status 0 (exit 0)", kEnd, 0},
     {Exited(1), wxLOG_Info, "exited with status 256 (exit 1)", kEnd, 1},
     {Exited(2), wxLOG_Info, "exited with status 512 (exit 2)", kEnd, 2},
@@ -80,7 +80,7 @@ const SRow kTable[] = {
 
 TEST(WorkerEnd, EveryWaitStatusHasItsRecordAndItsConsequence)
 {
-    for (const SRow& row : kTable)
+    for (const CRow& row : kTable)
     {
         SCOPED_TRACE(row.text);
         const CWorkerEnd end = JudgeWorkerEnd(row.waitStatus);

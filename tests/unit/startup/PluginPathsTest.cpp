@@ -7,7 +7,7 @@
 namespace
 {
 
-struct SCase
+struct CCase
 {
     const char* name;
     const char* paths;
@@ -15,7 +15,7 @@ struct SCase
     const char* expected;
 };
 
-constexpr SCase kCases[] = {
+constexpr CCase kCases[] = {
     {"no plugins leaves the input as it is", "A/@;;B;", "", "A/@;;B;"},
     {"no paths", "", "x,y", ""},
     {"nothing at all", "", "", ""},
@@ -34,7 +34,7 @@ constexpr SCase kCases[] = {
 
 TEST(PluginPaths, EveryTemplateIsExpandedByEveryPlugin)
 {
-    for (const SCase& c : kCases)
+    for (const CCase& c : kCases)
     {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(ExpandPathPlugins(wxString::FromUTF8(c.paths),

@@ -8,13 +8,13 @@
 namespace
 {
 
-struct SCase
+struct CCase
 {
     const char* executable;
     const char* expected;
 };
 
-constexpr SCase kCases[] = {
+constexpr CCase kCases[] = {
     {"/opt/Orvalis/agent/bin/kz_agent", "/opt/Orvalis/agent"},
     {"/opt/Orvalis/bin/kz_agent", "/opt/Orvalis"},
     {"/opt/myOrvalisAgent/a/bin/kz_agent", "/opt/myOrvalisAgent/a"},
@@ -30,7 +30,7 @@ constexpr SCase kCases[] = {
 
 TEST(VendorDirectory, IsTheParentWhenItsPathNamesTheMaker)
 {
-    for (const SCase& c : kCases)
+    for (const CCase& c : kCases)
     {
         SCOPED_TRACE(c.executable);
         EXPECT_EQ(VendorDirectory(wxFileName(c.executable)), c.expected);
