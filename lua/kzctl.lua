@@ -6,16 +6,13 @@
 --     kz_agent --appname kzctl -- status
 
 local argparse = require("argparse")
+local complain = require("kza.ctl.complain")
 local place = require("kza.ctl.place")
 
 local FAILURE, WRONG_USAGE = 1, 2
 
 -- Each module holds commands that belong together.
-local MODULES = { "status", "start_stop", "log", "events", "domain" }
-
-local function complain(message)
-    io.stderr:write("kzctl: ", (message:gsub("%s*\n%s*", " ")), "\n")
-end
+local MODULES = { "status", "start_stop", "log", "events", "dumps", "domain" }
 
 -- Options that every command takes, before or after its name.
 local function add_options(parser)

@@ -31,7 +31,7 @@ end
 
 local function print_record(context, record)
     if not context.json then
-        show.row({}, show.coloured(record.line, COLOURS[record.level]))
+        show.row({}, record.line, COLOURS[record.level])
         return
     end
     show.json({

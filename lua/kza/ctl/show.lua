@@ -5,6 +5,7 @@
 local host = require("kza.host")
 local fail = require("kza.ctl.fail")
 local json = require("dkjson")
+local utf8 = require("kza.utf8")
 
 local show = {}
 
@@ -27,16 +28,36 @@ show.unknown = json.null
 local is_terminal = host.isatty(1)
 local COLOURS = { red = 31, green = 32, yellow = 33 }
 
---- One JSON object on a line of its own, its members in this order.
+-- A copy in which every text is UTF-8, as JSON must be.
+local function in_utf8(value)
+    if type(value) == "string" then
+        return utf8.valid(value)
+    elseif type(value) ~= "table" or value == json.null
+        or (getmetatable(value) or {}).__tojson then
+        return value
+    end
+    local copy = setmetatable({}, getmetatable(value))
+    for key, member in pairs(value) do
+        copy[key] = in_utf8(member)
+    end
+    return copy
+end
+
+--- One JSON object on a line of its own, with these members in this order.
 ---@param object table
 ---@param order string[]
-function show.json(object, order)
-    for _, name in ipairs(order) do
-        if object[name] == nil then
-            object[name] = json.null
-        end
+---@param inner_order? string[]  Of the members of objects in it.
+function show.json(object, order, inner_order)
+    local members, names = {}, {}
+    for i, name in ipairs(order) do
+        local value = object[name]
+        members[name] = value == nil and json.null or in_utf8(value)
+        names[i] = name
     end
-    show.line(json.encode(object, { keyorder = order }))
+    for _, name in ipairs(inner_order or {}) do
+        names[#names + 1] = name
+    end
+    show.line(json.encode(members, { keyorder = names }))
 end
 
 --- An array for show.json, also when it is empty.
@@ -55,11 +76,11 @@ function show.coloured(text, colour)
     return ("\27[%dm%s\27[0m"):format(COLOURS[colour], text)
 end
 
--- How many characters a UTF-8 text has.
-local function length(text)
-    return select(2, text:gsub("[^\128-\191]", ""))
+-- What a terminal would take for a command is shown as "?": texts come from
+-- files that anything may have written to.
+local function harmless(text)
+    return is_terminal and text:gsub("[%c\127]", "?") or text
 end
-show.length = length
 
 -- The longest beginning of a text that has at most so many characters.
 local function cut_at(text, count)
@@ -92,32 +113,57 @@ local function wrap(text, width)
     return lines
 end
 
+-- The columns side by side, and their width on the screen.
+local function join(columns)
+    local cells, width = {}, 0
+    for _, column in ipairs(columns) do
+        local text = harmless(column.text)
+        local length = utf8.length(text)
+        local pad = math.max(column.width - length, 0)
+        cells[#cells + 1] = show.coloured(text, column.colour)
+            .. (" "):rep(pad)
+        width = width + length + pad + 1
+    end
+    cells[#cells + 1] = "" -- for a blank at the end
+    return table.concat(cells, " "), width
+end
+
+local function without_end_blanks(text)
+    return (text:gsub("%s+$", ""))
+end
+
 --- A line of a table: fixed columns, then a text that takes the rest of the
 --- line. On a terminal the text wraps below itself.
 ---@param columns { text: string, width: integer, colour?: string }[]
 ---@param text string
-function show.row(columns, text)
-    local cells, indent = {}, 0
-    for _, column in ipairs(columns) do
-        local pad = math.max(column.width - length(column.text), 0)
-        cells[#cells + 1] = show.coloured(column.text, column.colour)
-            .. (" "):rep(pad)
-        indent = indent + length(column.text) + pad + 1
-    end
-    local head = table.concat(cells, " ")
-    head = head == "" and "" or head .. " "
+---@param colour? string  Of the text.
+function show.row(columns, text, colour)
+    local head, indent = join(columns)
+    text = harmless(text)
     local width = is_terminal and (host.columns(1) or 80)
-    if not width or indent + length(text) <= width then
-        show.line(((head .. text):gsub("%s+$", "")))
+    if not width or indent + utf8.length(text) <= width then
+        show.line(text == "" and without_end_blanks(head)
+            or head .. show.coloured(text, colour))
         return
     end
     -- On a narrow terminal the text has lines of its own.
     if width - indent < 20 and indent > 0 then
-        show.line(((head):gsub("%s+$", "")))
+        show.line(without_end_blanks(head))
         head, indent = "  ", 2
     end
     for i, line in ipairs(wrap(text, math.max(width - indent, 1))) do
-        show.line((i == 1 and head or (" "):rep(indent)) .. line)
+        show.line((i == 1 and head or (" "):rep(indent))
+            .. show.coloured(line, colour))
+    end
+end
+
+--- A named fact, below others; none when the value is nil.
+---@param name string
+---@param value any
+---@param colour? string
+function show.fact(name, value, colour)
+    if value ~= nil then
+        show.row({ { text = name, width = 9 } }, tostring(value), colour)
     end
 end
 

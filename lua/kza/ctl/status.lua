@@ -102,28 +102,22 @@ local function usage_of(process)
 end
 
 local function print_facts(found, state)
-    local function fact(name, value, colour)
-        if value ~= nil then
-            show.row({ { text = name, width = 9 } },
-                show.coloured(tostring(value), colour))
-        end
-    end
     local meaning = MEANINGS[found.state]
-    fact("name", found.name)
-    fact("state", found.state .. (meaning and ": " .. meaning or ""),
+    show.fact("name", found.name)
+    show.fact("state", found.state .. (meaning and ": " .. meaning or ""),
         COLOURS[found.state])
     if found.next_start_ms then
-        fact("next", ("in %.0f s"):format(found.next_start_ms / 1000))
+        show.fact("next", ("in %.0f s"):format(found.next_start_ms / 1000))
     end
-    fact("watchdog", usage_of(state.watchdog))
-    fact("worker", usage_of(state.worker))
-    fact("since", found.since)
-    fact("restarts", found.restarts)
-    fact("version", found.version)
-    fact("error", found.last_error)
-    fact("dump", found.last_dump)
+    show.fact("watchdog", usage_of(state.watchdog))
+    show.fact("worker", usage_of(state.worker))
+    show.fact("since", found.since)
+    show.fact("restarts", found.restarts)
+    show.fact("version", found.version)
+    show.fact("error", found.last_error)
+    show.fact("dump", found.last_dump)
     if #found.pending_packages > 0 then
-        fact("packages", "waiting: "
+        show.fact("packages", "waiting: "
             .. table.concat(found.pending_packages, ", "))
     end
 end

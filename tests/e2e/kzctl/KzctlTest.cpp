@@ -2,8 +2,7 @@
 //
 // kzctl beside a service in each of its states, as an operator calls it.
 
-#include "e2e/service/WaitingService.h"
-
+#include "e2e/kzctl/Kzctl.h"
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
@@ -18,80 +17,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-using Words = std::vector<std::string>;
-
-const Words kWithSocket = {"--domain_var", "control.socket=1"};
-
-// A service, and kzctl beside its executable.
-class CKzctl
-{
-public:
-    explicit CKzctl(const char* module = kWaitingMain)
-    {
-        m_service.SetModule(module);
-        for (const char* file : {"kzctl", "kza_core"})
-            fs::copy(fs::path(KZA_STAGE_DIR) / file,
-                     m_service.Host().File(file),
-                     fs::copy_options::recursive |
-                         fs::copy_options::overwrite_existing);
-        // The service's application is its module, not the example.
-        fs::remove(m_service.Host().File("kza_core/kz_agent.kze"));
-    }
-
-    [[nodiscard]] const CService& Service() const { return m_service; }
-
-    [[nodiscard]] Words CommandLine(const Words& words) const
-    {
-        Words all = {m_service.Host().File("kzctl")};
-        all.insert(all.end(), words.begin(), words.end());
-        return all;
-    }
-
-    // In the mounts of the service, whose pid file lies there.
-    [[nodiscard]] CProcessResult Run(const Words& words) const
-    {
-        return TestSupport::Run(CommandLine(words), m_service.Process());
-    }
-
-    // A member of the JSON that a command prints, as it stands there.
-    [[nodiscard]] std::string Member(const Words& words,
-                                     const std::string& name) const
-    {
-        const std::string out = Run(words).out;
-        std::smatch found;
-        const std::regex pattern("\"" + name + "\":(\"[^\"]*\"|[^,}]*)");
-        return std::regex_search(out, found, pattern) ? found[1].str() : out;
-    }
-
-    [[nodiscard]] std::string State() const
-    {
-        return Member({"--json", "status"}, "state");
-    }
-
-    [[nodiscard]] bool Start() const
-    {
-        return m_service.StartUntil(kMainRuns, {kWithSocket, {}});
-    }
-
-private:
-    CService m_service;
-};
-
-CProcessResult Said(int status, const std::string& out, const std::string& err)
-{
-    CProcessResult result;
-    result.status = status;
-    result.out = out;
-    result.err = err;
-    return result;
-}
-
-void ExpectSame(const CProcessResult& is, const CProcessResult& expected)
-{
-    EXPECT_EQ(is.status, expected.status);
-    EXPECT_EQ(is.out, expected.out);
-    EXPECT_EQ(is.err, expected.err);
-}
 
 TEST(Kzctl, StoppedService)
 {
@@ -100,8 +25,7 @@ TEST(Kzctl, StoppedService)
     EXPECT_EQ(status.status, 3);
     EXPECT_EQ(status.out, "name      kz_agent\nstate     stopped\n");
     EXPECT_EQ(kzctl.State(), "\"stopped\"");
-    ExpectSame(kzctl.Run({"stop"}),
-               Said(0, "'kz_agent' is stopped already\n", ""));
+    ExpectSaid(kzctl.Run({"stop"}), 0, "'kz_agent' is stopped already\n", "");
     EXPECT_FALSE(fs::exists(kzctl.Service().Host().Work()))
         << "it leaves no file behind";
 }
@@ -124,9 +48,9 @@ TEST(Kzctl, RunningService)
         R"("pending_packages":\[\]\}\n)");
     EXPECT_TRUE(std::regex_match(status, pattern)) << status;
     const std::string pid = std::to_string(service.PidFromFile());
-    ExpectSame(kzctl.Run({"start"}),
-               Said(0, "'kz_agent' is running already (" + pid + ")\n", ""));
-    ExpectSame(kzctl.Run({"stop"}), Said(0, "'kz_agent' is stopped\n", ""));
+    ExpectSaid(kzctl.Run({"start"}), 0,
+               "'kz_agent' is running already (" + pid + ")\n", "");
+    ExpectSaid(kzctl.Run({"stop"}), 0, "'kz_agent' is stopped\n", "");
     EXPECT_TRUE(service.Processes().empty());
 }
 
@@ -143,7 +67,7 @@ TEST(Kzctl, ServiceInItsBackOff)
     EXPECT_LE(next, 4000);
     EXPECT_EQ(kzctl.Member({"status", "--json"}, "restarts"), "2");
     // It is asked twice, as it has to be.
-    ExpectSame(kzctl.Run({"stop"}), Said(0, "'kz_agent' is stopped\n", ""));
+    ExpectSaid(kzctl.Run({"stop"}), 0, "'kz_agent' is stopped\n", "");
     EXPECT_TRUE(service.Processes().empty());
 }
 
@@ -166,8 +90,8 @@ TEST(Kzctl, ServiceThatStops)
     const CProcessResult start = kzctl.Run({"start"});
     EXPECT_EQ(start.status, 1);
     EXPECT_NE(start.err.find("has not ended yet"), std::string::npos);
-    ExpectSame(kzctl.Run({"stop", "--timeout", "0.2", "--kill"}),
-               Said(0, "'kz_agent' was ended by force\n", ""));
+    ExpectSaid(kzctl.Run({"stop", "--timeout", "0.2", "--kill"}), 0,
+               "'kz_agent' was ended by force\n", "");
     EXPECT_TRUE(service.WaitUntilGone());
     EXPECT_EQ(kzctl.State(), "\"stopped\"");
 }
@@ -181,8 +105,7 @@ TEST(Kzctl, StalePidFile)
     // Of a process id that went to another program, likewise.
     WriteFile(kzctl.Service().PidFile(), std::to_string(getpid()) + "\n");
     EXPECT_EQ(kzctl.State(), "\"stale\"");
-    ExpectSame(kzctl.Run({"stop"}),
-               Said(0, "'kz_agent' is stopped already\n", ""));
+    ExpectSaid(kzctl.Run({"stop"}), 0, "'kz_agent' is stopped already\n", "");
 }
 
 TEST(Kzctl, UnusablePidFile)
@@ -195,11 +118,11 @@ TEST(Kzctl, UnusablePidFile)
 TEST(Kzctl, StartWaitsUntilItIsUp)
 {
     const CKzctl kzctl;
-    ExpectSame(kzctl.Run({"start"}), Said(0, "'kz_agent' is up\n", ""));
+    ExpectSaid(kzctl.Run({"start"}), 0, "'kz_agent' is up\n", "");
     EXPECT_EQ(kzctl.State(), "\"running\"");
     const pid_t first = kzctl.Service().PidFromFile();
-    ExpectSame(kzctl.Run({"restart"}),
-               Said(0, "'kz_agent' is stopped\n'kz_agent' is up\n", ""));
+    ExpectSaid(kzctl.Run({"restart"}), 0,
+               "'kz_agent' is stopped\n'kz_agent' is up\n", "");
     EXPECT_NE(kzctl.Service().PidFromFile(), first);
     EXPECT_EQ(kzctl.Run({"stop"}).status, 0);
 }
@@ -224,7 +147,7 @@ TEST(Kzctl, StartTakesOptionsOfTheAgent)
                         "control.socket=1"})
                   .status,
               0);
-    ExpectSame(kzctl.Run({"get", "control.socket"}), Said(0, "1\n", ""));
+    ExpectSaid(kzctl.Run({"get", "control.socket"}), 0, "1\n", "");
     EXPECT_EQ(kzctl.Run({"stop"}).status, 0);
 }
 
@@ -232,34 +155,29 @@ TEST(Kzctl, DomainOfTheRunningAgent)
 {
     const CKzctl kzctl;
     ASSERT_TRUE(kzctl.Start());
-    ExpectSame(kzctl.Run({"get", "app.name"}), Said(0, "kz_agent\n", ""));
-    ExpectSame(kzctl.Run({"get", "none"}),
-               Said(1, "", "kzctl: 'none' is not set\n"));
-    ExpectSame(
-        kzctl.Run({"get", "none", "--json"}),
-        Said(1, "{\"key\":\"none\",\"type\":\"nil\",\"value\":null}\n", ""));
-    ExpectSame(kzctl.Run({"set", "a.text", "two words"}), Said(0, "", ""));
-    ExpectSame(kzctl.Run({"set", "--int", "a.number", "-9007199254740993"}),
-               Said(0, "", ""));
-    ExpectSame(kzctl.Run({"set", "--bool", "a.switch", "true"}),
-               Said(0, "", ""));
-    ExpectSame(kzctl.Run({"keys", "a."}),
-               Said(0, "a.number\na.switch\na.text\n", ""));
-    ExpectSame(
-        kzctl.Run({"keys", "a.", "--json"}),
-        Said(0,
-             "{\"key\":\"a.number\",\"type\":\"number\",\"value\":"
-             "-9007199254740993}\n"
-             "{\"key\":\"a.switch\",\"type\":\"boolean\",\"value\":true}\n"
-             "{\"key\":\"a.text\",\"type\":\"string\",\"value\":\"two "
-             "words\"}\n",
-             ""));
-    ExpectSame(kzctl.Run({"unset", "a.text"}), Said(0, "", ""));
+    ExpectSaid(kzctl.Run({"get", "app.name"}), 0, "kz_agent\n", "");
+    ExpectSaid(kzctl.Run({"get", "none"}), 1, "", "kzctl: 'none' is not set\n");
+    ExpectSaid(kzctl.Run({"get", "none", "--json"}), 1,
+               "{\"key\":\"none\",\"type\":\"nil\",\"value\":null}\n", "");
+    ExpectSaid(kzctl.Run({"set", "a.text", "two words"}), 0, "", "");
+    ExpectSaid(kzctl.Run({"set", "--int", "a.number", "-9007199254740993"}), 0,
+               "", "");
+    ExpectSaid(kzctl.Run({"set", "--bool", "a.switch", "true"}), 0, "", "");
+    ExpectSaid(kzctl.Run({"keys", "a."}), 0, "a.number\na.switch\na.text\n",
+               "");
+    ExpectSaid(kzctl.Run({"keys", "a.", "--json"}), 0,
+               "{\"key\":\"a.number\",\"type\":\"number\",\"value\":"
+               "-9007199254740993}\n"
+               "{\"key\":\"a.switch\",\"type\":\"boolean\",\"value\":true}\n"
+               "{\"key\":\"a.text\",\"type\":\"string\",\"value\":\"two "
+               "words\"}\n",
+               "");
+    ExpectSaid(kzctl.Run({"unset", "a.text"}), 0, "", "");
     EXPECT_EQ(kzctl.Run({"get", "a.text"}).status, 1);
-    ExpectSame(kzctl.Run({"set", "--int", "a.number", "x"}),
-               Said(1, "", "kzctl: 'x' is no integer\n"));
-    ExpectSame(kzctl.Run({"heartbeat"}), Said(0, "", ""));
-    ExpectSame(kzctl.Run({"get", "kza.HeartbeatNow"}), Said(0, "true\n", ""));
+    ExpectSaid(kzctl.Run({"set", "--int", "a.number", "x"}), 1, "",
+               "kzctl: 'x' is no integer\n");
+    ExpectSaid(kzctl.Run({"heartbeat"}), 0, "", "");
+    ExpectSaid(kzctl.Run({"get", "kza.HeartbeatNow"}), 0, "true\n", "");
     EXPECT_EQ(kzctl.Member({"version", "--json"}, "agent"), "\"12.0.0.2932\"");
     EXPECT_TRUE(kzctl.Service().Stop());
 }
@@ -268,22 +186,19 @@ TEST(Kzctl, TraceOfTheRunningAgent)
 {
     const CKzctl kzctl;
     ASSERT_TRUE(kzctl.Start());
-    ExpectSame(kzctl.Run({"trace", "+Mine"}),
-               Said(0,
-                    "app.trace  Mine\napp.trace+ Appl, Cmd, Srvc, "
-                    "kza.Heartbeat, kza.ListenThread, kza.PluginUtils\n",
-                    ""));
-    ExpectSame(kzctl.Run({"trace", "-Cmd", "--json"}),
-               Said(0,
-                    "{\"app.trace\":[\"Mine\"],\"app.trace+\":[\"Appl\","
-                    "\"Srvc\",\"kza.Heartbeat\",\"kza.ListenThread\","
-                    "\"kza.PluginUtils\"]}\n",
-                    ""));
+    ExpectSaid(kzctl.Run({"trace", "+Mine"}), 0,
+               "app.trace  Mine\napp.trace+ Appl, Cmd, Srvc, "
+               "kza.Heartbeat, kza.ListenThread, kza.PluginUtils\n",
+               "");
+    ExpectSaid(kzctl.Run({"trace", "-Cmd", "--json"}), 0,
+               "{\"app.trace\":[\"Mine\"],\"app.trace+\":[\"Appl\","
+               "\"Srvc\",\"kza.Heartbeat\",\"kza.ListenThread\","
+               "\"kza.PluginUtils\"]}\n",
+               "");
     EXPECT_EQ(kzctl.Run({"trace", "+*"}).status, 0);
-    ExpectSame(kzctl.Run({"trace", "-Mine"}),
-               Said(1, "",
-                    "kzctl: all components are traced ('*'): 'Mine' alone "
-                    "cannot be taken out\n"));
+    ExpectSaid(kzctl.Run({"trace", "-Mine"}), 1, "",
+               "kzctl: all components are traced ('*'): 'Mine' alone "
+               "cannot be taken out\n");
     EXPECT_TRUE(kzctl.Service().Stop());
 }
 
@@ -312,12 +227,11 @@ TEST(Kzctl, WatchEndsWithTheAgentAndOnCtrlC)
 TEST(Kzctl, WithoutASocketItSaysWhatIsMissing)
 {
     const CKzctl kzctl;
-    ExpectSame(kzctl.Run({"get", "k"}),
-               Said(1, "",
-                    "kzctl: no answer at '" + kzctl.Service().Host().Work() +
-                        "/run/kz_agent.sock': No such file or directory (it is "
-                        "there while 'kz_agent' runs with the setting "
-                        "control.socket)\n"));
+    ExpectSaid(kzctl.Run({"get", "k"}), 1, "",
+               "kzctl: no answer at '" + kzctl.Service().Host().Work() +
+                   "/run/kz_agent.sock': No such file or directory (it is "
+                   "there while 'kz_agent' runs with the setting "
+                   "control.socket)\n");
 }
 
 TEST(Kzctl, LogAndEvents)
@@ -330,7 +244,7 @@ TEST(Kzctl, LogAndEvents)
                        "end }");
     const CService& service = kzctl.Service();
     EXPECT_EQ(kzctl.Run({"log"}).status, 1) << "there is no log yet";
-    ExpectSame(kzctl.Run({"events"}), Said(0, "", ""));
+    ExpectSaid(kzctl.Run({"events"}), 0, "", "");
     ASSERT_TRUE(kzctl.Start());
     EXPECT_EQ(kzctl.Member({"log", "--level", "error", "--json"}, "text"),
               "\"first\"");
@@ -360,12 +274,7 @@ TEST(Kzctl, WrongUsageIsStatusTwoAndOneLine)
           Words{"log", "--since", "yesterday"}, Words{"status", "--fast"},
           Words{"stop", "--timeout", "soon"}, Words{"help", "fly"}})
     {
-        const CProcessResult result = kzctl.Run(words);
-        EXPECT_EQ(result.status, 2) << result.err;
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err.rfind("kzctl: ", 0), 0U) << result.err;
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1)
-            << result.err;
+        ExpectComplaint(kzctl.Run(words), 2);
     }
 }
 
@@ -374,8 +283,8 @@ TEST(Kzctl, EachCommandHasHelpOf80Columns)
     const CKzctl kzctl;
     const std::string all = kzctl.Run({"help"}).out;
     for (const char* name :
-         {"status", "start", "stop", "restart", "log", "events", "get", "set",
-          "unset", "keys", "watch", "trace", "heartbeat", "version"})
+         {"status", "start", "stop", "restart", "log", "events", "dumps", "get",
+          "set", "unset", "keys", "watch", "trace", "heartbeat", "version"})
     {
         SCOPED_TRACE(name);
         EXPECT_NE(all.find(std::string("\n   ") + name), std::string::npos);
