@@ -350,6 +350,21 @@ pid_t ScriptThread(pid_t worker)
     return youngest;
 }
 
+// Its workers are forked without exec: a lock that another thread held would
+// stay locked in them.
+TEST(Watchdog, HasOneThread)
+{
+    const CService service;
+    service.SetModule(Worker(""));
+    ASSERT_TRUE(service.StartUntil(kRuns));
+    const fs::path threads =
+        "/proc/" + std::to_string(service.PidFromFile()) + "/task";
+    // The thread sanitizer has a thread of its own in every process.
+    const int allowed = std::string(KZA_SANITIZE) == "thread" ? 2 : 1;
+    EXPECT_LE(std::distance(fs::directory_iterator(threads), {}), allowed);
+    EXPECT_TRUE(service.Stop());
+}
+
 // While the script is in its main: waiting for a signal unblocks it.
 TEST(Watchdog, MasksOfTheFirstWorkerAndOfLaterOnes)
 {
