@@ -123,25 +123,9 @@ local function child_of(processes, watchdog)
     end
 end
 
--- Of processes without a parent among them, one with a single thread is a
--- watchdog, another a worker that has lost its own.
-local function sort_out(processes)
-    local watchdog, orphan
-    for _, process in pairs(processes) do
-        if not processes[process.parent] then
-            if process.threads == 1 or child_of(processes, process) then
-                watchdog = process
-            else
-                orphan = process
-            end
-        end
-    end
-    return watchdog, orphan
-end
-
--- How often the watchdog has started a worker again within the period, and the
--- delay that it logged last.
-local function restarts_of(where, watchdog)
+-- How often a watchdog has started a worker within the period, and the delay
+-- that it has logged since.
+local function starts_of(where, watchdog)
     local starts, delay = 0, nil
     local now = os.time()
     records.backwards(where.log, function(record)
@@ -160,9 +144,31 @@ local function restarts_of(where, watchdog)
             end
         end
     end)
-    -- The service's first start is no restart.
-    local first_counts = now - watchdog.started < PERIOD
-    return math.max(starts - (first_counts and 1 or 0), 0), delay
+    return starts, delay
+end
+
+-- A watchdog that waits before a restart has no worker, but the log has the
+-- start of the last one. Its threads tell less: not every system counts them,
+-- and libraries may start some.
+local function is_watchdog(where, processes, process)
+    return process.threads == 1 or child_of(processes, process) ~= nil
+        or starts_of(where, process) > 0
+end
+
+-- Of processes without a parent among them, one is the watchdog and another a
+-- worker that has lost its own.
+local function sort_out(where, processes)
+    local watchdog, orphan
+    for _, process in pairs(processes) do
+        if not processes[process.parent] then
+            if is_watchdog(where, processes, process) then
+                watchdog = process
+            else
+                orphan = process
+            end
+        end
+    end
+    return watchdog, orphan
 end
 
 local function describe(where, result, pid)
@@ -170,8 +176,10 @@ local function describe(where, result, pid)
     if not watchdog then
         return result.worker and "orphan" or pid and "stale" or "stopped"
     end
-    local delay
-    result.restarts, delay = restarts_of(where, watchdog)
+    local starts, delay = starts_of(where, watchdog)
+    -- The service's first start is no restart.
+    local first_counts = os.time() - watchdog.started < PERIOD
+    result.restarts = math.max(starts - (first_counts and 1 or 0), 0)
     if watchdog.pid ~= pid then
         return "stopping"
     end
@@ -201,7 +209,7 @@ function service.look(where)
         return nil, message
     end
     local processes = processes_of(where)
-    local watchdog, orphan = sort_out(processes)
+    local watchdog, orphan = sort_out(where, processes)
     local result = {}
     result.watchdog = named_process(processes, pid) or watchdog
     result.worker = result.watchdog and child_of(processes, result.watchdog)

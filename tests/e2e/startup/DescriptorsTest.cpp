@@ -110,6 +110,7 @@ TEST(Descriptors, TheClaimOnThePidFileLastsUntilItIsWritten)
         ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
         EXPECT_TRUE(IsLocked(service.PidFile() + ".lock"));
         WriteFile(goOn, "");
+        ASSERT_TRUE(WaitUntil([&] { return service.PidFromFile() > 0; }));
         ASSERT_TRUE(service.WaitUntilDetached());
         EXPECT_TRUE(service.Stop());
     }
