@@ -8,12 +8,14 @@
 
 #include <filesystem>
 
+#include <sys/resource.h>
+
 using namespace TestSupport;
 
 namespace
 {
 
-// Crashes in its first two lives.
+// Crashes in its first two lives, in the way that `way` names.
 constexpr char kModule[] = R"lua(
 local crash = require('crash')
 local path = dom:Get('app.path.work') .. '/lives'
@@ -26,9 +28,16 @@ end
 return { main = function()
   local lives = live()
   dom:Log('message', 'life ' .. lives)
-  if lives < 3 then crash.now('segv') end
+  if lives < 3 then crash.now(way) end
 end }
 )lua";
+
+CServiceOptions WithCrashModule()
+{
+    CServiceOptions options;
+    options.arguments = {"--lua_cpath", KZA_BINARY_DIR "/tests/modules/?.so"};
+    return options;
+}
 
 std::string NotedProcess(const std::string& dump)
 {
@@ -45,10 +54,8 @@ std::string NotedProcess(const std::string& dump)
 TEST(CrashService, WorkerIsRestartedAndItsDumpsAreKept)
 {
     const CService service;
-    service.SetModule(kModule);
-    CServiceOptions options;
-    options.arguments = {"--lua_cpath", KZA_BINARY_DIR "/tests/modules/?.so"};
-    ASSERT_TRUE(service.StartUntil("life 1", options));
+    service.SetModule("local way = 'segv'" + std::string(kModule));
+    ASSERT_TRUE(service.StartUntil("life 1", WithCrashModule()));
     const pid_t watchdog = service.PidFromFile();
     ASSERT_TRUE(service.WaitForLog("life 3"));
 
@@ -72,4 +79,31 @@ TEST(CrashService, WorkerIsRestartedAndItsDumpsAreKept)
     }
     EXPECT_EQ(service.PidFromFile(), watchdog);
     EXPECT_TRUE(service.Stop());
+}
+
+// Four signals count as crashes; a dump that another one leaves is said too.
+TEST(CrashService, DumpAfterAnotherSignalIsAnInformation)
+{
+    const CService service;
+    service.SetModule("local way = 'bus'" + std::string(kModule));
+    CServiceOptions options = WithCrashModule();
+    options.speed = 20;
+    // A core file would show in the status.
+    options.process.inChild = []
+    {
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+    };
+    ASSERT_TRUE(service.StartUntil("life 3", options));
+    EXPECT_TRUE(service.Stop());
+    std::vector<std::string> said;
+    for (const std::string& record : service.Records())
+        if (record.find("Child process ") != std::string::npos ||
+            record.find("Crash dump: ") != std::string::npos)
+            said.push_back(record);
+    ASSERT_GE(said.size(), 2U);
+    EXPECT_EQ(said[0], "INFO kza: Child process exited with status 7 (signal "
+                       "7: Bus error)");
+    EXPECT_EQ(said[1], "INFO kza: Crash dump: " +
+                           service.Host().File("work/diag/kz_agent.mdmp"));
 }

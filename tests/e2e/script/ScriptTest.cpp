@@ -373,6 +373,41 @@ TEST(Script, AFailureOfLuaIsShownOnceOnStandardError)
     EXPECT_EQ(CountOf(host.Log("once"), "ERROR Lua: "), 2);
 }
 
+TEST(Script, AFailureOfLuaInTheBackgroundIsInTheLog)
+{
+    const CService service("failing");
+    service.SetModule("return {main = function() error('boom') end}");
+    ASSERT_TRUE(service.StartUntil("The service ends"));
+    EXPECT_TRUE(service.WaitUntilGone());
+    const std::string place = service.Host().File("lua/failing.lua") + ":1";
+    const std::vector<std::string> expected = {
+        "MESSAGE kza: failing is up",
+        "ERROR Lua: " + place +
+            ": boom\\nstack traceback:\\n\t[C]: in function 'error'\\n\t" +
+            place + ": in function <" + place + ">\\n\t(...tail calls...)",
+        "INFO kza: Child process exited with status 512 (exit 2)",
+        "ERROR kza: The service ends with status 2"};
+    EXPECT_EQ(service.Records(), expected);
+}
+
+TEST(Script, AFailureOfTheTestDriverIsInTheLog)
+{
+    const CHost host(false);
+    host.AddModule("tests/kzaunit", "error('no driver', 0)");
+    WriteFile(host.File("my_test.lua"), "");
+    EXPECT_EQ(host.RunTool("tested", "return {init = function() end}",
+                           {"--unittest", host.File("my_test.lua")})
+                  .status,
+              2);
+    EXPECT_EQ(LogOf(host, "tested"),
+              std::vector<std::string>{
+                  "ERROR Lua: no driver\\nstack traceback:\\n\t[C]: in "
+                  "function 'error'\\n\t" +
+                  host.File("lua/tests/kzaunit.lua") +
+                  ":1: in main chunk\\n\t[C]: in function "
+                  "'require'\\n\ttests.kzaunit:1: in main chunk"});
+}
+
 TEST(Script, AStatusOfTheScriptsOwnIsNoErrorInTheLog)
 {
     const CHost host(false);
