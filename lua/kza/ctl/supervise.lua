@@ -94,14 +94,15 @@ local function is_gone(state)
     return not state.watchdog and not state.worker
 end
 
--- Asks once, and once more when the watchdog has no worker to pass it on to: it
--- takes the second request for itself.
+-- Asks once, and once more when the watchdog was seen without a worker: it
+-- takes a request in that state for itself alone, and only the second one ends
+-- it. A worker that it starts meanwhile knows of no request.
 local function asker()
-    local asked, last = 0, 0
+    local asked, last, alone = 0, 0, false
     return function(state)
         local target = state.watchdog or state.worker
-        local between = state.watchdog and not state.worker
-        if asked == 0 or (between and asked == 1
+        alone = alone or (state.watchdog ~= nil and not state.worker)
+        if asked == 0 or (alone and asked == 1
                 and host.clock() - last > 0.2) then
             asked, last = asked + 1, host.clock()
             return host.kill(target.pid, "TERM")
