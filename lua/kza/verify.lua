@@ -6,6 +6,7 @@
 -- is the very same code.
 
 local host = require("kza.host")
+local package_name = require("kza.package_name")
 local read_side_file = require("kza.side_file")
 
 local function agent_version()
@@ -39,18 +40,9 @@ local function check_side_file(problems, path)
     end
 end
 
--- The version that a package's name is read to hold, nil when the name has no
--- place for one. What stands after the last dot is taken off first, always.
-local function version_in_name(name)
-    local text = name:match("^(.*)%.[^.]*$")
-    text = text and text:match("^(.*)%-[^-]*$")
-    text = text and text:match("%-([^-]*)$")
-    return text ~= "" and text or nil
-end
-
 local function check_plugin_name(problems, path)
     local name = path:match("([^/]*)%.kzp$")
-    local version = version_in_name(name)
+    local version = package_name.version(name)
     if version and version ~= agent_version() then
         problems[#problems + 1] = ("the name says version '%s', this agent "
             .. "is %s"):format(version, agent_version())
@@ -64,6 +56,17 @@ end
 local function check_visible(problems, path)
     if path:match("[^/]*$"):sub(1, 1) == "." then
         problems[#problems + 1] = "a hidden file is not looked for"
+    end
+end
+
+local function check_signature(problems, path, keys)
+    local signer, message = true, nil
+    if keys then
+        signer, message = keys:signer(path)
+    end
+    if not signer then
+        problems[#problems + 1] = message
+        return false
     end
 end
 
@@ -84,24 +87,33 @@ local function check_names(problems, path)
     check_archive(problems, path, true)
 end
 
+-- Signature before content: nothing in a package without a good one is looked
+-- at.
 local checks = {
     kze = { check_content, check_side_file },
-    kzp = { check_visible, check_plugin_name, check_entries, check_content },
-    kzu = { check_visible, check_names },
+    kzp = {
+        check_visible, check_plugin_name, check_signature, check_entries,
+        check_content,
+    },
+    kzu = { check_visible, check_signature, check_names },
 }
 
 --- The reasons for which the agent would refuse a file, none when it accepts
 --- it. What it is shows in its extension.
 ---@param path string
+---@param keys? { signer: fun(self, path: string): string?, string? }  Those
+---     that a package must be signed by.
 ---@return string[]
-return function(path)
+return function(path, keys)
     local kind = checks[path:match("%.([^./]*)$")]
     if not kind then
         return { "neither an archive (.kze) nor a package (.kzp, .kzu)" }
     end
     local problems = {}
     for _, check in ipairs(kind) do
-        check(problems, path)
+        if check(problems, path, keys) == false then
+            break
+        end
     end
     return problems
 end

@@ -15,6 +15,7 @@ local host = {}
 ---@field user integer     Id of the owner.
 ---@field group integer    Id of the group.
 ---@field modified number  Last change of the content, seconds since the epoch.
+---@field changed number   Last change of content, name, owner or permissions.
 ---@field device number    With `inode`, what tells one file from another.
 ---@field inode number
 
@@ -41,10 +42,25 @@ function host.stat(path, nofollow) end
 ---@return string? message
 function host.write(path, bytes) end
 
+--- Puts the bytes of a file into a new one, of the mode 0644, and waits until
+--- they are on disk. Nothing is left of a copy that fails.
+---@param from string  A regular file.
+---@param to string    Must not exist.
+---@return true? copied
+---@return string? message
+function host.copy(from, to) end
+
+--- Makes a directory for its owner alone.
+---@param path string
+---@return true? made
+---@return string? message
+function host.make_directory(path) end
+
 --- The checksum that zip archives use.
 ---@param bytes string
+---@param before? integer  That of the bytes before these.
 ---@return integer crc
-function host.crc32(bytes) end
+function host.crc32(bytes, before) end
 
 --- The raw deflate stream of some bytes, the same for the same bytes.
 ---@param bytes string

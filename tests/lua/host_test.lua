@@ -54,7 +54,9 @@ function TestHost:test_stat_tells_kind_size_and_rights()
     lu.assertAlmostEquals(stat.modified, os.time(), 3600)
     lu.assertEquals(stat, { type = "file", size = 5,
         mode = tonumber("4751", 8), user = host.user(), group = stat.group,
-        modified = stat.modified, device = stat.device, inode = stat.inode })
+        modified = stat.modified, changed = stat.changed,
+        device = stat.device, inode = stat.inode })
+    lu.assertAlmostEquals(stat.changed, os.time(), 3600)
     support.shell(("cd %s && ln file other"):format(quote(place)))
     lu.assertEquals(host.stat(place .. "/other").inode, stat.inode)
     lu.assertNotEquals(host.stat(place).inode, stat.inode)
@@ -67,6 +69,26 @@ end
 function TestHost:test_checksum()
     lu.assertEquals(host.crc32(""), 0)
     lu.assertEquals(host.crc32("123456789"), 0xCBF43926)
+    lu.assertEquals(host.crc32("56789", host.crc32("1234")), 0xCBF43926)
+end
+
+function TestHost:test_copy_makes_a_new_file()
+    local place = support.directory()
+    local from = support.write(place .. "/from", "a\0b")
+    lu.assertTrue(host.copy(from, place .. "/to"))
+    lu.assertEquals(support.read(place .. "/to"), "a\0b")
+    lu.assertEquals({ host.copy(from, place .. "/to") },
+        { nil, place .. "/to: File exists" })
+    lu.assertEquals({ host.copy(place .. "/none", place .. "/too") },
+        { nil, place .. "/none: No such file or directory" })
+end
+
+function TestHost:test_make_directory()
+    local path = support.directory() .. "/new"
+    lu.assertTrue(host.make_directory(path))
+    lu.assertEquals(host.stat(path).mode, tonumber("700", 8))
+    lu.assertEquals({ host.make_directory(path) },
+        { nil, path .. ": File exists" })
 end
 
 function TestHost:test_isatty()

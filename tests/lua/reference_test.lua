@@ -190,6 +190,18 @@ function TestHost:test_fields_of_its_tables()
         sorted_keys(real.entries(path, true)[1]))
 end
 
+TestStartup = {}
+
+function TestStartup:test_functions_are_those_registered()
+    local startup = annotations.read(
+        support.source .. "/lua/meta/startup.lua")
+    local real = require("kza.startup")
+    lu.assertEquals(names_of(startup.functions), sorted_keys(real))
+    for _, item in ipairs(startup.functions) do
+        assert_params(item, real[item.name])
+    end
+end
+
 TestModules = {}
 
 function TestModules:test_functions_of_lua_modules_are_annotated()

@@ -6,6 +6,7 @@
 // every failure here is a Lua error.
 
 #include "AgentApp.h"
+#include "script/LuaStartup.h"
 
 #include "kza_core/Dom.h"
 #include "kza_core/LuaInterpreter.h"
@@ -62,6 +63,7 @@ int CAgentApp::SetupLua()
     m_lua->SetPackagePaths(bin, path, cpath);
     SetDomainGlobals(state, m_dom);
     m_dom->RegisterLoader(state);
+    PreloadLuaStartup(state);
     SetArguments();
     return 0;
 }

@@ -89,6 +89,23 @@ std::map<wxString, wxString> NamesIn(const wxString& file)
     return names;
 }
 
+void AddEntries(wxConfigBase& config,
+                const wxString& group,
+                std::vector<CConfigurationEntry>& entries)
+{
+    wxString name;
+    long index = 0;
+    for (bool more = config.GetFirstEntry(name, index); more;
+         more = config.GetNextEntry(name, index))
+        entries.push_back({group, name, config.Read(name, "")});
+    for (bool more = config.GetFirstGroup(name, index); more;
+         more = config.GetNextGroup(name, index))
+    {
+        const wxConfigPathChanger inGroup(&config, name + "/");
+        AddEntries(config, group.empty() ? name : group + "/" + name, entries);
+    }
+}
+
 // Why an entry sets no key; empty when it does.
 wxString Objection(const wxString& name)
 {
@@ -157,4 +174,13 @@ void ApplyConfiguration(const wxString& application,
     dom.Set(DomKey::kFullDump, hasLevel && level != 0);
 
     ApplySqliteConfiguration(config, dom);
+}
+
+std::vector<CConfigurationEntry> EntriesOf(const wxString& file)
+{
+    const wxLogNull quiet;
+    std::vector<CConfigurationEntry> entries;
+    AddEntries(*Read(wxString(), wxString(), {file, wxString()}), wxString(),
+               entries);
+    return entries;
 }

@@ -10,6 +10,7 @@
 #include <wx/string.h>
 
 #include <string>
+#include <vector>
 
 namespace KzaCore
 {
@@ -52,3 +53,16 @@ void ApplySettings(const CConfigurationFiles& files,
 void ApplyConfiguration(const wxString& application,
                         bool isDefaultApp,
                         KzaCore::CDom& dom);
+
+/// An entry of a configuration file, as the framework reads it.
+struct CConfigurationEntry
+{
+    wxString group; ///< joined by "/", empty for entries before any group
+    wxString name;
+    wxString value;
+};
+
+/// The entries of one file, none when it cannot be read. Of entries that the
+/// framework takes for the same, the one that counts. What is no entry is
+/// passed over without a word.
+[[nodiscard]] std::vector<CConfigurationEntry> EntriesOf(const wxString& file);

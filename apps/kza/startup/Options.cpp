@@ -3,6 +3,7 @@
 #include "startup/Options.h"
 
 #include <wx/cmdline.h>
+#include <wx/version.h>
 
 namespace
 {
@@ -55,9 +56,48 @@ const wxCmdLineEntryDesc kOptions[] = {
      wxCMD_LINE_PARAM_OPTIONAL | wxCMD_LINE_PARAM_MULTIPLE},
     wxCMD_LINE_DESC_END};
 
+bool IsOption(const wxCmdLineEntryDesc& entry)
+{
+    return entry.kind == wxCMD_LINE_OPTION;
+}
+
 } // namespace
 
 void DeclareOptions(wxCmdLineParser& parser)
 {
     parser.SetDesc(kOptions);
 }
+
+#if wxCHECK_VERSION(3, 1, 0)
+
+std::vector<CGivenOption> GivenOptions(const wxCmdLineParser& parser)
+{
+    std::vector<CGivenOption> given;
+    for (const wxCmdLineArg& word : parser.GetArguments())
+        for (const wxCmdLineEntryDesc& entry : kOptions)
+            if (word.GetKind() == entry.kind &&
+                word.GetKind() != wxCMD_LINE_PARAM &&
+                word.GetLongName() == entry.longName)
+                given.push_back(
+                    {entry.longName, IsOption(entry),
+                     IsOption(entry) ? word.GetStrVal() : wxString()});
+    return given;
+}
+
+#else
+
+std::vector<CGivenOption> GivenOptions(const wxCmdLineParser& parser)
+{
+    std::vector<CGivenOption> given;
+    for (const wxCmdLineEntryDesc& entry : kOptions)
+    {
+        wxString value;
+        if (entry.longName != nullptr &&
+            (IsOption(entry) ? parser.Found(entry.longName, &value)
+                             : parser.Found(entry.longName)))
+            given.push_back({entry.longName, IsOption(entry), value});
+    }
+    return given;
+}
+
+#endif

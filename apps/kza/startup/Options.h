@@ -4,7 +4,26 @@
 
 #pragma once
 
+#include <wx/string.h>
+
+#include <vector>
+
 class wxCmdLineParser;
 
 /// Adds the agent's options to a parser that has the framework's own.
 void DeclareOptions(wxCmdLineParser& parser);
+
+/// An option or switch of a command line.
+struct CGivenOption
+{
+    wxString name; ///< the long one
+    bool hasValue; ///< false for a switch
+    wxString value;
+};
+
+/// What a command line gives, in its order, the framework's own switches apart.
+/// A framework that remembers the last value of an option only has each once.
+///
+/// \param parser  Has parsed it.
+[[nodiscard]] std::vector<CGivenOption> GivenOptions(
+    const wxCmdLineParser& parser);

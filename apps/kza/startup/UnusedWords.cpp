@@ -2,10 +2,11 @@
 
 #include "startup/UnusedWords.h"
 
+#include "startup/Options.h"
+
 #include <wx/arrstr.h>
 #include <wx/cmdline.h>
 #include <wx/log.h>
-#include <wx/version.h>
 
 #include <algorithm>
 #include <map>
@@ -13,33 +14,22 @@
 namespace
 {
 
-#if wxCHECK_VERSION(3, 1, 0)
-
 void WarnOfReplacedValues(const wxCmdLineParser& parser)
 {
     std::map<wxString, wxString> last; // value of each option so far
-    for (const wxCmdLineArg& word : parser.GetArguments())
+    for (const CGivenOption& given : GivenOptions(parser))
     {
-        if (word.GetKind() != wxCMD_LINE_OPTION)
+        if (!given.hasValue)
             continue;
         const auto [option, isFirst] =
-            last.try_emplace(word.GetLongName(), word.GetStrVal());
+            last.try_emplace(given.name, given.value);
         if (isFirst)
             continue;
         wxLogWarning("--%s '%s' does not count, only the last one does",
                      option->first, option->second);
-        option->second = word.GetStrVal();
+        option->second = given.value;
     }
 }
-
-#else
-
-// Older parsers remember the last value only.
-void WarnOfReplacedValues(const wxCmdLineParser& /*parser*/)
-{
-}
-
-#endif
 
 // The script gets what stands behind the first "--". These are the last of the
 // words that are no options, among which the parser counts no further "--".

@@ -5,6 +5,7 @@
 #include "archive/Inflate.h"
 #include "archive/ZipArchive.h"
 #include "base/Bytes.h"
+#include "base/CopyFile.h"
 #include "base/Error.h"
 #include "base/ReplaceFile.h"
 #include "kza_core/Unzip.h"
@@ -95,7 +96,7 @@ int Stat(lua_State* L)
     if ((nofollow ? lstat(path, &info) : stat(path, &info)) != 0)
         return PushSystemError(L, path);
 
-    lua_createtable(L, 0, 8);
+    lua_createtable(L, 0, 9);
     lua_pushstring(L, TypeName(info.st_mode));
     lua_setfield(L, -2, "type");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_size));
@@ -108,6 +109,8 @@ int Stat(lua_State* L)
     lua_setfield(L, -2, "group");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_mtime));
     lua_setfield(L, -2, "modified");
+    lua_pushnumber(L, static_cast<lua_Number>(info.st_ctime));
+    lua_setfield(L, -2, "changed");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_dev));
     lua_setfield(L, -2, "device");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_ino));
@@ -115,12 +118,14 @@ int Stat(lua_State* L)
     return 1;
 }
 
-// crc32(bytes): the checksum that zip archives use.
+// crc32(bytes [, before]): the checksum that zip archives use, of these bytes
+// after those of an earlier checksum.
 int Checksum(lua_State* L)
 {
     std::size_t size = 0;
     const char* bytes = luaL_checklstring(L, 1, &size);
-    lua_pushnumber(L, Crc32(0, bytes, size));
+    const lua_Unsigned before = luaL_optunsigned(L, 2, 0);
+    lua_pushnumber(L, Crc32(before, bytes, size));
     return 1;
 }
 
@@ -149,6 +154,27 @@ int Write(lua_State* L)
     std::size_t size = 0;
     const char* bytes = luaL_checklstring(L, 2, &size);
     if (!ReplaceFile(path, {bytes, size}))
+        return PushSystemError(L, path);
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
+// copy(from, to): the bytes of a file in a new one.
+int Copy(lua_State* L)
+{
+    const char* const from = CheckPath(L, 1);
+    const char* const to = CheckPath(L, 2);
+    if (!CopyFile(from, to))
+        return PushSystemError(L, errno == EEXIST ? to : from);
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
+// make_directory(path): a new directory for its owner alone.
+int MakeDirectory(lua_State* L)
+{
+    const char* const path = CheckPath(L, 1);
+    if (mkdir(path, S_IRWXU) != 0)
         return PushSystemError(L, path);
     lua_pushboolean(L, 1);
     return 1;
@@ -228,6 +254,8 @@ const luaL_Reg kFunctions[] = {
     {"isatty", Guarded<IsATty>},
     {"write", Guarded<Write>},
     {"keys", Guarded<LuaPackageKeys>},
+    {"copy", Guarded<Copy>},
+    {"make_directory", Guarded<MakeDirectory>},
     {"error_report", ErrorReportCB},
     {nullptr, nullptr},
 };

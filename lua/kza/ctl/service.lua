@@ -12,45 +12,36 @@
 local files = require("kza.files")
 local host = require("kza.host")
 local records = require("kza.ctl.records")
+local startup = require("kza.startup")
 
 local service = {}
 
 -- Starts within so many seconds count towards the watchdog's limit.
 local PERIOD = 512
 
--- The value of an option among the words of a command line, in any form that
--- the agent takes: `--name v`, `--name=v`, `-nv`, `-n v`, `-n=v`. The last one
--- wins.
-local function option_in(words, long, short)
-    local value
-    for i, word in ipairs(words) do
-        if word == "--" then
-            break
-        elseif word == long or word == short then
-            value = words[i + 1]
-        elseif word:sub(1, #long + 1) == long .. "=" then
-            value = word:sub(#long + 2)
-        elseif word:sub(1, 2) == short then
-            value = word:sub(3):gsub("^[=:]", "")
-        end
+-- What the command line of a process says, by the long names of the options; a
+-- switch is true. Of several values the last one counts.
+local function options_of(process)
+    local words = {}
+    for i = 2, #process.words do
+        words[i - 1] = process.words[i]
     end
-    return value
+    local found = {}
+    for _, option in ipairs(startup.options(words) or {}) do
+        found[option.name] = option.value or true
+    end
+    return found
 end
 
-local function is_background(words)
-    for _, word in ipairs(words) do
-        if word == "--" then
-            break
-        elseif word == "--background" or word:find("^%-%a*b") then
-            return true
-        end
-    end
-    return false
+-- The framework names an application after its program, without an extension.
+local function name_of(process, options)
+    local program = process.words[1]:match("([^/]*)$")
+    return options.appname or program:match("^(.+)%.[^.]*$") or program
 end
 
-local function name_of(process)
-    return option_in(process.words, "--appname", "-a")
-        or process.words[1]:match("([^/]+)$")
+local function is_background_of(where, process)
+    local options = options_of(process)
+    return options.background and name_of(process, options) == where.name
 end
 
 -- Whether the process is one of the service: what the system does not tell
@@ -59,8 +50,7 @@ local function is_of_service(where, process)
     if process.state == "Z" then
         return false
     end
-    if #process.words > 0 and not (is_background(process.words)
-            and name_of(process) == where.name) then
+    if #process.words > 0 and not is_background_of(where, process) then
         return false
     end
     return process.directory == nil

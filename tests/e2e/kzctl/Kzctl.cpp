@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <regex>
 
+#include <unistd.h>
+
 namespace fs = std::filesystem;
 
 namespace TestSupport
@@ -51,6 +53,18 @@ bool CKzctl::Start() const
 {
     return m_service.StartUntil(kMainRuns,
                                 {{"--domain_var", "control.socket=1"}, {}});
+}
+
+CProcessOptions AsNobody()
+{
+    constexpr int kNobody = 65534;
+    CProcessOptions options;
+    options.inChild = []
+    {
+        if (setgid(kNobody) != 0 || setuid(kNobody) != 0)
+            _exit(126);
+    };
+    return options;
 }
 
 void ExpectSaid(const CProcessResult& result,

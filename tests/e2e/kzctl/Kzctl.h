@@ -55,6 +55,9 @@ private:
     CService m_service;
 };
 
+/// Options of a process that acts as another user; for tests run by root.
+CProcessOptions AsNobody();
+
 /// Compares status and both outputs, to the letter.
 void ExpectSaid(const CProcessResult& result,
                 int status,

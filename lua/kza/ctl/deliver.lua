@@ -1,0 +1,143 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- Puts packages beside an agent, with their signatures, all or none.
+--
+-- The copies are made in a directory of their own beside the agent, and judged
+-- there: what is judged is what gets its place, whatever happens to the
+-- originals meanwhile. They get their places by rename, each signature before
+-- its package. A file that is replaced waits in that directory until all have
+-- their places, and goes back when one has not.
+
+local fail = require("kza.ctl.fail")
+local files = require("kza.files")
+local host = require("kza.host")
+local verify = require("kza.verify")
+
+local deliver = {}
+
+local SIGNATURE = ".sig"
+
+--- A package that is to be delivered.
+---@class kza.ctl.Delivery
+---@field from string  Its file; the signature is beside it.
+---@field name string  Name that it gets.
+
+-- Every step answers nil and why not when it fails.
+
+local function make_directory(where)
+    local path = ("%s/.kzctl.%d.%09d"):format(where.bin, os.time(),
+        host.clock() * 1e9 % 1e9)
+    local made, message = host.make_directory(path)
+    return made and path, message
+end
+
+local function copy_all(place, deliveries)
+    for _, delivery in ipairs(deliveries) do
+        local to = files.join(place, delivery.name)
+        local copied, message = host.copy(delivery.from, to)
+        if copied and host.stat(delivery.from .. SIGNATURE, true) then
+            copied, message = host.copy(delivery.from .. SIGNATURE,
+                to .. SIGNATURE)
+        end
+        if not copied then
+            return nil, message
+        end
+    end
+    return true
+end
+
+local function judge_all(place, deliveries, keys)
+    local problems = {}
+    for _, delivery in ipairs(deliveries) do
+        local reason = verify(files.join(place, delivery.name), keys)[1]
+        if reason then
+            problems[#problems + 1] = ("'%s' is refused: %s"):format(
+                delivery.name, reason)
+        end
+    end
+    if #problems > 0 then
+        return nil, table.concat(problems, "; ")
+    end
+    return true
+end
+
+-- Renames in this order; after a failure those before are undone.
+local function rename_all(renames)
+    for i, rename in ipairs(renames) do
+        local renamed, message = os.rename(rename.from, rename.to)
+        if not renamed then
+            for done = i - 1, 1, -1 do
+                os.rename(renames[done].to, renames[done].from)
+            end
+            return nil, message
+        end
+    end
+    return true
+end
+
+local function renames_of(where, place, deliveries)
+    local renames = {}
+    local function replace(name)
+        local from, to = files.join(place, name), files.join(where.bin, name)
+        if host.stat(to, true) then
+            renames[#renames + 1] = { from = to, to = from .. ".before" }
+        end
+        if host.stat(from, true) then
+            renames[#renames + 1] = { from = from, to = to }
+        end
+    end
+    for _, delivery in ipairs(deliveries) do
+        replace(delivery.name .. SIGNATURE)
+        replace(delivery.name)
+    end
+    return renames
+end
+
+local function remove_directory(place)
+    for _, name in ipairs(host.list(place) or {}) do
+        os.remove(files.join(place, name))
+    end
+    os.remove(place)
+end
+
+local function check_places(where, deliveries)
+    local names = {}
+    for _, delivery in ipairs(deliveries) do
+        if names[delivery.name] then
+            fail("'%s' is given twice", delivery.name)
+        end
+        names[delivery.name] = true
+        for _, name in ipairs({ delivery.name, delivery.name .. SIGNATURE }) do
+            local path = files.join(where.bin, name)
+            if files.is_directory(path) then
+                fail("'%s' is a directory", path)
+            end
+        end
+    end
+end
+
+--- Delivers packages; raises the complaint when one is refused or cannot get
+--- its place, and then all is as before.
+---@param where kza.ctl.Place
+---@param deliveries kza.ctl.Delivery[]
+---@param keys? table  Those that a package must be signed by.
+function deliver.put(where, deliveries, keys)
+    check_places(where, deliveries)
+    local place, message = make_directory(where)
+    if not place then
+        fail("%s", message)
+    end
+    local done, reason = copy_all(place, deliveries)
+    if done then
+        done, reason = judge_all(place, deliveries, keys)
+    end
+    if done then
+        done, reason = rename_all(renames_of(where, place, deliveries))
+    end
+    remove_directory(place)
+    if not done then
+        fail("%s", reason)
+    end
+end
+
+return deliver

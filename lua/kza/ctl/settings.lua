@@ -1,0 +1,195 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- What a start of an agent would find: its settings, its module, and all that
+-- it would complain of. A start that runs nothing tells, so that the rules are
+-- the agent's own.
+
+local files = require("kza.files")
+local host = require("kza.host")
+local json = require("dkjson")
+local records = require("kza.ctl.records")
+local service = require("kza.ctl.service")
+local startup = require("kza.startup")
+
+local settings = {}
+
+local STAND_IN = "kza.ctl.probe"
+
+-- The installed service gets the words of `options` in this file.
+local DEFAULTS = "/etc/default/kz_agent"
+
+-- Options that would start, install or place something.
+local LEFT_OUT = {
+    appname = true, background = true, install_plugins = true, test = true,
+    unittest = true, workdir = true,
+}
+
+-- Where the options come from ------------------------------------------------
+
+local function words_of_defaults()
+    local status, output = host.run({ "/bin/sh", "-c", '. "$1" >/dev/null && '
+        .. 'for word in $options; do printf "%s\\n" "$word"; done', "sh",
+        DEFAULTS })
+    local words = {}
+    for word in (status == 0 and output or ""):gmatch("[^\n]+") do
+        words[#words + 1] = word
+    end
+    return words
+end
+
+local function words_of_process(process)
+    local words = {}
+    for i = 2, #process.words do
+        words[i - 1] = process.words[i]
+    end
+    return words
+end
+
+--- The options of the agent that runs, else those that the installed service
+--- would get, else none.
+---@param where kza.ctl.Place
+---@return string[] words
+function settings.options(where)
+    local state = service.look(where)
+    local process = state and (state.watchdog or state.worker)
+    if process and #process.words > 0 then
+        return words_of_process(process)
+    end
+    if where.bin == "/opt/kz_agent" and host.stat(DEFAULTS) then
+        return words_of_defaults()
+    end
+    return {}
+end
+
+-- The stand-in ---------------------------------------------------------------
+
+-- The options without those that are left out, in their long form.
+local function words_of_stand_in(where, options, work, result)
+    local words = {
+        "/bin/sh", "-c", 'cd -- "$1" 2>/dev/null; shift; exec "$@"', "sh",
+        where.work, where.agent, "--appname", STAND_IN, "--workdir", work,
+    }
+    for _, option in ipairs(options) do
+        if not LEFT_OUT[option.name] then
+            words[#words + 1] = "--" .. option.name
+            words[#words + 1] = option.value
+        end
+    end
+    for _, word in ipairs(options.words) do
+        words[#words + 1] = word
+    end
+    for _, word in ipairs({ "--", where.name, result }) do
+        words[#words + 1] = word
+    end
+    return words
+end
+
+-- Words behind "--" are the application's own.
+local function words_of_agent(words)
+    local own = {}
+    for i, word in ipairs(words) do
+        if word == "--" then
+            break
+        end
+        own[i] = word
+    end
+    return own
+end
+
+-- The configuration of the agent, where the stand-in finds it. One that cannot
+-- be read counts as none for the agent, too.
+local function lend_configuration(where, work)
+    local path, copy = where.work .. "/kz_agent.ini", work .. "/kz_agent.ini"
+    local stat = host.stat(path)
+    local bytes = stat and stat.type == "file" and files.read(path)
+    if bytes then
+        files.write(copy, bytes)
+    else
+        os.remove(copy)
+    end
+end
+
+-- Records that a start would leave, by the names of the agent that is meant.
+local function read_records(where, work)
+    local log = ("%s/log/%s.log"):format(work, STAND_IN)
+    local found = {}
+    records.backwards(log, function(record)
+        local at, last = record.text:find(work, 1, true)
+        while at do
+            record.text = record.text:sub(1, at - 1) .. where.work
+                .. record.text:sub(last + 1)
+            at, last = record.text:find(work, at + #where.work, true)
+        end
+        table.insert(found, 1, record)
+    end)
+    os.remove(log)
+    return found
+end
+
+--- What a start would find.
+---@class kza.ctl.Settings
+---@field keys table<string, any>  Of the domain, those that matter here.
+---@field module? string           Where the application's module is.
+---@field problem? string          Why it cannot be loaded.
+---@field records kza.ctl.Record[] What the start would write into the log.
+---@field options kza.startup.Option[]
+---@field refusal? string          Why it would not come so far.
+
+--- Finds out what a start with these options would find.
+---@param where kza.ctl.Place
+---@param words string[]
+---@return kza.ctl.Settings
+function settings.find(where, words)
+    local options, message = startup.options(words_of_agent(words))
+    if not options then
+        return { keys = {}, records = {}, options = {}, refusal = message }
+    end
+    local work = dom:GetPluginWorkdir("probe")
+    local result = work .. "/result.json"
+    lend_configuration(where, work)
+    os.remove(result)
+    local _, output = host.run(words_of_stand_in(where, options, work, result))
+    local found = json.decode(files.read(result) or "")
+        or { keys = {}, refusal = output:match("^%s*(.-)%s*$") }
+    os.remove(result)
+    found.records = read_records(where, work)
+    found.options = options
+    return found
+end
+
+-- Keys -----------------------------------------------------------------------
+
+-- Keys that cannot be used: no signature counts.
+local NoKeys = {}
+NoKeys.__index = NoKeys
+
+function NoKeys:signer()
+    return nil, "its signature cannot be checked: " .. self.message
+end
+
+--- The keys that packages must be signed by; nil when none is asked for.
+---@param found kza.ctl.Settings
+---@return table? keys
+---@return string? message      Why no signature counts.
+---@return string[]? passed_over
+function settings.keys(found)
+    local directory = found.keys["packages.keys"]
+    if directory == nil then
+        return nil
+    end
+    local keys, message, passed_over = host.keys(tostring(directory))
+    if not keys then
+        keys = setmetatable({ message = message }, NoKeys)
+    end
+    return keys, message, passed_over
+end
+
+--- The keys that packages of an agent must be signed by, with the options that
+--- it has.
+---@param where kza.ctl.Place
+---@return table? keys
+function settings.keys_of(where)
+    return (settings.keys(settings.find(where, settings.options(where))))
+end
+
+return settings
