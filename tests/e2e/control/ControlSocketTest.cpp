@@ -2,6 +2,7 @@
 //
 // The control socket of a running agent, as its clients see it.
 
+#include "e2e/control/Peer.h"
 #include "e2e/service/WaitingService.h"
 
 #include "support/Host.h"
@@ -10,92 +11,16 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <csignal>
-#include <poll.h>
-#include <sys/socket.h>
+#include <memory>
 #include <sys/stat.h>
-#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace TestSupport;
 
 namespace
 {
-
-const CServiceOptions kSwitchedOn{{"--domain_var", "control.socket=1"}, {}};
-
-// One connection to the socket, which the test reads line by line.
-class CPeer
-{
-public:
-    explicit CPeer(const std::string& path)
-        : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        m_connected = connect(m_fd, reinterpret_cast<sockaddr*>(&address),
-                              sizeof address) == 0;
-    }
-    ~CPeer() { close(m_fd); }
-    CPeer(const CPeer&) = delete;
-    CPeer& operator=(const CPeer&) = delete;
-
-    [[nodiscard]] bool IsConnected() const { return m_connected; }
-
-    void Send(const std::string& bytes) const
-    {
-        (void)send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
-
-    // The next line without its end; empty when the agent closes first.
-    std::string Line()
-    {
-        for (;;)
-        {
-            const std::size_t end = m_in.find('\n');
-            if (end != std::string::npos)
-            {
-                std::string line = m_in.substr(0, end);
-                m_in.erase(0, end + 1);
-                return line;
-            }
-            if (!Receive())
-                return {};
-        }
-    }
-
-    std::string Ask(const std::string& request)
-    {
-        Send(request + "\n");
-        return Line();
-    }
-
-private:
-    bool Receive()
-    {
-        pollfd poll{m_fd, POLLIN, 0};
-        const int limit =
-            static_cast<int>(std::chrono::milliseconds(kLongWait).count());
-        if (::poll(&poll, 1, limit) != 1)
-            return false;
-        std::array<char, 65536> piece;
-        const ssize_t count = recv(m_fd, piece.data(), piece.size(), 0);
-        if (count > 0)
-            m_in.append(piece.data(), static_cast<std::size_t>(count));
-        return count > 0;
-    }
-
-    int m_fd;
-    bool m_connected = false;
-    std::string m_in;
-};
-
-std::string SocketOf(const CService& service)
-{
-    return service.Host().Work() + "/run/" + service.Name() + ".sock";
-}
 
 bool Exists(const std::string& path)
 {
@@ -253,6 +178,87 @@ TEST(ControlSocket, OutlivesAThousandConnections)
             return peer.Ask(kAskName) == kName;
         }));
     EXPECT_TRUE(service.Stop());
+}
+
+TEST(ControlSocket, ClosesClientsThatSayNothing)
+{
+    CService service;
+    service.SetModule(kWaitingMain);
+    CServiceOptions options = kSwitchedOn;
+    options.speed = 100; // a minute passes in less than a second
+    ASSERT_TRUE(service.StartUntil(kMainRuns, options));
+    std::vector<std::unique_ptr<CPeer>> silent;
+    for (int i = 0; i < 16; ++i)
+        silent.push_back(std::make_unique<CPeer>(SocketOf(service)));
+    silent[0]->Send("{\"do\":"); // half a line is said once
+    for (const auto& peer : silent)
+        EXPECT_EQ(peer->Line(), "");
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            CPeer next(SocketOf(service));
+            return next.Ask(kAskName) == kName;
+        }));
+    EXPECT_TRUE(service.Stop());
+}
+
+// A client in a process of its own, which ends by SIGKILL while it watches a
+// key, has answers that it never read, and has written half a line.
+void RunAndKillClient(const std::string& path)
+{
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        CPeer peer(path);
+        (void)peer.Ask(R"({"do":"watch","key":"k"})");
+        for (int i = 0; i < 100; ++i)
+            peer.Send(R"({"do":"keys"})"
+                      "\n");
+        peer.Send("{\"do\":\"set\",\"key");
+        raise(SIGKILL);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+TEST(ControlSocket, OutlivesClientsThatAreKilled)
+{
+    CService service;
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns, kSwitchedOn));
+    const pid_t worker = service.Worker();
+    for (int i = 0; i < 20; ++i) // more than there may be at once
+    {
+        RunAndKillClient(SocketOf(service));
+        CPeer peer(SocketOf(service));
+        EXPECT_EQ(peer.Ask(R"({"do":"set","key":"k","value":7})"),
+                  R"({"ok":true})");
+    }
+    EXPECT_EQ(service.Worker(), worker);
+    EXPECT_TRUE(service.Stop());
+}
+
+TEST(ControlSocket, ClientsDoNotHoldUpAStop)
+{
+    CService service;
+    service.SetModule(kWaitingMain);
+    ASSERT_TRUE(service.StartUntil(kMainRuns, kSwitchedOn));
+    CPeer watcher(SocketOf(service));
+    EXPECT_EQ(watcher.Ask(R"({"do":"watch","key":"k"})"),
+              R"({"ok":true,"type":"nil"})");
+    CPeer silent(SocketOf(service));
+    CPeer half(SocketOf(service));
+    half.Send("{\"do\":");
+    CPeer unread(SocketOf(service));
+    for (int i = 0; i < 1000; ++i)
+        unread.Send(R"({"do":"keys"})"
+                    "\n");
+    EXPECT_TRUE(service.Stop());
+    for (CPeer* const peer : {&watcher, &silent, &half})
+        EXPECT_EQ(peer->Line(), "");
+    EXPECT_FALSE(Exists(SocketOf(service)));
+    EXPECT_EQ(CountOf(service.Log(), "Stop requested"), 0);
 }
 
 TEST(ControlSocket, WhatCannotBeASocketIsAWarning)

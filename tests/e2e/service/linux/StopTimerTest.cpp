@@ -3,35 +3,15 @@
 // Waiting for a stop request costs nothing where the system tells of a pending
 // signal: the main thread sleeps without a time-out until the request comes.
 
+#include "e2e/service/linux/TimeOutOfWait.h"
+
 #include "support/Service.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <sstream>
 
 using namespace TestSupport;
-
-namespace
-{
-
-// The time-out of the call for events that the process's main thread is in, as
-// the kernel shows it: the number of the call, then its arguments, of which the
-// time-out is the fourth. Empty when the thread is not in a call.
-std::string TimeOutOfWait(pid_t pid)
-{
-    std::istringstream call(
-        ReadFile("/proc/" + std::to_string(pid) + "/syscall"));
-    std::string word;
-    for (int i = 0; i < 5; ++i)
-        if (!(call >> word))
-            return {};
-    return word;
-}
-
-constexpr char kForEver[] = "0xffffffff"; // -1
-
-} // namespace
 
 TEST(StopTimer, IsSetByTheRequestAlone)
 {
