@@ -13,7 +13,7 @@ local FAILURE, WRONG_USAGE = 1, 2
 
 -- Each module holds commands that belong together.
 local MODULES = { "status", "start_stop", "log", "events", "packages",
-    "install", "dumps", "domain" }
+    "install", "check", "dumps", "domain" }
 
 -- Options that every command takes, before or after its name.
 local function add_options(parser)

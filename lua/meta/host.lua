@@ -32,6 +32,13 @@ function host.list(path) end
 ---@return string? message
 function host.stat(path, nofollow) end
 
+--- Whether this process may read or write a file or directory.
+---@param path string
+---@param what "read"|"write"
+---@return true? granted
+---@return string? message
+function host.access(path, what) end
+
 --- Puts a file with these bytes in the place of a path, so that a reader finds
 --- either the old content or the new, whole. They are first written beside it,
 --- to a new file under a name that nobody can foresee. A symbolic link at the

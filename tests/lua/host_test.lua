@@ -91,6 +91,14 @@ function TestHost:test_make_directory()
         { nil, path .. ": File exists" })
 end
 
+function TestHost:test_access()
+    lu.assertTrue(host.access(support.agent, "read"))
+    lu.assertTrue(host.access(support.directory(), "write"))
+    lu.assertEquals({ host.access("/none", "write") },
+        { nil, "/none: No such file or directory" })
+    lu.assertErrorMsgContains("invalid option 'x'", host.access, "/", "x")
+end
+
 function TestHost:test_isatty()
     lu.assertFalse(host.isatty(99))
     lu.assertEquals(support.run(("echo 'require(\"kza.host\").isatty(0)' | "

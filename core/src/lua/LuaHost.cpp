@@ -27,6 +27,7 @@
 #include <vector>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -115,6 +116,19 @@ int Stat(lua_State* L)
     lua_setfield(L, -2, "device");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_ino));
     lua_setfield(L, -2, "inode");
+    return 1;
+}
+
+// access(path, "read"|"write"): whether this process may.
+int Access(lua_State* L)
+{
+    static const char* const kNames[] = {"read", "write", nullptr};
+    static constexpr int kModes[] = {R_OK, W_OK};
+    const char* const path = CheckPath(L, 1);
+    const int mode = kModes[luaL_checkoption(L, 2, nullptr, kNames)];
+    if (faccessat(AT_FDCWD, path, mode, AT_EACCESS) != 0)
+        return PushSystemError(L, path);
+    lua_pushboolean(L, 1);
     return 1;
 }
 
@@ -256,6 +270,7 @@ const luaL_Reg kFunctions[] = {
     {"keys", Guarded<LuaPackageKeys>},
     {"copy", Guarded<Copy>},
     {"make_directory", Guarded<MakeDirectory>},
+    {"access", Guarded<Access>},
     {"error_report", ErrorReportCB},
     {nullptr, nullptr},
 };

@@ -46,13 +46,19 @@ local function copy_all(place, deliveries)
     return true
 end
 
+-- A reason may name the copy, of which nothing will be left.
+local function without(text, part)
+    local at, last = text:find(part, 1, true)
+    return at and text:sub(1, at - 1) .. text:sub(last + 1) or text
+end
+
 local function judge_all(place, deliveries, keys)
     local problems = {}
     for _, delivery in ipairs(deliveries) do
         local reason = verify(files.join(place, delivery.name), keys)[1]
         if reason then
             problems[#problems + 1] = ("'%s' is refused: %s"):format(
-                delivery.name, reason)
+                delivery.name, without(reason, place .. "/"))
         end
     end
     if #problems > 0 then

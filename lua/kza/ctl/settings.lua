@@ -126,6 +126,26 @@ local function read_records(where, work)
     return found
 end
 
+-- What the stand-in says when it does not come to tell, without its name.
+local function refusal_in(output)
+    local text = output:match("^%s*(.-)%s*$")
+    if text:sub(1, #STAND_IN + 2) == STAND_IN .. ": " then
+        text = text:sub(#STAND_IN + 3)
+    end
+    return text == "" and "it ends at once" or text
+end
+
+-- What it says on standard error, where its log may be repeated.
+local function complaints_in(output)
+    local complaints = {}
+    for line in output:gmatch("[^\n]+") do
+        if not records.parse(line) then
+            complaints[#complaints + 1] = line
+        end
+    end
+    return complaints
+end
+
 --- What a start would find.
 ---@class kza.ctl.Settings
 ---@field keys table<string, any>  Of the domain, those that matter here.
@@ -133,7 +153,9 @@ end
 ---@field problem? string          Why it cannot be loaded.
 ---@field records kza.ctl.Record[] What the start would write into the log.
 ---@field options kza.startup.Option[]
+---@field bad_options? string      Why the options make no start.
 ---@field refusal? string          Why it would not come so far.
+---@field complaints? string[]     What it would write on standard error.
 
 --- Finds out what a start with these options would find.
 ---@param where kza.ctl.Place
@@ -142,7 +164,7 @@ end
 function settings.find(where, words)
     local options, message = startup.options(words_of_agent(words))
     if not options then
-        return { keys = {}, records = {}, options = {}, refusal = message }
+        return { keys = {}, records = {}, options = {}, bad_options = message }
     end
     local work = dom:GetPluginWorkdir("probe")
     local result = work .. "/result.json"
@@ -150,7 +172,11 @@ function settings.find(where, words)
     os.remove(result)
     local _, output = host.run(words_of_stand_in(where, options, work, result))
     local found = json.decode(files.read(result) or "")
-        or { keys = {}, refusal = output:match("^%s*(.-)%s*$") }
+    if found then
+        found.complaints = complaints_in(output)
+    else
+        found = { keys = {}, refusal = refusal_in(output) }
+    end
     os.remove(result)
     found.records = read_records(where, work)
     found.options = options

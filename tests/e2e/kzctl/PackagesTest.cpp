@@ -234,7 +234,9 @@ TEST(KzctlPackages, WhatTheAgentRefusesIsNotPutThere)
 
     const std::string climbs = MakeZip({{"../x", "x"}});
     ExpectComplaint(desk.Run({"install", desk.Make("Climb.kzp", climbs)}), 1);
-    ExpectComplaint(desk.Run({"install", desk.Make("Torn.kzu", "torn")}), 1);
+    ExpectSaid(desk.Run({"install", desk.Make("Torn.kzu", "torn")}), 1, "",
+               "kzctl: 'Torn.kzu' is refused: Unable to unpack 'Torn.kzu': "
+               "too short for a zip archive\n");
     ExpectComplaint(desk.Run({"install", desk.Make(".Hidden.kzp")}), 1);
     ExpectComplaint(desk.Run({"install", desk.Make("Agent-Core-x.kzp")}), 1);
     ExpectComplaint(desk.Run({"install", desk.OnDesk("none.kzp")}), 1);

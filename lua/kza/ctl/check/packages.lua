@@ -1,0 +1,49 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- kzctl check: packages, and the keys that they must be signed by.
+
+local package_list = require("kza.ctl.package_list")
+local settings = require("kza.ctl.settings")
+
+local RESULTS = {
+    installed = "ok", removed = "ok", waiting = "ok", changed = "warning",
+    refused = "error",
+}
+
+local function check_keys(report, found)
+    local keys, message, passed_over = settings.keys(found)
+    for _, text in ipairs(passed_over or {}) do
+        report:add("warning", "keys", "%s", text)
+    end
+    if message then
+        report:add("error", "keys", "no package will be applied: %s", message)
+    elseif keys then
+        report:add("ok", "keys", "'%s'", found.keys["packages.keys"])
+    end
+    return keys
+end
+
+local function applies_packages(found)
+    for _, option in ipairs(found.options) do
+        if option.name == "install_plugins" then
+            return true
+        end
+    end
+    return false
+end
+
+---@param report kza.ctl.Report
+---@param where kza.ctl.Place
+---@param found kza.ctl.Settings
+return function(report, where, found)
+    local keys = check_keys(report, found)
+    for _, package in ipairs(package_list.read(where, keys)) do
+        report:add(RESULTS[package.state], "packages", "%s: %s%s",
+            package.file, package.state,
+            package.reason and ": " .. package.reason or "")
+        if package.state == "waiting" and not applies_packages(found) then
+            report:add("warning", "packages", "%s: applied only with "
+                .. "--install_plugins", package.file)
+        end
+    end
+end
