@@ -535,8 +535,10 @@ std::atomic<int> s_handled = 0;
 
 void LogInHandler(int)
 {
+    const int before = errno;
     LogToDisk(ELogLevel::Warning, *s_handlerText, *s_handlerText);
     ++s_handled;
+    errno = before;
 }
 
 } // namespace
