@@ -10,8 +10,8 @@ function(kza_pack_archive target out)
     OUTPUT "${out}" "${out}.version"
     COMMAND ${CMAKE_COMMAND} -E make_directory "${out_dir}"
     COMMAND kz_agent --appname kzpack
-            --workdir "${CMAKE_BINARY_DIR}/kzpack.work"
-            --lua_path "${CMAKE_SOURCE_DIR}/lua/?.lua"
+            --workdir "${PROJECT_BINARY_DIR}/kzpack.work"
+            --lua_path "${PROJECT_SOURCE_DIR}/lua/?.lua"
             -- archive "${out}" ${PACK_INPUTS}
     DEPENDS kz_agent ${PACK_DEPENDS}
     VERBATIM)

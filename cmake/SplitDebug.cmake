@@ -20,5 +20,6 @@ function(kza_split_debug target directory)
       COMMAND \"${CMAKE_OBJCOPY}\" --strip-unneeded
               --remove-section=.gnu_debuglink
               \"--add-gnu-debuglink=\${debug}\" \"\${installed}\"
-      COMMAND_ERROR_IS_FATAL ANY)")
+      COMMAND_ERROR_IS_FATAL ANY)"
+    COMPONENT agent)
 endfunction()

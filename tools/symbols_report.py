@@ -69,7 +69,7 @@ def print_modules(target):
         name = module.GetFileSpec().GetFilename()
         print(f"{base:#18x}  {module.GetUUIDString() or '-':45} "
               f"{module.GetPlatformFileSpec() or name}")
-        if name in OUR_MODULES and module.GetNumCompileUnits() == 0:
+        if name.startswith(OUR_MODULES) and module.GetNumCompileUnits() == 0:
             unnamed.append(name)
     return unnamed
 

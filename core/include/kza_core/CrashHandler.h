@@ -10,6 +10,11 @@
 
 class wxString;
 
+/// The text of the last crash, for a debugger that reads a dump and knows no
+/// more of the process than the library's names. Empty before a crash; not
+/// there where no dumps can be made. Programs have no use for it.
+extern "C" KZA_API char kza_crash_note[];
+
 namespace KzaCore
 {
 

@@ -195,7 +195,8 @@ TEST_F(CrashDump, ExecutableAndLibraryHaveTheAgentsVersion)
         if (module.version.fileVersionHigh == 12U << 16 &&
             module.version.fileVersionLow == 2932U)
             ours.insert(fs::path(dump.String(module.nameRva)).filename());
-    EXPECT_EQ(ours, std::set<std::string>({"kz_agent", "libkza_core.so"}));
+    EXPECT_EQ(ours,
+              std::set<std::string>({"kz_agent", "libkza_core.so.12.0.0"}));
 }
 
 TEST_F(CrashDump, DumpOfANormalRunIsSmall)
@@ -264,8 +265,8 @@ TEST_F(CrashDump, ReportNamesTheFunctionsOfTheCrashedThread)
                                                         << thread;
     EXPECT_NE(result.out.find("CAgentApp::OnRun()"), std::string::npos)
         << result.out;
-    for (const char* module : {"kz_agent\n", "libkza_core.so\n", "libc.so.6\n",
-                               "linux-gate.so\n", "crash.so\n"})
+    for (const char* module : {"kz_agent\n", "libkza_core.so.12.0.0\n",
+                               "libc.so.6\n", "linux-gate.so\n", "crash.so\n"})
         EXPECT_NE(result.out.find(module), std::string::npos) << module;
     EXPECT_EQ(result.out.find("No debug files"), std::string::npos);
 }
@@ -278,7 +279,7 @@ TEST_F(CrashDump, ReportSaysWhenDebugFilesAreMissing)
     EXPECT_EQ(result.status, 0) << result.err;
     const bool isSaid =
         result.out.find("\nNo debug files of the build that crashed for "
-                        "kz_agent, libkza_core.so in " +
+                        "kz_agent, libkza_core.so.12.0.0 in " +
                         empty.Path() + "/debug\n") != std::string::npos;
     // Only the release build keeps its names in files of their own.
     EXPECT_EQ(isSaid, fs::exists(KZA_STAGE_DIR "/debug")) << result.out;

@@ -84,7 +84,7 @@ TEST(KzctlCrashDumps, ShowTellsProcessRegistersThreadsAndModules)
          {"\nsignal    SIGSEGV\n", "\napplication kz_agent\n", "\nprocess   ",
           "\naddress   0x", "\nmemory    stacks\n", "\nsystem    Linux ",
           "--background", "\nregisters\n", "\nthreads\n", "\nmodules\n",
-          "/libkza_core.so "})
+          "/libkza_core.so.12.0.0 "})
         EXPECT_NE(show.out.find(text), std::string::npos) << text << show.out;
     const std::string path = kzctl.File("work/diag/kz_agent.mdmp");
     EXPECT_EQ(kzctl.Run({"dumps", "show", path}).out, show.out);

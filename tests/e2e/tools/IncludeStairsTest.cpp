@@ -156,6 +156,15 @@ TEST(IncludeStairs, PathThatStartsAtNoRootIsNamed)
     EXPECT_TRUE(Has(result, "core/src/log/Near.h:1: Line.h")) << result.out;
 }
 
+TEST(IncludeStairs, HeaderMayBeMadeOfATemplate)
+{
+    const CSources tree;
+    tree.Write("core/include/kza_core/Made.h.in", "");
+    tree.Write("core/src/log/Near.h", Include("kza_core/Made.h"));
+    const CProcessResult result = tree.LookAt();
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
+}
+
 TEST(IncludeStairs, FolderWithoutAPlaceIsNamed)
 {
     const CSources tree;

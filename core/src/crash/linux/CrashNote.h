@@ -8,15 +8,14 @@
 
 #include "crash/linux/CrashSignals.h"
 
-#include "kza_core/Export.h"
+#include "kza_core/CrashHandler.h"
 
 #include <cstddef>
 
 inline constexpr std::size_t kCrashNoteSize = 8192;
 
 /// Where the note stands in the memory that a dump shows, for a debugger that
-/// does not know of the stream with the same text. Empty in a process that
-/// has not crashed.
+/// does not know of the stream with the same text.
 extern "C" KZA_API char kza_crash_note[kCrashNoteSize];
 
 namespace KzaCore
