@@ -151,4 +151,13 @@ local function main()
     end
 end
 
-return { main = main }
+-- The parser with all that it can say, for man page and completion.
+local function parser()
+    local built, commands = build()
+    for _, command in pairs(commands) do
+        command.parser:description(command.description)
+    end
+    return built
+end
+
+return { main = main, parser = parser }

@@ -193,4 +193,4 @@ local function main()
     return status
 end
 
-return { main = main }
+return { main = main, parser = new_parser }
