@@ -14,7 +14,7 @@ local host = {}
 ---@field mode integer     Permission bits.
 ---@field user integer     Id of the owner.
 ---@field group integer    Id of the group.
----@field modified number  Last change of the content, seconds since the epoch.
+---@field modified number  Last change of the content, seconds since the epoch, with a fraction.
 ---@field changed number   Last change of content, name, owner or permissions.
 ---@field device number    With `inode`, what tells one file from another.
 ---@field inode number
@@ -57,11 +57,12 @@ function host.write(path, bytes) end
 ---@return string? message
 function host.copy(from, to) end
 
---- Makes a directory for its owner alone.
+--- Makes a directory; the one above it must exist.
 ---@param path string
+---@param shared? boolean  As the umask has it, and not for its owner alone.
 ---@return true? made
 ---@return string? message
-function host.make_directory(path) end
+function host.make_directory(path, shared) end
 
 --- The checksum that zip archives use.
 ---@param bytes string
@@ -209,5 +210,40 @@ function host.error_report(value) end
 ---@return kza.host.Connection? connection
 ---@return string? message
 function host.connect(path, seconds) end
+
+--- Starts a program in the foreground, beside this one: with its standard
+--- streams, in its process group. It ends with SIGINT when this process ends,
+--- where the system offers that. Its end is to be waited for.
+---@param words string[]  The program's path, then its arguments.
+---@return integer? pid
+---@return string? message
+function host.start(words) end
+
+--- From now on SIGINT, SIGTERM and SIGHUP do not end this process: host.await
+--- tells of them. For tools that the agent runs, not for services.
+---@return true? taken
+---@return string? message
+function host.take_signals() end
+
+--- Sleeps until something happens, and tells what came first: "ended" and the
+--- program's exit status, or nil and the signal that killed it; "signal", its
+--- name, and whether the system sent it, as at Ctrl-C; "changed"; or "timeout".
+--- Takes signals as host.take_signals does.
+---@param seconds number   Longest wait; `math.huge` for ever.
+---@param pid? integer     A program from host.start.
+---@param watch? kza.host.Watch
+---@return "ended"|"signal"|"changed"|"timeout" event
+---@return integer|string|nil value
+---@return integer|boolean|nil more
+function host.await(seconds, pid, watch) end
+
+--- Notes of the system that something in a directory has changed.
+---@class kza.host.Watch
+---@field add function  `add(directory)`: true, or nil and why not. What lies in directories below is not watched.
+
+--- A watch that has no directory yet; nil where the system has none.
+---@return kza.host.Watch? watch
+---@return string? message
+function host.watch() end
 
 return host

@@ -89,6 +89,10 @@ function TestHost:test_make_directory()
     lu.assertEquals(host.stat(path).mode, tonumber("700", 8))
     lu.assertEquals({ host.make_directory(path) },
         { nil, path .. ": File exists" })
+    lu.assertTrue(host.make_directory(path .. "/shared", true))
+    support.shell("mkdir " .. support.quote(path .. "/usual"))
+    lu.assertEquals(host.stat(path .. "/shared").mode,
+        host.stat(path .. "/usual").mode)
 end
 
 function TestHost:test_access()

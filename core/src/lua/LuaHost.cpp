@@ -10,6 +10,7 @@
 #include "base/ReplaceFile.h"
 #include "kza_core/Unzip.h"
 #include "lua/ErrorReport.h"
+#include "lua/LuaChildren.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHostSystem.h"
 #include "lua/LuaPackageKeys.h"
@@ -108,7 +109,8 @@ int Stat(lua_State* L)
     lua_setfield(L, -2, "user");
     lua_pushnumber(L, info.st_gid);
     lua_setfield(L, -2, "group");
-    lua_pushnumber(L, static_cast<lua_Number>(info.st_mtime));
+    lua_pushnumber(L, static_cast<lua_Number>(info.st_mtim.tv_sec) +
+                          static_cast<lua_Number>(info.st_mtim.tv_nsec) / 1e9);
     lua_setfield(L, -2, "modified");
     lua_pushnumber(L, static_cast<lua_Number>(info.st_ctime));
     lua_setfield(L, -2, "changed");
@@ -184,11 +186,13 @@ int Copy(lua_State* L)
     return 1;
 }
 
-// make_directory(path): a new directory for its owner alone.
+// make_directory(path [, shared]): a new directory for its owner alone, or as
+// the umask has it.
 int MakeDirectory(lua_State* L)
 {
     const char* const path = CheckPath(L, 1);
-    if (mkdir(path, S_IRWXU) != 0)
+    const bool shared = lua_toboolean(L, 2) != 0;
+    if (mkdir(path, shared ? 0777 : S_IRWXU) != 0)
         return PushSystemError(L, path);
     lua_pushboolean(L, 1);
     return 1;
@@ -279,6 +283,7 @@ int OpenHost(lua_State* L)
 {
     luaL_newlib(L, kFunctions);
     AddLuaHostSystem(L);
+    AddLuaChildren(L);
     return 1;
 }
 

@@ -146,23 +146,6 @@ int Kill(lua_State* L)
     return 1;
 }
 
-std::vector<std::string> CheckWords(lua_State* L, int index)
-{
-    luaL_checktype(L, index, LUA_TTABLE);
-    std::vector<std::string> words;
-    for (std::size_t i = 1; i <= lua_rawlen(L, index); ++i)
-    {
-        lua_rawgeti(L, index, static_cast<int>(i));
-        std::size_t size = 0;
-        const char* const word = lua_tolstring(L, -1, &size);
-        luaL_argcheck(L, word != nullptr, index, "words expected");
-        words.emplace_back(word, size);
-        lua_pop(L, 1);
-    }
-    luaL_argcheck(L, !words.empty(), index, "a program expected");
-    return words;
-}
-
 // run(words): runs a program to its end, without a shell. Its exit status, 128
 // and the signal's number for one that was killed, and what it wrote.
 int Run(lua_State* L)

@@ -52,4 +52,22 @@ inline const char* CheckPath(lua_State* L, int index)
     return path;
 }
 
+/// The argument as the words of a command line, the program first.
+inline std::vector<std::string> CheckWords(lua_State* L, int index)
+{
+    luaL_checktype(L, index, LUA_TTABLE);
+    std::vector<std::string> words;
+    for (std::size_t i = 1; i <= lua_rawlen(L, index); ++i)
+    {
+        lua_rawgeti(L, index, static_cast<int>(i));
+        std::size_t size = 0;
+        const char* const word = lua_tolstring(L, -1, &size);
+        luaL_argcheck(L, word != nullptr, index, "words expected");
+        words.emplace_back(word, size);
+        lua_pop(L, 1);
+    }
+    luaL_argcheck(L, !words.empty(), index, "a program expected");
+    return words;
+}
+
 } // namespace KzaCore

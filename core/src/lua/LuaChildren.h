@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The functions of the Lua module "kza.host" for a tool that runs another
+// program in the foreground: its start, and a wait for whatever comes first of
+// its end, a signal and a change of files.
+//
+// Threads: the one that owns the state.
+
+#pragma once
+
+struct lua_State;
+
+namespace KzaCore
+{
+
+/// Adds the functions to the table on top of the stack.
+void AddLuaChildren(lua_State* L);
+
+} // namespace KzaCore
