@@ -4,7 +4,8 @@
 # How long from exec to the first line that an application's main prints?
 #
 # The application is the example, which first prints a line here and then
-# waits. Peers: a floor program with the agent's libraries that starts framework,
+# waits. The control socket is off, as without a setting; one row shows what it
+# costs. Peers: a floor program with the agent's libraries that starts framework,
 # OpenSSL, SQLite and a Lua state and prints a line from Lua; nginx with Lua,
 # python3 and tarantool, each with a script of one line. Agent and floor program
 # run by turns, so that each finds in the caches what the other left; the other
@@ -93,10 +94,12 @@ fi
 
 # The first run makes the working directory, which later ones find.
 clean "$tools/StartTimer" 1 -- "${agent[@]}" >/dev/null || exit 1
-mapfile -t pair < <(libraries=UNUSED= shortest -- "${agent[@]}" -- "$tools/Floor")
+mapfile -t pair < <(libraries=UNUSED= shortest -- "${agent[@]}" -- "$tools/Floor" \
+    -- "${agent[@]}" --domain_var control.socket=1)
 mapfile -t times < <(shortest "${commands[@]}")
-((${#pair[@]} == 2 && ${#times[@]} == ${#names[@]})) || exit 1
+((${#pair[@]} == 3 && ${#times[@]} == ${#names[@]})) || exit 1
 row "cold start, floor program" "${pair[0]}" "${pair[1]}" "<=1.15"
+row "cold start with the control socket, without" "${pair[2]}" "${pair[0]}" ""
 for i in "${!names[@]}"; do
     row "cold start, ${names[i]}" "${pair[0]}" "${times[i]}" "<=1"
 done

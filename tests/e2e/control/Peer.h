@@ -76,19 +76,27 @@ public:
         return Line();
     }
 
-private:
-    bool Receive()
+    /// What came next, as it came; empty when the agent closes.
+    [[nodiscard]] std::string Bytes() const
     {
         pollfd poll{m_fd, POLLIN, 0};
         const int limit =
             static_cast<int>(std::chrono::milliseconds(kLongWait).count());
         if (::poll(&poll, 1, limit) != 1)
-            return false;
+            return {};
         std::array<char, 65536> piece;
         const ssize_t count = recv(m_fd, piece.data(), piece.size(), 0);
-        if (count > 0)
-            m_in.append(piece.data(), static_cast<std::size_t>(count));
-        return count > 0;
+        return count > 0
+                   ? std::string(piece.data(), static_cast<std::size_t>(count))
+                   : std::string();
+    }
+
+private:
+    bool Receive()
+    {
+        const std::string piece = Bytes();
+        m_in += piece;
+        return !piece.empty();
     }
 
     int m_fd;
