@@ -16,7 +16,7 @@
 namespace Bench
 {
 
-/// Keeps the compiler from dropping a value that nobody uses.
+/// Keeps the compiler from dropping a value that is not used.
 template <typename T>
 inline void Keep(const T& value)
 {

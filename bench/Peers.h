@@ -57,8 +57,8 @@ public:
                "', 'w') pipe:write('x') pipe:close()\n";
     }
 
-    /// The line, after which the worker sleeps: while it goes on, it may keep
-    /// the processor from whoever waits for the line.
+    /// The line, after which the worker sleeps: a worker that went on could
+    /// keep the processor from the benchmark, which waits for the line.
     [[nodiscard]] std::string LineAndSleep() const
     {
         const std::string other = m_dir.File("nobody-writes");

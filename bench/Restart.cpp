@@ -6,9 +6,9 @@
 // initialised and runs Lua, and supervisors that start the plain interpreter.
 // nginx has no Lua: its new worker is there when it answers a request.
 //
-// Whoever waits by its own rules before it starts a child again has that wait
-// taken off. Everybody has been idle for a second and more when it comes to
-// start one, as a supervisor is in life.
+// Where a supervisor waits by its own rules before it starts a child again,
+// that wait is subtracted. Each supervisor has been idle for a second and more
+// before its child dies, as it would be in service.
 
 #include "Bench.h"
 #include "Peers.h"
@@ -121,8 +121,9 @@ public:
 
     void KillWorker()
     {
-        // Found as the bare parent's child is: a look into the worker's own
-        // entry in /proc would be something for the system to clean up.
+        // The worker is found as the bare parent's child is. A look into the
+        // worker's own entry in /proc would leave the system something to clean
+        // up after it.
         const pid_t worker = ChildOf(m_service.PidFromFile());
         m_death = Clock::now();
         kill(worker, SIGKILL);
@@ -145,8 +146,8 @@ struct CMedians
     double bare;
 };
 
-// By turns, so that what else the machine does falls on both, and far enough
-// apart that nobody is at work while another starts its child.
+// Both by turns, so that other work of the machine delays them alike, and far
+// enough apart that none of them is at work while another one starts its child.
 CMedians CompareWithABareParent()
 {
     constexpr int kInFlight = 3;

@@ -4,8 +4,8 @@
 //
 // Peers: bsdtar and unzip as separate processes, each into a fresh directory:
 // on ext4 a tree that is made again soon after its deletion is several times
-// slower. Ours checks the whole archive first, checks every CRC and renames
-// every file into its place.
+// slower. The agent checks the whole archive first, checks every CRC and
+// renames every file into its place.
 
 #include "Bench.h"
 

@@ -132,7 +132,7 @@ int main()
     const CTempDir monitDir;
     const CProcess monit(Monit(monitDir, getpid()));
 
-    // Everybody has started by then, and is at what it does all day.
+    // By then the agent and its peers have started and do what they do all day.
     std::this_thread::sleep_for(std::chrono::seconds(3));
     const CActivity ours(watchdog);
     const CActivity theirs(monit.Pid());

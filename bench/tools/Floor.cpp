@@ -72,7 +72,7 @@ public:
         s_steps.Done("Lua state");
         const bool printed =
             luaL_dostring(L, "print('floor') io.stdout:flush()") == LUA_OK;
-        // Whoever waits for the line may need the processor.
+        // The program that waits for the line may need the processor.
         return printed && !s_steps.AreTold() ? pause() : 0;
     }
 };

@@ -28,7 +28,7 @@ namespace Fuzz
 namespace
 {
 
-// Counts what is logged: a refusal says why, once.
+// Counts the records of the log: each refusal is one record.
 class CCountingLog : public wxLog
 {
 public:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A directory into which archives are unpacked, and the check that nothing
-// came of it elsewhere.
+// A directory into which archives are unpacked, and the check that unpacking
+// changes nothing outside of it.
 
 #pragma once
 
@@ -17,9 +17,10 @@ class CSandbox
 public:
     CSandbox();
 
-    /// Unpacks an archive into the directory, which holds links that lead
-    /// outside and inside, after a walk for its names alone; aborts when
-    /// either did what it must never do.
+    /// Walks an archive for its names alone, then unpacks it into the
+    /// directory, which holds links that lead outside and inside. Aborts when
+    /// one of the two changed anything outside, left half a file, or logged
+    /// anything but one reason for a refusal.
     void Unzip(const std::string& archive);
 
 private:

@@ -18,7 +18,8 @@ using TestSupport::CZipInput;
 namespace
 {
 
-// A name of parts that matter, or any other.
+// A name of parts that have a meaning in paths, in half of the cases with
+// random bytes behind.
 std::string Name(FuzzedDataProvider& data)
 {
     static const char* const kParts[] = {

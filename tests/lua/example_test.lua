@@ -1,7 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
 -- The example agent: what it computes, what it reads, and its three functions
--- with a domain that the test plays.
+-- with a table of the test in the place of the domain.
 
 local lu = require("luaunit")
 local support = require("support")

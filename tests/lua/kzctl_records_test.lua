@@ -122,7 +122,7 @@ function TestBackwards:test_a_log_that_is_not_there_is_said()
     lu.assertEquals(last(log, 9), log .. ": No such file or directory")
 end
 
--- Most of the file is a hole: who read it whole would take minutes.
+-- Most of the file is a hole; reading it whole would take minutes.
 function TestBackwards:test_a_log_of_any_size_is_answered_at_once()
     local log = support.write(support.directory() .. "/a.log", "")
     support.shell(("truncate -s 10G %s"):format(support.quote(log)))
@@ -172,7 +172,7 @@ function TestFollow:test_goes_on_over_rotations()
     append(log, line(3))
     lu.assertEquals(texts(follower:read()), { 2, 3 })
 
-    -- Twice between two looks.
+    -- The log is rotated twice between two looks.
     append(log, line(4))
     os.rename(log .. ".1", log .. ".2")
     os.rename(log, log .. ".1")

@@ -275,7 +275,7 @@ function TestArchive.test_nothing_prepared_beside_the_output_is_written_to()
     lu.assertEquals(kza_host.stat(out, true).type, "file")
 end
 
--- Archives that their authors will be sorry for: the files, the standard error.
+-- Files of archives that can never be loaded, and the warnings about them.
 local SORRY = {
     {
         { "a.lua", "lib/fast.so", "lib/fast.c", "lib/fast.h" },

@@ -1,7 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- `kzpack verify` and the agent agree: whatever the one says is what the other
--- does with the same file.
+-- `kzpack verify` and the agent agree: the agent uses each file that the tool
+-- accepts, and no file that it refuses.
 
 local lu = require("luaunit")
 local support = require("support")
@@ -30,7 +30,8 @@ end
 
 TestExtension = {}
 
--- An ASCII text in units of several bytes, after the mark of that order.
+-- An ASCII text in UTF-16 (width 2) or UTF-32 (width 4), behind its byte-order
+-- mark.
 local function wide(width, is_big_endian, text)
     local zeros = ("\0"):rep(width - 1)
     local mark = ("\0"):rep(width - 2) .. "\254\255"
@@ -40,7 +41,8 @@ local function wide(width, is_big_endian, text)
     return (is_big_endian and mark or mark:reverse()) .. text:gsub(".", unit)
 end
 
--- Side files and why they are refused, false for those that are not.
+-- Contents of side files, each with the reason why it is refused; false for one
+-- that is accepted.
 local SIDE_FILES = {
     { "version: 12.0.0-2932\n", false },
     { "version:12.0.0-1 anything", false },
@@ -60,7 +62,7 @@ local SIDE_FILES = {
     { wide(2, true, "version: 12.0.1-1"), "made for version 12.0.1" },
     { wide(2, false, "version: 12.0.0"),
         "%s has a malformed line 'version: 12.0.0'" },
-    -- A character that holds the byte of a "v".
+    -- U+7600 has the byte of a "v" in UTF-16.
     { "\255\254\0vversion: 12.0.0-1", "%s has no line 'version: ...'" },
     { "version: 12.0.0-99999999999999999999999", false },
     { "version: 12.0.0-4294967296", false },
@@ -133,7 +135,8 @@ TestPackage = {}
 
 local GOOD = zip.pack({ { name = "share/good.txt", bytes = "good" } })
 
--- Packages and why they are not installed, false for those that are.
+-- Packages, each with the reason why it is not installed; false for one that is
+-- installed.
 local PACKAGES = {
     { "Plugin-Widget-sol11-12.0.0-101.x86_64.kzp", GOOD, false },
     { "Plugin-Widget-sol11-11.0.0-50.x86_64.kzp", GOOD,

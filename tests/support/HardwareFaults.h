@@ -88,7 +88,7 @@ KZA_FAULT inline void FaultTrap()
 #endif
 }
 
-/// Never ends until the stack does: SIGSEGV.
+/// Calls itself until the stack overflows: SIGSEGV.
 KZA_FAULT inline int FaultStackOverflow(int depth)
 {
     int (*volatile again)(int) = FaultStackOverflow;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Part of a test in a process of its own.
+// Runs a part of a test in a process of its own.
 
 #pragma once
 

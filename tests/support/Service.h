@@ -51,7 +51,7 @@ struct CServiceOptions
 /// An installation whose agent is started in the background. It sees a /run
 /// and an /opt of its own, so services of any name run side by side.
 ///
-/// Whatever is left of it is killed when the object goes. Processes of it that
+/// Processes of it that still run are killed when the object goes. Those that
 /// lose their parent become children of the test.
 class CService
 {

@@ -144,7 +144,7 @@ TEST(ControlSocket, KeepsSixteenClientsAndTellsTheNext)
     EXPECT_EQ(seventeenth.Line(), R"({"ok":false,"error":"too many clients"})");
     EXPECT_EQ(seventeenth.Line(), "") << "and its connection is closed";
 
-    // One that goes, in the middle of a line even, makes room.
+    // A client that goes makes room, also in the middle of a line.
     peers[3]->Send("{\"do\":");
     peers[3].reset();
     EXPECT_TRUE(WaitUntil(
@@ -286,7 +286,8 @@ TEST(ControlSocket, OtherUsersAreRefused)
     CService service;
     service.SetModule(kWaitingMain);
     ASSERT_TRUE(service.StartUntil(kMainRuns, kSwitchedOn));
-    // As if the directories let everybody through.
+    // With the directories and the socket open to all users, only the check of
+    // the peer's user is left to refuse one.
     const std::string path = SocketOf(service);
     ASSERT_EQ(chmod(path.c_str(), 0666), 0);
     for (std::string dir = path.substr(0, path.rfind('/')); dir != "/tmp";

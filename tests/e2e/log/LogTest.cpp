@@ -370,7 +370,7 @@ TEST(Log, OfTheAgentThatCarriesKzctlIsNotShown)
     EXPECT_EQ(TestSupport::Run({host.File("kzctl"), "help"}, options).status,
               0);
     EXPECT_EQ(terminal.Text(), "");
-    // Where the setting is left alone it would be.
+    // The agent alone, without the launcher's setting, repeats the warning.
     EXPECT_EQ(host.Run({"--appname", "kzctl", "--", "help"}, options).status,
               0);
     EXPECT_NE(terminal.Text().find("kza_core/kzctl.kze"), std::string::npos);

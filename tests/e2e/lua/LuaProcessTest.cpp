@@ -109,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(LuaProcess,
 
 TEST(LuaProcessChild, DoesNotHoldTheOtherEndOfAnEarlierPipe)
 {
-    // cat ends only when nobody can write to it any more.
+    // cat ends once the last writer of its pipe is gone.
     EXPECT_EQ(Output("local cat = io.popen('cat', 'w')\n"
                      "local later = io.popen('sleep 1000 & echo $!')\n"
                      "local pid = later:read('*n')\n"

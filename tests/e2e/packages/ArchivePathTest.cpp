@@ -57,7 +57,7 @@ CShown Show(const CHost& host,
     return shown;
 }
 
-// Root may read everything.
+// Root may read everything, so the agent runs as another user.
 CProcessOptions AsNobody()
 {
     CProcessOptions options;
@@ -427,7 +427,7 @@ TEST(ArchivePath, AnUnreadableFileIsSkippedWithAWarning)
 }
 
 // The list has no way to quote a ";", so the second half of such a name would
-// be looked for in the current directory, which may be anybody's.
+// be looked for in the current directory, which another user may own.
 TEST(ArchivePath, AnArchiveWithASemicolonInItsNameLoadsNothingElse)
 {
     const CHost host(false);

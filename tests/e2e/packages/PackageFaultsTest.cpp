@@ -83,7 +83,7 @@ TEST(PackageFaults, ABombDoesNotFillTheDisk)
     EXPECT_EQ(host.Probe(), Lines{"next"});
 }
 
-// No file of it is large.
+// Each file would fit, all of them together do not.
 TEST(PackageFaults, ManyFilesDoNotFillTheDiskEither)
 {
     CSmallDiskHost host;
@@ -100,7 +100,7 @@ TEST(PackageFaults, ManyFilesDoNotFillTheDiskEither)
                                      "8388608 are free")});
     EXPECT_EQ(host.Probe(), Lines{});
 
-    // To remove them takes no room.
+    // Removing the files needs no room.
     host.Add("x.kzu", files);
     fs::remove(host.File("x.kzp"));
     host.RunSmall("64k");
@@ -121,7 +121,8 @@ TEST(PackageFaults, ABombThatHidesItsSizeIsDamaged)
     EXPECT_EQ(host.Probe(), Lines{});
 }
 
-// Files of a byte take more room than their sizes tell.
+// A file takes at least a block of the disk, so files of one byte need more
+// room than the sum of their sizes.
 TEST(PackageFaults, AFullDiskLeavesNoHalfFile)
 {
     constexpr int kFiles = 300;
@@ -143,7 +144,7 @@ TEST(PackageFaults, AFullDiskLeavesNoHalfFile)
         EXPECT_EQ(name.size(), 3U) << name;
 }
 
-// The same numbers in every run: a failure can be had again.
+// The same numbers in every run, so that a failure can be repeated.
 std::mt19937 Random(std::uint32_t seed)
 {
     return std::mt19937(seed);
@@ -211,7 +212,7 @@ public:
                m_new[index].content.size();
     }
 
-    // The names that are left over, beside those that should be there.
+    // Temporary files that unpacking has left beside the executable.
     [[nodiscard]] int CountLeftovers() const
     {
         int count = 0;

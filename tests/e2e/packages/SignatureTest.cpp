@@ -29,8 +29,8 @@ void Shell(const std::string& command)
     ASSERT_EQ(result.status, 0) << command << "\n" << result.err;
 }
 
-// A host with a directory of keys, and the operator's desk with the private
-// ones.
+// A host with a directory of public keys. The private keys are in another
+// directory, as they would be on the operator's own machine.
 class CSigningHost
 {
 public:

@@ -160,7 +160,8 @@ TEST(Script, AServiceStopsTheSequenceLikewise)
 {
     for (const CSequence& s : kSequences)
     {
-        // These wait for the service's end, and 3 restarts the worker.
+        // A sequence that succeeds waits for a stop request, and status 3
+        // restarts the worker.
         if (s.status == 0 || s.status == 3 ||
             std::string(s.name) == "shutdown fails")
             continue;
@@ -176,7 +177,7 @@ TEST(Script, AServiceStopsTheSequenceLikewise)
         for (const std::string& record : service.Records())
             if (record.rfind("MESSAGE kza: ", 0) == 0)
                 said += record.substr(13) + "\n";
-        // It is up once init has returned 0, just before main.
+        // The service is up once init has returned 0, just before main.
         std::string expected = s.out;
         const std::size_t main = expected.find("main\n");
         if (main != std::string::npos)

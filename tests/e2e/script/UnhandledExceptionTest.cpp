@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is said about an exception that nobody caught.
+// How an exception that nothing caught is described.
 
 #include "support/Service.h"
 

@@ -38,7 +38,7 @@ bool LeadsTo(pid_t pid, const std::string& name, const std::string& file)
            there.st_dev == here.st_dev && there.st_ino == here.st_ino;
 }
 
-// The lines of the log without those of the application.
+// The records of the log that contain a text.
 std::vector<std::string> Records(const CService& service,
                                  const std::string& containing)
 {
@@ -315,7 +315,8 @@ TEST(Daemon, UnwritableRunDirectoryDoesNotStopTheService)
     EXPECT_TRUE(service.WaitUntilGone());
 }
 
-// The session leader, when it is the last to have said something.
+// The process that wrote the last record: the session leader, when it could not
+// fork.
 pid_t LeaderIn(const std::string& log)
 {
     return PidIn(log.substr(log.rfind(" [") + 2));
@@ -461,7 +462,7 @@ TEST(Daemon, OnlyALockOfAnotherProcessRefusesTheStart)
     }
 }
 
-// What one pair of simultaneous starts came to.
+// How one pair of simultaneous starts ended.
 struct CPair
 {
     int started = 0;

@@ -31,7 +31,7 @@ CProcessOptions WithFaults(Variables variables)
                              KZA_BINARY_DIR "/tests/libprocess_faults.so");
     // The sanitizer wants to be the first library.
     options.env.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
-    // A shell may have started the tests with it ignored.
+    // A shell may have started the tests with SIGINT ignored.
     options.inChild = [] { (void)signal(SIGINT, SIG_DFL); };
     return options;
 }
@@ -63,12 +63,12 @@ TEST(RunDriver, ScriptThatEndsBeforeTheLoopLeavesTheRunGoing)
     const CHost host(false);
     host.AddModule("kz_agent", "return {}");
     const std::string goOn = host.File("go-on");
-    CProcess agent(
-        host.Words({"--trace", "Appl"}),
-        WithFaults({{"KZA_HOLD", "epoll_create"},
-                    {"KZA_HOLD_FILE", goOn},
-                    // Nobody joins the script thread before the SIGINT.
-                    {"TSAN_OPTIONS", "report_thread_leaks=0"}}));
+    CProcess agent(host.Words({"--trace", "Appl"}),
+                   WithFaults({{"KZA_HOLD", "epoll_create"},
+                               {"KZA_HOLD_FILE", goOn},
+                               // The main thread does not join the script
+                               // thread before the SIGINT.
+                               {"TSAN_OPTIONS", "report_thread_leaks=0"}}));
     ASSERT_TRUE(WaitUntil([&] { return FileExists(goOn + ".held"); }));
     ASSERT_TRUE(WaitUntil(
         [&] { return Contains(host.Log(), "Lua method 'shutdown'"); }));
@@ -180,7 +180,7 @@ TEST(RunDriver, WorkerAndWatchdogShutTheLibrariesDownOnceEach)
     EXPECT_EQ(ShutDowns(steps).back(), kByMain);
 }
 
-// The level is that of the construction; the foreground raises it.
+// The constructor sets the level of the log, and only the foreground raises it.
 TEST(RunDriver, BackgroundLeavesDebugRecordsOut)
 {
     const CService service;
@@ -207,8 +207,8 @@ TEST(RunDriver, UnitTestsAreForTheForeground)
     EXPECT_EQ(CountOf(service.Log(), "the test runs"), 0);
 }
 
-// Of the whole service: what the second worker took is counted from the start
-// of the first.
+// The report is about the whole service: its time begins with the launch and
+// not with the second worker.
 TEST(ExitReport, RunTimeCountsFromTheLaunch)
 {
     const CService service;

@@ -20,9 +20,9 @@ namespace fs = std::filesystem;
 
 using Lines = std::vector<std::string>;
 
-// A service whose functions say that they run; each waits for the file of its
-// name plus "_may_end" when a file of its name plus "_waits" is there. The
-// waits are blind to stop requests.
+// A service whose functions say when they run and end. While a file
+// `<function>_waits` is there, the function waits for a file
+// `<function>_may_end`; a stop request does not end that wait.
 constexpr char kPhases[] = R"lua(
 local function exists(name)
   local file = io.open(name)
@@ -73,7 +73,7 @@ public:
         return started && WaitUntilWatchdogWaits();
     }
 
-    // The records of the log from the one with the text on, without traces.
+    // The records of the log from the one with the text on.
     [[nodiscard]] Lines SaidFrom(const std::string& text) const
     {
         Lines said;
@@ -84,9 +84,9 @@ public:
     }
 
 private:
-    // The last that the watchdog says before it waits for its worker is that
-    // the worker has started. A signal that came in between would be passed on
-    // without a word.
+    // The watchdog's last record before it waits is that the worker has
+    // started. A signal between that record and the wait would be relayed
+    // without the record of an interrupted wait.
     [[nodiscard]] bool WaitUntilWatchdogWaits() const
     {
         return m_service.WaitForLog(" started\n") &&
@@ -108,7 +108,7 @@ bool IsIn(const Lines& lines, const std::string& line)
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-// Signals that wait for a process because it blocks them.
+// Whether a signal is pending for a process.
 bool IsPending(pid_t pid, int signal)
 {
     const std::string status =
@@ -145,7 +145,8 @@ class StopDuring : public testing::TestWithParam<const char*>
 {
 };
 
-// The request stays with the worker until it waits for one.
+// The request stays pending in the worker until its script thread waits for the
+// signal.
 TEST_P(StopDuring, ThePhaseIsFinishedFirst)
 {
     const std::string phase = GetParam();
@@ -178,8 +179,8 @@ INSTANTIATE_TEST_SUITE_P(Stop,
                          [](const auto& test)
                          { return std::string(test.param); });
 
-// The worker was stopped by itself before. The request that the watchdog
-// relays waits until shutdown has ended and then ends the process there.
+// The worker alone was asked to stop before. The request that the watchdog
+// relays stays pending until shutdown has ended, and then ends the process.
 TEST(Stop, DuringShutdownItEndsTheWorkerWithZero)
 {
     CPhases phases;
@@ -221,8 +222,8 @@ TEST(Stop, SecondRequestEndsTheWatchdogAndLeavesTheWorker)
     EXPECT_EQ(CountOf(service.Log(), "shutdown ends"), 1);
 }
 
-// The handler runs what the process's end needs. It must not interrupt the log,
-// whose lock its own thread would hold.
+// The handler leaves by exit(), whose at-exit functions look at the log. It
+// must not interrupt a write of the log, whose lock its own thread would hold.
 TEST(Stop, SecondRequestDuringALogWriteEndsTheWatchdogAfterIt)
 {
     CPhases phases;
@@ -245,7 +246,7 @@ TEST(Stop, SecondRequestDuringALogWriteEndsTheWatchdogAfterIt)
     EXPECT_TRUE(service.WaitUntilGone());
 }
 
-// Without it, the worker would run beside that of the next service.
+// A worker that went on would run beside that of the next service.
 TEST(Stop, WorkerWhoseWatchdogIsKilledStopsInOrder)
 {
     CPhases phases;

@@ -26,7 +26,7 @@ namespace
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
-// The same numbers in every run: a failure can be had again.
+// The same numbers in every run, so that a failure can be repeated.
 std::mt19937 Random(std::uint32_t seed)
 {
     return std::mt19937(seed);
@@ -120,7 +120,8 @@ TEST(SupervisionStress, HundredDeathsLeaveNothingBehind)
     EXPECT_TRUE(service.WaitUntilDetached());
     EXPECT_EQ(CountOf(service.Log(), "Too many restarts"), 0);
 
-    // It may be in its back-off, where the first request does not end it.
+    // The watchdog may be in its back-off, where the first request does not end
+    // it.
     kill(watchdog, SIGTERM);
     EXPECT_TRUE(WaitUntil(
         [&]
@@ -196,8 +197,8 @@ TEST(SupervisionStress, FullLogDiskStopsNothing)
     EXPECT_TRUE(fs::is_empty(service.RunDir()));
 }
 
-// Its signal would kill the worker that logs, and then the watchdog that logs
-// the worker's end.
+// SIGXFSZ, which comes with the limit, would kill the worker that logs, and
+// then the watchdog that logs the worker's end.
 TEST(SupervisionStress, FullLogFileStopsNothing)
 {
     const CService service("limited");
@@ -238,8 +239,8 @@ void SendAgainWhereHeldBack(const CService& service, pid_t watchdog)
         kill(watchdog, SIGTERM);
 }
 
-// From the first moment that the pid file can be read: whatever the family is
-// at, nobody stays behind.
+// A stop request at any moment from when the pid file can be read leaves no
+// process behind.
 TEST(SupervisionStress, StopRightAfterTheStart)
 {
     std::mt19937 random = Random(2);
@@ -260,7 +261,8 @@ TEST(SupervisionStress, StopRightAfterTheStart)
                 SendAgainWhereHeldBack(service, watchdog);
                 return service.Processes().empty();
             }));
-        // Before there is a worker nobody minds the file; it is stale then.
+        // A request that comes before the relay is installed ends the watchdog
+        // at once, and its pid file stays.
         fs::remove(service.PidFile());
     }
 }

@@ -340,7 +340,7 @@ std::string Blocked(pid_t pid, pid_t thread)
     return at == std::string::npos ? "" : status.substr(at + 8, 16);
 }
 
-// The youngest thread: a sanitizer has one of its own.
+// The youngest thread. The main thread and a thread of a sanitizer are older.
 pid_t ScriptThread(pid_t worker)
 {
     pid_t youngest = 0;
@@ -365,7 +365,7 @@ TEST(Watchdog, HasOneThread)
     EXPECT_TRUE(service.Stop());
 }
 
-// While the script is in its main: waiting for a signal unblocks it.
+// Looks while the script is in its main: later sigwait() unblocks SIGTERM.
 TEST(Watchdog, MasksOfTheFirstWorkerAndOfLaterOnes)
 {
     const CService service;
@@ -384,7 +384,7 @@ TEST(Watchdog, MasksOfTheFirstWorkerAndOfLaterOnes)
     EXPECT_EQ(Blocked(second, ScriptThread(second)), "0000000000014002");
 }
 
-// What a process noted of its signals.
+// The calls about signals that the preloaded library noted for a process.
 Lines NotedBy(pid_t pid, const std::string& path)
 {
     const std::string mark = std::to_string(pid) + " ";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The watchdog's wait for its worker, where it brings something else than the
-// worker's end.
+// The watchdog's wait for its worker, where waitpid() answers something else
+// than the worker's end.
 
 #include "e2e/service/Workers.h"
 
@@ -22,7 +22,8 @@ TEST(Watchdog, FailedWaitEndsTheService)
     const CService service;
     service.SetModule(EndsWhenTold(5));
     CServiceOptions options;
-    // Children that nobody needs to wait for cannot be waited for.
+    // While SIGCHLD is ignored the system reaps children itself, and waitpid()
+    // finds none.
     options.process.inChild = [] { (void)signal(SIGCHLD, SIG_IGN); };
     ASSERT_TRUE(service.StartUntil(kRuns, options));
     const pid_t watchdog = service.PidFromFile();

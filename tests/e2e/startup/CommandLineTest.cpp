@@ -197,7 +197,8 @@ TEST(CommandLine, OnlyTheAgentsNameToTheLetterIsTheAgents)
     for (const std::string name : {"KZ_AGENT", "kz_agent2", "kz_agent "})
     {
         SCOPED_TRACE(name);
-        // A tool ends from its own thread, whatever the main thread does.
+        // A tool ends the process from its script thread, also before the main
+        // thread has entered its loop.
         EXPECT_EQ(host.RunTool(name, "return {main = function() return 4 end}")
                       .status,
                   4);
@@ -266,7 +267,7 @@ TEST(CommandLine, ADomainVariableIsInTheLocalesEncoding)
     EXPECT_EQ(Show(host, {"-d", given}, {"d\u00fc"}),
               "d\u00fc=\u00fcx (string)\n");
 
-    // What it cannot say becomes empty.
+    // A value that the locale cannot express becomes empty.
     CProcessOptions plain;
     plain.env = {{"LC_ALL", "C"}};
     EXPECT_EQ(Show(host, {"-d", "a=\u00fcx"}, {"a"}, plain), "a= (string)\n");
@@ -426,7 +427,7 @@ TEST(CommandLine, AMissingTestScriptIsReportedAndTheRunIsNormal)
     CProcessOptions options;
     options.inChild = []
     {
-        // Root may read everything.
+        // Root may read everything, so the agent runs as another user.
         if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
             _exit(126);
     };
@@ -503,7 +504,7 @@ TEST(CommandLine, BytesThatAreNoUtf8EndInNoCrash)
 TEST(CommandLine, ALongDomainVariableArrivesWhole)
 {
     const CHost host(false);
-    // As long as the system lets a word be.
+    // About as long as the system lets one word of a command line be.
     const std::string value(120000, 'v');
     const CProcessResult result = host.RunTool(
         "longvar", "return {main = function() print(#dom:Get('long')) end}",

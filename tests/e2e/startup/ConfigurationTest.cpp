@@ -265,7 +265,7 @@ TEST(Configuration, AFileThatMayNotBeReadIsSaidAndCountsAsEmpty)
     CProcessOptions options;
     options.inChild = []
     {
-        // Root may read everything.
+        // Root may read everything, so the agent runs as another user.
         if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
             _exit(126);
     };

@@ -65,7 +65,7 @@ public:
         return said;
     }
 
-    // The line about the variable.
+    // The record about the variable OPENSSL_ENGINES.
     [[nodiscard]] std::string Engines() const
     {
         return "INFO kza: OPENSSL_ENGINES = " + Host().Bin() + "/engines";
@@ -178,7 +178,8 @@ TEST(Fips, MissingModuleIsAWarning)
 {
     const CFipsHost host;
     CProcessOptions options;
-    // Whatever the host has installed: here it has nothing.
+    // A directory that does not exist, so that no provider of the host is
+    // found.
     options.env = {{"OPENSSL_MODULES", host.Host().File("none")},
                    {"OPENSSL_ENGINES", "/inherited"}};
     const CProcessResult result = host.Run("1", options);
@@ -302,7 +303,7 @@ TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
     }
 }
 
-// Whatever the environment names stands in this directory of the host.
+// OpenSSL's variables, with names within the test's installation.
 CProcessOptions Environment(const CFipsHost& host,
                             const std::string& modules,
                             const char* configuration = nullptr)

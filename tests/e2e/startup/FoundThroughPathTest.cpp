@@ -45,7 +45,8 @@ protected:
         WriteFile(Given("tool.lua"), kShowKeys);
     }
 
-    // In the current directory, and in one that the command line names.
+    // Paths in the current directory, and in the directory that the command
+    // line names.
     [[nodiscard]] std::string Here(const std::string& name) const
     {
         return m_here.File(name);
@@ -200,7 +201,7 @@ TEST_F(FoundThroughPath, LoadsNoProviderOfOpenSsl)
     EXPECT_EQ(Records(), expected);
 }
 
-// The directory is no safer for a link that leads to the program.
+// A link to the program does not make the directory around it safe.
 TEST_F(FoundThroughPath, ALinkInTheCurrentDirectoryIsNotTheProgram)
 {
     for (const bool isSymbolic : {true, false})

@@ -27,7 +27,7 @@ function support.shell(command)
     end
 end
 
---- A key of the domain that nobody else has.
+--- A key of the domain that no other test uses.
 function support.new_key()
     key_count = key_count + 1
     return "test.key." .. key_count

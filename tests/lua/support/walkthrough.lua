@@ -9,8 +9,8 @@
 
 local support = require("support")
 
--- A command that only looks may have to look again, because something else
--- that runs has yet to get there.
+-- A command that only looks is run again until it prints what the page shows:
+-- the agent beside it may not have got that far.
 local LOOKING = { "^tail ", "^cat ", "^ls ", "^grep ", "^echo '" }
 
 -- How often, a tenth of a second apart.

@@ -549,7 +549,7 @@ TEST_F(Unzip, ADamagedEntryLeavesTheOldFile)
             SCOPED_TRACE(testing::Message() << test.what << ", " << size);
             CZipInput bad{"x", Prose(size)};
             const std::string whole = MakeZip({bad});
-            // What Deflate made of it, cut out of a good archive.
+            // The deflated bytes, cut out of a good archive.
             const std::size_t packed =
                 whole.find(std::string("PK\1\2", 4)) - 31;
             bad.packed = whole.substr(31, packed);
@@ -657,7 +657,7 @@ TEST_F(Unzip, LeftoversOfADeadProcessAreRemoved)
     }
     WriteFile(m_dest + "/.kza_unzip.x", "not ours");
 
-    // Nothing is touched for the sake of a bad archive.
+    // An archive that is refused removes nothing.
     EXPECT_FALSE(Run(std::vector<CZipInput>{{"lib/x", ""}, {"../y", ""}}));
     EXPECT_TRUE(FileExists(m_dest + gone));
     ASSERT_TRUE(Run(std::vector<CZipInput>{{"lib/x", ""}, {"y", ""}}));
@@ -669,7 +669,8 @@ TEST_F(Unzip, AnUnwritableDestinationIsAnError)
 {
     if (geteuid() == 0)
     {
-        // The superuser is stopped by nothing but a directory that is gone.
+        // Missing rights do not stop the superuser; /proc takes no files from
+        // any user.
         fs::create_directory(m_dir.File("gone"));
         m_dest = "/proc/self/fdinfo";
     }
@@ -902,7 +903,7 @@ TEST_F(UnzipSigned, ASignedArchiveIsUnpacked)
     EXPECT_TRUE(ReadFile(m_dest + "/stored") == stored.content);
 }
 
-// Not even that it is no archive is seen before.
+// A file that is no archive is first refused for its signature.
 TEST_F(UnzipSigned, NothingIsLookedAtBeforeTheSignature)
 {
     EXPECT_FALSE(Run(std::string("no archive")));

@@ -305,7 +305,8 @@ TEST_F(ZipArchive, ALargeEntryIsReadWhole)
     EXPECT_TRUE(Content(archive, "name") == file.content);
 }
 
-// Whatever a torn or damaged archive answers, it answers.
+// A torn archive is never whole. One with a changed byte may be, but is read to
+// an end, and each failure has a reason.
 TEST_F(ZipArchive, DamageAnywhereIsAnError)
 {
     CZipInput stored{"stored", Noise(50)};
@@ -341,7 +342,7 @@ TEST_F(ZipArchive, DamageAnywhereIsAnError)
         }
 }
 
-// The first name takes the bytes in which later entries should be told.
+// The first name is so long that it takes the bytes of the other records.
 TEST_F(ZipArchive, ANameThatLeavesNoRoomForTheOthersIsDamage)
 {
     std::string bytes = MakeZip({{"a", ""}, {"b", ""}, {"c", ""}});

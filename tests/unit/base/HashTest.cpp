@@ -68,7 +68,7 @@ TEST(Hash, KeysThatDifferInANumberAreSpreadByHighAndLowBits)
     for (const char* const prefix : {"", "k.", "abcdefg", "agent.component."})
         for (const char* const suffix : {"", "z", ".and.more"})
             for (const unsigned shift : {0U, 54U})
-                // By chance it would be 403.
+                // Places chosen at random would be 403.
                 EXPECT_GT(PlacesTaken(prefix, suffix, shift), 300U)
                     << prefix << "N" << suffix;
 }

@@ -22,7 +22,8 @@ class CrashContent : public CCrashTest
 {
 };
 
-// A text that is nowhere in a process until that writes it.
+// A text in a code, so that the process holds the text itself only where it has
+// written it.
 constexpr char kCodedMarker[] = "uif!nbslfs!jo!nfnpsz";
 
 void WriteMarker(char* to)

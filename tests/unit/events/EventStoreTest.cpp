@@ -300,7 +300,7 @@ TEST_F(EventStore, ALockedDatabaseIsSetAsideWithItsEvents)
     EXPECT_EQ(Write("event"), 1);
     ExpectSetAside("database is locked");
 
-    // Whoever held it does no harm to the new one.
+    // The program that held the lock does no harm to the new database.
     sqlite3_exec(other, "commit", nullptr, nullptr, nullptr);
     sqlite3_close(other);
     EXPECT_EQ(Write("after"), 2);
@@ -377,7 +377,7 @@ TEST_F(EventStore, AForkedChildLeavesItsParentsConnectionAlone)
     EXPECT_EQ(Reap(child), 0);
     EXPECT_EQ(Write("parent after"), 3);
 
-    // A child that ends in order closes nothing that is the parent's.
+    // A child that ends in order leaves the parent's connection alone.
     EXPECT_EQ(Reap(Fork([] { KzaCore::CloseEventStore(); })), 0);
     EXPECT_EQ(Write("parent again"), 4);
     EXPECT_EQ(Texts(),

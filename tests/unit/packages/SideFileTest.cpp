@@ -126,7 +126,8 @@ TEST_F(SideFile, AnyLineEndEndsTheLine)
         EXPECT_EQ(MajorOf(text), 1) << text;
 }
 
-// An ASCII text in units of several bytes, after the mark of that order.
+// An ASCII text in UTF-16 (width 2) or UTF-32 (width 4), behind its byte-order
+// mark.
 std::string Wide(const std::string& text, std::size_t width, bool isBigEndian)
 {
     std::string unit(width, '\0');
@@ -153,7 +154,7 @@ TEST_F(SideFile, AByteOrderMarkNamesTheEncoding)
     EXPECT_EQ(MajorOf(Wide(text, 4, false)), 1);
     EXPECT_EQ(MajorOf(Wide(text, 4, true)), 1);
 
-    // U+7600 holds the byte of a "v".
+    // U+7600 has the byte of a "v" in UTF-16.
     EXPECT_EQ(Read("\xFF\xFE\0vversion: 1.0.0-1"s), ESideFile::NoVersionLine);
 }
 
