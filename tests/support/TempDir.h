@@ -36,8 +36,10 @@ private:
 /// The whole file, empty when it cannot be read.
 std::string ReadFile(const std::string& path);
 
+using Lines = std::vector<std::string>;
+
 /// The file's lines without their ends.
-std::vector<std::string> ReadLines(const std::string& path);
+Lines ReadLines(const std::string& path);
 
 /// Replaces or makes the file, with the directories above it; throws when it
 /// cannot.

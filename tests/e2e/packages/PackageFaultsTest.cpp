@@ -21,8 +21,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-using Lines = std::vector<std::string>;
-
 // A file of more than 10 GB of zeros in about 10 MB.
 CZipInput Bomb()
 {

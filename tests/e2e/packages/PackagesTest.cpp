@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-using Lines = std::vector<std::string>;
-
 std::string Success(const std::string& verb, const std::string& package)
 {
     return "TRACE Successfully " + verb + " files for plugin '" +

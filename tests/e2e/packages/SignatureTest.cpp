@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-using Lines = std::vector<std::string>;
-
 constexpr char kEcdsa[] = "-algorithm EC -pkeyopt ec_paramgen_curve:P-256";
 constexpr char kRsa[] = "-algorithm RSA -pkeyopt rsa_keygen_bits:3072";
 

@@ -2,12 +2,13 @@
 //
 // What a stop request does to a script that is still in its init or main.
 
-#include "support/Service.h"
+#include "e2e/service/Workers.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,9 +19,6 @@ using namespace TestSupport;
 namespace
 {
 
-using Lines = std::vector<std::string>;
-
-const std::string kCaught = "WARNING kza: sigwait(): caught signal 15";
 const std::string kShutdown = "MESSAGE kza: shutdown runs";
 
 // Said by the script when it is where the test wants it.
@@ -41,57 +39,77 @@ bool AskToStop(const CService& service)
     return service.WaitForLog("Stop request noticed");
 }
 
-// What the service said once the script was ready, without traces and without
-// the word that its init has returned.
+// Ends the loop of a script that goes on until it finds the file.
+void LetGoOn(const CService& service)
+{
+    WriteFile(service.Host().Work() + "/go_on", "");
+}
+
+// What the service said since the script was ready, without the record that its
+// init has returned.
 Lines SaidSinceReady(const CService& service)
 {
     Lines said;
     bool isReady = false;
-    for (const std::string& record : service.Records())
+    const std::string isUp = "MESSAGE kza: " + service.Name() + " is up";
+    for (const std::string& record : Said(service))
     {
-        const bool isOther =
-            record.rfind("TRACE", 0) == 0 ||
-            record == "MESSAGE kza: " + service.Name() + " is up";
-        if (isReady && !isOther)
+        if (isReady && record != isUp)
             said.push_back(record);
         isReady = isReady || record == "MESSAGE kza: " + kReady;
     }
     return said;
 }
 
-const std::string kExit =
-    "INFO kza: Child process exited with status 0 (exit 0)";
+// Starts the service, asks it to stop once its script is ready, and waits for
+// its end.
+//
+// \param afterRequest  Called once the request has been noticed.
+//
+// \return what it said since the script was ready.
+Lines SaidWhenAskedToStop(
+    const CService& service,
+    const std::string& module,
+    const std::function<void()>& afterRequest = [] {},
+    const CServiceOptions& options = Traced())
+{
+    service.SetModule(module);
+    if (!service.StartUntil(kReady, options) || !AskToStop(service))
+    {
+        ADD_FAILURE() << service.Log();
+        return {};
+    }
+    afterRequest();
+    EXPECT_TRUE(service.WaitUntilGone());
+    return SaidSinceReady(service);
+}
 
 // A service whose init or main reads from a fifo while the stop comes.
 class StopWhileReading : public testing::TestWithParam<const char*>
 {
 protected:
     // Runs the Lua code as the named function, asks for the stop meanwhile, and
-    // then writes a line into the fifo.
-    void Run(const std::string& function, const std::string& code)
+    // then writes a line into the fifo; answers what the service said.
+    Lines Run(const std::string& function, const std::string& code)
     {
-        m_service.SetModule("local M = {}\n"
-                            "function M.shutdown()\n"
-                            "  dom:Log('message', 'shutdown runs')\n"
-                            "end\n"
-                            "function M." +
-                            function + "()\n" + code +
-                            "end\n"
-                            "return M");
-        std::filesystem::create_directories(m_service.Host().Work());
-        const std::string fifo = m_service.Host().Work() + "/fifo";
-        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-        ASSERT_TRUE(m_service.StartUntil(kReady, Traced()));
+        const std::string work = m_service.Host().Work();
+        std::filesystem::create_directories(work);
+        const std::string fifo = work + "/fifo";
+        EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
         // Opened for both ways, the writer waits for no reader.
         const int writer = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-        ASSERT_GE(writer, 0);
-        ASSERT_TRUE(AskToStop(m_service));
-        EXPECT_EQ(write(writer, "a line\n", 7), 7);
-        EXPECT_TRUE(m_service.WaitUntilGone());
+        Lines said = SaidWhenAskedToStop(
+            m_service,
+            "local M = {}\n"
+            "function M.shutdown() dom:Log('message', 'shutdown runs') end\n"
+            "function M." +
+                function + "()\n" + code +
+                "end\n"
+                "return M",
+            [writer] { EXPECT_EQ(write(writer, "a line\n", 7), 7); });
         close(writer);
+        return said;
     }
-
-    [[nodiscard]] const CService& Service() const { return m_service; }
 
 private:
     const CService m_service{"reading"};
@@ -99,23 +117,25 @@ private:
 
 TEST_P(StopWhileReading, AFileGivesWhatComes)
 {
-    Run(GetParam(), "  local file = io.open('fifo', 'r+')\n"
-                    "  dom:Log('message', 'ready for the stop')\n"
-                    "  dom:Log('message', 'read ' .. file:read())\n");
+    const Lines said =
+        Run(GetParam(), "  local file = io.open('fifo', 'r+')\n"
+                        "  dom:Log('message', 'ready for the stop')\n"
+                        "  dom:Log('message', 'read ' .. file:read())\n");
     const Lines expected = {"MESSAGE kza: read a line", kCaught, kShutdown,
-                            kExit};
-    EXPECT_EQ(SaidSinceReady(Service()), expected);
+                            Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 TEST_P(StopWhileReading, AProgramGivesWhatComes)
 {
-    Run(GetParam(), "  local pipe = io.popen('head -n 1 <>fifo')\n"
-                    "  dom:Log('message', 'ready for the stop')\n"
-                    "  dom:Log('message', 'read ' .. pipe:read())\n"
-                    "  dom:Log('message', tostring(pipe:close()))\n");
+    const Lines said =
+        Run(GetParam(), "  local pipe = io.popen('head -n 1 <>fifo')\n"
+                        "  dom:Log('message', 'ready for the stop')\n"
+                        "  dom:Log('message', 'read ' .. pipe:read())\n"
+                        "  dom:Log('message', tostring(pipe:close()))\n");
     const Lines expected = {"MESSAGE kza: read a line", "MESSAGE kza: true",
-                            kCaught, kShutdown, kExit};
-    EXPECT_EQ(SaidSinceReady(Service()), expected);
+                            kCaught, kShutdown, Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Stop,
@@ -145,7 +165,7 @@ local M = {}
 TEST(StopRequest, CutsOneWaitOfMainAndLaterOnesLastTheirTime)
 {
     const CService service("sleeping");
-    service.SetModule(kTimed + R"lua(
+    const Lines said = SaidWhenAskedToStop(service, kTimed + R"lua(
 function M.main()
   log("ready for the stop")
   timed("sleep", function() return dom:Sleep(600000) end, 600)
@@ -161,9 +181,6 @@ function M.shutdown()
 end
 return M
 )lua");
-    ASSERT_TRUE(service.StartUntil(kReady, Traced()));
-    ASSERT_TRUE(AskToStop(service));
-    EXPECT_TRUE(service.WaitUntilGone());
     const Lines expected = {"MESSAGE kza: sleep false early",
                             "MESSAGE kza: sleep false in time",
                             "MESSAGE kza: wait false in time",
@@ -172,14 +189,14 @@ return M
                             kCaught,
                             "MESSAGE kza: sleep true in time",
                             "MESSAGE kza: wait true",
-                            kExit};
-    EXPECT_EQ(SaidSinceReady(service), expected);
+                            Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 TEST(StopRequest, CutsAWaitForAKey)
 {
     const CService service("waiting");
-    service.SetModule(kTimed + R"lua(
+    const Lines said = SaidWhenAskedToStop(service, kTimed + R"lua(
 function M.main()
   log("ready for the stop")
   timed("wait", function() return dom:Wait("waiting.key", 600000) end, 600)
@@ -187,19 +204,17 @@ function M.main()
 end
 return M
 )lua");
-    ASSERT_TRUE(service.StartUntil(kReady, Traced()));
-    ASSERT_TRUE(AskToStop(service));
-    EXPECT_TRUE(service.WaitUntilGone());
     const Lines expected = {"MESSAGE kza: wait false early",
-                            "MESSAGE kza: sleep false in time", kCaught, kExit};
-    EXPECT_EQ(SaidSinceReady(service), expected);
+                            "MESSAGE kza: sleep false in time", kCaught,
+                            Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 // Work that is busy when the stop comes hears of it at its next wait.
 TEST(StopRequest, CutsTheNextWaitOfABusyMain)
 {
     const CService service("busy");
-    service.SetModule(kTimed + R"lua(
+    const Lines said = SaidWhenAskedToStop(service, kTimed + R"lua(
 function M.main()
   log("ready for the stop")
   repeat until io.open("go_on")
@@ -207,20 +222,18 @@ function M.main()
   timed("sleep", function() return dom:Sleep(200) end, 0.19)
 end
 return M
-)lua");
-    ASSERT_TRUE(service.StartUntil(kReady, Traced()));
-    ASSERT_TRUE(AskToStop(service));
-    WriteFile(service.Host().Work() + "/go_on", "");
-    EXPECT_TRUE(service.WaitUntilGone());
+)lua",
+                                           [&] { LetGoOn(service); });
     const Lines expected = {"MESSAGE kza: sleep false early",
-                            "MESSAGE kza: sleep false in time", kCaught, kExit};
-    EXPECT_EQ(SaidSinceReady(service), expected);
+                            "MESSAGE kza: sleep false in time", kCaught,
+                            Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 TEST(StopRequest, IsToldToMainAndNotToInit)
 {
     const CService service("early");
-    service.SetModule(kTimed + R"lua(
+    const Lines said = SaidWhenAskedToStop(service, kTimed + R"lua(
 function M.init()
   log("ready for the stop")
   repeat until io.open("go_on")
@@ -234,18 +247,15 @@ function M.main()
   timed("sleep", function() return dom:Sleep(600000) end, 600)
 end
 return M
-)lua");
-    ASSERT_TRUE(service.StartUntil(kReady, Traced()));
-    ASSERT_TRUE(AskToStop(service));
-    WriteFile(service.Host().Work() + "/go_on", "");
-    EXPECT_TRUE(service.WaitUntilGone());
+)lua",
+                                           [&] { LetGoOn(service); });
     const Lines expected = {"MESSAGE kza: sleep true in time",
                             "MESSAGE kza: wait false",
                             "MESSAGE kza: wait true",
                             "MESSAGE kza: sleep false early",
                             kCaught,
-                            kExit};
-    EXPECT_EQ(SaidSinceReady(service), expected);
+                            Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 std::string StillRunning(long seconds)
@@ -260,21 +270,23 @@ std::string StillRunning(long seconds)
 TEST(StopRequest, MainThatDoesNotReturnIsNamedAgainAndAgain)
 {
     const CService service("stubborn");
-    service.SetModule("return { main = function()\n"
-                      "  dom:Log('message', 'ready for the stop')\n"
-                      "  repeat until io.open('go_on')\n"
-                      "end }");
     CServiceOptions options = Traced();
     options.speed = 100;
-    ASSERT_TRUE(service.StartUntil(kReady, options));
-    ASSERT_TRUE(AskToStop(service));
-    ASSERT_TRUE(service.WaitForLog("Stop requested ", 3));
-    WriteFile(service.Host().Work() + "/go_on", "");
-    EXPECT_TRUE(service.WaitUntilGone());
+    Lines said = SaidWhenAskedToStop(
+        service,
+        "return { main = function()\n"
+        "  dom:Log('message', 'ready for the stop')\n"
+        "  repeat until io.open('go_on')\n"
+        "end }",
+        [&]
+        {
+            EXPECT_TRUE(service.WaitForLog("Stop requested ", 3));
+            LetGoOn(service);
+        },
+        options);
 
-    Lines said = SaidSinceReady(service);
     ASSERT_GE(said.size(), 5U);
-    EXPECT_EQ(said.back(), kExit);
+    EXPECT_EQ(said.back(), Exited(0));
     said.pop_back();
     EXPECT_EQ(said.back(), kCaught);
     said.pop_back();
@@ -291,22 +303,22 @@ TEST(StopRequest, MainThatDoesNotReturnIsNamedAgainAndAgain)
 TEST(StopRequest, MainThatFollowsIsNotNamed)
 {
     const CService service("obedient");
-    service.SetModule("return {\n"
-                      "  main = function()\n"
-                      "    dom:Log('message', 'ready for the stop')\n"
-                      "    dom:Sleep(math.huge)\n"
-                      "  end,\n"
-                      "  shutdown = function()\n"
-                      "    local start = os.time()\n"
-                      "    repeat until os.time() - start >= 25\n"
-                      "  end }");
     CServiceOptions options = Traced();
     options.speed = 100;
-    ASSERT_TRUE(service.StartUntil(kReady, options));
-    ASSERT_TRUE(AskToStop(service));
-    EXPECT_TRUE(service.WaitUntilGone());
-    EXPECT_EQ(CountOf(service.Log(), "Stop requested"), 0);
-    EXPECT_EQ(CountOf(service.Log(), "Child process exited with status 0"), 1);
+    const Lines said = SaidWhenAskedToStop(
+        service,
+        "return {\n"
+        "  main = function()\n"
+        "    dom:Log('message', 'ready for the stop')\n"
+        "    dom:Sleep(math.huge)\n"
+        "  end,\n"
+        "  shutdown = function()\n"
+        "    local start = os.time()\n"
+        "    repeat until os.time() - start >= 25\n"
+        "  end }",
+        [] {}, options);
+    const Lines expected = {kCaught, Exited(0)};
+    EXPECT_EQ(said, expected);
 }
 
 } // namespace

@@ -48,13 +48,8 @@ TEST(Watchdog, AnotherProcessIsNotTheWorkersEnd)
     const pid_t watchdog = service.PidFromFile();
     Tell(service);
     EXPECT_EQ(CService::StatusOf(watchdog), 5);
-    const Lines expected = {
-        kStarting,
-        kUp,
-        kWorkerRuns,
-        "INFO kza: Child process exited with status 1280 (exit 5)",
-        ServiceEnds(5),
-        kExiting};
+    const Lines expected = {kStarting,      kUp,     kWorkerRuns, Exited(5),
+                            ServiceEnds(5), kExiting};
     EXPECT_EQ(Said(service), expected);
 }
 

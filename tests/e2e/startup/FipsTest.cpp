@@ -18,6 +18,15 @@ namespace
 
 namespace fs = std::filesystem;
 
+const std::string kNotSupported =
+    "WARNING kza: Tried to enter FIPS mode but failed: "
+    "error:0F06D065:common libcrypto routines:FIPS_mode_set:fips mode not "
+    "supported";
+const std::string kRefused = "ERROR kza: Failed to enter FIPS mode. Exiting.";
+
+// How the probe's text begins in FIPS mode.
+constexpr char kFipsIsOn[] = "fips true, SHA256 from fips";
+
 // The agent's installation in a directory of its own, so that what lies beside
 // its libraries is the test's.
 class CFipsHost
@@ -45,6 +54,27 @@ public:
             "probe", kProbe,
             {"--domain_var", "app.fipsmode=" + mode, "--trace", "Appl"},
             options);
+    }
+
+    // Whether a tool that asks for FIPS mode runs in it.
+    [[nodiscard]] bool HasFipsMode(const CProcessOptions& options = {}) const
+    {
+        return Run("1", options).out.find(kFipsIsOn) == 0;
+    }
+
+    // Expects that a tool which asks for FIPS mode ends before its script runs,
+    // for this error.
+    void ExpectRefused(const std::string& error,
+                       const CProcessOptions& options = {}) const
+    {
+        const CProcessResult result = Run("1", options);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, "") << "the script ran";
+        const Lines expected = {
+            Engines(),
+            "WARNING kza: Tried to enter FIPS mode but failed: error:" + error,
+            kRefused};
+        EXPECT_EQ(Said(), expected);
     }
 
     // What the FIPS step said, traces by their text alone.
@@ -92,14 +122,6 @@ private:
 
     CService m_service{"probe"};
 };
-
-using Lines = std::vector<std::string>;
-
-const std::string kNotSupported =
-    "WARNING kza: Tried to enter FIPS mode but failed: "
-    "error:0F06D065:common libcrypto routines:FIPS_mode_set:fips mode not "
-    "supported";
-const std::string kRefused = "ERROR kza: Failed to enter FIPS mode. Exiting.";
 
 TEST(Fips, IsOffUnlessRequested)
 {
@@ -171,7 +193,7 @@ TEST(Fips, ConfigurationFileRequestsIt)
     WriteFile(host.Host().File("work/kz_agent.ini"), "FIPSMode=1\n");
     const CProcessResult result =
         host.Host().RunTool("probe", CFipsHost::kProbe);
-    EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U);
+    EXPECT_EQ(result.out.find(kFipsIsOn), 0U);
 }
 
 TEST(Fips, MissingModuleIsAWarning)
@@ -220,15 +242,7 @@ TEST_P(FipsRefusal, EndsTheRunWithZero)
     if (refusal.file != nullptr)
         WriteFile(host.Host().File(refusal.file), refusal.content);
 
-    const CProcessResult result = host.Run("1");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "") << "the script ran";
-    const Lines expected = {host.Engines(),
-                            "WARNING kza: Tried to enter FIPS mode but "
-                            "failed: error:" +
-                                std::string(refusal.error),
-                            kRefused};
-    EXPECT_EQ(host.Said(), expected);
+    host.ExpectRefused(refusal.error);
 }
 
 const CRefusal kRefusals[] = {
@@ -298,7 +312,7 @@ TEST(Fips, ModuleAndConfigurationAreFoundBesideTheLibraries)
         const CFipsHost host;
         host.Place("configured", place.module);
         WriteFile(host.Host().File(place.file), place.content);
-        EXPECT_EQ(host.Run("1").out.find("fips true, SHA256 from fips"), 0U);
+        EXPECT_TRUE(host.HasFipsMode());
         EXPECT_EQ(host.Said().back(), "FIPS mode is ON");
     }
 }
@@ -322,9 +336,8 @@ TEST(Fips, EnvironmentGoesBeforeWhatLiesBesideTheLibraries)
     host.Place("refuses", "ossl-modules");
     host.Place("configured", "elsewhere");
     WriteFile(host.Host().File("elsewhere/my.cnf"), kWholeFile);
-    EXPECT_EQ(host.Run("1", Environment(host, "elsewhere", "elsewhere/my.cnf"))
-                  .out.find("fips true"),
-              0U);
+    EXPECT_TRUE(
+        host.HasFipsMode(Environment(host, "elsewhere", "elsewhere/my.cnf")));
 }
 
 TEST(Fips, DirectoryOfTheEnvironmentWithoutAModuleIsPassedOver)
@@ -336,9 +349,7 @@ TEST(Fips, DirectoryOfTheEnvironmentWithoutAModuleIsPassedOver)
         host.Place("configured", place);
         WriteFile(host.Host().File(std::string(place) + "/fipsmodule.cnf"),
                   kModuleFile);
-        EXPECT_EQ(host.Run("1", Environment(host, "none"))
-                      .out.find("fips true, SHA256 from fips"),
-                  0U);
+        EXPECT_TRUE(host.HasFipsMode(Environment(host, "none")));
     }
 }
 
@@ -353,9 +364,7 @@ TEST(Fips, ConfigurationBesideTheModuleOfTheEnvironmentIsRead)
         const CFipsHost host;
         host.Place("configured", "elsewhere");
         WriteFile(host.Host().File(file), content);
-        EXPECT_EQ(host.Run("1", Environment(host, "elsewhere"))
-                      .out.find("fips true, SHA256 from fips"),
-                  0U);
+        EXPECT_TRUE(host.HasFipsMode(Environment(host, "elsewhere")));
     }
 }
 
@@ -366,13 +375,8 @@ TEST(Fips, FaultOfTheModuleThatTheEnvironmentActivatesIsNamed)
     WriteFile(host.Host().File("my.cnf"),
               "openssl_conf = start\n[start]\nproviders = all\n"
               "[all]\nfips = it\n[it]\nactivate = 1\nmodule-mac = 00:00\n");
-    EXPECT_EQ(host.Run("1", Environment(host, "elsewhere", "my.cnf")).out, "");
-    const Lines expected = {
-        host.Engines(),
-        "WARNING kza: Tried to enter FIPS mode but failed: "
-        "error:1C8000D6:Provider routines::module integrity failure",
-        kRefused};
-    EXPECT_EQ(host.Said(), expected);
+    host.ExpectRefused("1C8000D6:Provider routines::module integrity failure",
+                       Environment(host, "elsewhere", "my.cnf"));
 }
 
 TEST(Fips, FaultyConfigurationOfTheEnvironmentIsNamed)
@@ -380,13 +384,9 @@ TEST(Fips, FaultyConfigurationOfTheEnvironmentIsNamed)
     const CFipsHost host;
     host.Place("usable", "ossl-modules");
     WriteFile(host.Host().File("my.cnf"), "[start\n");
-    EXPECT_EQ(host.Run("1", Environment(host, "none", "my.cnf")).out, "");
-    const Lines expected = {
-        host.Engines(),
-        "WARNING kza: Tried to enter FIPS mode but failed: error:07000064:"
-        "configuration file routines::missing close square bracket",
-        kRefused};
-    EXPECT_EQ(host.Said(), expected);
+    host.ExpectRefused(
+        "07000064:configuration file routines::missing close square bracket",
+        Environment(host, "none", "my.cnf"));
 }
 
 TEST(Fips, OtherFaultsInTheEnvironmentsConfigurationDoNotCount)
@@ -396,9 +396,7 @@ TEST(Fips, OtherFaultsInTheEnvironmentsConfigurationDoNotCount)
     WriteFile(host.Host().File("my.cnf"),
               "openssl_conf = start\n[start]\nunknown = x\nproviders = all\n"
               "[all]\nfips = it\n[it]\nactivate = 1\nmodule-mac = CA:FE\n");
-    EXPECT_EQ(host.Run("1", Environment(host, "none", "my.cnf"))
-                  .out.find("fips true, SHA256 from fips"),
-              0U);
+    EXPECT_TRUE(host.HasFipsMode(Environment(host, "none", "my.cnf")));
 }
 
 TEST(Fips, NoConfigurationIsReadWhileItIsOff)
@@ -428,8 +426,7 @@ TEST(Fips, OddCharactersInThePathAreNoSyntax)
     const CProcessResult result =
         TestSupport::Run({odd + "/root/kz_agent", "--appname", "probe",
                           "--domain_var", "app.fipsmode=1"});
-    EXPECT_EQ(result.out.find("fips true, SHA256 from fips"), 0U)
-        << result.out << result.err;
+    EXPECT_EQ(result.out.find(kFipsIsOn), 0U) << result.out << result.err;
 }
 
 TEST(Fips, WorkersInheritIt)
@@ -441,9 +438,9 @@ TEST(Fips, WorkersInheritIt)
     service.SetModule(CFipsHost::kProbe);
     CServiceOptions options;
     options.arguments = {"--domain_var", "app.fipsmode=1"};
-    ASSERT_TRUE(service.StartUntil("fips true, SHA256 from fips", options));
+    ASSERT_TRUE(service.StartUntil(kFipsIsOn, options));
     kill(service.Worker(), SIGKILL);
-    EXPECT_TRUE(service.WaitForLog("fips true, SHA256 from fips", 2));
+    EXPECT_TRUE(service.WaitForLog(kFipsIsOn, 2));
     EXPECT_TRUE(service.Stop());
 }
 

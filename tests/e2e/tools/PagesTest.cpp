@@ -45,10 +45,10 @@ private:
     CTempDir m_dir;
 };
 
-std::string Lines(int count)
+std::string Text(int lines)
 {
     std::string text;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < lines; ++i)
         text += "A line.\n";
     return text;
 }
@@ -84,7 +84,7 @@ TEST(Pages, FaultIsNamedWithItsPlace)
          "a.md:3: #a-2 leads to no heading\n"},
         {"a.md", "two " + wide + "\n",
          "a.md:1: has 125 characters, more than 120\n"},
-        {"a.md", "# A\n" + Lines(149) + "## B\n",
+        {"a.md", "# A\n" + Text(149) + "## B\n",
          "a.md:151: the table of contents of this long page lacks #b\n"},
         {"docs/two.md", "# Two\n",
          "docs/two.md: is not linked from docs/README.md\n"},
@@ -115,7 +115,7 @@ TEST(Pages, WhatIsInOrderIsNotNamed)
         "| " + wide + " | two |\n",
         "- [" + wide + " x](docs)\n",
         "```\n" + wide + " two\n```\n",
-        "# A\n[B](#b)\n" + Lines(200) + "## B\n### C\n",
+        "# A\n[B](#b)\n" + Text(200) + "## B\n### C\n",
         // 120 characters, which take more bytes.
         "\xc3\xa4 " + wide.substr(3) + "\n",
     };
