@@ -126,10 +126,15 @@ function TestHost:test_entries()
     lu.assertEquals(host.entries(path, true), entries)
 end
 
-function TestHost:test_an_unusable_package_is_told_and_nothing_written()
+-- A directory, and a package in it with these entries.
+local function new_package(entries)
     local place = support.directory()
-    local package = support.write(place .. "/p.kzp",
-        zip.pack({ { name = "good", bytes = "x" }, { name = "../evil" } }))
+    return place, support.write(place .. "/p.kzp", zip.pack(entries))
+end
+
+function TestHost:test_an_unusable_package_is_told_and_nothing_written()
+    local place, package = new_package({
+        { name = "good", bytes = "x" }, { name = "../evil" } })
     local accepted, message = host.check_package(package, place)
     lu.assertNil(accepted)
     lu.assertStrContains(message, "../evil")
@@ -137,17 +142,13 @@ function TestHost:test_an_unusable_package_is_told_and_nothing_written()
 end
 
 function TestHost:test_check_package_makes_no_directory()
-    local place = support.directory()
-    local package = support.write(place .. "/p.kzp",
-        zip.pack({ { name = "lib/good", bytes = "x" } }))
+    local place, package = new_package({ { name = "lib/good", bytes = "x" } })
     lu.assertTrue(host.check_package(package, place .. "/bin"))
     lu.assertEquals(host.list(place), { "p.kzp" })
 end
 
 function TestHost:test_check_package_removes_nothing()
-    local place = support.directory()
-    local package = support.write(place .. "/p.kzp",
-        zip.pack({ { name = "lib/good", bytes = "x" } }))
+    local place, package = new_package({ { name = "lib/good", bytes = "x" } })
     -- As unpacking leaves it when it is killed; no process has this number.
     local left = support.write(place .. "/lib/.kza_unzip.2147483647.1", "")
     lu.assertTrue(host.check_package(package, place))

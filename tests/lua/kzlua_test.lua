@@ -16,14 +16,16 @@ local function feed(input)
 end
 
 -- The same on a terminal, which script(1) makes. Each line is typed once the
--- prompt for it is there; the terminal shows what is typed.
-local function type_lines(lines, env)
+-- prompt for it is there; the terminal shows what is typed. `options` are words
+-- for the agent.
+local function type_lines(lines, options)
     local work = support.directory()
     local path = support.write(work .. "/input", lines)
+    local command = ("%s --appname kzlua --workdir %s %s"):format(
+        quote(support.agent), quote(work), options or "")
     local result = support.run(([[
-        %s TERM=dumb timeout -s KILL 60 script -qec %s /dev/null <%s
-    ]]):format(env or "", quote(("%s --appname kzlua --workdir %s"):format(
-        quote(support.agent), quote(work))), quote(path)))
+        TERM=dumb timeout -s KILL 60 script -qec %s /dev/null <%s
+    ]]):format(quote(command), quote(path)))
     result.out = result.out:gsub("\r", "")
     return result, work
 end
@@ -129,14 +131,9 @@ end
 function TestTerminal.test_works_without_the_editing_module()
     local shadow = support.directory()
     support.write(shadow .. "/readline.lua", "error('not here')")
-    local work = support.directory()
-    local input = support.write(work .. "/input", "1 + 1\n\4")
-    local result = support.run(("timeout -s KILL 60 script -qec %s /dev/null "
-        .. "<%s"):format(
-        quote(("%s --appname kzlua --workdir %s --lua_path %s"):format(
-            quote(support.agent), quote(work), quote(shadow .. "/?.lua"))),
-        quote(input)))
-    lu.assertStrContains((result.out:gsub("\r", "")), "> 2\n> ")
+    local result = type_lines("1 + 1\n\4",
+        "--lua_path " .. quote(shadow .. "/?.lua"))
+    lu.assertStrContains(result.out, "> 2\n> ")
     lu.assertEquals(result.status, 0)
 end
 

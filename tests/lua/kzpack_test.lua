@@ -35,6 +35,11 @@ local function pack(...)
     return result
 end
 
+-- Runs the application `widget` out of an archive.
+local function run_widget(archive)
+    return support.run_agent({ "--appname", "widget", "--zippath", archive })
+end
+
 -- A command that must fail with this message and leave `output` alone.
 local function assert_fails(message, output, ...)
     local result = kzpack(...)
@@ -141,8 +146,7 @@ return { main = function() inner() end }
 function TestArchive.test_compiled_modules_still_say_where()
     local out = support.directory()
     pack("archive", "-c", out .. "/w.kze", tree({ ["widget.lua"] = FAULTY }))
-    local result = support.run_agent({
-        "--appname", "widget", "--zippath", out .. "/w.kze" })
+    local result = run_widget(out .. "/w.kze")
     lu.assertEquals(result.status, 2)
     lu.assertStrContains(result.err, "w.kze/widget.lua:1: broken\n")
 end
@@ -150,8 +154,7 @@ end
 function TestArchive.test_stripped_modules_run_and_tell_nothing()
     local out = support.directory()
     pack("archive", "-s", out .. "/w.kze", tree({ ["widget.lua"] = FAULTY }))
-    local result = support.run_agent({
-        "--appname", "widget", "--zippath", out .. "/w.kze" })
+    local result = run_widget(out .. "/w.kze")
     lu.assertEquals(result.status, 2)
     lu.assertStrContains(result.err, "broken\nstack traceback:\n")
     lu.assertStrContains(result.err, "in function <?:2>\n")
@@ -176,8 +179,7 @@ function TestArchive.test_every_construct_survives_stripping()
     local function run(option)
         local out = support.directory() .. "/w.kze"
         pack("archive", option, out, tree({ ["widget.lua"] = text }))
-        local result = support.run_agent({
-            "--appname", "widget", "--zippath", out })
+        local result = run_widget(out)
         lu.assertEquals(result.status, 0, result.err)
         return result.out
     end
@@ -190,8 +192,7 @@ function TestArchive.test_source_may_begin_as_a_script()
     local out = support.directory() .. "/w.kze"
     pack("archive", "-c", out, tree({
         ["widget.lua"] = "\239\187\191#!/usr/bin/lua\nerror('here')" }))
-    local result = support.run_agent({
-        "--appname", "widget", "--zippath", out })
+    local result = run_widget(out)
     lu.assertStrContains(result.err, "w.kze/widget.lua:2: here\n")
 end
 
