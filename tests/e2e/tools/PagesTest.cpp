@@ -29,7 +29,9 @@ public:
         Write("README.md", "# Tree\n\n[pages](docs/README.md)\n");
         Write("docs/README.md",
               "# Pages\n\n[one](one.md), [more](more/README.md)\n");
-        Write("docs/one.md", "# One\n\n## Its `second` part, too\n");
+        Write("docs/one.md", "# One\n\n## Its `second` part, too\n\n"
+                             "`Here.h`, `src/Here.h`, `<map.h>`\n");
+        Write("src/Here.h", "");
         Write("docs/more/README.md",
               "# More\n\n[a part of one](../one.md#its-second-part-too)\n");
     }
@@ -82,6 +84,8 @@ TEST(Pages, FaultIsNamedWithItsPlace)
         {"a.md", "# A\n[gone](#b)\n", "a.md:2: #b leads to no heading\n"},
         {"a.md", "# A\n# A\n[gone](#a-2)\n",
          "a.md:3: #a-2 leads to no heading\n"},
+        {"a.md", "\n`re.h`\n", "a.md:2: `re.h` is no file of the tree\n"},
+        {"a.md", "`b/Here.h`\n", "a.md:1: `b/Here.h` is no file of the tree\n"},
         {"a.md", "two " + wide + "\n",
          "a.md:1: has 125 characters, more than 120\n"},
         {"a.md", "# A\n" + Text(149) + "## B\n",
