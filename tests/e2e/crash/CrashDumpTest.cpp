@@ -117,7 +117,7 @@ bool IsForeseen(const std::string& way)
 
 } // namespace
 
-TEST_F(CrashDump, EachFaultOfTheScriptThread)
+TEST_F(CrashDump, EachFaultOfTheScriptThreadLeavesADump)
 {
     for (const CWay& way : kWays)
     {
@@ -136,7 +136,7 @@ TEST_F(CrashDump, EachFaultOfTheScriptThread)
     }
 }
 
-TEST_F(CrashDump, EachFaultOfTheMainThread)
+TEST_F(CrashDump, EachFaultOfTheMainThreadLeavesADump)
 {
     for (const CWay& way : kWays)
     {
@@ -151,7 +151,7 @@ TEST_F(CrashDump, EachFaultOfTheMainThread)
     }
 }
 
-TEST_F(CrashDump, EachFaultOfAThreadThatTheAgentDoesNotKnow)
+TEST_F(CrashDump, FaultsOfAForeignThreadLeaveADumpButForAnOverflow)
 {
     for (const CWay& way : kWays)
     {
@@ -332,7 +332,7 @@ TEST_F(CrashDump, TheOneBeforeIsKept)
     EXPECT_EQ(Files(), std::set<std::string>({"tool.mdmp", "tool.mdmp.1"}));
 }
 
-TEST_F(CrashDump, FullDumpOnRequest)
+TEST_F(CrashDump, FullDumpIsMadeOnRequest)
 {
     WriteFile(m_host.File("work/kz_agent.ini"), "DumpLevel=1\n");
     // The thread sanitizer multiplies memory and time.

@@ -125,7 +125,7 @@ TEST(Packages, ADamagedEntryEndsItsPackageAndNoOther)
     EXPECT_EQ(ReadFile(host.File("wrong")), "old");
 }
 
-TEST(Packages, WhatIsNoneIsLeftAlone)
+TEST(Packages, FilesThatAreNoPackagesAreLeftAlone)
 {
     CPackageHost host;
     const Lines tree = {".hidden.kzp", "directory.kzp/", "shouting.KZP", "sub/",
@@ -234,7 +234,7 @@ TEST(Packages, TheTraceFollowsEveryStep)
     EXPECT_EQ(host.Tree(), Lines{"Plugin-Two-2.kzp.done"});
 }
 
-TEST(Packages, WithoutAnyNothingIsReported)
+TEST(Packages, WithoutPackagesNothingIsReported)
 {
     CPackageHost host;
     host.Add("Agent-Core-x.kzp", "swept all the same");

@@ -88,7 +88,7 @@ TEST(Daemon, WatchdogIsDetachedAndItsOnlyChildIsTheWorker)
     EXPECT_TRUE(service.Stop());
 }
 
-TEST(Daemon, WorkingDirectoryAndDescriptors)
+TEST(Daemon, IsInItsWorkingDirectoryOnTheNullDevice)
 {
     const CService service;
     service.SetModule(kWaitingMain);

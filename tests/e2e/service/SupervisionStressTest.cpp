@@ -241,7 +241,7 @@ void SendAgainWhereHeldBack(const CService& service, pid_t watchdog)
 
 // A stop request at any moment from when the pid file can be read leaves no
 // process behind.
-TEST(SupervisionStress, StopRightAfterTheStart)
+TEST(SupervisionStress, StopRightAfterTheStartLeavesNoProcess)
 {
     std::mt19937 random = Random(2);
     std::uniform_int_distribution<int> pause(0, 5000);

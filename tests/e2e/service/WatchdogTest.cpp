@@ -196,7 +196,7 @@ TEST(Watchdog, DriverScriptHasACleanSignalState)
     EXPECT_EQ(ReadFile(service.Host().Work() + "/fds"), "0\n1\n2\n3\n");
 }
 
-TEST(Watchdog, FirstDelaysInRealTime)
+TEST(Watchdog, FirstDelaysLastOneAndTwoSeconds)
 {
     const CService service("delays");
     service.SetModule(EndsAtFirst(3, 2));
@@ -350,7 +350,7 @@ TEST(Watchdog, HasOneThread)
 }
 
 // Looks while the script is in its main: later sigwait() unblocks SIGTERM.
-TEST(Watchdog, MasksOfTheFirstWorkerAndOfLaterOnes)
+TEST(Watchdog, FirstWorkerBlocksSigtermAndLaterOnesSigchldToo)
 {
     const CService service;
     service.SetModule(EndsWhenTold(0));

@@ -55,7 +55,7 @@ std::string Text(int lines)
     return text;
 }
 
-TEST(Pages, ThisTreesAreInOrder)
+TEST(Pages, PagesOfThisTreeAreInOrder)
 {
     const CProcessResult result = Look(KZA_SOURCE_DIR);
     EXPECT_EQ(result.status, 0) << result.out << result.err;

@@ -95,7 +95,7 @@ TEST(PluginWorkdir, MissingParentIsSaid)
                                  " (error 2: No such file or directory)");
 }
 
-TEST(PluginWorkdir, NamesThatAreNoPlugin)
+TEST(PluginWorkdir, NamesThatAreNoPluginGetNone)
 {
     const CTempDir work;
     const wxString names[] = {"", ".", "..", "a/b", "/", wxString("a\0b", 3)};

@@ -298,7 +298,7 @@ TEST(DomLua, ChangeDuringAnAnnouncedStopIsReportedOnceItIsWithdrawn)
         .join();
 }
 
-TEST(DomLua, KeyThatIsFirstWaitedForDuringAnAnnouncedStop)
+TEST(DomLua, ChangeOfAKeyFirstWaitedForDuringAStopIsReportedAfterwards)
 {
     const DomPtr dom = NewDom();
     std::thread(

@@ -70,7 +70,7 @@ TEST(PidFile, WhiteSpaceAroundTheNumberIsFine)
     }
 }
 
-TEST(PidFile, AnythingElseIsAbsent)
+TEST(PidFile, ContentThatIsNoPositiveNumberIsAbsent)
 {
     const CTempDir dir;
     const std::string path = dir.File("a.pid");

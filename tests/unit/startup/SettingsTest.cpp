@@ -63,7 +63,7 @@ TEST(Settings, EntriesOfTheGroupAloneAreKeys)
     EXPECT_EQ(settings.m_warnings, Texts());
 }
 
-TEST(Settings, NothingWithoutTheGroup)
+TEST(Settings, FilesWithoutTheGroupSetNothing)
 {
     EXPECT_EQ(CSettings("log.keep=1\n[other]\na=1\n").m_keys, Keys());
     EXPECT_EQ(CSettings("").m_keys, Keys());
