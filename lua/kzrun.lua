@@ -203,4 +203,13 @@ local function main()
     end
 end
 
-return { main = main }
+-- The options and the names of the commands, for completion.
+local function parser()
+    local built = new_parser()
+    for _, name in ipairs(NAMES) do
+        built:command(name):add_help(false)
+    end
+    return built
+end
+
+return { main = main, parser = parser }

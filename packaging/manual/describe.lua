@@ -10,6 +10,7 @@
 -- section. Lines of their own stand for what comes from the program:
 --
 --     @HELP@       what its --help prints
+--     @HELPS@      what the --help of each command for a directory prints
 --     @OPTIONS@    the options of all its commands
 --     @COMMANDS@   its commands with their options
 
@@ -31,11 +32,12 @@ end
 
 -- What the programs say ------------------------------------------------------
 
--- The help of a tool, printed by it in an agent of its own.
-local function help_of(program)
+-- The help of a tool, or of what the words name, printed by it in an agent of
+-- its own.
+local function help_of(program, words)
     local command = ("exec '%s' --appname %s --workdir '%s' --lua_path '%s' "
-        .. "-- --help"):format(dom:Get("app.path.exe"), program,
-        dom:Get("app.path.work"), dom:Get("app.lua.path"))
+        .. "-- %s --help"):format(dom:Get("app.path.exe"), program,
+        dom:Get("app.path.work"), dom:Get("app.lua.path"), words or "")
     local pipe = assert(io.popen(command))
     local text = pipe:read("*a")
     assert(pipe:close(), program .. " --help has failed")
@@ -101,6 +103,17 @@ local PARTS = {}
 
 function PARTS.HELP(program)
     return escaped((help_of(program):gsub("\n$", "")))
+end
+
+function PARTS.HELPS(program)
+    local lines = {}
+    for _, command in ipairs(parser_of(program)._commands) do
+        lines[#lines + 1] = ".SS " .. command._name
+        lines[#lines + 1] = ".nf"
+        lines[#lines + 1] =
+            escaped(help_of(program, ". " .. command._name)) .. ".fi"
+    end
+    return table.concat(lines, "\n")
 end
 
 function PARTS.OPTIONS(program)

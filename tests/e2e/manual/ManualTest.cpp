@@ -91,6 +91,7 @@ TEST(Manual, PagesHaveTheCommandsOfTheirTools)
         {"kzctl.8", "\n   status\n"},
         {"kzctl.8", "--level {error,warning,message,info,verbose,debug,trace}"},
         {"kzctl.8", "only records of this level or worse"},
+        {"kzrun.1", "start again after each change of the project"},
         {"kzpack.1", "shows what an archive or a package holds"},
     };
     for (const auto& [page, text] : commands)
@@ -127,6 +128,8 @@ TEST(Completion, OffersCommandsAndOptions)
     EXPECT_EQ(Complete({"kzctl", "log", "--level", "w"}), TSet({"warning"}));
     EXPECT_EQ(Complete({"kzpack", "v"}), TSet({"verify"}));
     EXPECT_EQ(Complete({"kzpack", "archive", "--co"}), TSet({"--compile"}));
+    EXPECT_EQ(Complete({"kzrun", "spool", "ru"}), TSet({"run"}));
+    EXPECT_EQ(Complete({"kzrun", "spool", "--wa"}), TSet({"--watch"}));
     EXPECT_EQ(Complete({"kz_agent", "--app"}), TSet({"--appname"}));
     EXPECT_EQ(Complete({"kz_agent", "-b", "--lua"}),
               TSet({"--lua_cpath", "--lua_path"}));
