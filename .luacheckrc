@@ -26,6 +26,6 @@ files["**/meta/*.lua"] = {
 }
 
 -- The driver keeps tests from ending the process.
-files["**/kzaunit.lua"] = { globals = { "os.exit" } }
+files["**/kza/unit.lua"] = { globals = { "os.exit" } }
 
 exclude_files = { "build", ".ccache" }

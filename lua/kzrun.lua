@@ -11,7 +11,15 @@ local complain = require("kza.run.complain")
 local FAILURE, WRONG_USAGE = 1, 2
 
 -- The commands, in the order of the help. The first runs when none is named.
-local NAMES = { "run" }
+local NAMES = { "run", "test" }
+
+local function seconds(text)
+    local number = tonumber(text)
+    if not number or number < 0 or number ~= number then
+        return nil, ("'%s' is no time in seconds"):format(text)
+    end
+    return number
+end
 
 -- The options of all commands: how the parser has it, what help says, and for
 -- one with a value its name there and what makes it out of the text.
@@ -19,6 +27,11 @@ local OPTIONS = {
     app = { "--app", "the application's module, when it is not named like DIR",
         value = "NAME" },
     watch = { "--watch", "start again after each change of the project" },
+    junit = { "--junit", "write the results to a file, as JUnit does",
+        value = "FILE" },
+    tap = { "--tap", "write nothing but TAP to standard output" },
+    timeout = { "--timeout", "how long a test may take (60; 0: for ever)",
+        value = "S", convert = seconds },
 }
 
 local function load_commands()

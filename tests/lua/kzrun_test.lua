@@ -3,8 +3,10 @@
 -- kzrun, as an author uses it: each test has a project of its own.
 
 local lu = require("luaunit")
+local projects = require("projects")
 local support = require("support")
 
+local kzrun, project, run = projects.kzrun, projects.new, projects.run
 local quote = support.quote
 
 -- An application that shows what it was given.
@@ -13,32 +15,6 @@ return { main = function()
     print(dom:Get("app.name"), table.concat(arg, ","))
 end }
 ]]
-
--- A project in a new directory, with these files.
-local function project(files, name)
-    local dir = support.directory() .. "/" .. (name or "demo")
-    support.shell("mkdir -p " .. quote(dir))
-    for path, text in pairs(files) do
-        support.write(dir .. "/" .. path, text)
-    end
-    return dir
-end
-
--- Runs kzrun with these words, after a command of the shell.
-local function kzrun(words, before)
-    local quoted = {}
-    for i, word in ipairs(words) do
-        quoted[i] = quote(word)
-    end
-    return support.run(("%s timeout -s KILL 120 %s/kzrun %s"):format(
-        before or "", quote(support.stage), table.concat(quoted, " ")))
-end
-
-local function run(words, before)
-    local result = kzrun(words, before)
-    lu.assertEquals(result.status, 0, result.out .. result.err)
-    return result
-end
 
 TestRun = {}
 

@@ -12,6 +12,7 @@
 #include "kza_core/Trace.h"
 #include "lua/DomObject.h"
 #include "lua/LuaGuard.h"
+#include "lua/TestLimit.h"
 #include "process/WakeUp.h"
 
 #include <lua.hpp>
@@ -172,7 +173,7 @@ int Wait(lua_State* L)
     CDom& dom = DomOfMethod(L);
     CDomStore& store = StoreOf(dom);
     const std::string_view key = CheckBytes(L, 2);
-    const std::chrono::milliseconds timeout = CheckTime(L, 3);
+    const auto timeout = CTestLimit::Bounded(CheckTime(L, 3));
     lua_settop(L, 3);
     PushSeen(L, &dom);
     PushSeen(L, &store);
@@ -187,6 +188,7 @@ int Wait(lua_State* L)
     SetGenerationIn(L, kReported, changed ? seen : reported);
     if (!changed && seen != reported)
         SetGenerationIn(L, kUnreported, seen);
+    CTestLimit::Check(L, 1);
     lua_pushboolean(L, changed ? 1 : 0);
     return 1;
 }
@@ -194,7 +196,9 @@ int Wait(lua_State* L)
 int Sleep(lua_State* L)
 {
     DomOfMethod(L);
-    lua_pushboolean(L, CRunnable::SleepFor(CheckTime(L, 2)) ? 1 : 0);
+    const auto time = CTestLimit::Bounded(CheckTime(L, 2));
+    lua_pushboolean(L, CRunnable::SleepFor(time) ? 1 : 0);
+    CTestLimit::Check(L, 1);
     return 1;
 }
 

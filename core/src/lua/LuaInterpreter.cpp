@@ -8,6 +8,7 @@
 #include "lua/ErrorReport.h"
 #include "lua/LuaGuard.h"
 #include "lua/LuaHost.h"
+#include "lua/LuaProbe.h"
 #include "lua/LuaProcess.h"
 #include "lua/LuaSearchers.h"
 
@@ -120,6 +121,7 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
     luaL_openlibs(m_state);
     InstallLuaProcess(m_state);
     PreloadLuaHost(m_state);
+    PreloadLuaProbe(m_state);
     ReplacePrint();
 }
 

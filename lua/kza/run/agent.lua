@@ -5,6 +5,7 @@
 local fail = require("kza.ctl.fail")
 local files = require("kza.files")
 local host = require("kza.host")
+local literal = require("kza.run.literal")
 
 local agent = {}
 
@@ -51,6 +52,33 @@ function agent.prepare(project)
         must(host.make_directory(project.work))
     end
     must(files.write(project.work .. "/kz_agent.ini", settings(project)))
+end
+
+local function make_directories(base, path)
+    for at in path:gmatch("()/") do
+        local directory = files.join(base, path:sub(1, at - 1))
+        if not files.is_directory(directory) then
+            must(host.make_directory(directory))
+        end
+    end
+end
+
+--- Lets steps of a command run in the agent before the application is loaded,
+--- see kza.run.begin.
+---@param project kza.run.Project
+---@param command string
+---@param plan table
+---@return string first  For agent.command.
+function agent.begin_with(project, command, plan)
+    local first = files.join(project.work, command)
+    local name = project.name:gsub("%.", "/") .. ".lua"
+    make_directories(project.work, command .. "/" .. name)
+    must(files.write(files.join(first, name),
+        ("-- Written by kzrun for one run.\n"
+        .. "return require(\"kza.run.begin\")(%s, %s, %s, ...)\n"):format(
+            literal.write(command), literal.write(plan),
+            literal.write(project.module))))
+    return first
 end
 
 -- The agent expands variables in this option's value.

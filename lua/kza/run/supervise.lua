@@ -89,18 +89,17 @@ local function try_to_start(prepare)
     complain("%s", type(result) == "table" and result.message or result)
 end
 
-local function say_end(value, signal)
-    if signal then
-        complain("ended by signal %d; waiting for a change", signal)
-    elseif value ~= 0 then
-        complain("ended with status %d; waiting for a change", value)
-    else
-        complain("ended; waiting for a change")
+local function describe_end(ended)
+    if ended.signal then
+        return ("ended by signal %d"):format(ended.signal)
+    elseif ended.status ~= 0 then
+        return ("ended with status %d"):format(ended.status)
     end
+    return "ended"
 end
 
 -- Runs one program until files change. Answers false when the user ended it.
-local function run_until_change(pid, watch)
+local function run_until_change(pid, watch, describe)
     while true do
         local event, value, more = watch:await(pid)
         if event == "signal" then
@@ -116,14 +115,16 @@ local function run_until_change(pid, watch)
             return true
         end
         pid = nil
-        say_end(value, more)
+        complain("%s; waiting for a change",
+            describe({ status = value, signal = more }))
     end
 end
 
 --- Runs a program, and again after each change, until the user ends it.
 ---@param project kza.run.Project
 ---@param prepare fun(): string[]  Answers with the command; may fail.
-function supervise.watch(project, prepare)
+---@param describe? fun(ended: kza.run.End): string  What is said of an end.
+function supervise.watch(project, prepare, describe)
     host.take_signals()
     local watch = changes.watch(project)
     repeat
@@ -131,7 +132,7 @@ function supervise.watch(project, prepare)
         if not pid then
             complain("waiting for a change")
         end
-    until not run_until_change(pid, watch)
+    until not run_until_change(pid, watch, describe or describe_end)
 end
 
 return supervise

@@ -182,6 +182,21 @@ TEST(KzrunWatch, ModuleThatIsGoneMayComeBack)
     EndWatch(kzrun);
 }
 
+TEST(KzrunWatch, TestsRunAfterEachChange)
+{
+    const std::string module = "return { value = ";
+    const CProject project(module + "1 }");
+    project.Write("tests/a_test.lua", R"(
+        function test_value()
+            require("luaunit").assertEquals(kzaAppModule.value, 2)
+        end)");
+    CProcess kzrun(project.Words({"test", "--watch"}));
+    EXPECT_TRUE(WaitForErr(kzrun, "kzrun: failed; waiting for a change\n"));
+    project.Write("src/demo.lua", module + "2 }");
+    EXPECT_TRUE(WaitForErr(kzrun, "kzrun: passed; waiting for a change\n"));
+    EndWatch(kzrun);
+}
+
 TEST(KzrunWatch, SignalsThatEndAProgramEndBoth)
 {
     const CProject project(kWaits);
