@@ -141,10 +141,12 @@ function host.process(pid) end
 function host.children(pid) end
 
 --- The ids of the processes that run an executable, also when its file has been
---- replaced since; in no order.
+--- replaced since; in no order. Files count, not paths: a process in a container
+--- may run another one of the same path.
 ---@param executable string  Absolute path without symbolic links.
+---@param directory? string  Only those whose current directory this is.
 ---@return integer[] pids
-function host.processes(executable) end
+function host.processes(executable, directory) end
 
 --- The path, absolute and without symbolic links.
 ---@param path string

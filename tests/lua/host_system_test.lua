@@ -49,6 +49,25 @@ function TestProcesses:test_processes_of_an_executable()
     lu.assertEquals(host.processes("/nowhere"), {})
 end
 
+function TestProcesses:test_processes_in_a_directory()
+    local pid, stop = sleeper()
+    local sleep = host.process(pid).executable
+    local here = host.process(pid).directory
+    local function is_among(pids)
+        for _, found in ipairs(pids) do
+            if found == pid then
+                return true
+            end
+        end
+        return false
+    end
+    lu.assertTrue(is_among(host.processes(sleep)))
+    lu.assertTrue(is_among(host.processes(sleep, here .. "/.")))
+    lu.assertFalse(is_among(host.processes(sleep, support.directory())))
+    lu.assertFalse(is_among(host.processes(sleep, "/nowhere")))
+    stop()
+end
+
 function TestProcesses:test_real_path()
     local place = support.directory()
     support.shell("ln -s . " .. support.quote(place .. "/link"))

@@ -97,10 +97,12 @@ int Children(lua_State* L)
     return PushPids(L, ChildrenOfProcess(CheckPid(L)));
 }
 
-// processes(executable): the ids of those that run it.
+// processes(executable [, directory]): the ids of those that run it there.
 int Processes(lua_State* L)
 {
-    return PushPids(L, ProcessesOf(CheckPath(L, 1)));
+    const char* const executable = CheckPath(L, 1);
+    const char* const directory = lua_isnoneornil(L, 2) ? "" : CheckPath(L, 2);
+    return PushPids(L, ProcessesOf(executable, directory));
 }
 
 // real_path(path): absolute and without symbolic links.

@@ -38,10 +38,14 @@ struct CProcessInfo
 /// The processes whose parent this is, zombies too; in no order.
 [[nodiscard]] std::vector<pid_t> ChildrenOfProcess(pid_t parent);
 
-/// The processes that run an executable, also when its file has been replaced
-/// since; in no order. Without those whose executable we are not told.
+/// The processes that run an executable in a directory; in no order. Without
+/// those of which we are not told either. What these are is told by the files
+/// themselves: a process in a container may run another file of the same path.
 ///
-/// \param path  Absolute, without symbolic links.
-[[nodiscard]] std::vector<pid_t> ProcessesOf(const std::string& path);
+/// \param executable  Absolute, without symbolic links. A process also runs it
+///                    when the file has been replaced since.
+/// \param directory   Their current directory; empty for any.
+[[nodiscard]] std::vector<pid_t> ProcessesOf(const std::string& executable,
+                                             const std::string& directory);
 
 } // namespace KzaCore

@@ -47,21 +47,15 @@ end
 -- Whether the process is one of the service: what the system does not tell
 -- does not count against it.
 local function is_of_service(where, process)
-    if process.state == "Z" then
-        return false
-    end
-    if #process.words > 0 and not is_background_of(where, process) then
-        return false
-    end
-    return process.directory == nil
-        or process.directory == (host.real_path(where.work) or where.work)
+    return process.state ~= "Z"
+        and (#process.words == 0 or is_background_of(where, process))
 end
 
 -- The service's processes by their ids.
 local function processes_of(where)
     local found = {}
     local executable = host.real_path(where.agent) or where.agent
-    for _, pid in ipairs(host.processes(executable)) do
+    for _, pid in ipairs(host.processes(executable, where.work)) do
         local process = host.process(pid)
         if process and is_of_service(where, process) then
             found[pid] = process

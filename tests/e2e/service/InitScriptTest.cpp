@@ -220,6 +220,24 @@ TEST(InitScript, OptionsOfTheHostReachTheAgent)
     EXPECT_EQ(installed.Stop().status, 0);
 }
 
+// As in a container: its processes are seen from the host, and so are the names
+// of their files, which are others than the host's.
+TEST(InitScript, AnInstallationOfTheSamePathsElsewhereIsAnother)
+{
+    const CInstalled installed;
+    const CInstalled other;
+    ASSERT_TRUE(other.StartUntil("runs as"));
+    EXPECT_EQ(installed.Run("status").status, 3);
+    EXPECT_EQ(installed.Run("stop").status, 0);
+    EXPECT_EQ(other.Run("status").status, 0);
+
+    const std::string agent = other.Service().Host().Agent();
+    fs::copy(agent, agent + ".new");
+    fs::rename(agent + ".new", agent);
+    EXPECT_EQ(installed.Run("status").status, 3);
+    EXPECT_EQ(other.Stop().status, 0);
+}
+
 TEST(InitScript, StatusTellsThatThePidFileIsStale)
 {
     const CInstalled installed;
@@ -272,6 +290,15 @@ TEST(InitScript, AToolOfTheSameProgramIsAStranger)
         ASSERT_TRUE(WaitUntil([&] { return tool.Out() == "waits"; }));
         ExpectLeftAlone(installed, tool);
     }
+}
+
+TEST(InitScript, AnAgentThatWasStartedByAnotherPathIsKnown)
+{
+    const CInstalled installed;
+    ASSERT_TRUE(installed.Service().StartUntil("runs as"));
+    EXPECT_EQ(installed.Run("status").status, 0);
+    EXPECT_EQ(installed.Run("start").out, "kz_agent runs already\n");
+    EXPECT_EQ(installed.Stop().status, 0);
 }
 
 TEST(InitScript, AnAgentWhoseProgramWasReplacedIsKnown)

@@ -10,8 +10,10 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace KzaCore
@@ -39,6 +41,17 @@ std::string LinkTarget(const std::string& path)
     const ssize_t size = readlink(path.c_str(), target.data(), target.size());
     return size < 0 ? std::string()
                     : std::string(target.data(), static_cast<size_t>(size));
+}
+
+// Which file a path leads to; unset when it leads to none, or we may not know.
+using FileId = std::pair<dev_t, ino_t>;
+
+std::optional<FileId> IdOf(const std::string& path)
+{
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return FileId(status.st_dev, status.st_ino);
 }
 
 // When the system started, in seconds since the epoch.
@@ -139,13 +152,19 @@ std::vector<pid_t> ChildrenOfProcess(pid_t parent)
         });
 }
 
-std::vector<pid_t> ProcessesOf(const std::string& path)
+std::vector<pid_t> ProcessesOf(const std::string& executable,
+                               const std::string& directory)
 {
+    const std::optional<FileId> program = IdOf(executable);
+    const std::optional<FileId> place = IdOf(directory);
     return ProcessesThat(
-        [&path](pid_t pid)
+        [&](pid_t pid)
         {
-            const std::string target = LinkTarget(PathOf(pid, "exe"));
-            return target == path || target == path + " (deleted)";
+            const std::string exe = PathOf(pid, "exe");
+            const bool runsIt = (program && IdOf(exe) == program) ||
+                                LinkTarget(exe) == executable + " (deleted)";
+            return runsIt && (directory.empty() ||
+                              (place && IdOf(PathOf(pid, "cwd")) == place));
         });
 }
 

@@ -73,7 +73,7 @@ std::vector<pid_t> ChildrenOfProcess(pid_t parent)
     return children;
 }
 
-std::vector<pid_t> ProcessesOf(const std::string&)
+std::vector<pid_t> ProcessesOf(const std::string&, const std::string&)
 {
     return {};
 }
