@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What stands for the content of a file where signatures are made and checked.
+// The digest that stands for the content of a file where signatures are made
+// and checked.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The linked OpenSSL, in the same words for its lines 1.0, 1.1 and 3.
+// One interface to the linked OpenSSL, for its release lines 1.0, 1.1 and 3.
 //
 // Threads: the main thread, before others exist and after they have ended.
 
@@ -15,27 +15,27 @@ namespace KzaCore
 namespace OpenSSLCompat
 {
 
-/// The error that says "this OpenSSL has no FIPS support", packed as the line
-/// 1.0 does it. Later lines have no error of that meaning.
+/// The error that says "this OpenSSL has no FIPS support", with the code that
+/// it has in line 1.0. Later lines have no error of that meaning.
 inline constexpr unsigned long kFipsNotSupported = 0x0F06D065;
 
-/// Prepares the library's algorithms, protocols and error texts. No
-/// configuration file is read, and none will be read later without being asked
-/// for, as line 1.0 does it.
+/// Prepares the library's algorithms, protocols and error texts. As in line
+/// 1.0, no configuration file is read now, and none later without an explicit
+/// call.
 KZA_API void Initialize();
 
 /// Makes every algorithm that is fetched by default a validated one. From line
-/// 3 on this loads a provider and the configuration that goes with it; where
-/// both are looked for is told in docs/operations.md.
+/// 3 on this loads a provider and its configuration; docs/operations.md names
+/// the places where both are looked for.
 ///
-/// Random generators made before stay where they are.
+/// Random generators that exist already are not replaced.
 ///
 /// \param root  Directory of the installation, above its libraries; empty when
 ///              nothing of the installation is to be used.
 ///
 /// \return 0, else the first error: kFipsNotSupported where there is no
-///         provider to load. What an error leaves in force must not be worked
-///         with, unless it is that one.
+///         provider to load. After any other error OpenSSL may be configured
+///         in part and must not be used.
 [[nodiscard]] KZA_API unsigned long EnterFips(const std::string& root);
 
 /// The text of an error code.

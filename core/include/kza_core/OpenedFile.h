@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A file that is held open to be told from another that takes its name.
+// A file that is held open, to tell it from another file that takes its name
+// later.
 //
-// While it is open its identity cannot pass to a new file, so the answers of
-// IsInPlace() hold also where others rename, replace or rewrite files.
+// While the file is open, the system gives its inode number to no other file.
+// IsInPlace() therefore notices that the file has been renamed, replaced or
+// rewritten.
 //
 // Threads: one object belongs to one thread; several may read through its
 // descriptor.
@@ -32,7 +34,7 @@ public:
     COpenedFile(const COpenedFile&) = delete;
     COpenedFile& operator=(const COpenedFile&) = delete;
 
-    /// Opens for reading and takes note of the file as it is. Follows symbolic
+    /// Opens for reading and remembers the file's status. Follows symbolic
     /// links; waits neither for a pipe's writer nor for a device.
     ///
     /// \param path  As the system takes it.
@@ -45,7 +47,7 @@ public:
     /// The descriptor, closed with the object.
     [[nodiscard]] int Get() const { return m_descriptor; }
 
-    /// What the file was like when it was opened.
+    /// The file's status when it was opened.
     [[nodiscard]] const struct stat& Status() const { return m_status; }
     [[nodiscard]] bool IsRegular() const { return S_ISREG(m_status.st_mode); }
     [[nodiscard]] std::uint64_t Size() const
@@ -53,8 +55,8 @@ public:
         return static_cast<std::uint64_t>(m_status.st_size);
     }
 
-    /// True while the path leads to the file that was opened, and neither its
-    /// size nor the time of its last change is another.
+    /// True while the path leads to the file that was opened, with the size and
+    /// the time of its last change as they were then.
     [[nodiscard]] bool IsInPlace() const;
 
 private:

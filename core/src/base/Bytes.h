@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Between the bytes that domain and Lua hold and the framework's strings.
+// Conversions between UTF-8 bytes, as the domain and Lua hold them, and the
+// framework's strings.
 //
 // Threads: any.
 
@@ -31,7 +32,7 @@ namespace KzaCore
     return {bytes.data(), bytes.length()};
 }
 
-/// The characters of a text, valid as long as it is and unchanged.
+/// The characters of a text; valid while the text exists and is unchanged.
 [[nodiscard]] inline std::wstring_view CharactersOf(const wxString& text)
 {
     return {text.wx_str(), text.length()};

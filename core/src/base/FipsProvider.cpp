@@ -8,9 +8,10 @@
 //   4. The module is loaded and tests itself.
 //   5. The rest of a whole configuration is applied.
 //
-// OpenSSL would do 3 to 5 at once by itself, but forgets why a module that the
-// configuration activates has failed, and such a module answers every later
-// load with "invalid state". Loading it first makes its reason the first error.
+// OpenSSL would do 3 to 5 at once by itself. But when a module that the
+// configuration activates fails, OpenSSL drops the reason, and the module
+// answers every later load with "invalid state". The explicit load in step 4
+// leaves the module's own reason as the first error.
 
 #include "base/FipsProvider.h"
 
@@ -61,6 +62,7 @@ struct CFreeConf
 };
 using ConfPtr = std::unique_ptr<CONF, CFreeConf>;
 
+// The origin of the configuration.
 enum class EConfiguration
 {
     Named,        // by the environment
@@ -116,8 +118,8 @@ CConfigurationFile FindConfiguration(const std::string& root,
     return {EConfiguration::System, TextOf(path.get())};
 }
 
-// As the configuration's syntax wants a value: no character of it means
-// anything else.
+// The value in the syntax of the configuration, with each character escaped
+// that could have a special meaning there.
 std::string Escaped(std::string_view value)
 {
     std::string escaped;
@@ -135,8 +137,8 @@ std::string_view BehindDot(std::string_view name)
     return name.substr(name.find('.') + 1);
 }
 
-// The section that a whole configuration has for the module, null when it has
-// none. What is missing on the way is no error.
+// The section that a whole configuration has for the module; null when it has
+// none. A missing section or entry is no error.
 const char* ModuleSection(const CONF* conf)
 {
     const char* found = nullptr;
@@ -167,8 +169,8 @@ ConfPtr Parse(const std::string& text)
     return conf;
 }
 
-// Tells OpenSSL what the section says, all but that the module is to be loaded
-// with the configuration.
+// Tells OpenSSL all settings of the section but the one that loads the module
+// together with the configuration.
 bool ApplyModuleSection(const CONF* conf, const char* section)
 {
     std::string text = "kza = kza_start\n"
@@ -190,7 +192,8 @@ bool ApplyModuleSection(const CONF* conf, const char* section)
 ConfPtr Read(const CConfigurationFile& file)
 {
     ConfPtr conf(NCONF_new(nullptr));
-    // The host need not have one, and an empty name asks for none.
+    // A host without a configuration is no error, and an empty name means that
+    // none is to be read.
     const bool isMissing =
         file.kind == EConfiguration::System && !Exists(file.path);
     if (!conf || isMissing || file.path.empty())
@@ -239,7 +242,8 @@ unsigned long EnterFipsByProvider(const std::string& root,
     ERR_clear_error();
     const std::string modules = FindModules(root);
 
-    // For this load alone: other modules are where the host has them.
+    // The path is set for this load alone: other modules stay where the host
+    // keeps them.
     if (!modules.empty())
         OSSL_PROVIDER_set_default_search_path(nullptr, modules.c_str());
     const bool entered = Enter(FindConfiguration(root, modules));
@@ -253,7 +257,7 @@ unsigned long EnterFipsByProvider(const std::string& root,
     ReleaseFipsProvider();
     if (isMissing)
         return noModule;
-    // A module may say no without a word.
+    // A module may fail without leaving an error.
     return error != 0
                ? error
                : ERR_PACK(ERR_LIB_PROV, 0, PROV_R_SELF_TEST_POST_FAILURE);

@@ -20,8 +20,8 @@ namespace KzaCore
 ///                  when nothing of the installation is to be used.
 /// \param noModule  The error where there is no module.
 ///
-/// \return 0; `noModule`; else the first error, which names what the module or
-///         the configuration is refused for.
+/// \return 0; `noModule`; else the first error, which names the reason why the
+///         module or its configuration was refused.
 [[nodiscard]] unsigned long EnterFipsByProvider(const std::string& root,
                                                 unsigned long noModule);
 

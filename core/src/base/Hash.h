@@ -24,7 +24,8 @@ inline TWord WordAt(const char* place)
     return word;
 }
 
-/// Fewer than eight bytes as a number, in any order but all of them.
+/// Fewer than eight bytes as a number. Every byte is part of it, some perhaps
+/// twice, in no particular order.
 inline std::uint64_t ShortWord(std::string_view bytes)
 {
     const std::size_t size = bytes.size();
@@ -45,9 +46,8 @@ inline std::uint64_t ShortWord(std::string_view bytes)
 /// word is multiplied and both halves of the product are folded into one, so
 /// that every bit depends on all bits before.
 ///
-/// \param seed  For bytes that come from outside: one of NewHashSeed(). Who
-/// does
-///              not know it cannot choose bytes with equal hashes.
+/// \param seed  For bytes that come from outside: a RandomNumber(), which makes
+///              it hard to choose bytes with equal hashes without knowing it.
 [[nodiscard]] inline std::uint64_t HashBytes(std::string_view bytes,
                                              std::uint64_t seed = 0)
 {

@@ -13,7 +13,8 @@
 namespace KzaCore
 {
 
-/// A static object is there before any constructor runs.
+/// Initialised at compile time: a static mutex may be locked by the
+/// constructors of other static objects.
 class KZA_CAPABILITY("mutex") CMutex
 {
 public:
@@ -45,12 +46,12 @@ public:
     CLock(const CLock&) = delete;
     CLock& operator=(const CLock&) = delete;
 
-    /// Releases the mutex before the object goes.
+    /// Releases the mutex before the object is destroyed.
     void Unlock() KZA_RELEASE() { m_lock.unlock(); }
 
     /// For the wait functions of std::condition_variable, which release the
-    /// mutex while they wait. A condition that they ask reads guarded members
-    /// with the mutex held and is marked KZA_REQUIRES.
+    /// mutex while they wait. They call their predicate with the mutex held; a
+    /// predicate that reads guarded members is marked KZA_REQUIRES.
     std::unique_lock<std::mutex>& ForWait() { return m_lock; }
 
 private:

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What each line of OpenSSL wants at the start, for FIPS mode and at the end.
+// The calls that each release line of OpenSSL needs at the start, for FIPS mode
+// and at the end.
 
 #include "kza_core/OpenSSLCompat.h"
 
@@ -42,7 +43,7 @@ unsigned long EnterFips(const std::string& root)
 
 std::string ErrorText(unsigned long code)
 {
-    // This line has no name for it.
+    // OpenSSL 3 has no text for this code.
     if (code == kFipsNotSupported)
         return "error:0F06D065:common libcrypto routines:FIPS_mode_set:"
                "fips mode not supported";
@@ -51,7 +52,8 @@ std::string ErrorText(unsigned long code)
 
 #else
 
-// The mode is compiled into these lines, or it is not.
+// Before OpenSSL 3, FIPS mode is part of the library or missing: there is
+// nothing to load.
 unsigned long EnterFips(const std::string& /*root*/)
 {
     return FIPS_mode_set(1) == 1 ? 0 : ERR_get_error();

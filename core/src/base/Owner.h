@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Whether others can change what the process trusts.
+// Whether other users can change a file or directory that the process trusts.
 //
-// Root and the process's own user may own it; nobody else, a group included,
-// may be able to write it.
+// Root and the process's own user may own it; no other user and no group may
+// have the right to write it.
 //
 // Threads: any.
 
@@ -17,9 +17,10 @@ namespace KzaCore
 {
 
 /// True when a user other than root and the process's own can write a file or
-/// directory, or may give that right.
+/// directory, or can grant the right to write it.
 ///
-/// \param status  Of the open descriptor: a path may lead elsewhere by now.
+/// \param status  Of the open descriptor, because the path may lead to another
+///                file by now.
 [[nodiscard]] bool CanOthersChange(const struct stat& status);
 
 /// "'PATH' can be changed by others (owner UID, mode MODE)".

@@ -23,8 +23,8 @@ namespace
 constexpr mode_t kOwnerOnly = 0700;
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-// The mode is looked at and set on the directory that was opened, which nobody
-// can exchange for another in between.
+// The mode is read and set through the open descriptor, so that the directory
+// cannot be exchanged for another one in between.
 bool HasMode(int directory)
 {
     struct stat info = {};

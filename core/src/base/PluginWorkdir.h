@@ -15,11 +15,13 @@ namespace KzaCore
 /// `.`, `..`, or with a `/` or a NUL in it.
 [[nodiscard]] bool IsPluginName(const wxString& plugin);
 
-/// Sees to it that the directory of a plugin exists under `work` and is open
-/// to its owner alone (0700). A symbolic link under that name is an error.
+/// Makes the directory of a plugin under `work`, unless it exists, and gives
+/// access to its owner alone (0700). A symbolic link under that name is an
+/// error.
 ///
-/// \param path   Out: the directory; empty when name or `work` cannot have one.
-/// \param error  Out, after a failure: what was tried and why it failed.
+/// \param path   Out: the directory; empty when the name is not one for a
+///               plugin or `work` is empty.
+/// \param error  Out, after a failure: the attempt and the reason, as a text.
 [[nodiscard]] bool MakePluginWorkdir(const wxString& work,
                                      const wxString& plugin,
                                      wxString& path,

@@ -15,8 +15,8 @@
 namespace KzaCore
 {
 
-/// True when there is a process of this number, whoever owns it. One that has
-/// ended counts until its parent has waited for it.
+/// True when there is a process of this number, of any owner. A process that
+/// has ended counts until its parent has waited for it.
 ///
 /// \param pid  From 1.
 [[nodiscard]] inline bool IsProcessAlive(pid_t pid)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Numbers by chance.
+// Random numbers.
 //
 // Threads: any.
 
@@ -11,8 +11,9 @@
 namespace KzaCore
 {
 
-/// A number that others cannot guess, as long as the system has random bytes;
-/// where it has none, at least another one for each process and call.
+/// A number that other processes cannot guess. Where the system has no random
+/// bytes, the number is made from the clock and an address instead: it differs
+/// between processes and calls, but may be guessed.
 [[nodiscard]] std::uint64_t RandomNumber();
 
 } // namespace KzaCore

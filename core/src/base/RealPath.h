@@ -14,7 +14,7 @@ namespace KzaCore
 {
 
 /// The absolute path that a path leads to, free of links, "." and ".."; empty
-/// with errno set when nothing is there.
+/// with errno set when it leads to no file.
 [[nodiscard]] inline std::string RealPath(const std::string& path)
 {
     const std::unique_ptr<char, decltype(&std::free)> real(

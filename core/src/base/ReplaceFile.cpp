@@ -18,8 +18,10 @@ namespace KzaCore
 namespace
 {
 
-// Hidden, so that nobody takes a file left by a kill for one of the directory.
-// Of its own length, so that it fits wherever the path's name does.
+// The name begins with a dot, so that a file which a killed process leaves
+// behind is not taken for content of the directory. The name's length does not
+// depend on that of the path's own name, so a long name cannot make it too
+// long.
 std::string NameBeside(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');

@@ -18,9 +18,9 @@ bool SecureFileOrDirectory(const wxString& path, bool reserved)
     wxASSERT(!reserved);
     wxUnusedVar(reserved);
 
-    // The rights are changed on what was opened and looked at, so that nobody
-    // can put something else under the name in between. O_NONBLOCK keeps a
-    // fifo from blocking the open.
+    // The rights are changed through the descriptor that was examined, so that
+    // no other file can take the name in between. O_NONBLOCK keeps a fifo from
+    // blocking the open.
     const int fd =
         open(path.fn_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lists in one text, such as search paths.
+// Splitting a list that is written as one text, such as a search path.
 //
 // Threads: any.
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
+// The width of the terminal that a program writes to.
+//
 // Threads: any.
 
 #pragma once

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What guards what, in words that clang checks: `./dev check clang` fails where
-// a guarded member is used without its lock. Other compilers see nothing.
+// Marks that tell clang which lock guards which data: `./dev check clang` fails
+// where a guarded member is used without its lock. For other compilers the
+// marks are empty.
 //
 // The analysis follows a lock through one function. A function that expects
 // the lock to be held says so with KZA_REQUIRES, and one that takes it itself

@@ -9,8 +9,9 @@
 namespace KzaCore
 {
 
-/// The calling thread's number, unique within the process while it lives. A
-/// system call: callers in a hurry keep it, and forget it after a fork.
+/// The calling thread's number, unique within the process while the thread
+/// lives. Costs a system call; a caller that needs the number often keeps it,
+/// and asks again in a forked child.
 [[nodiscard]] long CurrentThreadId();
 
 } // namespace KzaCore
