@@ -64,13 +64,13 @@ inline constexpr char kHeartbeatNow[] = "kza.HeartbeatNow";
 inline constexpr char kLogMaxSize[] = "log.maxsize";
 inline constexpr char kLogKeep[] = "log.keep";
 inline constexpr char kLogConsole[] = "log.console";
-// The application is to be asked through a socket (bool, 1 or "1" and "true");
-// counts when it starts.
+// Whether the agent serves requests on a socket (bool, 1 or "1" and "true");
+// read when the application starts.
 inline constexpr char kControlSocket[] = "control.socket";
 // Directory of the public keys that may sign packages; unset, packages need no
 // signature. Set by the operator before packages are applied.
 inline constexpr char kPackageKeys[] = "packages.keys";
-// Beginning of the names of SQLite's settings (integers).
+// Prefix of the keys for SQLite's settings (integers).
 inline constexpr char kSqlitePrefix[] = "sqlite.config";
 } // namespace DomKey
 
@@ -83,7 +83,7 @@ public:
     /// Makes a domain. The first one made without a parent is the root of the
     /// process, from which log and trace take their settings, until released.
     ///
-    /// \param name      Reserved for messages, may be null; nothing keeps it.
+    /// \param name      Reserved for messages; may be null, is not kept.
     /// \param parent    Reserved, must be null.
     /// \param created   When not null, set to true.
     /// \param reserved  Must be false.
@@ -105,7 +105,8 @@ public:
     CDom(const CDom&) = delete;
     CDom& operator=(const CDom&) = delete;
 
-    // Writing. A later value replaces the earlier one, of whatever type.
+    // Writing. A later value replaces the earlier one, also one of another
+    // type.
 
     void Set(const std::string& key, const std::string& value);
     void Set(const std::string& key, const char* value);
@@ -131,7 +132,7 @@ public:
     bool Get(const std::string& key, bool& out) const;
     bool Get(const std::string& key, long long& out) const;
 
-    /// The present value, whatever its type.
+    /// The present value, of any type.
     [[nodiscard]] DomValue Value(const std::string& key) const;
 
     /// The set keys that begin with `prefix`, sorted by byte.
@@ -149,8 +150,8 @@ public:
     /// change between two waits is never missed. Setting the same value again
     /// is a change, removing an unset key is none.
     ///
-    /// \param key      Need not be set. It keeps its place in memory for the
-    ///                 life of the domain once it was waited for.
+    /// \param key      Need not be set. Takes memory for the life of the domain
+    ///                 from its first Wait() or Generation() on.
     /// \param timeout  Longest wait; zero and less only look.
     /// \param seen     In: the generation last looked at. Out: the present
     ///                 one, also after a time-out.
@@ -176,16 +177,17 @@ public:
     [[nodiscard]] wxString GetPluginWorkdirWx(const wxString& plugin) const;
 
     /// Installs the searcher for modules in the archives of `app.lua.zippath`
-    /// into a Lua state; a state that has it gets no second one, and asks this
-    /// domain from then on. Raises a Lua error when `package.searchers` is not
-    /// there. The domain outlives the state.
+    /// into a Lua state. A state that has the searcher gets no second one; its
+    /// searcher reads the paths from this domain from then on. Raises a Lua
+    /// error when `package.searchers` is missing. The domain outlives the
+    /// state.
     void RegisterLoader(lua_State* L);
 
-    /// Stores an event for the agent to report. When it returns, the event is
-    /// on disk; when the database cannot take it, it is in the log as an
-    /// error and nothing is lost.
+    /// Stores an event for the agent to report. When the call returns, the
+    /// event is on disk; when the database cannot store it, the whole event is
+    /// an error in the log.
     ///
-    /// \return the id under which it was stored, 0 when it was not.
+    /// \return the id of the stored event, 0 when it was not stored.
     std::int64_t AgentEventWrite(CAgentEvent& event);
 
 private:
@@ -197,8 +199,8 @@ private:
 };
 
 /// Pushes a domain onto a Lua stack as an object of class "SLB.Dom" that does
-/// not own it, or nil for null; defines the class in that state first when it
-/// is not there yet. Raises a Lua error when memory is short.
+/// not own it, or nil for null; first defines the class in that state when it
+/// is missing. Raises a Lua error when memory is short.
 ///
 /// Threads: the one that owns the state.
 KZA_API void PushDom(lua_State* L, CDom* dom);

@@ -18,12 +18,12 @@ namespace KzaCore
 ///
 /// \param program    Path of the executable.
 /// \param arguments  Words separated by blanks; quotes are not understood.
-/// \param output     Out: its standard output and error, as it wrote them.
-/// \param result     Out: its exit status; 0 when it did not exit.
+/// \param output     Out: its standard output and error, in the order written.
+/// \param result     Out: its exit status; 0 when a signal ended it.
 /// \param error      Out: why the call failed ("exit status 7", "killed by
 ///                   signal 9", the system's text); empty on success.
 ///
-/// \return true when it ran and ended with status 0.
+/// \return true when the program ran and ended with status 0.
 KZA_API bool Execute(const wxString& program,
                      const wxString& arguments,
                      wxString& output,

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Hears of every change of one key of the root domain.
+// A callback for every change of one key of the root domain.
 //
-// CDom::Wait() is for a thread that has time to wait. A follower is for an
-// event loop, which has none: the thread that made the change calls it.
+// CDom::Wait() suits a thread that may block until the change. An event loop
+// must not block and uses a follower instead: the thread that makes the change
+// calls the follower's function.
 
 #pragma once
 
@@ -21,16 +22,17 @@ class KZA_API CKeyFollower
 {
 public:
     /// Called with the present value of the key: once by the constructor, then
-    /// after each change, on the thread that made it and before the writing
-    /// call returns. One call runs at a time in the process, and no call shows
-    /// an older value than the one before. Changes by one thread come one by
-    /// one. Must not wait, set a key, or make or destroy a follower.
+    /// after each change, on the thread that made the change and before its
+    /// writing call returns. One call runs at a time in the process, and no
+    /// call shows an older value than the call before. Each change by one
+    /// thread has its own call. The function must not wait, set a key, or make
+    /// or destroy a follower.
     using ValueCB = std::function<void(const DomValue& value)>;
 
     /// Threads: any.
     CKeyFollower(const CDom& root, std::string key, ValueCB value);
 
-    /// Once it has returned, no call runs any longer.
+    /// When the destructor has returned, no call of the function runs.
     ~CKeyFollower();
 
     CKeyFollower(const CKeyFollower&) = delete;

@@ -7,18 +7,18 @@
 //   YYYY-MM-DD HH:MM:SS [pid:tid] LEVEL component: text
 // LEVEL is ERROR, WARNING, MESSAGE, INFO, VERBOSE, DEBUG or TRACE; a line
 // break inside a text is shown as `\n`. Each record is one write(2) to a file
-// opened for appending, so that watchdog and worker share the file, and it is
-// on its way to the file when the call returns. Records made before the
-// working directory is known are kept and written first.
+// opened for appending, so that watchdog and worker can share the file; the
+// write is done when the call returns. Records made before the working
+// directory is known are kept and written first.
 //
 // The file is rotated when it has grown past `log.maxsize` bytes; `log.keep`
-// older files are kept beside it as `.1`, `.2` and so on. `log.console`
-// says which records are repeated on standard error: a level and what is worse,
-// true for all, false for none. Unset, warnings and errors are when that is a
-// terminal.
+// older files are kept beside it as `.1`, `.2` and so on. `log.console` says
+// which records are repeated on standard error: the name of a level for its
+// records and all worse ones, true for all, false for none. While it is unset,
+// errors and warnings are repeated if standard error is a terminal.
 //
 // Threads: any. All targets of a process write through one sink with a lock of
-// its own; the objects themselves hold nothing. A forked child may go on
+// its own; the objects themselves have no state. A forked child may go on
 // logging.
 
 #pragma once

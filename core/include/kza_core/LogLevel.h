@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is said about a log record beside its text.
+// Properties of a log record beside its text.
 
 #pragma once
 
@@ -23,7 +23,7 @@ enum class ELogLevel
 enum class EConsole
 {
     Repeat,
-    Leave ///< the text stands there already
+    Leave ///< the caller has written the text there already
 };
 
 } // namespace KzaCore

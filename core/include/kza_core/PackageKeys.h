@@ -2,9 +2,9 @@
 //
 // The public keys by which packages may be signed.
 //
-// A package's signature is the file of its name with ".sig" appended, as
-// `openssl dgst -sha256 -sign` makes it: ECDSA on the curve P-256, or RSA with
-// 3072 bits and more.
+// A package's signature is a file whose name is the package's name with ".sig"
+// appended, as `openssl dgst -sha256 -sign` makes it: ECDSA on the curve P-256,
+// or RSA with 3072 bits and more.
 //
 // Texts are UTF-8.
 //
@@ -40,10 +40,12 @@ public:
         Unsafe ///< others can write the directory or a key
     };
 
-    /// Reads the keys of a directory: each `*.pem` holds one. Once per object;
-    /// without it, or without a good result, every signature is refused.
+    /// Reads the keys of a directory: each `*.pem` holds one. Called once per
+    /// object; before the call, or after another result than Good, every
+    /// signature is refused.
     ///
-    /// A link is judged by what it leads to, the directory there included.
+    /// For a symbolic link, the permissions of its target and of the target's
+    /// directory count.
     ///
     /// \param directory   An absolute path.
     /// \param passedOver  Added to: for each `*.pem` that cannot be used, a
@@ -51,12 +53,12 @@ public:
     EResult Read(const wxString& directory,
                  std::vector<std::string>& passedOver);
 
-    /// Why every signature is refused; empty after a good result.
+    /// The reason why every signature is refused; empty after a good result.
     [[nodiscard]] const std::string& Problem() const { return m_problem; }
 
-    /// The key by which a signature was made: its file name without ".pem",
-    /// null when it was none of these. The signature counts only when it is
-    /// exactly what the key makes, not one byte more or less.
+    /// The key by which a signature was made: its file name without ".pem";
+    /// null when no key of these has made it. The signature must have exactly
+    /// the bytes that the key makes, not one more or less.
     ///
     /// \param digest  Of the signed file.
     [[nodiscard]] const std::string* SignerOf(const TDigest& digest,
@@ -75,12 +77,12 @@ private:
     std::string m_problem = "no keys have been read";
 };
 
-/// Finds the key by which a file is signed: reads the file, and its signature
-/// beside it.
+/// Finds the key by which a file is signed. Reads the file and its signature,
+/// which is in the same directory.
 ///
 /// \param signer  Out: see CPackageKeys::SignerOf().
-/// \param error   Set to the reason after a failure, which has the word
-///                "signature" when it is not that the file cannot be read.
+/// \param error   Set to the reason after a failure. The reason contains the
+///                word "signature" unless the file itself cannot be read.
 [[nodiscard]] KZA_API bool FindSigner(const wxString& file,
                                       const CPackageKeys& keys,
                                       std::string& signer,

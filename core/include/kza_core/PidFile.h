@@ -2,8 +2,8 @@
 //
 // The pid file: a decimal process id and a newline, mode 0644.
 //
-// It is replaced by rename and never written or read through a symbolic link,
-// so a reader sees the old content or the new one, whole.
+// The file is replaced by rename and never written or read through a symbolic
+// link, so a reader sees the old content or the new one, whole.
 //
 // Threads: any for the functions; a claim belongs to one thread at a time.
 
@@ -25,26 +25,26 @@ namespace KzaCore
 
 /// Records the calling process's id.
 ///
-/// \return false when it could not; the reason is logged.
+/// \return false when the file could not be written; the reason is logged.
 KZA_API bool WritePidFile(const wxString& path);
 
-/// The right to decide about a pid file, from looking at it until the new
-/// content is there. Of several processes that start at once, one at a time
-/// has it.
+/// The exclusive right to read a pid file and to write its new content. Of
+/// several processes that start at once, one at a time has the claim.
 ///
-/// The claim is a lock on `<path>.lock`, which exists only meanwhile. It is
-/// inherited by fork: it lasts until a process of the family gives it up or
-/// the last of them has ended.
+/// The claim is a lock on `<path>.lock`; that file exists only while the claim
+/// does. A forked child inherits the claim: it lasts until one of the processes
+/// that share it gives it up, or until the last of them has ended.
 class KZA_API CPidFileClaim
 {
 public:
     /// Waits, up to ten seconds, until no other process has the claim. Where
-    /// the lock file cannot be made or locked for another reason there is no
-    /// claim, and nothing is waited for; a refused lock is logged.
+    /// the lock file cannot be made, or cannot be locked for another reason,
+    /// the constructor returns at once without a claim; a refused lock is
+    /// logged.
     explicit CPidFileClaim(const wxString& path);
 
-    /// Gives the claim up. A process that leaves through exit() with the claim
-    /// to be kept by its child does not come here.
+    /// Gives the claim up. A parent whose child is to keep the claim leaves
+    /// through exit(), which does not run this destructor.
     ~CPidFileClaim();
 
     CPidFileClaim(const CPidFileClaim&) = delete;
@@ -53,15 +53,16 @@ public:
     /// True when another process kept the claim all the time.
     [[nodiscard]] bool IsTaken() const { return m_taken; }
 
-    /// Gives the claim up for the whole family; a second call does nothing.
+    /// Gives the claim up for all processes that share it; a second call does
+    /// nothing.
     void Release();
 
 private:
     enum class EAttempt
     {
-        Done,    // locked, or there is no lock to be had
+        Done,    // locked, or no lock is possible
         Taken,   // another process holds the lock
-        Replaced // the holder removed the file as it left
+        Replaced // its last holder has removed the file meanwhile
     };
 
     EAttempt TryLock();

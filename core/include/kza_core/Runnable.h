@@ -58,12 +58,12 @@ public:
     /// awakens and interrupts it. Does nothing to a thread that has ended.
     virtual void requestExit();
 
-    /// Announces that the thread is to come to an end soon, and disturbs
-    /// nothing but its waits: the CDom::Wait() or SleepFor() that the thread is
-    /// in ends at once, else the next one does; later ones last their time.
-    /// All of them answer false until the announcement is withdrawn. No signal
-    /// is sent, so a blocking call of the thread goes on, and TestDestroy()
-    /// does not show it. Does nothing unless the thread runs.
+    /// Announces that the thread is to come to an end soon, and affects only
+    /// its waits: the CDom::Wait() or SleepFor() that the thread is in ends at
+    /// once, else the next one does; later ones last their time. All of them
+    /// answer false until the announcement is withdrawn. No signal is sent, so
+    /// a blocking call of the thread goes on, and TestDestroy() does not show
+    /// the announcement. Does nothing unless the thread runs.
     void AnnounceStop();
 
     /// Lets the thread's waits last and answer as before the announcement.

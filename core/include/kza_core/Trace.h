@@ -17,14 +17,15 @@
 namespace KzaCore
 {
 
-/// True when tracing is on for the component. Test it before building a text.
+/// True when tracing is on for the component. Callers ask before they build a
+/// text.
 [[nodiscard]] KZA_API bool LogTraceIsEnabled(const wxString& component);
 
 /// Writes one trace record to the disk log, whether or not the component is
 /// enabled.
 ///
-/// \param file      Source file; directories before its name are left out.
-/// \param line      Line in it.
+/// \param file      Source file; the record shows its name without directories.
+/// \param line      Line in the file.
 /// \param function  Name of the function.
 KZA_API void LogTrace(const wxString& component,
                       const char* file,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Extraction of zip archives that come from elsewhere.
+// Extraction of zip archives from untrusted sources.
 //
 // The whole archive is checked before the first byte is written: an entry with
 // an absolute path, a `..` component, a backslash or a NUL, a symbolic link, a
@@ -36,39 +36,38 @@ using UnzipCB = bool (*)(void* context,
                          const wxZipEntry* entry,
                          const wxString* destPath);
 
-/// What is asked of a walk besides its callback.
+/// Options of Unzip() and CanUnzip().
 struct CUnzipOptions
 {
-    /// The names of the entries are all that matters. Each is shown to the
-    /// callback, whose answer does not count, and nothing is written. How an
-    /// entry is packed, that it is encrypted, or that a name comes twice is no
-    /// reason to refuse the archive; names are checked as ever.
+    /// Only the names of the entries matter. Each entry is shown to the
+    /// callback, whose answer is ignored, and nothing is written. An unknown
+    /// method, an encrypted entry or a name that comes twice is no reason to
+    /// refuse the archive; names are checked as always.
     bool namesOnly = false;
 
-    /// When not null, the archive is taken only with a signature by one of
-    /// these keys. It is checked before anything in the archive is looked at,
-    /// and what is unpacked is what was checked.
+    /// When not null, an archive without a signature by one of these keys is
+    /// refused. The signature is checked before the archive is parsed, and the
+    /// bytes that are unpacked are those that were checked.
     const CPackageKeys* keys = nullptr;
 
     /// The signature; null or not open when there is none.
     const COpenedFile* signature = nullptr;
 
-    /// When not null, set to the archive, which stays open in it, once it was
-    /// processed.
+    /// When not null, receives the open archive after success.
     COpenedFile* opened = nullptr;
 };
 
 /// Walks an archive and writes the entries that the callback chooses.
 ///
-/// Parents are made; a missing destination is, once the archive was found good.
-/// Contents are checked against their CRC. Permission bits of the archive are
-/// kept, but those to write for group and others and the set-id bits;
-/// directories that are there already keep theirs. Nothing is ever written or
-/// deleted outside the destination.
+/// Directories above an entry are made when missing, and so is the destination,
+/// once the archive was found good. Contents are checked against their CRC.
+/// Permission bits of the archive are kept, except the set-id bits and the
+/// write permission for group and others; directories that exist keep their
+/// mode. Nothing is ever written or deleted outside the destination.
 ///
 /// \param archive   The zip file.
 /// \param destDir   Directory under which entries are written.
-/// \param callback  See above, not null.
+/// \param callback  Asked for each entry; not null.
 /// \param context   Handed to the callback.
 ///
 /// \return true when the whole archive was processed; false with one warning

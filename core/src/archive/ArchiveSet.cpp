@@ -1,24 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A member of the set is untried, usable or broken. The first look-up that
-// comes as far as an untried member opens it (Open()), which makes it usable or
-// broken. From then on Refresh() opens it again when its file has changed, and
-// whenever it is broken; so a member goes from usable to broken and back, and
-// never becomes untried again. A change of the list keeps the members whose
-// paths stay, in whatever state they are.
+// reaches an untried member opens it (Open()), which makes it usable or broken.
+// From then on Refresh() opens a member again when its file has changed, and
+// whenever the member is broken; so a member goes from usable to broken and
+// back, and never becomes untried again. A change of the list keeps the members
+// whose paths stay, in their present states.
 //
-// Comparing an archive with its file is a system call, and a look-up should not
-// make one for each archive that does not have the name. So a look-up goes like
-// this (FindFresh()):
+// Comparing an archive with its file takes a system call, and a look-up should
+// not make one for each archive that does not have the name. A look-up
+// therefore takes these steps (FindFresh()):
 //
 //   1. When the last comparison of all tried members is more than a second ago,
-//      all are compared. This finds the changes that step 3 does not look for:
-//      a name that is new in an archive before the one that has it.
-//   2. The members are asked for the name in order; the first that has it is
-//      the answer.
-//   3. The member that has the name is compared with its file. When none has
-//      it, all are: a module that was just installed is found at once.
-//   4. When that opened an archive anew, step 2 is repeated, and its answer
+//      all of them are compared. This finds a change that step 3 misses: the
+//      name is new in an archive that comes before the one that has it.
+//   2. The members are asked for the name in order; the first member that has
+//      it is the answer.
+//   3. The member that has the name is compared with its file. When no member
+//      has it, all are compared: a module that was just installed is found at
+//      once.
+//   4. When step 3 opened an archive again, step 2 is repeated, and its answer
 //      stands.
 
 #include "archive/ArchiveSet.h"
@@ -115,7 +116,7 @@ void CArchiveSet::Open(std::size_t at)
     member.warned = true;
 }
 
-// True when the archive is another one than before.
+// True when the content of the member may have changed.
 bool CArchiveSet::Refresh(std::size_t at)
 {
     const CMember& member = m_members[at];

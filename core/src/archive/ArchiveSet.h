@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The archives that modules and data files are searched in, in order.
+// An ordered set of archives, in which modules and data files are searched.
 //
-// Each archive is opened and indexed once, on first use, and again when it has
-// changed on disk; the source says when that is looked for.
+// Each archive is opened and indexed on first use, and again when its file has
+// changed on disk; the head of the source says when files are compared.
 //
 // Threads: one object belongs to one thread.
 
@@ -27,14 +27,14 @@ public:
     {
         Found,
         Missing,
-        Broken ///< there, but its bytes cannot be had
+        Broken ///< an archive has the entry, but its bytes cannot be read
     };
 
-    /// Sets the archives: paths joined by ";". Those that stay are kept open. A
-    /// path that comes a second time counts once, at its first place. One that
-    /// is not absolute is skipped as a broken archive is: it may be a part of a
-    /// path with a ";" in it, and what the current directory holds under that
-    /// name could be anybody's.
+    /// Sets the archives: paths joined by ";". Archives that stay in the list
+    /// are kept open. A path that is listed twice counts once, at its first
+    /// place. A path that is not absolute is skipped like a broken archive: it
+    /// may be part of a path with a ";" in it, and any user may have put a file
+    /// of that name into the current directory.
     void SetPaths(const std::string& list);
 
     /// Reads the first of the named entries that an archive holds, trying all
@@ -49,21 +49,22 @@ public:
                  std::string& place,
                  std::string& error);
 
-    /// One line for each place where the names were looked for, each beginning
-    /// with "\n\t", in the style of Lua's own searchers.
+    /// The places where the names were looked for, one line each, beginning
+    /// with "\n\t" as the lines of Lua's own searchers do.
     [[nodiscard]] std::string DescribeMiss(
         const std::vector<std::string>& names) const;
 
 private:
-    // Untried: without an archive. Usable: with one and no problem. Broken:
-    // with one and a problem.
+    // Untried: `archive` is null. Usable: an archive and no problem. Broken: an
+    // archive and a problem.
     struct CMember
     {
         std::string path;
         std::unique_ptr<CZipArchive> archive;
-        std::string problem; // why it cannot be used
-        bool warned =
-            false; // of this problem or one before, since it was usable
+        std::string problem; // the reason why the archive cannot be used
+
+        // A warning has been logged since the archive was last usable.
+        bool warned = false;
 
         [[nodiscard]] bool IsTried() const { return archive != nullptr; }
 
@@ -83,10 +84,10 @@ private:
 
     static constexpr std::size_t kNone = ~std::size_t(0);
 
-    std::string m_list;             // as last set
+    std::string m_list;             // the last argument of SetPaths()
     std::vector<CMember> m_members; // in the list's order, each path once
 
-    // When all files were last compared with what was opened.
+    // The last time when all opened archives were compared with their files.
     std::chrono::steady_clock::time_point m_lastRefresh{};
 };
 

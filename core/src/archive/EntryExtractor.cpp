@@ -18,14 +18,14 @@ namespace
 
 constexpr std::size_t kBufferSize = 4 << 20;
 
-// What is read at once of what does not fit into the buffer as a whole.
+// The size of one read of an entry that does not fit into the buffer.
 constexpr std::size_t kPiece = 256 << 10;
 static_assert(kPiece + CPieceWriter::kBufferSize <= kBufferSize);
 
 constexpr char kWrongChecksum[] = "its checksum is wrong";
 constexpr char kDamaged[] = "its compressed data are damaged";
 
-// One raw deflate stream, ended with the object.
+// One raw deflate stream; the destructor frees it.
 class CStream
 {
 public:

@@ -2,9 +2,9 @@
 //
 // Unpacks the content of archive entries into open files.
 //
-// Memory: one buffer of 4 MiB for all entries, of which no more is touched
-// than an entry needs. What fits into it is unpacked at once, the rest in
-// pieces.
+// Memory: one buffer of 4 MiB for all entries; an entry touches no more of it
+// than it needs. An entry that fits into the buffer, packed and unpacked, is
+// unpacked at once, a larger one in pieces.
 //
 // Threads: one object belongs to one thread.
 

@@ -85,7 +85,7 @@ bool CFileSeal::ReadAt(int file,
     return true;
 }
 
-// Makes a piece the current one.
+// Reads a piece of the file, unless it is the current one, and makes it so.
 bool CFileSeal::ReadPiece(int file, std::uint64_t piece, std::string& error)
 {
     if (piece == m_current)

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The content of a file as it was when its digest was taken.
+// The content of a file as it was when its digest was made.
 //
 // A signature holds for the bytes that were read for the digest. A user who may
-// write the file can change it afterwards, through a mapping without a trace in
-// its times, and a file server can at any time. A seal therefore keeps the
-// digest of each piece, and a later read gives the bytes of then or fails.
+// write the file can change it afterwards, and a change through a mapping need
+// not show in the file's times; a file server can change it, too. A seal
+// therefore keeps the digest of each piece of the file, and a later read gives
+// the bytes of the first reading or fails.
 //
 // Memory: 32 bytes for each 64 KiB of the file, and one piece.
 //
@@ -28,17 +29,17 @@ class COpenedFile;
 class CFileSeal
 {
 public:
-    /// Reads a file once, from beginning to end. Once per object.
+    /// Reads a file from beginning to end, once. Called once per object.
     ///
-    /// \param file   Regular; its size is that of when it was opened.
+    /// \param file   Regular; the size that it had when it was opened counts.
     /// \param error  Set to the reason after a failure.
     [[nodiscard]] bool Make(const COpenedFile& file, std::string& error);
 
     /// The digest of the whole file.
     [[nodiscard]] const TDigest& Digest() const { return m_digest; }
 
-    /// Reads exactly `size` bytes of the file, which must be those that Make()
-    /// has read.
+    /// Reads exactly `size` bytes of the file. Fails when they are not the
+    /// bytes that Make() has read.
     ///
     /// \param file   Descriptor of the same file.
     /// \param error  Set to the reason after a failure.
@@ -55,7 +56,7 @@ private:
     TDigest m_digest = {};
     std::vector<TDigest> m_pieces;
 
-    // The piece that was read last, and which one it is.
+    // The piece that was read last, and its number.
     std::vector<unsigned char> m_bytes;
     std::uint64_t m_current = 0;
 };

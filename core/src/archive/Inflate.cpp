@@ -49,8 +49,9 @@ bool CInflater::InflateGrowing(const void* in,
                                std::string& out,
                                std::size_t outSize)
 {
-    // Each attempt begins anew. With four times the room each time, all of
-    // them together cost a third more than the last one.
+    // Each attempt unpacks the stream from its beginning. As each has four
+    // times the room of the one before, all of them together cost a third more
+    // than the last one alone.
     constexpr std::size_t kFirst = 4 << 20;
     constexpr std::size_t kGrowth = 4;
     std::size_t room = std::min(kFirst, outSize);

@@ -15,7 +15,7 @@ struct libdeflate_decompressor;
 namespace KzaCore
 {
 
-/// Deflate cannot make more of one byte than this.
+/// One compressed byte of deflate cannot unpack to more bytes than this.
 inline constexpr std::uint64_t kMaxDeflateRatio = 1032;
 
 class CInflater
@@ -33,11 +33,12 @@ public:
                                void* out,
                                std::size_t outSize);
 
-    /// The same into a buffer that grows with what comes out, so that a stream
-    /// which holds less than it should takes no more memory than it fills.
+    /// As Inflate(), into a buffer that grows with the output: a stream that
+    /// holds less than `outSize` bytes takes no more memory than its output.
     ///
     /// \param out      Replaced by `outSize` bytes; undefined after a failure.
-    /// \param outSize  What the stream should hold; nobody has checked it.
+    /// \param outSize  The size that the archive claims for the output; need
+    ///                 not be true.
     [[nodiscard]] bool InflateGrowing(const void* in,
                                       std::size_t inSize,
                                       std::string& out,

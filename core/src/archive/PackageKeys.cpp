@@ -77,7 +77,7 @@ public:
 
     [[nodiscard]] const std::string& Pem() const { return m_pem; }
 
-    /// Why the result was not good.
+    /// The reason, after another result than Good.
     [[nodiscard]] const std::string& Reason() const { return m_reason; }
 
 private:
@@ -103,8 +103,8 @@ CKeyFile::EResult CKeyFile::RefuseBySystem()
     return EResult::Useless;
 }
 
-// Opens what a link leads to. The directory that holds it must be safe as well:
-// a user who can write it can put another key there.
+// Opens the target of a link. The target's directory must be safe as well,
+// because a user who can write it can put another key there.
 CKeyFile::EResult CKeyFile::FollowLink()
 {
     const std::string real = RealPath(m_path);

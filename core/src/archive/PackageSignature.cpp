@@ -12,7 +12,7 @@ namespace KzaCore
 namespace
 {
 
-// More than any key makes.
+// Larger than the signatures of all keys in use.
 constexpr std::size_t kMaxSignature = 4096;
 
 bool ReadSignature(const COpenedFile* file,

@@ -18,11 +18,12 @@ class COpenedFile;
 
 /// Checks that a package is signed by one of the keys.
 ///
-/// \param package    Open. It is read once; nothing in it is looked at.
+/// \param package    Open. It is read once, as bytes: it need not be an
+///                   archive.
 /// \param signature  Its signature; null or not open when there is none.
-/// \param keys       Those that count.
-/// \param seal       Made for the package: what is read through it afterwards
-///                   is what was checked.
+/// \param keys       The keys whose signatures count.
+/// \param seal       Out: sealed with the package's content, so that later
+///                   reads through it give the bytes that were checked.
 /// \param signer     Out: see CPackageKeys::SignerOf().
 /// \param error      Set to the reason after a failure.
 [[nodiscard]] bool CheckSignature(const COpenedFile& package,

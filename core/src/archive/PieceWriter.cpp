@@ -61,7 +61,7 @@ void CPieceWriter::Start()
     }
     catch (const std::system_error&)
     {
-        // No thread to be had: Write() does the work.
+        // The system gives no thread: Write() does the work.
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
@@ -122,7 +122,7 @@ bool CPieceWriter::WritePiece(const CPiece& piece)
     return WriteAll(m_file, piece.bytes, piece.size, m_error);
 }
 
-// The helper: empties the two pieces by turns.
+// The helper thread: writes the two pieces by turns.
 void CPieceWriter::Run()
 {
     for (int turn = 0;; turn = 1 - turn)

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writes a file piece by piece on a thread of its own, so that the next piece
-// is made while the one before is written.
+// Writes a file piece by piece on a helper thread, so that the caller can make
+// the next piece while the one before is written.
 //
 // Threads: one object belongs to one thread. The helper thread takes no signal
-// and is gone when Finish() or the destructor returns; where the system gives
-// none, the pieces are written by the caller.
+// and has ended when Finish() or the destructor returns. Where the system gives
+// no thread, the caller's thread writes the pieces.
 
 #pragma once
 
@@ -42,14 +42,14 @@ public:
     CPieceWriter(const CPieceWriter&) = delete;
     CPieceWriter& operator=(const CPieceWriter&) = delete;
 
-    /// Waits for room and returns kPieceSize bytes of it, null once a write
-    /// has failed.
+    /// Waits for a free piece and returns it, kPieceSize bytes large; null once
+    /// a write has failed.
     [[nodiscard]] unsigned char* NextPiece();
 
     /// Writes the first `size` bytes of what NextPiece() returned.
     void Write(std::size_t size);
 
-    /// Waits until all is written.
+    /// Waits until all pieces are written.
     ///
     /// \param crc    Out: the CRC-32 of all pieces.
     /// \param error  Set to the reason after a failure.
@@ -60,7 +60,9 @@ private:
     {
         unsigned char* bytes = nullptr;
         std::size_t size = 0;
-        bool isFull = false; // guarded by m_mutex; says who may touch the rest
+        // Guarded by m_mutex. A full piece belongs to the helper thread, an
+        // empty one to the caller's.
+        bool isFull = false;
     };
 
     void Start();
@@ -77,7 +79,7 @@ private:
     bool m_isLast KZA_GUARDED_BY(m_mutex) = false;
     bool m_failed KZA_GUARDED_BY(m_mutex) = false;
 
-    // The helper's until it has been joined.
+    // Used by the helper thread alone until it has been joined.
     std::uint32_t m_crc = 0;
     std::string m_error;
     std::thread m_thread;

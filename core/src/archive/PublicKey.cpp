@@ -34,8 +34,9 @@ struct CFree
 template <typename T>
 using TOwner = std::unique_ptr<T, CFree>;
 
-// Errors of the calls made here are answers; OpenSSL keeps them for the next
-// caller who looks.
+// Drops the errors that OpenSSL's calls leave while the object exists. Here a
+// failed call is an answer; its error must not show up in a later caller's
+// list.
 class CErrorsDropped
 {
 public:
@@ -46,7 +47,7 @@ public:
     CErrorsDropped& operator=(const CErrorsDropped&) = delete;
 };
 
-// The parts of one PEM block, freed with the object.
+// The parts of one PEM block; the destructor frees them.
 struct CPemBlock
 {
     CPemBlock() = default;
@@ -66,8 +67,10 @@ struct CPemBlock
     long size = 0;
 };
 
-// PEM_read_bio_PUBKEY() would go on to later blocks, ask the terminal for the
-// password of an encrypted one, and take what follows the key for nothing.
+// The key in the first block, null when that is something else or malformed.
+// PEM_read_bio_PUBKEY() is no replacement: it would go on to later blocks, ask
+// the terminal for the password of an encrypted block, and ignore bytes that
+// follow the key.
 TPublicKey Parse(std::string_view pem)
 {
     const TOwner<BIO> bio(
@@ -125,8 +128,8 @@ const unsigned char* BytesOf(std::string_view text)
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-// ECDSA: the one DER form of two numbers. Whether a verification by OpenSSL
-// takes others depends on its version.
+// True for an ECDSA signature in the only DER encoding of its two numbers. Some
+// versions of OpenSSL would verify other encodings, too.
 bool IsDer(std::string_view signature)
 {
     const unsigned char* next = BytesOf(signature);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One public key, and what it says to a signature.
+// Public keys, and the check of a signature against one.
 //
 // Threads: any.
 
@@ -28,8 +28,8 @@ using TPublicKey = std::shared_ptr<evp_pkey_st>;
 [[nodiscard]] TPublicKey ReadPublicKey(std::string_view pem,
                                        std::string& error);
 
-/// True when the bytes are exactly a signature of the digest by the key, not
-/// one more and none less.
+/// True when the bytes are a signature of the digest by the key: the exact
+/// bytes that the key makes, without any before or after them.
 [[nodiscard]] bool IsSignature(evp_pkey_st* key,
                                const TDigest& digest,
                                std::string_view signature);

@@ -2,22 +2,23 @@
 //
 // A call of Unzip() goes through these states. The first failure ends it.
 //
-//   1. Opening. The archive is opened and its signature checked, where one is
-//      asked for; then the destination is opened. Nothing is made.
+//   1. Opening. The archive is opened and its signature checked, where the
+//      options give keys; then the destination is opened, unless it is missing.
 //   2. Checking, in three walks over the archive: each entry by itself; the
-//      entries beside each other; the directories they lead to, with the room
-//      on their file systems. A failure up to here has touched nothing.
-//   3. Preparing. A missing destination is made, and what dead processes have
-//      left of files is removed.
+//      entries beside each other; the directories of the entries, with the room
+//      on their file systems. A failure up to here has changed nothing on disk.
+//   3. Preparing. A missing destination is made, and temporary files that
+//      processes have left which ended in state 4 are removed.
 //   4. Walking. Each entry is read and checked again, since the archive may
-//      have changed, shown to the callback and written beside its place. The
-//      rename into its place is the moment from which it is there; before, a
-//      failure leaves what was there. Entries before it stay.
+//      have changed, and shown to the callback. A chosen file is written under
+//      a temporary name and then renamed; until the rename, a failure leaves
+//      the old file. Entries that were written before the failure stay.
 //   5. Closing. Directories made in this call get their final modes, after a
-//      failure too: a mode that forbids writing would be in the way of 4.
+//      failure too. They cannot get them earlier: a mode that forbids writing
+//      would prevent state 4.
 //
-// Where only names matter, 2 looks at no more than these, 3 and 5 are left out,
-// and 4 writes nothing.
+// With the option `namesOnly`, state 2 checks the names alone, states 3 and 5
+// are left out, and state 4 writes nothing.
 
 #include "kza_core/Unzip.h"
 
@@ -56,8 +57,8 @@ constexpr mode_t kFileMode = 0600;
 // The permission bits that an archive may give.
 constexpr mode_t kPermissions = 0755;
 
-// The entry as the framework has it. One object is made and filled for each,
-// which saves most of the cost.
+// The entry in the framework's class, for the callback. One object is filled
+// for all entries, because making it is most of its cost.
 class CShownEntry
 {
 public:
@@ -94,12 +95,12 @@ public:
     {
     }
 
-    /// Opening and checking.
+    /// States 1 and 2.
     bool Check(const std::string& archive, const std::string& destination);
 
-    /// All that follows. Once per object, after a check that answered true.
+    /// States 3 to 5. Once per object, after a check that answered true.
     ///
-    /// \param shownAs  The destination as the callback is to see it.
+    /// \param shownAs  The destination's path for the callback.
     bool Run(UnzipCB callback, void* context, const wxString& shownAs);
 
     [[nodiscard]] const std::string& Error() const { return m_error; }
@@ -131,14 +132,14 @@ private:
     CEntryExtractor m_extractor;
     std::string m_temporary;
 
-    // For each entry, whether it is a directory that was not there before and
+    // For each entry, whether it is a directory that was missing before and
     // whose mode is to be set.
     std::vector<bool> m_isNewDirectory;
-    std::size_t m_walked = 0; // entries whose turn has come
+    std::size_t m_walked = 0; // entries that the callback was asked for
     std::string m_error;
 };
 
-// The directory that must be there for an entry.
+// The directory that an entry is, or that its file is written into.
 std::string_view DirectoryOf(const CZipEntry& entry, std::string_view path)
 {
     return entry.IsDirectory() ? path : ParentOf(path);
@@ -244,7 +245,8 @@ bool CUnzip::WalkEntries(UnzipCB callback, void* context, const wxString& base)
     {
         if (!Plan(*entry, planned))
             return false;
-        // Again: the callback may delete what the path leads to.
+        // Once more after the check, because a callback before may have deleted
+        // or replaced the directory.
         if (m_destination.Look(DirectoryOf(*entry, planned.path), m_error) ==
             CUnzipDestination::ELook::Refused)
             return FailEntry(*entry);
@@ -277,9 +279,10 @@ bool CUnzip::Write(const CZipEntry& entry,
     return false;
 }
 
-// A new directory gets its mode at once, but for what would be in the way of
-// its files: a kill before the end must not leave it closed to everybody, since
-// the next call finds it there.
+// A new directory gets its mode at once, with all rights of the owner added, so
+// that its files can be written. If the process is killed before the final mode
+// is set, the directory is still accessible for others as intended; the next
+// call does not set the mode of a directory that exists.
 bool CUnzip::MakeDirectory(const CZipEntry& entry,
                            std::string_view path,
                            bool isNew)

@@ -1,4 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// m_levels holds one open directory for each component of the last path that
+// was walked, so a walk to a directory nearby opens few directories. A walk
+// (Walk()) goes like this:
+//
+//   1. Levels that the new path shares with the last one stay; the others are
+//      closed.
+//   2. Each further component is opened from the level above it, without
+//      following a link (Step()). A missing one ends a look, and is made on the
+//      way to a write.
+//   3. A component that is a link is resolved by the system, and its target is
+//      walked again from the destination without following links
+//      (StepThroughLink()). A link whose target is outside is refused.
+//
+// While the archive is checked, each directory that a walk enters is searched
+// once for temporary files of processes that have ended (NoteLeftovers()).
+// RemoveLeftovers() removes them when the archive is found good, and ends the
+// search.
 
 #include "archive/UnzipDestination.h"
 
@@ -50,7 +68,8 @@ bool IsSymbolicLink(int directory, const std::string& name)
            S_ISLNK(status.st_mode);
 }
 
-// True for the temporary file of a process that is no more, or of this one.
+// True for the name of a temporary file of a process that has ended, or of this
+// process.
 bool IsLeftover(const char* name)
 {
     if (std::strncmp(name, kPrefix, kPrefixLength) != 0)
@@ -60,7 +79,8 @@ bool IsLeftover(const char* name)
            (owner == getpid() || !IsProcessAlive(static_cast<pid_t>(owner)));
 }
 
-// The first bytes of a path, which end with one of its directories.
+// The beginning of a path, with `size` bytes: a directory above it. "/" or "."
+// where no component is left.
 std::string Beginning(const std::string& path, std::size_t size)
 {
     if (size > 0 || path.empty())
@@ -148,8 +168,9 @@ int CUnzipDestination::Enter(std::string_view directory, std::string& error)
     return Walk(directory, true, error) == ELook::There ? Nearest() : -1;
 }
 
-// False for a directory that was searched lately. An archive whose entries
-// come in no order must not have each directory searched once for every entry.
+// False for a directory that was searched lately. Where the entries of an
+// archive come in no order, the same directory is entered many times and must
+// not be searched each time.
 bool CUnzipDestination::IsNew(std::string_view directory)
 {
     constexpr std::size_t kSlots = 4096;
@@ -159,8 +180,7 @@ bool CUnzipDestination::IsNew(std::string_view directory)
     return std::exchange(slot, hash) != hash;
 }
 
-// Makes the levels those of the directory, keeping what they have in common
-// with where the last walk ended.
+// Makes m_levels lead to the directory; see the head of this file.
 CUnzipDestination::ELook CUnzipDestination::Walk(std::string_view directory,
                                                  bool make,
                                                  std::string& error)
@@ -212,7 +232,7 @@ CUnzipDestination::ELook CUnzipDestination::Step(std::string_view name,
     const int code = errno;
     if (IsSymbolicLink(Nearest(), component))
         return StepThroughLink(name, next, error);
-    // What is no directory has nothing in it either.
+    // A directory below something that is no directory cannot exist.
     if (!make && code == ENOTDIR)
         return ELook::Missing;
     errno = code;
@@ -220,8 +240,8 @@ CUnzipDestination::ELook CUnzipDestination::Step(std::string_view name,
     return ELook::Refused;
 }
 
-// Walks to where a link leads without following another link on the way: the
-// path that the system resolved has none, unless it was changed since.
+// Opens the target of a link without following another link on the way: the
+// path that the system resolved contains none, unless it was changed since.
 CUnzipDestination::ELook CUnzipDestination::StepThroughLink(
     std::string_view name, CDescriptor& next, std::string& error)
 {

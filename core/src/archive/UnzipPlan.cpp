@@ -71,7 +71,8 @@ bool CheckKind(const CZipEntry& entry, std::string& error)
     const mode_t mode = entry.UnixMode();
     if (S_ISLNK(mode))
         return Fail(error, "it is a symbolic link");
-    // What Info-ZIP read from a pipe is marked as one, and holds what came out.
+    // Info-ZIP marks an entry that it read from a pipe as a pipe; its content
+    // is that of a file.
     const bool isFile = S_ISREG(mode) || S_ISFIFO(mode);
     if ((mode & S_IFMT) != 0 && !isFile && !S_ISDIR(mode))
         return Fail(error, "it is a device or another special file");
@@ -88,7 +89,7 @@ bool Refuse(std::string& error, std::string_view name, const std::string& why)
     return Fail(error, "entry " + ShowName(name) + ": " + why);
 }
 
-// What makes one entry impossible beside another.
+// Finds entries that cannot be unpacked beside another one.
 class CConflicts
 {
 public:
@@ -102,9 +103,9 @@ public:
     bool CheckOverlaps(std::string& error);
 
 private:
-    // A path as a number, the kind of its entry in the lowest bit. That two
-    // paths have the same one happens in one of ten million of the largest
-    // archives, and not again with the next seed.
+    // A path as a number, with the kind of its entry in the lowest bit. Two
+    // different paths have the same number in one of ten million archives of
+    // the largest size, and then not again with the next seed.
     [[nodiscard]] std::uint64_t KeyOf(std::string_view path,
                                       bool isDirectory) const
     {
@@ -119,7 +120,7 @@ private:
     std::size_t m_maxLength;
     std::uint64_t m_seed;
     std::vector<std::uint64_t> m_keys; // of all paths, sorted
-    bool m_isInOrder = true; // the entries stand as the directory has them
+    bool m_isInOrder = true; // the entries' bytes are in the directory's order
 };
 
 bool CConflicts::CheckEntries(std::string& error)
@@ -196,7 +197,7 @@ bool CConflicts::CheckParents(std::string_view path, std::string& error) const
 bool CConflicts::CheckOverlaps(std::string& error)
 {
     if (m_isInOrder)
-        return true; // seen in passing
+        return true; // CheckEntries() would have seen an overlap
     std::vector<std::uint64_t> begins;
     begins.reserve(m_archive.Count());
     CZipWalk walk(m_archive);

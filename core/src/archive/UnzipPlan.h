@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Whether an archive may be unpacked, told from the archive alone before
-// anything on disk is touched.
+// The check whether an archive may be unpacked. It reads the archive alone and
+// runs before anything on disk is changed.
 //
-// An archive may have a million entries. Of each, 8 bytes are kept while the
-// check lasts and nothing afterwards: when an entry's turn comes, it is read
-// and planned once more, so a file that is changed meanwhile gains nothing.
+// An archive may have a million entries. For each, 8 bytes are kept while the
+// check lasts and nothing afterwards: an entry is read and checked again when
+// it is unpacked, so a change of the archive in between cannot evade the check.
 //
 // Threads: any; one call reads one archive.
 
@@ -21,7 +21,7 @@
 namespace KzaCore
 {
 
-/// What is to become of one entry.
+/// Where one entry is unpacked to, and from.
 struct CPlannedEntry
 {
     /// The path under the destination: components joined by "/", without a
@@ -29,11 +29,11 @@ struct CPlannedEntry
     /// entry's name.
     std::string_view path;
 
-    std::uint64_t data = 0; ///< where its first compressed byte stands
+    std::uint64_t data = 0; ///< offset of its first compressed byte
 };
 
-/// Directories that may be above a file. The way to a file takes a descriptor
-/// for each of them, and a check of all paths a time that grows with them.
+/// Directories that may be above a file. Unpacking holds a descriptor for each
+/// of them, and the time that the check takes grows with them.
 inline constexpr std::size_t kMaxLevels = 100;
 
 /// The path that an entry name stands for.
@@ -72,13 +72,13 @@ inline constexpr std::size_t kMaxLevels = 100;
                              CPlannedEntry& planned,
                              std::string& error);
 
-/// Checks the names of all entries and nothing else of them.
+/// Checks the names of all entries, and no other property.
 [[nodiscard]] bool CheckNames(const CZipFile& archive,
                               std::size_t maxLength,
                               std::string& error);
 
-/// Checks the whole archive: each entry, and that none excludes another or
-/// shares its bytes.
+/// Checks the whole archive: each entry, and that no two entries have the same
+/// path, need a path both as file and as directory, or share their bytes.
 ///
 /// \param maxLength  Bytes that a path may have.
 /// \param error      Set to the reason after a failure; names the entry.

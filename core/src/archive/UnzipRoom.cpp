@@ -18,7 +18,7 @@ namespace
 
 constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
 
-// File systems that are made by programs may tell nothing of their size.
+// A file system that a program provides may report no size at all.
 std::uint64_t FreeSpace(int directory)
 {
     struct statvfs status = {};

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The room that an archive needs on the file systems that its files go to.
+// The space that an archive needs on the file systems of its destination.
 //
-// Filling a file system only to find that it is full would hurt everything
-// else on it.
+// Asking before the first file is written spares the other users of a file
+// system that would be filled in vain.
 //
 // Threads: one object belongs to one thread.
 
@@ -22,13 +22,13 @@ namespace KzaCore
 class CUnzipRoom
 {
 public:
-    /// Chooses the file system of the sizes that follow; one whose free space
-    /// cannot be had has room for everything.
+    /// Chooses the file system for the next calls of Add(). One whose free
+    /// space is unknown counts as large enough for everything.
     ///
     /// \param directory  Descriptor of a directory on it.
     void ChooseFileSystem(int directory);
 
-    /// Takes note of a file. ChooseFileSystem() comes first.
+    /// Adds a file of this size. ChooseFileSystem() comes first.
     void Add(std::uint64_t size);
 
     /// \param error  Set to the reason when a file system has too little room.

@@ -15,7 +15,7 @@ namespace KzaCore
 namespace
 {
 
-// Whole contents are only read of entries that a program could want in memory.
+// A larger entry is not read into memory as a whole.
 constexpr std::uint64_t kMaxWhole = 1ULL << 30;
 
 } // namespace
@@ -35,7 +35,8 @@ bool CZipArchive::Open(const std::string& path, std::string& error)
 bool CZipArchive::ReadDirectory(std::string& error)
 {
     m_entries.reserve(m_file.Count());
-    // An upper bound that costs nothing: what is not written is not resident.
+    // An upper bound costs no memory: pages that are not written are not
+    // resident.
     m_names.reset(new char[m_file.MaxNames() + 1]);
     char* next = m_names.get();
     CZipWalk walk(m_file);
@@ -59,7 +60,7 @@ void CZipArchive::Index()
     for (std::size_t i = 0; i < m_entries.size(); ++i)
     {
         std::uint32_t& slot = m_slots[SlotOf(m_entries[i].name)];
-        if (slot == 0) // else the first of that name is found
+        if (slot == 0) // of several entries of one name, Find() gives the first
             slot = static_cast<std::uint32_t>(i + 1);
     }
 }

@@ -35,11 +35,11 @@ public:
     /// \param error  Set to the reason after a failure; names no file.
     ///
     /// \return false for anything that is not a whole zip archive; the object
-    ///         is then as good as empty.
+    ///         has no entries then.
     [[nodiscard]] bool Open(const std::string& path, std::string& error);
 
-    /// The first entry of exactly that name, null when there is none. Does not
-    /// depend on how many there are. Lives as long as the archive.
+    /// The first entry of exactly that name, null when there is none; lives as
+    /// long as the archive. Takes the same time with few entries and with many.
     [[nodiscard]] const CZipEntry* Find(std::string_view name) const;
 
     /// All entries, in the directory's order; their names live as long as the

@@ -60,8 +60,8 @@ std::uint64_t Get64(const unsigned char* p)
     return Get32(p) | static_cast<std::uint64_t>(Get32(p + 4)) << 32;
 }
 
-// The values of a zip64 extra field, in the order the format gives them; only
-// those stand there whose short form is full.
+// The 64-bit values in a zip64 extra field. The field holds, in a fixed order,
+// only the values whose 32-bit form in the record is full (all bits set).
 class CZip64Extra
 {
 public:
@@ -83,7 +83,8 @@ public:
         }
     }
 
-    // Replaces a full short form; false when the field does not hold it.
+    // Replaces `value` when its short form is full; false when the field does
+    // not hold the long form.
     bool Take(std::uint32_t shortForm, std::uint64_t& value)
     {
         if (shortForm != kFull32)
@@ -110,8 +111,10 @@ private:
     std::size_t m_left = 0;
 };
 
-// True when a local header, read with what belongs to it, says what the
-// directory says. Where the sizes follow the data, zeros may stand for them.
+// True when a local header agrees with the directory's entry. Where the sizes
+// follow the data, they may be zero in the header.
+//
+// \param header  The header with its name and its extra field.
 bool AgreesWithLocal(const CZipEntry& entry,
                      const unsigned char* header,
                      std::size_t extraSize)
@@ -140,7 +143,7 @@ bool AgreesWithLocal(const CZipEntry& entry,
 }
 
 // True for an end record that counts more than one disk. Where a zip64 record
-// stands in for it, its numbers may all be full.
+// has the real numbers, those of the end record may be full.
 bool IsOfDividedArchive(const unsigned char* end, bool hasZip64)
 {
     const auto isNone = [hasZip64](std::uint16_t disk)
@@ -213,7 +216,8 @@ bool CZipFile::ReadAt(std::uint64_t offset,
                       : FailBySystem(error, "cannot be read");
 }
 
-// Reads as much of the file's end as there is, up to a size.
+// Reads the end of the file: `most` bytes, or the whole file when it is
+// shorter.
 bool CZipFile::ReadTail(std::size_t most,
                         std::vector<unsigned char>& tail,
                         std::string& error) const
@@ -224,9 +228,9 @@ bool CZipFile::ReadTail(std::size_t most,
     return ReadAt(fileSize - tail.size(), tail.data(), tail.size(), error);
 }
 
-// Finds the end record, whose comment must reach exactly to the end of the
-// file, and through it the directory, which must reach exactly to the end
-// record. Whatever else stands there was cut off, glued on or made up.
+// Finds the end record and through it the directory. The record's comment must
+// reach exactly to the end of the file, and the directory exactly to the end
+// record: otherwise the file was truncated, has bytes appended, or is forged.
 bool CZipFile::FindDirectory(std::string& error)
 {
     CDirectory& directory = m_directory;
@@ -236,7 +240,8 @@ bool CZipFile::FindDirectory(std::string& error)
         return Fail(error, fileSize == 0 ? "the file is empty"
                                          : "too short for a zip archive");
     }
-    // Without a comment, as nearly every archive is, the end is all it takes.
+    // Nearly every archive has no comment; its end record is the end of the
+    // file.
     std::vector<unsigned char> tail;
     std::size_t at = 0;
     if (!ReadTail(kEndSize, tail, error))
@@ -273,7 +278,7 @@ bool CZipFile::FindDirectory(std::string& error)
 }
 
 // Looks for the zip64 end record that may stand before the end record at
-// `end`. What the short form could hold must agree with it.
+// `end`. Numbers that are not full in the end record must agree with it.
 bool CZipFile::ReadZip64End(std::uint64_t end,
                             CDirectory& directory,
                             std::uint64_t& directoryEnd,
@@ -333,7 +338,7 @@ bool CZipFile::Locate(const CZipEntry& entry,
     if (entry.size / kMaxDeflateRatio > entry.compressedSize)
         return Fail(error, "larger than its compressed bytes can give");
 
-    // One read does for nearly every header.
+    // One read covers nearly every header.
     unsigned char near[512];
     const std::uint64_t room = m_directory.offset - entry.offset;
     const auto got =
@@ -367,7 +372,8 @@ CZipWalk::CZipWalk(const CZipFile& file)
 {
 }
 
-// Reads on when the next record may not be whole.
+// Reads more of the directory unless the next record is certainly in memory as
+// a whole.
 bool CZipWalk::Fill(std::string& error)
 {
     if (m_filled - m_at >= kMaxRecord || m_next == m_end)
@@ -403,8 +409,8 @@ const CZipEntry* CZipWalk::Next(std::string& error)
                                    ? kCentralSize + Get16(record + 28) +
                                          Get16(record + 30) + Get16(record + 32)
                                    : 0;
-    // What is left must do for the entries to come: nobody has room for names
-    // that are longer than that.
+    // The rest of the directory must have room for the records to come. The
+    // caller relies on it: MaxNames() follows from the same sum.
     const std::uint64_t rest = (m_left - 1) * kCentralSize;
     if (!isRecord || left < length || left - length + (m_end - m_next) < rest)
     {
@@ -418,7 +424,8 @@ const CZipEntry* CZipWalk::Next(std::string& error)
     return &m_entry;
 }
 
-// Takes one record, whose name and fields are known to be there.
+// Fills m_entry from one record, which is in memory with its name and its extra
+// field.
 bool CZipWalk::Take(const unsigned char* record, std::string& error)
 {
     const std::size_t nameSize = Get16(record + 28);
@@ -443,7 +450,7 @@ bool CZipWalk::Take(const unsigned char* record, std::string& error)
                        extra.Take(Get32(record + 20), entry.compressedSize) &&
                        extra.Take(Get32(record + 42), entry.offset) &&
                        extra.IsOnlyDisk(Get16(record + 34));
-    // The local header repeats the name, so this much stands there at least.
+    // The local header repeats the name, so it has at least this size.
     const std::uint64_t headers = kLocalSize + nameSize;
     const bool fits = whole && entry.offset <= limit &&
                       headers <= limit - entry.offset &&

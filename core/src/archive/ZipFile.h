@@ -3,9 +3,9 @@
 // Zip archives that may be hostile, torn or changing on disk, walked entry by
 // entry.
 //
-// Every figure is checked against the file. Contents are read with pread(2)
-// and never mapped, so that a file truncated by somebody else is an error and
-// not a SIGBUS. The memory in use does not depend on the archive.
+// Every number in the archive is checked against the file. Contents are read
+// with pread(2) and never mapped, so that a truncation by another process is an
+// error and not a SIGBUS. The memory in use does not depend on the archive.
 //
 // Threads: an open archive may be read by several threads at once; Open() and
 // the destructor belong to one. One walk belongs to one thread.
@@ -31,7 +31,7 @@ namespace KzaCore
 /// One entry of the archive's directory.
 struct CZipEntry
 {
-    std::string_view name; ///< as stored; see who hands it out
+    std::string_view name; ///< as stored; lives as long as its giver promises
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;       ///< bytes once unpacked
     std::uint64_t offset = 0;     ///< of the local header in the file
@@ -63,7 +63,7 @@ struct CZipEntry
     }
 };
 
-/// An entry's name as messages show it: quoted, cut when it is long, control
+/// An entry's name for messages: quoted, cut when it is long, control
 /// characters as their codes.
 [[nodiscard]] std::string ShowName(std::string_view name);
 
@@ -90,16 +90,16 @@ public:
                             std::unique_ptr<CFileSeal> seal,
                             std::string& error);
 
-    /// The open file, which the object is of no use without.
+    /// Gives the open file away. The object cannot be used afterwards.
     [[nodiscard]] COpenedFile Release() { return std::move(m_file); }
 
-    /// How many entries the directory has to have.
+    /// The number of entries, as the end record gives it.
     [[nodiscard]] std::size_t Count() const
     {
         return static_cast<std::size_t>(m_directory.count);
     }
 
-    /// Room that the names of all entries need together, at most.
+    /// The bytes that the names of all entries have together, at most.
     [[nodiscard]] std::size_t MaxNames() const;
 
     /// Finds where the content of an entry begins, and checks that its local
@@ -124,7 +124,7 @@ public:
 private:
     friend class CZipWalk;
 
-    // Where the directory lies.
+    // The place of the directory in the file.
     struct CDirectory
     {
         std::uint64_t offset = 0;
@@ -143,7 +143,7 @@ private:
 
     COpenedFile m_file;
     std::unique_ptr<CFileSeal> m_seal;
-    CDirectory m_directory; // also where the entries end
+    CDirectory m_directory; // the entries end before it
 };
 
 /// One pass over the entries, in the directory's order.
@@ -164,7 +164,8 @@ public:
     /// \param error  Set to the reason after a failure.
     [[nodiscard]] const CZipEntry* Next(std::string& error);
 
-    /// True when the directory held what it should, down to its last byte.
+    /// True when the directory was read to its last byte and had as many
+    /// entries as the end record gives.
     [[nodiscard]] bool IsWhole() const { return m_isWhole; }
 
 private:

@@ -26,21 +26,21 @@
 //   1. No reader uses freed memory. It reaches index, node and value through
 //      guarded pointers, and each is retired only after the pointer to it was
 //      replaced (Epoch.cpp).
-//   2. No write is lost in a node that an index no longer has. Rebuild() leaves
-//      out only unset nodes, under the mutex. Replace() never sets an unset
-//      node, and Insert() looks the node up in the present index under the
-//      mutex.
+//   2. No write is lost in a node that is no longer in the index. Rebuild()
+//      leaves out only unset nodes, under the mutex. Replace() never sets an
+//      unset node, and Insert() looks the node up in the present index under
+//      the mutex.
 //   3. A thread that loads a generation and then the value gets the value of
 //      that change or a later one: W2 comes before W4.
-//   4. No change is slept through. Either W5 comes after A2: the writer sees
-//      the waiter, and W6 notifies it. CWakeUp::Notify() takes the wake-up's
-//      mutex, so the waiter either has yet to compare (A3) or is asleep already
-//      and wakes. Or W5 comes before A2: then W4 comes before A3, and A3 finds
-//      the new generation.
-//   5. No change is forgotten. A pinned node stays in every later index (A1),
-//      and so does its generation.
-//   6. No notified thread is gone. A waiter leaves the list under the mutex,
-//      under which W6 notifies.
+//   4. No waiter misses a change. Either W5 comes after A2: the writer sees the
+//      waiter, and W6 notifies it. CWakeUp::Notify() takes the wake-up's mutex,
+//      so the waiter either has yet to compare (A3) or is asleep already and
+//      wakes. Or W5 comes before A2: then W4 comes before A3, and A3 finds the
+//      new generation.
+//   5. No change between two waits is missed. A pinned node stays in every
+//      later index (A1), and so does its generation.
+//   6. No writer notifies a thread that has ended. A waiter leaves the list
+//      under the mutex, and W6 holds the mutex.
 
 #include "domain/DomStore.h"
 
@@ -59,8 +59,8 @@ namespace
 constexpr std::size_t kSmallestIndex = 64;
 constexpr std::size_t kFewRemoved = 64;
 
-// The two booleans exist once. They are never freed: a thread may still read
-// while the process ends.
+// The two values for booleans, which all keys share. They are never freed,
+// because a thread may still read while the process ends.
 const CDomValue* SharedBool(bool value)
 {
     static const CDomValue* const s_true = new CDomValue(DomContent(true));
@@ -99,8 +99,7 @@ struct CDomStore::CIndex final : CRetirable
         slots[at].store(&node, std::memory_order_seq_cst);
     }
 
-    // Where to look first: the high bits of the hash depend on all of its
-    // input.
+    // The slot where a search begins.
     [[nodiscard]] std::size_t First(std::uint64_t hash) const
     {
         return hash >> shift;
@@ -119,7 +118,7 @@ struct CDomStore::CIndex final : CRetirable
     const unsigned shift;
 };
 
-// Step A2, and its end: enters the calling thread into a node's waiters.
+// Step A2: the calling thread is among a node's waiters while this exists.
 class CDomStore::CWaiting
 {
 public:
@@ -197,7 +196,8 @@ std::vector<std::string> CDomStore::Keys(std::string_view prefix) const
 {
     std::vector<std::string> keys;
     {
-        // What was true at one instant; a walk beside writers would not be.
+        // Under the lock the keys are those of one instant: no key becomes set
+        // or unset during the walk.
         const CLock lock(m_mutex);
         for (const auto& slot : Load(m_index)->slots)
         {
@@ -261,7 +261,7 @@ void CDomStore::Store(std::string_view key, ValuePtr value)
     TellServices(key);
 }
 
-// A store that belongs to no domain has no services.
+// Only the store of the root domain tells services of changes.
 void CDomStore::TellServices(std::string_view key) const
 {
     if (m_root == nullptr)
@@ -270,7 +270,7 @@ void CDomStore::TellServices(std::string_view key) const
     NotifyKeyFollowers(*m_root, key);
 }
 
-// Takes the value and returns true when the key is set. Under a guard.
+// When the key is set, takes the value and returns true. Called under a guard.
 bool CDomStore::Replace(std::string_view key,
                         std::uint64_t hash,
                         ValuePtr& value)
@@ -288,7 +288,7 @@ bool CDomStore::Replace(std::string_view key,
     return true;
 }
 
-// Under a guard.
+// Called under a guard.
 void CDomStore::Insert(std::string_view key, std::uint64_t hash, ValuePtr value)
 {
     CLock lock(m_mutex);
@@ -320,7 +320,7 @@ bool CDomStore::Unset(std::string_view key)
     return true;
 }
 
-// Steps W3 to W6. Under a guard, and without the lock.
+// Steps W3 to W6. Called under a guard and without the lock.
 void CDomStore::Announce(CNode& node, const CDomValue* old)
 {
     if (old != nullptr && !IsShared(old))
@@ -349,7 +349,7 @@ CDomStore::CNode& CDomStore::FindOrAdd(std::string_view key, std::uint64_t hash)
     return *node.release();
 }
 
-// Step A1: keeps the key's node from now on.
+// Step A1: the key's node stays in the index from now on.
 CDomStore::CNode& CDomStore::Pin(std::string_view key)
 {
     const CLock lock(m_mutex);
@@ -360,8 +360,8 @@ CDomStore::CNode& CDomStore::Pin(std::string_view key)
     return node;
 }
 
-// Replaces the index by one without the removed keys, with room for as many
-// keys again as are left.
+// Replaces the index by one without the removed keys, large enough for twice as
+// many keys as are left.
 void CDomStore::Rebuild()
 {
     const std::size_t kept = m_nodes - m_removed;

@@ -5,10 +5,10 @@
 // A reader follows two atomic pointers, from the store to its index and from a
 // node of the index to its value. It takes no lock and writes to no memory that
 // other threads read. A writer that replaces the value of a set key takes no
-// lock either: it would keep others waiting while the system runs something
-// else on its core. Writers that set an unset key or remove one take turns
-// under one mutex, as do waiters. Values never change; a replaced one is freed
-// by epochs.
+// lock either: if the system suspended it while it held one, all other writers
+// would wait. Writers that set an unset key or remove one take turns under one
+// mutex, as do waiters. A value never changes; when it is replaced, it is freed
+// once no reader can use it any longer (Epoch.h).
 //
 // DomStore.cpp opens with the steps of writer, reader and waiter.
 //
@@ -48,12 +48,14 @@ struct CDomValue final : CRetirable
     const DomContent content;
 };
 
-// The padding keeps what writers write away from what readers read.
+// The padding keeps the members that writers change on other cache lines than
+// those that readers use.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 class CDomStore
 {
 public:
-    /// \param root  The domain whose observers hear of changes; null for none.
+    /// \param root  The root domain, whose observers and followers are told of
+    ///              changes; null for a store that tells none.
     explicit CDomStore(const CDom* root);
     ~CDomStore();
 
@@ -84,17 +86,17 @@ public:
 
     [[nodiscard]] std::vector<std::string> Keys(std::string_view prefix) const;
 
-    /// See CDom. A key that was ever asked for here keeps its place for the
-    /// life of the store, set or not, so that its generation is not forgotten.
+    /// See CDom. A key that one of these two functions was called for keeps its
+    /// node for the life of the store, set or not, and so its generation.
     [[nodiscard]] std::uint64_t Generation(std::string_view key);
     [[nodiscard]] bool Wait(std::string_view key,
                             std::chrono::milliseconds timeout,
                             std::uint64_t& seen);
 
 private:
-    // One key. Lives as long as an index leads to it. An unset node gets a
-    // value only under the mutex. The members that never change are on a cache
-    // line of their own, which stays in the caches of readers.
+    // One key; lives as long as the index has it. An unset node gets a value
+    // only under the mutex. The members that never change are on a cache line
+    // of their own, which stays in the caches of readers.
     struct alignas(64) CNode final : CRetirable
     {
         CNode(std::string_view nodeKey, std::uint64_t nodeHash)
@@ -106,7 +108,7 @@ private:
         const std::uint64_t hash;
         alignas(64) std::atomic<const CDomValue*> value{nullptr}; // null: unset
         std::atomic<std::uint64_t> generation{0}; // counts changes
-        std::atomic<std::size_t> waiting{0};      // how many waiters
+        std::atomic<std::size_t> waiting{0};      // the number of waiters
         std::vector<CWakeUp*> waiters; // guarded by the store's m_mutex
         bool pinned = false;           // guarded by the store's m_mutex
     };
@@ -145,8 +147,8 @@ private:
     const CDom* const m_root;
     std::atomic<CIndex*> m_index;
 
-    // Guards also which keys are set and which threads wait. On a cache line
-    // that readers do not read.
+    // Guards also the change of a key from unset to set and back, and the lists
+    // of waiters. On a cache line that readers do not use.
     alignas(64) mutable CMutex m_mutex;
     std::size_t m_nodes KZA_GUARDED_BY(m_mutex) = 0;   // in the index
     std::size_t m_removed KZA_GUARDED_BY(m_mutex) = 0; // unset, not pinned

@@ -8,7 +8,7 @@
 //   R3  uses the object,
 //   R4  stores 0 in its slot.
 // A writer
-//   W1  replaces a guarded pointer; no way leads to the object any longer,
+//   W1  replaces a guarded pointer; no pointer leads to the object any longer,
 //   W2  loads the epoch and notes it at the object,
 //   W3  adds one to the epoch,
 //   W4  loads every slot and finds the oldest reader,
@@ -19,8 +19,7 @@
 //
 //   1. A reader that reached the object did so before W1: had its load come
 //      after W1, it would have got the new pointer. So R1 came before W1 too.
-//   2. Hence R1 came before W2, and as the epoch only grows, the slot's epoch
-//   is
+//   2. Hence R1 came before W2. As the epoch only grows, the slot's epoch is
 //      not greater than the object's.
 //   3. R1 came before W4, so W4 sees the slot's epoch, or the 0 of R4.
 //   4. If it sees the epoch, the oldest reader is not younger than the object,
@@ -28,13 +27,13 @@
 //   5. If it sees 0, R4 is a release and W4 an acquire: all of R3 happened
 //      before W5.
 //
-// W3 is there for progress. A reader that begins after it has a greater epoch
-// than the object and does not hold it up. Without W3, new readers of the old
-// epoch could keep an object for ever.
+// W3 makes progress certain. A reader that begins after W3 has a greater epoch
+// than the object and does not keep it from being freed. Without W3, new
+// readers of the old epoch could keep an object for ever.
 //
-// Where the way to an object has several guarded pointers, W1 is the store that
-// cut it. An inner guard of a thread stores nothing, since the outer one's
-// epoch is older.
+// Where several guarded pointers lead one to the next and so to an object, W1
+// is the store that breaks the chain. An inner guard of a thread stores
+// nothing, since the outer guard's epoch is older.
 //
 // A slot that W4 does not find in the list was added after W4 read its head, so
 // its R1 comes after W1, and by step 1 its reader does not reach the object.
@@ -60,12 +59,12 @@ __thread CEpochSlot* t_slot = nullptr;
 namespace
 {
 
-// A larger batch looks at the slots less often, and holds more memory.
+// A larger batch reads the slots less often and keeps more memory.
 constexpr std::size_t kBatchCount = 64;
 constexpr std::size_t kBatchBytes = 256 * 1024;
 
-// All slots. A slot is never removed; a new thread takes one that an ended
-// thread has left, so there are as many as there were threads at one time.
+// All slots. A slot is never removed. A new thread takes over the slot of an
+// ended one, so there are never more slots than threads ran at the same time.
 std::atomic<CEpochSlot*> s_slots{nullptr};
 
 void GiveSlotBackCB(void* slot)
@@ -110,7 +109,7 @@ CEpochSlot* AddSlot()
     return slot;
 }
 
-// Step W4. The epoch of the reader that began first; the highest number when
+// Step W4: the epoch of the reader that began first; the highest number when
 // there is no reader.
 std::uint64_t OldestReader()
 {
@@ -172,8 +171,8 @@ CGarbage CRetired::Collect()
     m_count = 0;
     m_bytes = 0;
 
-    // Steps W3 to W5. The epochs along the list never fall, so the first object
-    // that must stay ends it.
+    // Steps W3 to W5. The epochs along the list never fall, so all objects
+    // behind the first one that must stay must stay, too.
     EpochDetail::g_epoch.fetch_add(1, std::memory_order_seq_cst);
     const std::uint64_t oldestReader = OldestReader();
     const CRetirable* const first = m_oldest;

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Memory that readers without locks may still be looking at.
+// Freeing memory that readers may use without a lock.
 //
 // A reader holds a CEpochGuard while it follows guarded pointers. A writer
-// replaces such a pointer and retires the object that it led to, which is freed
-// once every reader that may have reached it has left. A reader stores to its
-// own thread's slot alone, and a writer to its own thread's list.
+// replaces such a pointer and retires the object that the pointer led to. The
+// object is freed once every reader that may have reached it has released its
+// guard. A reader stores only to its own thread's slot, and a writer only to
+// its own thread's list.
 //
-// What users owe: guarded pointers are loaded and replaced with
-// std::memory_order_seq_cst. Epoch.cpp has the argument why that is enough.
+// Users must load and replace guarded pointers with std::memory_order_seq_cst.
+// Epoch.cpp has the proof that this is enough.
 //
 // Threads: any; guards may be nested. A child that was forked from a process
 // with one thread goes on.
@@ -38,8 +39,8 @@ private:
     friend class CGarbage;
     friend class CRetired;
 
-    // Of the list of retired objects. Mutable, since a retired object is
-    // constant.
+    // For the list of retired objects. Mutable, because retired objects are
+    // const.
     mutable const CRetirable* m_next = nullptr;
     mutable std::uint64_t m_epoch = 0;
 };
@@ -59,9 +60,9 @@ private:
     const CRetirable* m_first = nullptr; // oldest first
 };
 
-/// Objects out of reach that wait for their last reader, oldest first. A reader
-/// that stays long costs memory, but no time: what it holds up is not looked
-/// at.
+/// Retired objects that a reader may still use, oldest first. A reader that
+/// holds its guard for long costs memory but no time: Collect() stops at the
+/// first object that must stay.
 ///
 /// Threads: one at a time.
 class CRetired
@@ -69,7 +70,7 @@ class CRetired
 public:
     CRetired() = default;
 
-    /// Frees all of them: no reader is left.
+    /// Frees all objects. No reader may be left.
     ~CRetired();
 
     CRetired(const CRetired&) = delete;
@@ -77,7 +78,7 @@ public:
 
     /// Takes an object that no pointer leads to any longer.
     ///
-    /// \param bytes  Roughly what the object holds.
+    /// \param bytes  The object's approximate size with all that it owns.
     void Add(const CRetirable* object, std::size_t bytes);
 
     /// Hands out the objects that no reader can reach, in batches.
@@ -90,9 +91,9 @@ private:
     std::size_t m_bytes = 0;              // likewise
 };
 
-/// The place of one thread. A thread that ends leaves it to another.
-// The padding keeps the thread's own list off the cache line that writers of
-// all threads read.
+/// The slot of one thread. When the thread ends, another thread takes it over.
+// The padding keeps the thread's own list off the cache line that the writers
+// of all threads read.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct alignas(64) CEpochSlot
 {
@@ -109,9 +110,9 @@ namespace EpochDetail
 
 extern std::atomic<std::uint64_t> g_epoch; // counts from 1
 
-// Every read of the domain loads it. __thread needs no wrapper function, which
-// thread_local would, and the initial-exec model no call to find the variable:
-// two calls less for each read.
+// Every read of the domain uses this variable. Unlike thread_local, __thread
+// needs no wrapper function, and with the initial-exec model no call is needed
+// to find the variable: two calls less for each read.
 extern __thread CEpochSlot* t_slot __attribute__((tls_model("initial-exec")));
 
 /// Gives the calling thread its slot.
@@ -124,7 +125,8 @@ inline CEpochSlot& Slot()
 
 } // namespace EpochDetail
 
-/// Keeps every object alive that its thread reaches through guarded pointers.
+/// While a guard exists, no object is freed that its thread has reached through
+/// guarded pointers since.
 class CEpochGuard
 {
 public:
@@ -155,7 +157,7 @@ private:
 /// Takes an object that no guarded pointer leads to any longer. The calling
 /// thread frees it later.
 ///
-/// \param bytes  Roughly what the object holds.
+/// \param bytes  The object's approximate size with all that it owns.
 inline void Retire(const CRetirable* object, std::size_t bytes)
 {
     EpochDetail::Slot().retired.Add(object, bytes);

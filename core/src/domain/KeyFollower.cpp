@@ -14,8 +14,8 @@ namespace KzaCore
 namespace
 {
 
-// Held while a follower is called: no follower goes away meanwhile, and what a
-// call shows is never older than what the call before it showed.
+// Held while a follower is called, so that no follower is destroyed meanwhile,
+// and no call shows an older value than the call before.
 CMutex s_mutex;
 
 // The list of followers. Changed under s_mutex; compared with null without it,
@@ -29,7 +29,8 @@ CKeyFollower::CKeyFollower(const CDom& root, std::string key, ValueCB value)
 {
     const CLock lock(s_mutex);
     m_next = s_first;
-    // In the list before it reads: a change from here on is told.
+    // The follower is in the list before its first call reads the value, so no
+    // change after that reading is missed.
     s_first = this;
     m_value(root.Value(m_key));
 }

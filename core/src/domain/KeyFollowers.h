@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tells the followers of single keys, see kza_core/KeyFollower.h.
+// Calling the followers of single keys; kza_core/KeyFollower.h describes them.
 //
 // Threads: any.
 
@@ -13,8 +13,9 @@ namespace KzaCore
 
 class CDom;
 
-/// Tells the followers of a key that it was set or removed in the root domain.
-/// No lock may be held. Takes none while no key at all is followed.
+/// Tells the followers of a key that the key was set or removed in the root
+/// domain. The caller holds no lock. Takes no lock while there is no follower
+/// of any key.
 void NotifyKeyFollowers(const CDom& root, std::string_view key);
 
 } // namespace KzaCore

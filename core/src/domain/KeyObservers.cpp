@@ -13,15 +13,15 @@ namespace KzaCore
 namespace
 {
 
-// Initialised at compile time, for static objects of other sources register
-// before this source's constructors would run. Every call of a refresh function
-// holds the lock: without turns, an older state of a key could be put to use
-// after a newer one.
+// Initialised at compile time, because static objects of other sources may
+// register before the constructors of this source run. The lock is held during
+// every call of a refresh function: otherwise a service could apply an older
+// value of a key after a newer one.
 CMutex s_mutex;
 const CDom* s_root KZA_GUARDED_BY(s_mutex) = nullptr;
 
-// Newest first. Grows under s_mutex and is read without it, so that a write to
-// a key that nothing follows takes no lock.
+// The newest observer, first in the list. The list grows under s_mutex and is
+// read without it, so that a write to a key without observers takes no lock.
 std::atomic<const CKeyObserver*> s_newest{nullptr};
 
 const CKeyObserver* Newest()

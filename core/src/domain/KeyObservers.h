@@ -2,11 +2,11 @@
 //
 // The root domain, and the services that follow keys of it.
 //
-// The domain knows no service. A service of a folder above makes a static
-// CKeyObserver in its source, and the domain tells every observer, in the same
-// way, of changed keys and of the end of the root domain.
+// The domain knows no service. A service of a higher folder makes a static
+// CKeyObserver in its source, and the domain tells every observer of changed
+// keys and of the end of the root domain.
 //
-// The list of observers is there before any constructor runs. So sources may
+// The list of observers is initialised at compile time. Sources may therefore
 // register in any order, and before or after the first domain was made.
 //
 // Threads: any.
@@ -21,19 +21,21 @@ namespace KzaCore
 
 class CDom;
 
-/// A service that follows keys. Objects are static, as is the array of their
-/// keys, and never destroyed: a thread may write a key while the process ends.
+/// A service that follows keys. Objects and their arrays of keys are static and
+/// never destroyed, because a thread may write a key while the process ends.
 ///
-/// The refresh function reads all keys of the service anew from the root
-/// domain; a null pointer tells that the root domain is gone. It is called
+/// The refresh function reads all keys of the service again from the root
+/// domain; a null pointer says that there is no root domain any more. It is
+/// called
 /// - on the thread that set or removed one of the keys, once the change can be
 ///   read and before the writing call returns;
 /// - on the thread that releases the root domain;
 /// - on registration, when there is a root domain already.
 ///
-/// One refresh runs at a time in the whole process. So the last one has read
-/// the last change, and a service needs no lock to keep them in order. A
-/// refresh sets no key, and makes and releases no domain.
+/// One refresh runs at a time in the whole process. The last refresh has
+/// therefore read the last change, and a service needs no lock to keep the
+/// refreshes in order. A refresh function must not set a key, nor make or
+/// release a domain.
 class CKeyObserver
 {
 public:
@@ -69,12 +71,13 @@ private:
 /// \return whether the domain is the root.
 bool ClaimRoot(const CDom& dom);
 
-/// Leaves the process without a root, and tells every observer, if the domain
-/// is the root. No lock may be held.
+/// If the domain is the root, leaves the process without a root and tells every
+/// observer. The caller holds no lock.
 void AbandonRoot(const CDom& dom);
 
-/// Tells the observers of a key that it was set or removed in the root domain.
-/// No lock may be held. Takes none when nothing follows the key.
+/// Tells the observers of a key that the key was set or removed in the root
+/// domain. The caller holds no lock. Takes no lock when no observer follows the
+/// key.
 void NotifyKeyObservers(const CDom& root, std::string_view key);
 
 } // namespace KzaCore

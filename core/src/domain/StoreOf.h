@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The way from a domain to its store, for the binding to Lua: it reads without
-// a copy of what it reads.
+// Access to the store of a domain, for the binding to Lua: it reads values
+// without a copy.
 
 #pragma once
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which records are repeated on standard error: the setting `log.console`.
+// The setting `log.console`, which says what records are repeated on standard
+// error.
 //
 // Threads: any.
 
@@ -12,32 +13,32 @@
 namespace KzaCore
 {
 
-/// Records of a level include those of every worse one.
+/// Each level includes the records of every worse one.
 enum class EConsoleLevel
 {
     Nothing,
     Error,
     Warning,
     Message,
-    Info, ///< verbose ones too
+    Info, ///< with verbose records
     All,
-    WarningOnTerminal ///< as long as standard error is a terminal
+    WarningOnTerminal ///< warnings and errors while it is a terminal
 };
 
-/// What a value of the setting asks for: the name of a level, or a switch,
-/// true for all records and false for none, which may be text too. Unset, and
-/// when it makes no sense, warnings on a terminal.
+/// The meaning of a value of the setting: the name of a level, or a switch,
+/// true for all records and false for none, which may be text too. An unset or
+/// senseless value means WarningOnTerminal.
 EConsoleLevel ConsoleLevelOf(const DomValue& setting);
 
-/// What is known of a record when it may be repeated.
+/// The properties of a record that decide whether it is repeated.
 struct CRecordKind
 {
     ELogLevel level;
     EConsole console;
 };
 
-/// Whether a record is repeated. Looks at standard error anew each time: a
-/// daemon closes its terminal.
+/// Whether a record is repeated. Checks each time whether standard error is a
+/// terminal, because a daemon leaves its terminal.
 bool IsForConsole(const CRecordKind& kind, EConsoleLevel most);
 
 } // namespace KzaCore

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The states of the log, and what leads from one to the next. A record takes
-// the way of the present state, under the lock.
+// The states of the log and the functions that change them. Each record is
+// handled according to the present state, under the lock.
 //
 //   Early   The place of the file is not known. Accept() keeps the line in
 //           m_early.
@@ -17,13 +17,13 @@
 //     -> Placed  The number is in the file.
 //
 // Early lines come first: WriteEarly() writes them as soon as the file can be
-// opened, which may be some records after Configure(). A file that cannot be
-// opened is said on standard error, once for each place and each time that the
-// number of lost lines could be written in between.
+// opened, which may be some records after Configure(). When the file cannot be
+// opened, ComplainOnce() reports it on standard error: once for each place, and
+// again after the number of lost lines could be written in between.
 //
 // A signal handler may log while its thread is inside the log, with the lock
-// held or not. Such a record takes the way of WriteInHandler(): one system
-// call, without the lock and without any of the state above.
+// held or not. WriteInHandler() writes such a record with one system call,
+// without the lock and without any of the state above.
 
 #include "log/DiskLog.h"
 
@@ -43,7 +43,7 @@ namespace KzaCore
 namespace
 {
 
-// Of the log's own records.
+// The kind of the warnings that the log itself makes.
 constexpr CRecordKind kOwnWarning = {ELogLevel::Warning, EConsole::Repeat};
 
 // True while the thread is inside the log.
@@ -58,7 +58,7 @@ public:
     CInside& operator=(const CInside&) = delete;
 };
 
-// A failure cannot be told anywhere.
+// Ignores a failure, which could be reported nowhere.
 void WriteUnchecked(int file, std::string_view text)
 {
     static_cast<void>(WriteWhole(file, text.data(), text.size()));
@@ -118,8 +118,8 @@ void CDiskLog::Write(const CLogEntry& entry)
         Accept(line.Text(), {entry.level, entry.console});
 }
 
-// Of the guarded state, reads the number of the file's descriptor alone, which
-// is atomic.
+// Uses only one member of the guarded state, the descriptor's number, which is
+// atomic.
 void CDiskLog::WriteInHandler(const CLogEntry& entry) KZA_UNCHECKED_LOCKS
 {
     const CLogLine line(entry, CLogLine::EStamp::Cached);

@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The sink of log records: what becomes of a record when there is no file yet,
-// when the file cannot be written, and when the process ends or forks.
+// The sink of log records. It writes them to the log file, and handles records
+// that come before there is a file, while the file cannot be written, at the
+// end of the process and around a fork.
 //
 // Records made before the place of the file is known are kept and written
 // first; when the process ends before that, they go to standard error unless
-// their text stands there already. Records that the file could not take are
-// counted, and the count is logged when it can again.
+// their text is there already. Records that could not be written are counted,
+// and the count is logged when the file can be written again.
 //
-// Threads: any. One lock covers file and settings; nothing is called from
-// under it that could log. A record made while its thread is inside the log,
-// which only a signal handler can do, is written without the lock. A forked
-// child may go on logging.
+// Threads: any. One lock covers file and settings; no function that could log
+// is called under it. A record made while its thread is inside the log, which
+// only a signal handler can do, is written without the lock. A forked child may
+// go on logging.
 
 #pragma once
 
@@ -29,7 +30,7 @@
 namespace KzaCore
 {
 
-/// What decides where the records go.
+/// The place and the limits of the log file, and the records to be repeated.
 struct CLogSettings
 {
     static constexpr std::int64_t kDefaultMaxSize = 10 * 1024 * 1024;
@@ -50,17 +51,19 @@ public:
     CDiskLog(const CDiskLog&) = delete;
     CDiskLog& operator=(const CDiskLog&) = delete;
 
-    /// Takes new settings. Once the place is known, settings without one
-    /// change nothing: the domain is gone and the process about to end.
+    /// Takes new settings. Once the place is known, settings without a place
+    /// are ignored: they come when the root domain is released, shortly before
+    /// the process ends.
     void Configure(const CLogSettings& settings) KZA_EXCLUDES(m_mutex);
 
-    /// Writes one entry. It is on its way to the file when this returns.
+    /// Writes one entry. When the call returns, the system has the line, or the
+    /// line is kept as an early one.
     void Write(const CLogEntry& entry) KZA_EXCLUDES(m_mutex);
 
-    /// Gives up on the file for the early records: they go to standard error.
-    /// Made for the end of the process, which a signal handler may bring about
-    /// anywhere: it waits for no lock, and while a thread is inside the log it
-    /// does nothing.
+    /// Prints the early records on standard error instead of the file. Called
+    /// at the end of the process, which a signal handler may cause at any
+    /// instruction: waits for no lock, and does nothing while a thread is
+    /// inside the log.
     void PrintEarly() KZA_EXCLUDES(m_mutex);
 
     // Around a fork, no thread may be inside the log.
@@ -99,7 +102,7 @@ private:
     CEarlyRecords m_early KZA_GUARDED_BY(m_mutex);
     CLogFile m_file KZA_GUARDED_BY(m_mutex);
 
-    // What the file did not take.
+    // The records that could not be written.
     std::uint64_t m_lost KZA_GUARDED_BY(m_mutex) = 0;
     int m_lostError KZA_GUARDED_BY(m_mutex) = 0; // of the last attempt
     bool m_hasComplained KZA_GUARDED_BY(m_mutex) = false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Records made before the log's place is known: a start makes a handful.
+// The records that are made before the log's place is known. A normal start
+// makes only a few.
 //
 // Threads: one at a time.
 
@@ -29,8 +30,8 @@ public:
         CRecordKind kind;
     };
 
-    /// Keeps a line. When there is no room for it, counts it as refused: the
-    /// first records tell more about a start that fails than the last.
+    /// Keeps a line. Without room for it, counts the line as refused: the first
+    /// records of a failing start are more useful than the last.
     void Add(std::string_view line, const CRecordKind& kind);
 
     [[nodiscard]] const std::vector<CRecord>& Records() const
@@ -38,10 +39,10 @@ public:
         return m_records;
     }
 
-    /// How many lines were refused.
+    /// The number of refused lines.
     [[nodiscard]] std::uint64_t Refused() const { return m_refused; }
 
-    /// Forgets all.
+    /// Drops all lines and the number of refused ones.
     void Clear() { *this = CEarlyRecords(); }
 
 private:

@@ -60,8 +60,8 @@ bool IsAdmitted(ELogLevel level)
     return most >= wxLOG_Trace;
 }
 
-// The objects hold nothing, so one serves all threads. Never deleted, since a
-// thread that ends the process still has it.
+// A target has no state, so one object serves all threads. It is never deleted,
+// since a thread that ends the process still uses it.
 wxLog* TargetOfThreads()
 {
     static auto* const s_target = new CLog2Disk;
@@ -78,7 +78,7 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
                             const wxString& msg,
                             const wxLogRecordInfo& info)
 {
-    // Nearly always empty, and not free to convert.
+    // Nearly always empty; the conversion of an empty one is saved.
     const bool isNamed = info.component != nullptr && *info.component != '\0';
     const wxString component = isNamed ? wxString(info.component) : wxString();
     const CLogPosition position = {info.filename, info.line, info.func};
@@ -87,7 +87,8 @@ void CLog2Disk::DoLogRecord(wxLogLevel level,
     entry.time = static_cast<std::time_t>(info.timestampMS / 1000);
     if (entry.level == ELogLevel::Trace)
         entry.position = &position;
-    // The main thread shows what threads without a target of their own said.
+    // The framework passes the records of threads without a target of their own
+    // on the main thread.
     entry.ownThread = info.threadId == wxThread::GetCurrentId();
     ProcessLog().Write(entry);
 }

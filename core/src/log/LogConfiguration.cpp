@@ -26,7 +26,7 @@ bool ToNumber(const std::string& text, long long& number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-// A setting given with --domain_var is text.
+// Reads a number or a text, because a setting given with --domain_var is text.
 void ReadNumber(const CDom& dom, const char* key, std::int64_t& value)
 {
     long long number = -1;

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The states of the file, and what leads from one to the next:
+// The states of the file and the functions that change them:
 //
-//   Closed  There is no descriptor. m_openError tells why the last attempt to
-//           open failed, zero before the first.
+//   Closed  There is no descriptor. m_openError says why the last attempt to
+//           open failed; it is zero before the first attempt.
 //     -> Open    EnsureOpen() tries once a second.
 //   Open    The descriptor stands for the file that had the name at the last
 //           check.
-//     -> Open    FollowName() turns the descriptor to the file that has the
-//                name now: another process has rotated, an operator has moved
-//                the file away, or Rotate() has renamed it.
+//     -> Open    FollowName() makes the descriptor stand for the file that has
+//                the name now: another process has rotated, an operator has
+//                moved the file away, or Rotate() has renamed it.
 //     -> Closed  FollowName() cannot open the name, and the file in use has
-//                lost its last name: nothing written there could be read.
+//                lost its last name, so lines written to it could not be read.
 //     -> Closed  SetPlace() names another file.
 //
 // CheckName() compares name and descriptor before the first line of a second,
@@ -20,12 +20,12 @@
 //
 // Rotation, when the next line would make the file too large:
 //
-//   1. Take the file's lock. It is never waited for: its holder is rotating,
-//      and the name is checked again before the next line.
+//   1. Take the file's lock, without waiting: when another process has it, that
+//      process is rotating, and the name is checked again before the next line.
 //   2. Compare name and descriptor. Another process may have rotated between
 //      the last check and step 1; only step 4 is left to do then.
 //   3. Rename the older files, the oldest first, and then the file itself.
-//   4. Open the name anew, which makes the next file.
+//   4. Open the name again, which makes the next file.
 //
 // When a step fails, the file in use grows on, and rotation is tried again a
 // second later.
@@ -51,7 +51,8 @@ namespace KzaCore
 namespace
 {
 
-// Each writer may fill the file so far beyond its limit before it notices.
+// The number of bytes that one writer may write beyond the file's limit before
+// it notices that others write, too.
 constexpr std::int64_t kCheckBytes = 64 * 1024;
 
 int OpenDirectory(const std::string& directory)
@@ -60,8 +61,9 @@ int OpenDirectory(const std::string& directory)
                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// A process started without standard streams would get one of their numbers
-// for its log, and whatever is printed would end up there.
+// The same file under a descriptor above the standard ones. A process that was
+// started without standard streams would else get one of their numbers for its
+// log, and text printed by any library would end up in the log.
 int AboveStandardStreams(int file)
 {
     if (file < 0 || file > STDERR_FILENO)
@@ -151,8 +153,8 @@ bool CLogFile::IsNameOurs(struct stat& status) const
            lstat(Path().c_str(), &named) == 0 && IsSameFile(status, named);
 }
 
-// While the file of the name cannot be opened, the one in use still serves,
-// unless it has been unlinked.
+// While the name cannot be opened, lines go on to the file in use, unless that
+// file has been unlinked.
 int CLogFile::FollowName()
 {
     const int error = Open();
@@ -175,8 +177,8 @@ int CLogFile::Open()
 
 int CLogFile::OpenIn(int directory)
 {
-    // Not blocking, so that a pipe put in the file's place cannot stop the
-    // process; readable, to see how the file ends.
+    // O_NONBLOCK, so that a pipe in the file's place cannot stop the process;
+    // readable, to see whether the file ends with a whole line.
     const int file =
         AboveStandardStreams(openat(directory, m_name.c_str(),
                                     O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC |
@@ -195,9 +197,8 @@ int CLogFile::OpenIn(int directory)
 
 int CLogFile::UseFile(int file, const struct stat& status)
 {
-    // The descriptor keeps its number while the file behind it changes, so
-    // that a signal handler never writes to what the number may stand for
-    // next.
+    // The descriptor's number stays the same when the file changes. Otherwise a
+    // signal handler could write to another file that has got the old number.
     if (m_descriptor < 0)
         m_descriptor = file;
     else
@@ -232,7 +233,7 @@ void CLogFile::Rotate(std::time_t now)
     int error = IsNameOurs(status) ? ShiftOldFiles() : 0;
     if (error == 0)
         error = FollowName();
-    // A new file has no lock, and the old one lost it when it was closed.
+    // Only after a failure is the locked file still open.
     if (error != 0 && m_descriptor >= 0)
         LockFile(F_UNLCK);
     m_rotationFailedAt = error == 0 ? 0 : now;
@@ -257,7 +258,7 @@ int CLogFile::ShiftOldFiles()
     const auto numbered = [this](int number)
     { return m_name + "." + std::to_string(number); };
 
-    // More than one goes when an earlier setting kept more.
+    // More than one file is removed when an earlier setting kept more.
     int number = std::max(m_oldFiles, 1);
     while (unlinkat(directory.Get(), numbered(number).c_str(), 0) == 0)
         ++number;
@@ -290,7 +291,8 @@ int CLogFile::WriteLine(std::string_view line)
         return errno;
     m_isTorn = false;
 
-    // One system call, unless the disk fills up: the second one tells why.
+    // One system call, unless the disk fills up: then a second one gives the
+    // error.
     const std::size_t written =
         WriteWhole(m_descriptor, line.data(), line.size());
     m_size += static_cast<std::int64_t>(written);
@@ -300,8 +302,8 @@ int CLogFile::WriteLine(std::string_view line)
 }
 
 // The file also ends in the middle of a line while the system copies another
-// process's line to it. Setting the mode that the file has waits for that
-// writer; the file is longer afterwards.
+// process's line to it. Setting the file's mode again waits until that write is
+// done; the file is longer then.
 bool CLogFile::WasLeftTorn() const
 {
     struct stat before = {};

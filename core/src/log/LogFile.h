@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The file behind the log: appended to, rotated by size, shared with other
-// processes.
+// The log file. Lines are appended, the file is rotated by size, and other
+// processes may write to it as well.
 //
-// Any number of processes may write to the same place. Each line is one
-// write(2) to a file opened for appending, so lines of several writers never
-// mix. The writer that finds the file full renames it, under a lock that
-// belongs to its process and is never waited for; the others notice within a
-// second that the name stands for another file now and follow.
+// Each line is one write(2) to a file opened for appending, so lines of several
+// writers never mix. The writer that finds the file full renames it, under a
+// lock of its process for which no other process waits. The other writers
+// notice within a second that the name belongs to another file now, and go on
+// with that one.
 //
 // Threads: one at a time; the caller has a lock. Nothing here logs.
 
@@ -33,18 +33,18 @@ public:
     CLogFile(const CLogFile&) = delete;
     CLogFile& operator=(const CLogFile&) = delete;
 
-    /// Where the file is; leaves the place before. The file is opened by the
-    /// next Append().
+    /// Sets the place of the file, and closes a file at another place. The next
+    /// Append() opens the file.
     ///
-    /// \param directory  Made with mode 0700 when missing, its parents are
-    ///                   not. Must not be a symbolic link.
+    /// \param directory  Made with mode 0700 when missing; its parents must
+    ///                   exist. Must not be a symbolic link.
     /// \param name       Name in the directory; mode 0600.
     void SetPlace(const std::string& directory, const std::string& name);
 
-    /// \param maxSize   Bytes that a line must not make the file outgrow; zero
-    ///                  for no end. A longer line has a file for itself.
-    /// \param oldFiles  How many older files are kept beside it, as `.1`, `.2`
-    ///                  and so on.
+    /// \param maxSize   Largest size of the file in bytes, zero for no limit. A
+    ///                  line longer than that gets a file of its own.
+    /// \param oldFiles  The number of older files that are kept, with `.1`,
+    ///                  `.2` and so on appended to the name.
     void SetLimits(std::int64_t maxSize, int oldFiles);
 
     /// Opens the file unless it is open, at most once a second.
@@ -54,14 +54,15 @@ public:
 
     /// Appends a line with its newline.
     ///
-    /// \param now  The present time, for what is looked at once a second.
+    /// \param now  The present time, for the checks made once a second.
     ///
-    /// \return zero, or the errno value that says why the line is lost. A
-    ///         part of it may be in the file then; the next line starts anew.
+    /// \return zero, or the errno value that says why the line is lost. A part
+    ///         of the line may be in the file then; the next Append() begins
+    ///         with a line break.
     int Append(std::string_view line, std::time_t now);
 
-    /// False before the first Append() and while the file cannot be opened,
-    /// which is tried again once a second.
+    /// False before the first Append() and while the file cannot be opened;
+    /// opening is tried again once a second.
     [[nodiscard]] bool IsOpen() const { return m_descriptor >= 0; }
 
     /// The errno value that says why the last rotation failed, once; else
@@ -69,7 +70,7 @@ public:
     int TakeRotationError();
 
     /// For a record made in a signal handler; -1 while not open. The number
-    /// stays the same while the file behind it changes. Threads: any.
+    /// stays the same when another file takes its place. Threads: any.
     [[nodiscard]] int Descriptor() const { return m_descriptor; }
 
     [[nodiscard]] std::string Path() const;
@@ -92,7 +93,7 @@ private:
     [[nodiscard]] bool WasLeftTorn() const;
     bool EndsInMidLine(struct stat& status) const;
 
-    // What SetPlace() and SetLimits() said.
+    // Set by SetPlace() and SetLimits().
     std::string m_directory;
     std::string m_name;
     std::int64_t m_maxSize = 0;

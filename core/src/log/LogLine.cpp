@@ -1,21 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A line is written from front to back into one buffer. Each part is appended
-// by a function that takes the end of what is there and returns the new end.
+// by a function that takes the end of the line so far and returns the new end.
 //
 // Room    RoomFor() bounds the length of the line before its first byte is
-//         written, so no part looks for room. Nearly every line fits into the
-//         object. A longer one is allocated, and is empty without memory.
+//         written, so no part checks for room. Nearly every line fits into the
+//         object. For a longer one memory is allocated; without memory the line
+//         is empty.
 // Cache   Time stamp and identity (" [pid:tid] ") together cost more than the
-//         rest of the line and change seldom. Each thread keeps its last ones.
+//         rest of the line and change seldom. Each thread caches its last ones.
 //         The cache has no destructor, since a thread may log while its other
 //         thread-local objects are destroyed.
 // Signal  A handler may interrupt this code on its own thread. It asks for
 //         EStamp::Cached, because the interrupted code may hold the locks that
 //         a new stamp takes. A handler that interrupts the renewal of the stamp
 //         shows the parts that are new already.
-// Fork    The child has another process id: ForgetLogIdentity(). HoldTimeZone()
-//         keeps the time zone's locks free across the fork.
+// Fork    The child has another process id, so ForgetLogIdentity() clears the
+//         cached one. HoldTimeZone() keeps other threads from holding the time
+//         zone's locks during the fork.
 
 #include "log/LogLine.h"
 
@@ -40,10 +42,10 @@ namespace
 constexpr std::size_t kStampLength = 19; // YYYY-MM-DD HH:MM:SS
 constexpr std::size_t kIdentityRoom = 48;
 
-// Room for all of a line but its texts.
+// Room for all parts of a line but its texts.
 constexpr std::size_t kFrameRoom = 160;
 
-// What changes seldom in the lines of a thread.
+// The parts of a line that change seldom, for one thread.
 struct CThreadCache
 {
     std::time_t second = 0;
@@ -72,9 +74,9 @@ char* AppendDigits(char* out, int number, int digits)
     return out + digits;
 }
 
-// The C library does not renew its lock on the time zone in a forked child, so
-// no thread may hold that lock during a fork. Every use of it here is inside
-// this one, which the forking thread takes.
+// The C library does not reset its lock on the time zone in a forked child, so
+// no thread may hold that lock during a fork. All uses of the time zone here
+// are under this mutex, and the forking thread takes it.
 CMutex s_zoneMutex;
 
 bool BreakDown(std::time_t second, std::tm& parts)
@@ -158,7 +160,7 @@ std::string_view OrUnknown(const char* text)
 }
 
 // Lua names a chunk that was loaded from a string `[string "…"]`, with a piece
-// of its text, in which a slash separates no directories.
+// of its text. A slash there separates no directories.
 std::string_view WithoutDirectories(std::string_view file)
 {
     if (file.front() == '[')
@@ -206,7 +208,7 @@ char Byte(std::uint32_t value)
     return static_cast<char>(static_cast<unsigned char>(value));
 }
 
-// Above ASCII only.
+// For characters above ASCII only.
 char* AppendUtf8(char* out, std::uint32_t c)
 {
     if (c > 0x10ffff || (c >= 0xd800 && c <= 0xdfff))

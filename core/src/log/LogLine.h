@@ -19,10 +19,11 @@
 namespace KzaCore
 {
 
-/// Stands for an empty component.
+/// The component of a record that names none.
 inline constexpr std::wstring_view kDefaultComponent = L"kza";
 
-/// Where in the sources a trace record was made; null texts are shown as `?`.
+/// The place in the sources where a trace record was made; null texts are shown
+/// as `?`.
 struct CLogPosition
 {
     const char* file;
@@ -30,7 +31,7 @@ struct CLogPosition
     const char* function;
 };
 
-/// What a line is made of. Holds no text itself.
+/// The parts of a line; its texts belong to the caller.
 struct CLogEntry
 {
     ELogLevel level;
@@ -38,11 +39,11 @@ struct CLogEntry
     std::wstring_view text;
     std::time_t time;
     const CLogPosition* position = nullptr; // shown before the text
-    bool ownThread = true; // false: of another thread, shown as number 0
+    bool ownThread = true; // false: another thread's, shown as thread 0
     EConsole console = EConsole::Repeat;
 };
 
-/// Keeps other threads from the C library's time zone across a fork.
+/// Keeps other threads from using the C library's time zone during a fork.
 /// ReleaseTimeZone() follows on the same thread, in parent and child.
 void HoldTimeZone();
 void ReleaseTimeZone();
@@ -50,7 +51,7 @@ void ReleaseTimeZone();
 class CLogLine
 {
 public:
-    /// Where the time stamp comes from.
+    /// The source of the time stamp.
     enum class EStamp
     {
         Entry, // the entry's time
@@ -75,20 +76,21 @@ private:
     std::size_t m_length = 0;
 };
 
-/// Forgets what is kept of the calling thread's identity; for a new process
-/// after a fork.
+/// Drops the cached identity (process and thread number) of the calling thread;
+/// for a new process after a fork.
 void ForgetLogIdentity();
 
 // The parts of a line, for tests. Each writes to `out`, which has room, and
 // returns the place behind what it wrote.
 
-/// Bytes that a character of a text takes at most.
+/// The most bytes that one character of a text takes.
 inline constexpr std::size_t kMaxBytesShown = 4;
 
 /// Appends a text as UTF-8 that stays on its line: a line break is shown as
 /// `\n`, a carriage return as `\r`, any other control character but the tab
-/// as `\x` and two hexadecimal digits, so that nobody can forge a record or
-/// steer the reader's terminal. What is no character is shown as U+FFFD.
+/// as `\x` and two hexadecimal digits, so that a text can neither forge a
+/// record nor steer the reader's terminal. A value that is no character is
+/// shown as U+FFFD.
 char* AppendShown(char* out, std::wstring_view text);
 
 /// The same for bytes that are UTF-8 already.

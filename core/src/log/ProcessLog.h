@@ -13,7 +13,8 @@ namespace KzaCore
 {
 
 /// The sink of the process; never destroyed, so that a thread may log while
-/// the process ends. It is ready for forks from its first use on.
+/// the process ends. The first call registers the log's handlers for forks and
+/// for the end of the process.
 CDiskLog& ProcessLog();
 
 } // namespace KzaCore

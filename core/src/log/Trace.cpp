@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A look at the set of traced components has two stages. Nearly every component
-// is off, which a table of bits answers without a lock: each name in the set
-// sets the bit of its hash, and a clear bit means "off". A bit that is set may
-// be another name's, so the set itself decides then.
+// The question whether a component is traced is answered in two stages. Nearly
+// every component is off; a table of bits finds that out without a lock: each
+// name in the set of traced components sets the bit of its hash, and a clear
+// bit means "off". A set bit may belong to another name, so the set itself
+// decides then.
 
 #include "kza_core/Trace.h"
 
@@ -32,7 +33,7 @@ std::atomic<std::uint64_t> s_filter[kFilterWords];
 
 using TraceSetPtr = std::shared_ptr<const CTraceSet>;
 
-// Never destroyed: a thread may ask while the process ends.
+// Never destroyed, because a thread may trace while the process ends.
 TraceSetPtr& Published()
 {
     static auto& published =

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A set of traced components, as the settings write it.
+// A set of traced components, parsed from the text of the settings.
 //
 // Threads: any.
 

@@ -21,6 +21,7 @@ namespace KzaCore
 namespace
 {
 
+// The argument vector of the program, beginning with its path.
 std::vector<std::string> Words(const wxString& program,
                                const wxString& arguments)
 {

@@ -30,7 +30,8 @@ namespace
 constexpr int kClaimPollMs = 10;
 constexpr int kClaimPolls = 1000;
 
-// A longer file is none of the agent's, whatever it begins with.
+// A longer file cannot be a pid file of the agent; it counts as absent even
+// when it begins with a number.
 constexpr std::size_t kLongestContent = 4096;
 
 std::string NativePath(const wxString& path)
@@ -38,10 +39,12 @@ std::string NativePath(const wxString& path)
     return std::string(path.fn_str());
 }
 
-// As isspace() in the C locale, whatever the process's locale is.
+// The characters of isspace() in the C locale, independent of the process's
+// locale.
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
-// One number from 1 that fits, with nothing but white space around it.
+// The number of a content that is one positive number with nothing but white
+// space around it, else 0.
 int ParsePid(std::string_view content)
 {
     const std::size_t first = content.find_first_not_of(kWhiteSpace);
@@ -63,7 +66,7 @@ bool WriteContent(int fd, const std::string& content)
            WriteWhole(fd, content.data(), content.size()) == content.size();
 }
 
-// Both descriptions of one file?
+// True when the path leads to the open file and is no link.
 bool IsSameFile(int fd, const std::string& path)
 {
     struct stat opened
@@ -76,8 +79,8 @@ bool IsSameFile(int fd, const std::string& path)
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// The lock goes with the open file, not with the process, so that a child
-// inherits it. False with errno set when the system refuses.
+// The lock belongs to the open file description and not to the process, so a
+// child inherits it. False with errno set when the system refuses.
 bool SetLock(int fd, short type)
 {
     struct flock lock
@@ -155,8 +158,8 @@ CPidFileClaim::EAttempt CPidFileClaim::TryLock()
     if (!SetLock(m_fd, F_WRLCK))
         return errno == EAGAIN || errno == EACCES ? Abandon(EAttempt::Taken)
                                                   : GoOnWithoutLock();
-    // The holder removes the file as it leaves: a lock on a file without a
-    // name keeps no other process out.
+    // The process that had the lock removes the file when it gives the lock up.
+    // A lock on a file that was removed excludes no other process.
     return IsSameFile(m_fd, m_lockFile) ? EAttempt::Done
                                         : Abandon(EAttempt::Replaced);
 }
@@ -168,8 +171,8 @@ CPidFileClaim::EAttempt CPidFileClaim::Abandon(EAttempt attempt)
     return attempt;
 }
 
-// Two starts at the same instant are rare; a host whose file system or kernel
-// cannot lock must have its agent all the same.
+// Two starts at the same instant are rare. An agent on a host whose file system
+// or kernel cannot lock must start all the same.
 CPidFileClaim::EAttempt CPidFileClaim::GoOnWithoutLock()
 {
     wxLogSysError("Unable to lock '%s'", wxString(m_lockFile));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the system tells of any process.
+// Facts that the system gives about any process.
 //
 // Threads: any.
 
@@ -20,27 +20,28 @@ struct CProcessInfo
 {
     pid_t parent = 0;
     std::string name;       // of its program, perhaps cut short
-    std::string executable; // path; empty when the system does not tell us
-    char state = '?';       // `Z` for one that has ended; `?` when unknown
-    double started = 0;     // seconds since the epoch; by the clock of today
+    std::string executable; // path; empty when the system does not give it
+    char state = '?';       // `Z` for a zombie; `?` when unknown
+    double started = 0;     // seconds since the epoch, by the present clock
     double cpuSeconds = 0;  // in user and system mode, by all its threads
-    std::optional<std::int64_t> residentKiB;
 
-    // Empty or unset when the system does not tell us.
+    // Unset or empty when the system does not give them.
+    std::optional<std::int64_t> residentKiB;
     std::optional<int> threads;
-    std::string directory; // its current one
-    std::vector<std::string> words;
+    std::string directory;          // the process's current directory
+    std::vector<std::string> words; // of its command line
 };
 
 /// Unset when there is no process of this number.
 [[nodiscard]] std::optional<CProcessInfo> InfoOfProcess(pid_t pid);
 
-/// The processes whose parent this is, zombies too; in no order.
+/// The children of a process, zombies too; in no order.
 [[nodiscard]] std::vector<pid_t> ChildrenOfProcess(pid_t parent);
 
-/// The processes that run an executable in a directory; in no order. Without
-/// those of which we are not told either. What these are is told by the files
-/// themselves: a process in a container may run another file of the same path.
+/// The processes that run an executable in a directory; in no order. Leaves out
+/// processes whose executable or directory the system does not give. The files
+/// themselves are compared and not their paths: a process in a container may run
+/// another file of the same path.
 ///
 /// \param executable  Absolute, without symbolic links. A process also runs it
 ///                    when the file has been replaced since.

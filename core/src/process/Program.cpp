@@ -19,11 +19,11 @@ namespace KzaCore
 namespace
 {
 
-// How often to look whether the program has ended while something that it
-// started keeps its output open.
+// How often to check whether the program has ended, while a process that it
+// started may keep its output open.
 constexpr int kLookAfterMs = 50;
 
-// Reads the program's output until nobody can write to it any more, or the
+// Reads the program's output until no process has its writing end open, or the
 // program has ended and there is nothing more to read.
 //
 // \return the program's wait status, -1 with errno set.

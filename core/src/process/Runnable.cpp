@@ -2,20 +2,19 @@
 //
 // A thread and the requests that other threads make of it.
 //
-//   1. Before the thread runs, there is no wake-up. requestExit() leaves its
-//      mark; the other requests do nothing.
+//   1. Before the thread runs, CRequests has no CWakeUp. requestExit() sets the
+//      mark that TestDestroy() shows; the other requests do nothing.
 //   2. Entry(), on the new thread, publishes the thread's handle and its
-//      waiting place (CWakeUp) under the mutex, and hands over an exit request
-//      that came before.
+//      CWakeUp under the mutex, and hands over an exit request that came
+//      before.
 //   3. While the thread runs, each request is made under the mutex, so the
 //      thread cannot end and its handle cannot become invalid meanwhile.
-//   4. Entry() takes the wake-up away under the mutex after OnRun() has
-//      returned. From then on requests do nothing, as in step 1.
+//   4. Entry() removes the CWakeUp under the mutex after OnRun() has returned.
+//      From then on requests do nothing, as in step 1.
 //
-// Two requests differ in what they disturb. requestExit() is final: it ends
-// every wait and interrupts a blocking system call by SigThreadDelete.
-// AnnounceStop() reaches the waiting place alone, so that a read or a child
-// process of the thread's own work is not disturbed.
+// requestExit() is final: it ends every wait and interrupts a blocking system
+// call by SigThreadDelete. AnnounceStop() ends only waits in the CWakeUp, so
+// that a read or a child process of the thread's own work is not disturbed.
 
 #include "kza_core/Runnable.h"
 
@@ -39,7 +38,7 @@ namespace
 
 extern "C" void WakeUpSignalCB(int /*signal*/)
 {
-    // Being delivered is all it is for: a blocking call returns with EINTR.
+    // The delivery alone has the effect: a blocking call returns with EINTR.
 }
 
 // The default action of a real-time signal ends the process.
@@ -70,11 +69,11 @@ public:
 
 } // namespace
 
-// Past the numbers that C libraries keep for themselves and that debuggers and
-// profilers like to use.
+// Above the first real-time signals, which C libraries reserve and debuggers
+// and profilers often use.
 const int CRunnable::SigThreadDelete = SIGRTMIN + 5;
 
-// What the thread and the requests for it share.
+// The state that the thread and the requests for it share.
 struct CRunnable::CRequests
 {
     CMutex mutex;
@@ -172,7 +171,7 @@ bool CRunnable::start(unsigned int priority,
     wxUnusedVar(joinable);
     EnsureWakeUpHandler();
 
-    // The framework logs why the system gives no thread.
+    // The framework logs the reason when the system gives no thread.
     if (Create(stackSize) != wxTHREAD_NO_ERROR)
         return false;
     SetPriority(priority);
@@ -215,8 +214,8 @@ wxThread::ExitCode CRunnable::Entry()
     }
     catch (...)
     {
-        // The framework would call the same hook and then just end the
-        // thread, with the main loop waiting for ever.
+        // The framework itself would call the same hook and then only end the
+        // thread, while the main loop waits for ever.
         if (wxTheApp != nullptr)
             wxTheApp->OnUnhandledException();
         exit(255);

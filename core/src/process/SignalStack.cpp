@@ -27,7 +27,7 @@ CSignalStack::CSignalStack()
                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (m_mapping == MAP_FAILED)
         return;
-    // An overflow of this stack too must fault and not reach other memory.
+    // An overflow of the alternate stack must fault and not reach other memory.
     mprotect(m_mapping, guard, PROT_NONE);
     stack_t stack = {};
     stack.ss_sp = static_cast<char*>(m_mapping) + guard;

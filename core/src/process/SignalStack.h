@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The stack on which a thread's signal handlers run. A thread without one that
-// overflows its own stack leaves no crash dump: the system cannot run the
-// handler and ends the process. Only the thread itself can ask for the stack.
+// The alternate stack on which a thread's signal handlers run. When a thread
+// without such a stack overflows its own one, the system cannot run the crash
+// handler and ends the process without a dump. Only the thread itself can
+// install the stack.
 //
-// Threads: made and destroyed by the thread it serves.
+// Threads: made and destroyed by the thread that uses the stack.
 
 #pragma once
 
@@ -18,10 +19,10 @@ class CSignalStack
 {
 public:
     /// Gives the calling thread the stack. Without memory for it the thread
-    /// keeps what it had.
+    /// keeps the alternate stack that it had, if any.
     CSignalStack();
 
-    /// Gives the thread back the stack it had before.
+    /// Gives the thread back the alternate stack that it had before.
     ~CSignalStack();
 
     CSignalStack(const CSignalStack&) = delete;

@@ -23,7 +23,7 @@ CSpawn::CSpawn()
 
     const sigset_t blocked = SignalSet({});
     posix_spawnattr_setsigmask(&m_attributes, &blocked);
-    // These two have no other disposition.
+    // The dispositions of these two signals cannot be changed.
     const sigset_t defaults = AllSignalsBut({SIGKILL, SIGSTOP});
     posix_spawnattr_setsigdefault(&m_attributes, &defaults);
     posix_spawnattr_setflags(&m_attributes,
@@ -55,8 +55,8 @@ int CSpawn::StartShell(const char* command, pid_t& pid)
 {
     static char shell[] = "/bin/sh";
     static char option[] = "-c";
-    // The shell does not write to its words; their type has no const for
-    // reasons of age.
+    // The shell does not write to its arguments; posix_spawn() takes them
+    // without const for historical reasons.
     char* const argv[] = {shell, option, const_cast<char*>(command), nullptr};
     return Start(argv, pid);
 }

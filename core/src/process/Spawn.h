@@ -43,7 +43,7 @@ public:
     /// Starts `/bin/sh -c command`; otherwise as Start().
     int StartShell(const char* command, pid_t& pid);
 
-    /// Waits for a child, whatever signals arrive.
+    /// Waits for the end of a child; goes on when a signal interrupts.
     ///
     /// \return its wait status, -1 with errno set when there is none.
     static int WaitFor(pid_t pid);

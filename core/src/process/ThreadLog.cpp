@@ -10,7 +10,8 @@ namespace KzaCore
 namespace
 {
 
-// Initialised at compile time: the log's static object may come first.
+// Initialised at compile time, because the constructor of the log's static
+// object may run before other static objects of this file exist.
 std::atomic<wxLog* (*)()> s_target{nullptr};
 
 } // namespace

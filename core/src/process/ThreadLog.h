@@ -4,8 +4,9 @@
 //
 // The framework keeps the records of a thread without a target of its own until
 // the main thread is idle, and loses them when the thread ends the process.
-// CRunnable therefore gives its thread a target. The log stands above threads
-// and is not known to them; it registers the target here.
+// CRunnable therefore gives its thread a target. The folder of the log lies
+// above this one, which must not include from it; so the log registers the
+// target here.
 //
 // Threads: any.
 
@@ -21,7 +22,7 @@ namespace KzaCore
 class CThreadLogTarget
 {
 public:
-    /// \param target  Answers an object that all threads may use at once and
+    /// \param target  Returns an object that all threads may use at once and
     ///                that is never deleted. Called on each new thread.
     explicit CThreadLogTarget(wxLog* (*target)()) noexcept;
 

@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How a sleeping thread is woken.
-//
-// Every change is made under the object's mutex, and the condition is notified
-// afterwards. So the thread either has yet to look, and then sees the change,
-// or it is asleep already, and then hears the notification.
+// No wake-up is lost: every change is made under the object's mutex, and the
+// condition is notified afterwards. A thread that begins to wait either sees
+// the change before it sleeps, or it sleeps already and is notified.
 //
 // Three things end a wait early:
-//   1. Signal() raises a count. A wait compares it with the count at its own
-//      beginning, so a signal without a wait is lost, as intended.
+//   1. Signal() raises a count. A wait compares the count with its value at the
+//      wait's own beginning, so a signal outside of a wait is lost, as
+//      intended.
 //   2. RequestExit() sets a flag that no later call clears: the thread never
 //      sleeps again.
-//   3. A stop goes through three states, so that work which ignores the answer
-//      of its waits is woken once and does not spin:
+//   3. A stop goes through three states. Work which ignores the answers of its
+//      waits is woken only once, and so does not spin:
 //        None       AnnounceStop() by another thread      -> Announced
 //        Announced  HearStop() by the thread, at the end
 //                   of the wait that was cut short        -> Heard
 //        Announced, Heard   WithdrawStop() by any thread  -> None
-//      HearStop() answers true in the last two, SleepFor() false.
+//      In the states Announced and Heard, HearStop() answers true and
+//      SleepFor() answers false.
 
 #include "process/WakeUp.h"
 
@@ -34,8 +34,8 @@ const std::shared_ptr<CWakeUp>& CWakeUp::Current()
 
 void CWakeUp::Notify()
 {
-    // The change is the caller's own, made before this call. With the lock
-    // taken once in between, the rule above holds for it, too.
+    // The caller has made its change before this call, without this mutex.
+    // Taking the mutex once in between makes the rule above hold for it, too.
     {
         const CLock lock(m_mutex);
     }
@@ -100,7 +100,8 @@ bool CWakeUp::SleepFor(std::chrono::milliseconds time)
 std::chrono::steady_clock::time_point CWakeUp::Deadline(
     std::chrono::milliseconds time)
 {
-    // Far enough for "for ever", near enough for the clock's own arithmetic.
+    // Ten years: as good as for ever, without an overflow in the clock's
+    // arithmetic.
     constexpr std::chrono::hours kLongest{24 * 365 * 10};
     return std::chrono::steady_clock::now() +
            std::min<std::chrono::milliseconds>(time, kLongest);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The place where a thread sleeps: one object for each thread, through which
+// Waits that other threads can end: one object for each thread, through which
 // other threads wake it, ask it to exit, or announce that it is to stop.
 //
 // Threads: SleepFor(), WaitFor() and HearStop() belong to the thread whose
@@ -22,8 +22,8 @@ namespace KzaCore
 class CWakeUp
 {
 public:
-    /// The calling thread's object. A thread that is to wake it later holds a
-    /// copy of the pointer.
+    /// The calling thread's object. Another thread that is to wake this one
+    /// later holds a copy of the pointer.
     [[nodiscard]] static const std::shared_ptr<CWakeUp>& Current();
 
     CWakeUp() = default;
@@ -33,11 +33,11 @@ public:
 
     // For other threads.
 
-    /// Lets the thread look again whether the thing that it waits for has come.
+    /// Makes a waiting thread call the predicate of its WaitFor() again.
     void Notify();
 
-    /// Ends the thread's present SleepFor() or WaitFor(); without one, does
-    /// nothing.
+    /// Ends the thread's present SleepFor() or WaitFor(); does nothing while
+    /// the thread is in neither.
     void Signal();
 
     /// Ends every SleepFor() and WaitFor() at once, for good.
@@ -52,7 +52,7 @@ public:
 
     // For the thread itself.
 
-    /// \return true after the time, false when cut short or when a stop is
+    /// \return true after the time; false when cut short or while a stop is
     ///         announced.
     bool SleepFor(std::chrono::milliseconds time);
 

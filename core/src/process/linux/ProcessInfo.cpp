@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the files of /proc, whose formats proc(5) tells.
+// Facts about processes from the files of /proc; proc(5) describes them.
 
 #include "process/ProcessInfo.h"
 
@@ -43,7 +43,8 @@ std::string LinkTarget(const std::string& path)
                     : std::string(target.data(), static_cast<size_t>(size));
 }
 
-// Which file a path leads to; unset when it leads to none, or we may not know.
+// The identity of the file that a path leads to; unset when it leads to none, or
+// the system does not give it.
 using FileId = std::pair<dev_t, ino_t>;
 
 std::optional<FileId> IdOf(const std::string& path)
@@ -54,7 +55,7 @@ std::optional<FileId> IdOf(const std::string& path)
     return FileId(status.st_dev, status.st_ino);
 }
 
-// When the system started, in seconds since the epoch.
+// The time of the system's boot, in seconds since the epoch.
 double BootTime()
 {
     const std::string stat = ReadAll("/proc/stat");
@@ -114,7 +115,7 @@ std::vector<pid_t> ProcessesThat(TPredicate holds)
 
 std::optional<CProcessInfo> InfoOfProcess(pid_t pid)
 {
-    // The name may hold anything, parentheses and blanks too.
+    // The program's name may contain any character, parentheses and blanks too.
     const std::string stat = ReadAll(PathOf(pid, "stat"));
     const std::size_t begin = stat.find('(');
     const std::size_t end = stat.rfind(')');

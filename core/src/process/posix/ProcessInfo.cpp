@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From ps(1), as POSIX has it: it tells neither the executable's path nor the
-// current directory, the resident memory and the threads.
+// Facts about processes from ps(1) as POSIX defines it. It does not give the
+// executable's path, the current directory, the resident memory, the number of
+// threads or the separate words of the command line.
 
 #include "process/ProcessInfo.h"
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Closes what is open when the child is started; a descriptor that another
-// thread opens meanwhile is closed only if it is marked so itself.
+// Closes the descriptors that are open when this function runs. A descriptor
+// that another thread opens between here and the child's exec is closed only if
+// it has the close-on-exec flag.
 
 #include "process/SpawnCloseFrom.h"
 
