@@ -7,6 +7,7 @@
 #include "lua/ArchiveLoader.h"
 #include "lua/DataFile.h"
 #include "lua/DomObject.h"
+#include "lua/LuaPush.h"
 #include "lua/LuaSearchers.h"
 
 #include <lua.hpp>
@@ -23,14 +24,8 @@ namespace
 
 constexpr char kOutside[] = "a name is relative and has no '..'";
 
-int PushReason(lua_State* L, const std::string& reason)
-{
-    lua_pushnil(L);
-    lua_pushlstring(L, reason.data(), reason.size());
-    return 2;
-}
-
-// False for a name that leads out of the places where it is looked for.
+// False for a name that could lead out of the directory or archive that it is
+// looked for in.
 bool IsInside(const std::string& name)
 {
     const auto parts = SplitList<std::string_view>(name, "/");
@@ -38,31 +33,32 @@ bool IsInside(const std::string& name)
            std::find(parts.begin(), parts.end(), "..") == parts.end();
 }
 
-// \param tried  Where the name was looked for before, as a list of lines.
+// \param tried  The places where the name was looked for before, as a list of
+//               lines.
 int ReadFromArchives(lua_State* L,
                      const std::string& name,
                      const std::string& tried)
 {
     CArchiveSet* const archives = ArchivesOf(L);
     if (archives == nullptr)
-        return PushReason(L,
-                          "'" + name + "' not found:" + tried +
-                              "\n\tno archives: the loader is not installed");
+        return PushFailure(L,
+                           "'" + name + "' not found:" + tried +
+                               "\n\tno archives: the loader is not installed");
     std::string bytes;
     std::string place;
     std::string error;
     switch (archives->Read({name}, bytes, place, error))
     {
     case CArchiveSet::EResult::Found:
-        lua_pushlstring(L, bytes.data(), bytes.size());
+        PushText(L, bytes);
         return 1;
     case CArchiveSet::EResult::Broken:
-        return PushReason(L, place + ": " + error);
+        return PushFailure(L, place + ": " + error);
     case CArchiveSet::EResult::Missing:
         break;
     }
-    return PushReason(L, "'" + name + "' not found:" + tried +
-                             archives->DescribeMiss({name}));
+    return PushFailure(L, "'" + name + "' not found:" + tried +
+                              archives->DescribeMiss({name}));
 }
 
 } // namespace
@@ -74,7 +70,7 @@ int LuaReadArchive(lua_State* L)
     const char* const text = luaL_checklstring(L, 2, &length);
     const std::string name(text, length);
     if (!IsInside(name))
-        return PushReason(L, "'" + name + "' not found: " + kOutside);
+        return PushFailure(L, "'" + name + "' not found: " + kOutside);
 
     std::string bytes;
     std::string place;
@@ -82,10 +78,10 @@ int LuaReadArchive(lua_State* L)
     switch (ReadDataFile(LeadingPath(L), name, bytes, place, tried))
     {
     case EDataFile::Found:
-        lua_pushlstring(L, bytes.data(), bytes.size());
+        PushText(L, bytes);
         return 1;
     case EDataFile::Unreadable:
-        return PushReason(L, place + ": " + tried);
+        return PushFailure(L, place + ": " + tried);
     case EDataFile::Missing:
         break;
     }

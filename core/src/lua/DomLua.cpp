@@ -12,6 +12,7 @@
 #include "kza_core/Trace.h"
 #include "lua/DomObject.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaPush.h"
 #include "lua/TestLimit.h"
 #include "process/WakeUp.h"
 
@@ -36,7 +37,7 @@ std::string_view CheckBytes(lua_State* L, int arg)
     return {bytes, length};
 }
 
-// Milliseconds as scripts compute them: with a fraction, below zero, or
+// The milliseconds in an argument, which may have a fraction, be negative or
 // infinite.
 std::chrono::milliseconds CheckTime(lua_State* L, int arg)
 {
@@ -50,7 +51,7 @@ std::chrono::milliseconds CheckTime(lua_State* L, int arg)
 void Push(lua_State* L, const DomContent& content)
 {
     if (const auto* const text = std::get_if<std::string>(&content))
-        lua_pushlstring(L, text->data(), text->size());
+        PushText(L, *text);
     else if (const auto* const flag = std::get_if<bool>(&content))
         lua_pushboolean(L, *flag ? 1 : 0);
     else
@@ -68,7 +69,7 @@ int Get(lua_State* L)
     return 1;
 }
 
-// Raises the error of a value that a domain cannot hold.
+// Raises the error for a value that a domain cannot hold.
 int RefuseValue(lua_State* L, const char* key, const char* what)
 {
     return luaL_argerror(
@@ -118,19 +119,13 @@ int Set(lua_State* L)
 int Keys(lua_State* L)
 {
     const CDomStore& store = StoreOf(DomOfMethod(L));
-    const std::vector<std::string> keys = store.Keys(
-        lua_isnoneornil(L, 2) ? std::string_view() : CheckBytes(L, 2));
-    lua_createtable(L, static_cast<int>(keys.size()), 0);
-    int at = 0;
-    for (const std::string& key : keys)
-    {
-        lua_pushlstring(L, key.data(), key.size());
-        lua_rawseti(L, -2, ++at);
-    }
+    PushTexts(L, store.Keys(lua_isnoneornil(L, 2) ? std::string_view()
+                                                  : CheckBytes(L, 2)));
     return 1;
 }
 
-// Pushes one of the tables of generations that this interpreter saw of keys.
+// Pushes the table of the generations that this interpreter has seen, by key.
+// There are two for each domain; `table` is the name of one.
 void PushSeen(lua_State* L, const void* table)
 {
     lua_rawgetp(L, kSeen, table);
@@ -142,8 +137,8 @@ void PushSeen(lua_State* L, const void* table)
     lua_rawsetp(L, kSeen, table);
 }
 
-// The generation that a table holds for the key at index 2, if any. A number
-// holds every count of changes that there will ever be.
+// The generation that a table holds for the key at index 2, if any. A Lua
+// number is exact for every count of changes that can be reached.
 std::optional<std::uint64_t> GenerationIn(lua_State* L, int table)
 {
     lua_pushvalue(L, 2);
@@ -162,9 +157,11 @@ void SetGenerationIn(lua_State* L, int table, std::uint64_t generation)
     lua_rawset(L, table);
 }
 
-// While a stop is announced, a change ends a wait without being reported. It is
-// noted apart then: the next wait must not end at once because of it, and the
-// first wait after the announcement was withdrawn must report it.
+// Two tables hold the generations that were seen. The one named by the domain
+// holds changes that were reported to the script. While a stop is announced, a
+// change ends a wait without being reported; the one named by the store holds
+// such changes. So the next wait does not end at once because of the change,
+// and the first wait after the announcement was withdrawn reports it.
 int Wait(lua_State* L)
 {
     constexpr int kReported = 4;
@@ -212,13 +209,10 @@ int GetPluginWorkdir(lua_State* L)
     if (MakePluginWorkdir(dom.GetWxString(DomKey::kPathWork), plugin, path,
                           error))
     {
-        const std::string bytes = BytesOfText(path);
-        lua_pushlstring(L, bytes.data(), bytes.size());
+        PushText(L, BytesOfText(path));
         return 1;
     }
-    lua_pushnil(L);
-    lua_pushstring(L, BytesOfText(error).c_str());
-    return 2;
+    return PushFailure(L, BytesOfText(error));
 }
 
 ELogLevel CheckLevel(lua_State* L, int arg)
@@ -254,7 +248,8 @@ const char* FunctionName(const lua_Debug& caller)
     return *caller.what == 'm' ? "main chunk" : "?";
 }
 
-// A chunk that was loaded from a string has its whole text as its source.
+// The name of the caller's file. For a chunk that was loaded from a string, the
+// source is its whole text, so the short form is used.
 const char* SourceName(const lua_Debug& caller)
 {
     const bool isFile = *caller.source == '@';

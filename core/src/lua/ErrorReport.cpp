@@ -4,6 +4,7 @@
 
 #include "lua/DescribeTable.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaPush.h"
 #include "lua/MethodHint.h"
 
 #include <lua.hpp>
@@ -16,23 +17,18 @@ namespace KzaCore
 namespace
 {
 
-void PushString(lua_State* L, const std::string& text)
-{
-    lua_pushlstring(L, text.data(), text.size());
-}
-
 // Pushes the text of the error value at `index`, an absolute one.
 void PushErrorText(lua_State* L, int index)
 {
     if (lua_type(L, index) == LUA_TSTRING)
-        PushString(L, lua_tostring(L, index) + MethodHint(L, index));
+        PushText(L, lua_tostring(L, index) + MethodHint(L, index));
     else if (lua_isstring(L, index) != 0)
         lua_pushvalue(L, index);
     else if (luaL_callmeta(L, index, "__tostring") != 0 &&
              lua_isstring(L, -1) != 0)
         return;
     else if (lua_istable(L, index))
-        PushString(L, DescribeTable(L, index));
+        PushText(L, DescribeTable(L, index));
     else
         lua_pushfstring(L, "(error object is a %s value)",
                         luaL_typename(L, index));

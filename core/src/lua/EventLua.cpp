@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Between an agent event and a Lua table.
+// Conversion between agent events and Lua tables.
 //
-// What is where on the Lua stack: AgentEventWrite finds the domain at index 1
-// and the script's table at index 2, and leaves each field that it has looked
-// at above them until it returns, so that the field's text stays reachable.
-// AgentEvents builds its result on top: the array, above it one event's table
-// at a time, which goes into the array before the next one comes.
+// The layout of the Lua stack: AgentEventWrite has the domain at index 1 and
+// the script's table at index 2. Each field that it reads stays above them
+// until it returns, so that the collector does not free the field's text.
+// AgentEvents builds its result on top: the array, and above it the table of
+// one event at a time, which is put into the array before the next one is made.
 //
-// Nothing is kept between two calls. A wrong field is a Lua error, which
+// No state is kept between two calls. A wrong field is a Lua error, which
 // unwinds these functions like an exception; the event is stored only after
 // every field has been accepted.
 
@@ -19,6 +19,7 @@
 #include "kza_core/Dom.h"
 #include "kza_core/Time.h"
 #include "lua/DomObject.h"
+#include "lua/LuaPush.h"
 
 #include <lua.hpp>
 
@@ -70,7 +71,8 @@ std::uint32_t NumberField(lua_State* L, const char* field)
     return static_cast<std::uint32_t>(value);
 }
 
-// An attribute counts as absent until its null mark is cleared.
+// Sets the time of the event. As for every attribute, the null mark must be
+// cleared, else the attribute counts as absent.
 void SetTime(CAgentEvent& event)
 {
     event.m_timeMs = TimeNowMillis();
@@ -108,7 +110,7 @@ void PushEvent(lua_State* L, const CStoredEvent& event)
     SetNumber(L, "severity", event.severity);
     SetNumber(L, "time", event.time);
     SetNumber(L, "time_ms", event.timeMs);
-    lua_pushlstring(L, event.text.data(), event.text.size());
+    PushText(L, event.text);
     lua_setfield(L, -2, "text");
 }
 
@@ -149,11 +151,7 @@ int LuaAgentEvents(lua_State* L)
     std::vector<CStoredEvent> events;
     std::string error;
     if (!ReadEvents(dom, afterId, limit, events, error))
-    {
-        lua_pushnil(L);
-        lua_pushlstring(L, error.data(), error.size());
-        return 2;
-    }
+        return PushFailure(L, error);
     PushEvents(L, events);
     return 1;
 }

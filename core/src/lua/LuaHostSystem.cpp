@@ -3,6 +3,7 @@
 #include "lua/LuaHostSystem.h"
 
 #include "base/Error.h"
+#include "base/RealPath.h"
 #include "base/TerminalWidth.h"
 #include "events/EventReader.h"
 #include "lua/EventLua.h"
@@ -19,9 +20,7 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,7 +52,8 @@ pid_t CheckPid(lua_State* L)
     return static_cast<pid_t>(pid);
 }
 
-// process(pid): what the system tells of it, nil when there is none.
+// process(pid): the facts of CProcessInfo as a table, nil without such a
+// process.
 int Process(lua_State* L)
 {
     const pid_t pid = CheckPid(L);
@@ -97,7 +97,8 @@ int Children(lua_State* L)
     return PushPids(L, ChildrenOfProcess(CheckPid(L)));
 }
 
-// processes(executable [, directory]): the ids of those that run it there.
+// processes(executable [, directory]): the ids of the processes that run it,
+// with that current directory if given.
 int Processes(lua_State* L)
 {
     const char* const executable = CheckPath(L, 1);
@@ -105,21 +106,19 @@ int Processes(lua_State* L)
     return PushPids(L, ProcessesOf(executable, directory));
 }
 
-// real_path(path): absolute and without symbolic links.
-int RealPath(lua_State* L)
+// real_path(path): the path made absolute and free of symbolic links.
+int PushRealPath(lua_State* L)
 {
-    const char* const path = CheckPath(L, 1);
-    const std::unique_ptr<char, void (*)(void*)> real(realpath(path, nullptr),
-                                                      std::free);
-    if (!real)
-        return PushFailure(L,
-                           std::string(path) + ": " + SystemErrorText(errno));
-    lua_pushstring(L, real.get());
+    const std::string path = CheckPath(L, 1);
+    const std::string real = RealPath(path);
+    if (real.empty())
+        return PushFailure(L, path + ": " + SystemErrorText(errno));
+    PushText(L, real);
     return 1;
 }
 
-// versions(): of the libraries. The framework tells only with which version
-// this library was built.
+// versions(): the versions of the libraries. For the framework it is the
+// version that this library was built with; there is no other to be had.
 int Versions(lua_State* L)
 {
     lua_createtable(L, 0, 4);
@@ -138,7 +137,7 @@ int SignalNumber(lua_State* L)
     return kNumbers[luaL_checkoption(L, 2, nullptr, kNames)];
 }
 
-// kill(pid, name): sends a signal; "NONE" only asks whether one could.
+// kill(pid, name): sends a signal; "NONE" only checks whether that is possible.
 int Kill(lua_State* L)
 {
     const pid_t pid = CheckPid(L);
@@ -148,8 +147,8 @@ int Kill(lua_State* L)
     return 1;
 }
 
-// run(words): runs a program to its end, without a shell. Its exit status, 128
-// and the signal's number for one that was killed, and what it wrote.
+// run(words): runs a program to its end, without a shell. Returns its exit
+// status, or 128 plus the number of the signal that killed it, and its output.
 int Run(lua_State* L)
 {
     const std::vector<std::string> words = CheckWords(L, 1);
@@ -163,7 +162,7 @@ int Run(lua_State* L)
     return 2;
 }
 
-// clock(): seconds of a clock that only goes forward.
+// clock(): the seconds of a clock that is never set back.
 int Clock(lua_State* L)
 {
     timespec now = {};
@@ -180,7 +179,7 @@ int User(lua_State* L)
     return 1;
 }
 
-// columns([descriptor]): characters in a line of a terminal; nil for none.
+// columns([descriptor]): characters in a line of a terminal; nil without one.
 int Columns(lua_State* L)
 {
     const int columns = TerminalWidth(luaL_optint(L, 1, STDOUT_FILENO));
@@ -215,7 +214,7 @@ const luaL_Reg kFunctions[] = {
     {"columns", Guarded<Columns>},
     {"events", Guarded<Events>},
     {"processes", Guarded<Processes>},
-    {"real_path", Guarded<RealPath>},
+    {"real_path", Guarded<PushRealPath>},
     {"versions", Guarded<Versions>},
     {"connect", Guarded<LuaConnect>},
     {nullptr, nullptr},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Bytes between C++ and Lua, for the functions of "kza.host".
+// Texts, arrays of texts and failures as values of Lua.
 //
 // Threads: the one that owns the state.
 
@@ -33,8 +33,8 @@ inline void PushTexts(lua_State* L, const std::vector<std::string>& texts)
     }
 }
 
-/// Pushes nil and the reason, as Lua's own libraries answer; returns their
-/// number.
+/// Pushes nil and the reason, as Lua's own libraries do after a failure;
+/// returns the number of both.
 inline int PushFailure(lua_State* L, std::string_view reason)
 {
     lua_pushnil(L);
@@ -42,8 +42,8 @@ inline int PushFailure(lua_State* L, std::string_view reason)
     return 2;
 }
 
-/// The argument as a path. A NUL, which would cut it short for the system, is
-/// an argument error.
+/// The argument as a path. A NUL in it is an argument error, because the system
+/// would take only the part before.
 inline const char* CheckPath(lua_State* L, int index)
 {
     std::size_t size = 0;
