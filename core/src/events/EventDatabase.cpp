@@ -23,8 +23,8 @@ namespace KzaCore
 namespace
 {
 
-// Longer than any writer of ours holds the lock; who holds it for longer is
-// stuck or has stopped in a debugger.
+// Longer than any writer of the agent holds the lock. A process that holds it
+// for longer is stuck or stopped in a debugger.
 constexpr std::chrono::milliseconds kLockWait{5000};
 constexpr std::chrono::milliseconds kRetry{10};
 
@@ -36,9 +36,13 @@ constexpr char kSetUp[] =
 constexpr char kInsert[] =
     "insert into agent_event(number, severity, time, time_ms, text) "
     "values(?1, ?2, ?3, ?4, ?5)";
-constexpr char kSelect[] =
-    "select id, number, severity, time, time_ms, text from agent_event "
-    "where id > ?1 order by id limit ?2";
+
+// The columns are in the order that EventOfRow() expects.
+std::string Selection()
+{
+    return std::string("select ") + kEventColumns +
+           " from agent_event where id > ?1 order by id limit ?2";
+}
 
 // Makes the file for its owner alone; SQLite gives the files beside it the
 // same mode.
@@ -61,8 +65,8 @@ bool CEventDatabase::Fail(int code)
 
 void CEventDatabase::Close()
 {
-    // In a forked child these belong to the parent: closing them would drop
-    // its locks and write its log back.
+    // In a forked child the connection belongs to the parent: closing it would
+    // drop the parent's locks and write its log back.
     if (m_owner == getpid())
     {
         sqlite3_finalize(m_insert);
@@ -81,8 +85,8 @@ bool CEventDatabase::IsOurFile() const
            status.st_ino == m_inode;
 }
 
-// SQLite does not notice when somebody removes the file under it; what it
-// writes is then lost.
+// True when the database is open at the path and its file has not been removed
+// or replaced, which SQLite would not notice: events would be lost.
 bool CEventDatabase::IsOpenAt(const std::string& path) const
 {
     return m_db != nullptr && m_owner == getpid() && m_path == path &&
@@ -101,8 +105,8 @@ bool CEventDatabase::Open(const std::string& path)
         const int code = Connect();
         if (code == SQLITE_OK)
             return true;
-        // SQLite gives up at once when two processes begin a database at the
-        // same instant.
+        // SQLite fails at once, without waiting, when two processes begin a
+        // database at the same instant.
         const bool isLocked = (code & 0xFF) == SQLITE_BUSY;
         if (!isLocked || std::chrono::steady_clock::now() >= deadline)
         {
@@ -130,7 +134,7 @@ int CEventDatabase::Connect()
         return code;
     sqlite3_busy_timeout(m_db, static_cast<int>(kLockWait.count()));
     if (sqlite3_exec(m_db, kSetUp, nullptr, nullptr, nullptr) != SQLITE_OK ||
-        !Prepare(kInsert, m_insert) || !Prepare(kSelect, m_select))
+        !Prepare(kInsert, m_insert) || !Prepare(Selection().c_str(), m_select))
         return sqlite3_extended_errcode(m_db);
     return SQLITE_OK;
 }
@@ -182,7 +186,7 @@ bool CEventDatabase::SetAside(std::string& aside)
         name = m_path + stamp + "-" + std::to_string(i);
     if (rename(m_path.c_str(), name.c_str()) != 0)
         return false;
-    // SQLite finds them by their names when somebody opens the moved file.
+    // When the moved file is opened later, SQLite finds these by their names.
     for (const char* suffix : {"-wal", "-shm"})
         rename((m_path + suffix).c_str(), (name + suffix).c_str());
     aside = name;

@@ -2,8 +2,8 @@
 //
 // A connection to a database of agent events.
 //
-// Threads: one object is used by one thread at a time. In a forked child the
-// connection of the parent is forgotten, not closed, and opened anew.
+// Threads: one object is used by one thread at a time. A forked child drops the
+// connection that it inherits, without closing it, and opens its own.
 
 #pragma once
 
@@ -32,8 +32,9 @@ public:
     CEventDatabase(const CEventDatabase&) = delete;
     CEventDatabase& operator=(const CEventDatabase&) = delete;
 
-    /// Makes the database at the path the open one; makes the file when it is
-    /// missing. Waits for a few seconds when another process locks it.
+    /// Opens the database at the path, unless it is open already, and makes the
+    /// file when it is missing. Waits for a few seconds while another process
+    /// locks it.
     ///
     /// \return false after a failure; Reason() says why.
     [[nodiscard]] bool Open(const std::string& path);
@@ -50,20 +51,20 @@ public:
                               std::int64_t limit,
                               std::vector<CStoredEvent>& events);
 
-    /// Why the last call failed.
+    /// The reason why the last call failed.
     [[nodiscard]] const std::string& Reason() const { return m_reason; }
 
-    /// True when the last call failed because of the file itself, so that
-    /// another one in its place would do.
+    /// True when the last call failed because of the file itself, so that a new
+    /// file in its place would work.
     [[nodiscard]] bool IsFileUnusable() const;
 
-    /// Closes the database and moves it, with what belongs to it, to a name
-    /// that is free. Does nothing when another file has taken its place since
-    /// it was opened.
+    /// Closes the database and renames its file, and the files that SQLite
+    /// keeps beside it, to a new name. Does nothing when another file has taken
+    /// its place since the database was opened.
     ///
-    /// \param aside  Out: the new path, empty when nothing was moved.
+    /// \param aside  Out: the new path, empty when nothing was renamed.
     ///
-    /// \return false with errno set when it could not be moved.
+    /// \return false with errno set when the file could not be renamed.
     [[nodiscard]] bool SetAside(std::string& aside);
 
 private:
@@ -77,8 +78,8 @@ private:
     sqlite3* m_db = nullptr;
     sqlite3_stmt* m_insert = nullptr;
     sqlite3_stmt* m_select = nullptr;
-    pid_t m_owner = 0;  // the process that opened it
-    dev_t m_device = 0; // the file that was opened
+    pid_t m_owner = 0;  // the process that opened the database
+    dev_t m_device = 0; // with m_inode, the identity of the opened file
     ino_t m_inode = 0;
 
     int m_code = 0; // SQLite's code of the last failure

@@ -42,8 +42,9 @@ std::string Escaped(const std::string& path)
     return text;
 }
 
-// To read a database of this kind, SQLite makes files beside it, unless it is
-// told that nobody writes. Where there is no write-ahead log, nobody does.
+// To read a database with a write-ahead log, SQLite makes files beside it,
+// unless it is told that the database does not change. A database without such
+// a log has no writer.
 std::string UriOf(const std::string& path)
 {
     const bool inUse = access((path + "-wal").c_str(), F_OK) == 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading the events of another agent, which may run or not.
+// Reading the events of another agent, whether its process runs or not.
 //
 // Threads: any.
 
@@ -21,8 +21,8 @@ struct CEventRange
     std::int64_t last = -1;   // of these the last so many; negative for all
 };
 
-/// Reads events of a database, oldest first, and changes nothing: it makes no
-/// file, and waits for a few seconds at most when another process locks it.
+/// Reads events of a database, oldest first. Makes and changes no file. Waits
+/// for at most a few seconds while another process locks the database.
 ///
 /// \param events  Replaced by the result.
 /// \param error   Set to the reason after a failure.

@@ -29,8 +29,8 @@ struct CStore
     CEventDatabase database KZA_GUARDED_BY(mutex);
 };
 
-// Never destroyed: a process that ends by exit() on one thread may have
-// another in here.
+// Never destroyed: while one thread ends the process by exit(), another may
+// still store an event.
 CStore& Store()
 {
     static CStore* const store = new CStore;
@@ -47,7 +47,7 @@ void LogEvent(const CAgentEvent& event, const std::string& reason)
                TextOfBytes(event.m_text));
 }
 
-// Makes room for a new database; false when the old one stays in the way.
+// Renames the database, so that a new one can be made; false when that fails.
 bool SetAside(CEventDatabase& database, const std::string& path)
 {
     const std::string reason = database.Reason();

@@ -5,12 +5,12 @@
 //
 //   agent_event(id integer primary key, number, severity, time, time_ms, text)
 //
-// It is written ahead of its log with full synchronisation: a stored event
-// survives a power cut. The first use in a process opens it. A connection that
-// a forked child inherits is never touched there; the child opens its own.
+// The database uses a write-ahead log with full synchronisation: a stored event
+// survives a power cut. The first use in a process opens the database. A forked
+// child does not use the connection that it inherits; it opens its own.
 //
 // Threads: any; one lock guards the process's only connection and is held
-// while the disk is waited for.
+// during a wait for the disk.
 
 #pragma once
 
@@ -28,11 +28,12 @@ class CDom;
 
 /// Stores an event.
 ///
-/// A database that is damaged, or locked by somebody else for longer than a
-/// few seconds, is set aside under another name and begun anew. The event that
-/// met it is written to the log as an error besides.
+/// A database that is damaged, or that another process locks for longer than a
+/// few seconds, is renamed, and a new one is made. The event that could not be
+/// stored at first is also written to the log as an error.
 ///
-/// \return its id, 0 when it could not be stored and is only in the log.
+/// \return the event's id, 0 when it could not be stored and is only in the
+///         log.
 std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event);
 
 /// Reads events, oldest first. A database that does not exist has none.
@@ -47,8 +48,8 @@ std::int64_t WriteEvent(const CDom& dom, const CAgentEvent& event);
                               std::vector<CStoredEvent>& events,
                               std::string& error);
 
-/// Closes the database; a later use opens it again. To be called before SQLite
-/// is shut down.
+/// Closes the database; a later use opens it again. Must be called before
+/// SQLite is shut down.
 void CloseEventStore();
 
 } // namespace KzaCore

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The table of settings below is the one place that knows their names. The
-// options are those of sqlite3_config(), see https://sqlite.org/c3ref.
+// The table kSettings is the only place with the settings' names. The options
+// are those of sqlite3_config(), see https://sqlite.org/c3ref.
 
 #include "kza_core/SqliteDatabase.h"
 
@@ -21,8 +21,8 @@ namespace KzaCore
 namespace
 {
 
-// How a setting reaches SQLite: all take one integer, but of different widths
-// in the variable argument list.
+// The call that passes a setting to SQLite. All settings are one integer, but
+// of different widths in the call's variable argument list.
 enum class EKind
 {
     Flag,      // sqlite3_config(option) when the value is not 0
@@ -93,7 +93,7 @@ int Apply(const CSetting& setting, long long value)
     case EKind::Int64:
         return sqlite3_config(setting.option, sqlite3_int64{value});
     case EKind::MmapSize:
-        // A negative limit stands for the one compiled in.
+        // A negative limit means the limit that is compiled in.
         return sqlite3_config(setting.option, sqlite3_int64{value},
                               sqlite3_int64{-1});
     case EKind::SoftLimit:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// An agent event as the database holds it.
+// An agent event as it is stored in the database.
 
 #pragma once
 
