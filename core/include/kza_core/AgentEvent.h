@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One agent event: what the agent reports about itself.
+// One agent event: a report of the agent about itself.
 //
 // Threads: one object belongs to one thread at a time.
 
@@ -29,7 +29,7 @@ public:
     // Set an attribute, then clear its null mark with SetAttributeNull().
 
     std::string m_text;           ///< UTF-8
-    std::uint32_t m_number = 0;   ///< which kind of event
+    std::uint32_t m_number = 0;   ///< the kind of event
     std::uint32_t m_severity = 0; ///< see ToSeverity()
     std::int32_t m_time = 0;      ///< seconds since the epoch
     std::int64_t m_timeMs = 0;    ///< the same time in milliseconds

@@ -23,11 +23,11 @@ namespace KzaCore
 ///
 /// The dump is in the minidump format, readable by its owner alone, and
 /// appears under its name when it is complete; the one before is kept with
-/// `.1` after its name. The process then dies of the signal as it would have.
-/// Where dumps cannot be made, the system's own core file is let through.
+/// `.1` after its name. The process then dies of the signal as it would without
+/// a dump. Where dumps cannot be made, the system's own core file is not
+/// prevented.
 ///
-/// What cannot be done is logged. A second call replaces what the first one
-/// said.
+/// Problems are logged. A second call replaces the arguments of the first.
 ///
 /// \param dumpFile  Path of the dump; its directory exists and is no symbolic
 ///                  link.

@@ -31,7 +31,7 @@ public:
     /// are ignored.
     ///
     /// \param reserved       Must be false.
-    /// \param name           Reserved for messages; nothing keeps it.
+    /// \param name           Reserved for messages; is not kept.
     /// \param openLibraries  Open Lua's standard libraries.
     CLuaInterpreter(bool reserved, const wchar_t* name, bool openLibraries);
 
@@ -44,8 +44,8 @@ public:
     /// The state, never null; owned by this object.
     [[nodiscard]] lua_State* L() { return m_state; }
 
-    /// Sets `package.path` and `package.cpath` and puts the searcher of the
-    /// leading path list before those that follow.
+    /// Sets `package.path` and `package.cpath`, and makes `path` the list that
+    /// `require` searches first.
     ///
     /// `package.path` becomes `path`, then `<bin>/lua/?.lua` and
     /// `<bin>/lua/?/init.lua`, then the absolute entries of Lua's compiled-in
@@ -53,8 +53,8 @@ public:
     /// No entry is relative to the current directory unless `path` or `cpath`
     /// names one. Raises a Lua error when the package library is not open.
     ///
-    /// \param bin    Directory of the executable; empty to take nothing from
-    ///               there.
+    /// \param bin    Directory of the executable; empty to leave out its
+    ///               directories.
     /// \param path   Templates separated by ";", may be empty.
     /// \param cpath  Likewise for C modules.
     void SetPackagePaths(const std::string& bin,
@@ -64,16 +64,16 @@ public:
     /// Loads and runs a chunk of Lua source.
     ///
     /// \param in         The source, read to its end.
-    /// \param args       How many values on the stack are its arguments.
-    /// \param results    How many results to leave on the stack.
+    /// \param args       The number of its arguments, on top of the stack.
+    /// \param results    The number of results to leave on the stack.
     /// \param chunkName  Name shown in messages and tracebacks.
-    /// \param out        Where `print` writes while the chunk runs, and what
-    ///                   it syncs after each line; null for standard output.
-    ///                   Not owned.
+    /// \param out        The stream to which `print` writes while the chunk
+    ///                   runs, and which it syncs after each line; null for
+    ///                   standard output. Not owned.
     ///
-    /// \return 0 with the results on the stack; otherwise Lua's error code
-    ///         with the stack as it was less the arguments, and
-    ///         GetErrorInfo() holding the reason.
+    /// \return 0 with the results on the stack; otherwise Lua's error code with
+    ///         only the arguments removed from the stack, and the reason in
+    ///         GetErrorInfo().
     int RunScript(wxInputStream& in,
                   int args,
                   int results,
@@ -83,7 +83,7 @@ public:
     /// The message of the last failure with its traceback; empty when the
     /// last script succeeded. An error value that is not a string is shown
     /// through its `__tostring`, else a table by its fields, else by its type.
-    /// A call of a method that is not there names one of a similar name.
+    /// For a call of a missing method, a method of a similar name is added.
     [[nodiscard]] wxString GetErrorInfo() const;
 
     /// Whether the last script succeeded for Lua and returned nil and a text,

@@ -16,13 +16,13 @@ class CDom;
 class KZA_API CSqliteDatabase
 {
 public:
-    /// Applies the domain's integers whose names begin with `sqlite.config`
-    /// and starts the library. A name that is not known, or a value that
-    /// SQLite refuses, is a warning; the library starts all the same.
+    /// Applies the domain's integers whose keys begin with `sqlite.config` and
+    /// starts the library. An unknown key, or a value that SQLite refuses, is
+    /// a warning; the library starts all the same.
     static void InitializeSQLite(CDom& dom);
 
-    /// Closes the databases that this library itself holds open and shuts
-    /// SQLite down. No database may be used afterwards.
+    /// Closes the agent's own database of events and shuts SQLite down. No
+    /// database may be used afterwards.
     static void ShutdownSQLite();
 };
 

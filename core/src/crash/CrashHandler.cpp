@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Arming the crash handler: all that can be settled beforehand is settled here,
-// while memory, locks and the log still work.
+// Arming the crash handler. All steps that can be done before a crash are done
+// here, while memory, locks and the log still work.
 
 #include "kza_core/CrashHandler.h"
 
@@ -33,7 +33,7 @@ namespace
 CMutex s_versionMutex;
 std::string s_version KZA_GUARDED_BY(s_versionMutex);
 
-// The version is in the dumps that are armed afterwards.
+// Keeps the agent's version for the plans made after this call.
 void RefreshVersion(const CDom* root)
 {
     const std::string version = root ? root->Get(DomKey::kVersion) : "";
@@ -63,8 +63,8 @@ CCrashPlan MakePlan(const wxFileName& dump, const wxString& appName, bool full)
     return plan;
 }
 
-// The directory stays open, so that the dump finds it also when the path has
-// changed or the process has lost the right to walk it.
+// The directory stays open, so that a dump can be written also when the path
+// has changed or the process has lost the right to follow it.
 int OpenDirectory(const CCrashPlan& plan)
 {
     const int directory = open(plan.directory, kOpenCrashDirectory);
@@ -74,7 +74,8 @@ int OpenDirectory(const CCrashPlan& plan)
     return directory;
 }
 
-// The process whose unfinished dump a file is, 0 when it is none.
+// The id of the process whose unfinished dump has this name; 0 for any other
+// name.
 pid_t OwnerOfUnfinished(std::string_view name, std::string_view dumpName)
 {
     constexpr std::string_view kSuffix = kUnfinishedDumpSuffix;
@@ -91,8 +92,9 @@ pid_t OwnerOfUnfinished(std::string_view name, std::string_view dumpName)
     return parsed.ec == std::errc() && parsed.ptr == end ? owner : 0;
 }
 
-// Removes the unfinished dumps of helpers that were killed, or lost their
-// power, together with their process. A directory that cannot be read has none.
+// Removes the unfinished dumps of processes that were killed, or lost their
+// power, before the dump was complete. Does nothing where the directory cannot
+// be read.
 void RemoveLeftovers(int directory, const char* dumpName)
 {
     const int duplicate = fcntl(directory, F_DUPFD_CLOEXEC, 0);
@@ -112,9 +114,9 @@ void RemoveLeftovers(int directory, const char* dumpName)
     closedir(listing);
 }
 
-// The stack lasts as long as the process, because the main thread may crash
-// while static objects are destroyed. The pointer is volatile so that the
-// compiler keeps it: a leak checker looks for it.
+// The signal stack lasts as long as the process, because the main thread may
+// crash while static objects are destroyed. The pointer is volatile so that the
+// compiler does not remove it: a leak checker must find the object through it.
 const CSignalStack* volatile s_mainStack = nullptr;
 
 } // namespace

@@ -23,7 +23,7 @@ constexpr int kMaxCoroutines = 8;
 
 std::atomic<lua_State*> g_states[kMaxStates];
 
-// As Lua's own traceback words it.
+// Writes a frame in the words of Lua's own traceback.
 bool WriteFrame(int out, lua_State* L, lua_Debug& frame)
 {
     char buffer[LUA_IDSIZE + 256];
@@ -44,13 +44,14 @@ bool WriteFrame(int out, lua_State* L, lua_Debug& frame)
             .Add(":")
             .AddNumber(frame.linedefined)
             .Add(">");
-    // A long name is cut, the end of the line is not.
+    // A long name is cut; the line break is always there.
     buffer[line.Length()] = '\n';
     return write(out, buffer, line.Length() + 1) > 0;
 }
 
-// A state that runs a coroutine waits in the C function that resumed it, which
-// has the coroutine as its first argument (resume) or upvalue (wrap).
+// The coroutine that a state runs, null without one. The state is in the C
+// function that resumed the coroutine, and the coroutine is that function's
+// first argument (resume) or upvalue (wrap).
 lua_State* RunningCoroutine(lua_State* L)
 {
     lua_Debug frame;

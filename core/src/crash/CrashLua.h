@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which Lua states a dump tells of, and what it tells.
+// The Lua states whose tracebacks a dump contains.
 //
-// While all is well this costs nothing but remembering the states: the
-// interpreter is not slowed by a single instruction. After a crash, a copy of
-// the process asks Lua about its call chain. The copy may fault or hang on
-// broken data: it is thrown away in any case.
+// A running process only keeps a list of its states, so the interpreter is not
+// slowed by a single instruction. After a crash, a forked copy of the process
+// asks Lua about its call chain. The copy may fault or hang on broken data; it
+// is ended in any case.
 
 #pragma once
 
@@ -14,24 +14,24 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// Remembers a state, owned by the calling thread. Eight are kept at a time; a
-/// dump does not tell of more.
+/// Adds a state, owned by the calling thread, to the list. The list holds eight
+/// states; dumps contain no traceback of any further one.
 ///
 /// Threads: any.
 void RememberLuaState(lua_State* L);
 
-/// Forgets a state that is about to be closed.
+/// Removes a state from the list, before the state is closed.
 ///
 /// Threads: any.
 void ForgetLuaState(lua_State* L);
 
-/// Writes the innermost frames of each remembered state, a line each, as soon
-/// as each is known.
+/// Writes the innermost frames of each state in the list, a line each, and each
+/// line at once.
 ///
-/// \param out  A descriptor, written to as long as it takes what it is given.
+/// \param out  A descriptor; the first failed write ends the work.
 ///
-/// Only for a copy of the process that is thrown away afterwards: it changes
-/// the states, and does not return from broken ones.
+/// Only for a forked copy of the process that ends afterwards: the call changes
+/// the states, and may not return when one is broken.
 void WriteLuaTracebacks(int out);
 
 } // namespace KzaCore

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What InitCrashHandler() settles before anything goes wrong, and the one
-// thing that each system does with it.
+// The parameters of a dump, which InitCrashHandler() settles before any crash,
+// and the function by which each system arms the process with them.
 //
 // Threads: ArmCrashDumps() belongs to the main thread, before others exist.
 
@@ -14,7 +14,8 @@
 namespace KzaCore
 {
 
-/// Fixed buffers, because the reader may neither allocate nor trust the heap.
+/// Has fixed buffers, because the code that makes a dump may neither allocate
+/// nor trust the heap.
 struct CCrashPlan
 {
     int directoryFd;                // open; kept for the life of the process
@@ -25,8 +26,9 @@ struct CCrashPlan
     bool full;
 };
 
-/// How the directory is opened. A symbolic link in its place is refused: dumps
-/// hold secrets and would go where another user chose.
+/// The flags by which the directory is opened. A symbolic link in its place is
+/// refused: dumps contain secrets, and the link could lead to a place that
+/// another user chose.
 inline constexpr int kOpenCrashDirectory =
     O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
@@ -37,8 +39,8 @@ inline constexpr char kPreviousDumpSuffix[] = ".1";
 /// this.
 inline constexpr char kUnfinishedDumpSuffix[] = ".tmp";
 
-/// Arms the process; where dumps cannot be made, says so in the log and lets
-/// the system do what it does. A second call replaces the plan.
+/// Arms the process. Where dumps cannot be made, logs a warning and leaves the
+/// system's own handling of a crash. A second call replaces the plan.
 void ArmCrashDumps(const CCrashPlan& plan);
 
 } // namespace KzaCore

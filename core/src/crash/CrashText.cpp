@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Text without allocation.
+// Composing text without allocating memory or taking a lock.
 
 #include "crash/CrashText.h"
 
@@ -21,8 +21,9 @@ struct CDate
     unsigned day;
 };
 
-// The system's own conversion may take a lock. Years begin in March here, so
-// that the leap day is their last; an era is 400 of them.
+// The calendar date of a day. The C library's own conversion may take a lock.
+// Years begin in March in this calculation, so that the leap day is the last
+// day of a year; an era has 400 years.
 CDate DateOfDay(std::int64_t daysSinceEpoch)
 {
     const std::int64_t days = daysSinceEpoch + 719468; // since 0000-03-01

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Text put together in a buffer of the caller, for code that may not allocate.
+// Text that is composed in a buffer of the caller, for code that may not
+// allocate memory. Text beyond the buffer's size is cut off; the text always
+// ends in a zero.
 //
-// Threads: one at a time. Async-signal-safe. What does not fit is cut off; the
-// text always ends in a zero.
+// Threads: one at a time. Async-signal-safe.
 
 #pragma once
 
@@ -24,11 +25,11 @@ public:
     CCrashText& Add(const char* text, std::size_t length);
     CCrashText& AddNumber(long long number);
 
-    /// With at least `digits` digits, zeros in front.
+    /// Adds a number with at least `digits` digits, zeros in front.
     CCrashText& AddPadded(unsigned number, unsigned digits);
     CCrashText& AddHex(std::uint64_t number);
 
-    /// A time in UTC, as in 2026-11-21T05:29:11Z.
+    /// Adds a time in UTC, as in 2026-11-21T05:29:11Z.
     CCrashText& AddTime(std::int64_t secondsSinceEpoch);
 
     [[nodiscard]] const char* Text() const { return m_buffer; }

@@ -19,7 +19,7 @@ inline constexpr std::uint32_t kContextAmd64 = 0x0010000f;
 struct CContextAmd64
 {
     std::uint64_t home[6];
-    std::uint32_t flags; // which parts are there: kContextAmd64
+    std::uint32_t flags; // the parts that are filled: kContextAmd64
     std::uint32_t mxcsr;
     std::uint16_t cs, ds, es, fs, gs, ss;
     std::uint32_t eflags;

@@ -2,8 +2,8 @@
 //
 // The minidump format's record of the registers of aarch64.
 //
-// There are two such records. This is the older one, with a processor's number
-// of its own: lldb reads no other, and breakpad writes it.
+// The format has two such records. This is the older one, which comes with an
+// architecture number of its own: breakpad writes it, and lldb reads no other.
 //
 // Threads: none of it has state.
 
@@ -16,7 +16,7 @@ namespace KzaCore::Minidump
 
 inline constexpr std::uint16_t kArchitectureArm64 = 0x8003;
 
-// Which registers a record has.
+// Flags for the groups of registers that a record has.
 inline constexpr std::uint64_t kContextArm64General = 0x80000002;
 inline constexpr std::uint64_t kContextArm64Vector = 0x80000004;
 

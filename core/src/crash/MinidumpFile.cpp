@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writing of minidumps.
+// Writing minidumps with system calls alone.
 
 #include "crash/MinidumpFile.h"
 
@@ -31,7 +31,8 @@ std::size_t SequenceLength(unsigned char lead)
     return lead >= 0xf0 && lead < 0xf5 ? 4 : 0;
 }
 
-// Takes one character off the text; one byte when it is not UTF-8.
+// Takes the next character off the text; the replacement character for a byte
+// that is not UTF-8.
 std::uint32_t NextCharacter(const char*& text)
 {
     const auto lead = static_cast<unsigned char>(*text++);
@@ -110,7 +111,7 @@ std::uint32_t CMinidumpFile::AppendString(const char* text)
             static_cast<std::uint16_t>(0xdc00U + (rest & 0x3ffU));
     }
     string.bytes = static_cast<std::uint32_t>(count * sizeof(std::uint16_t));
-    // The length leaves out the final zero, the file must hold it.
+    // The length does not count the final zero, but the file must contain it.
     return Append(&string,
                   sizeof(string.bytes) + string.bytes + sizeof(std::uint16_t))
         .rva;
@@ -140,7 +141,7 @@ void CMinidumpFile::WriteAt(std::uint64_t offset,
 
 int CMinidumpFile::Finish(std::uint32_t time, std::uint64_t flags)
 {
-    // Raw bytes that end in zeros have left no trace of their length.
+    // AppendRaw() does not write zeros, so the file may be too short.
     if (m_error == 0 && ftruncate(m_file, static_cast<off_t>(m_position)) != 0)
         m_error = errno;
     const Minidump::CHeader header = {Minidump::kSignature,

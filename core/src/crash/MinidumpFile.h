@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writes a minidump: header, directory of streams, and then blocks one after
-// the other, each named by its location.
+// Writes a minidump: a header, a directory of streams, and then blocks one
+// after the other, each of which has a location.
 //
 // Threads: one at a time. Async-signal-safe: system calls only, no allocation,
 // so that it works in the copy of a process whose heap and locks are broken.
-// The first error sticks: later calls do nothing and Finish() reports it.
+// After the first error, all calls do nothing and Finish() reports the error.
 
 #pragma once
 
@@ -32,7 +32,8 @@ public:
     /// \return its offset.
     std::uint32_t AppendString(const char* text);
 
-    /// Names a block as a stream. At most kMaxStreams are kept.
+    /// Lists a block in the directory as a stream. Streams beyond kMaxStreams
+    /// are dropped.
     void AddStream(Minidump::EStream type, Minidump::CLocation location);
 
     /// Reserves `size` bytes for a block that is filled in later by Fill().
@@ -43,7 +44,7 @@ public:
     /// a 32-bit location too. Zeros are left as a hole in the file.
     void AppendRaw(const void* data, std::size_t size);
 
-    /// Where the next AppendRaw() goes.
+    /// The offset where the next AppendRaw() writes.
     [[nodiscard]] std::uint64_t Position() const { return m_position; }
 
     /// Writes directory and header.

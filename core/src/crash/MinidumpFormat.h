@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The public minidump format: the records that every dump of ours holds, under
-// the format's own names. Registers have a header for each processor.
+// The public minidump format: the records that the agent's dumps use, named as
+// in the format. Registers have a header for each processor.
 //
 // Numbers are little-endian and packed to four bytes. A location is an offset
 // from the start of the file ("rva").

@@ -18,7 +18,7 @@ namespace KzaCore
 namespace
 {
 
-// Registry name of the userdata below.
+// Registry name of the userdata that holds a CArchives.
 constexpr char kArchives[] = "kza.archives";
 
 struct CArchives
@@ -35,8 +35,9 @@ int CollectCB(lua_State* L)
     return 0;
 }
 
-// The userdata on top of the stack, which is popped; null for anything else.
-// The registry is open to scripts, so what lies there may be any value.
+// The archives in the userdata on top of the stack, which is popped; null for
+// any other value. Scripts can reach the registry, so it may hold another value
+// under the name.
 CArchives* TakeArchives(lua_State* L)
 {
     CArchives* archives = nullptr;
@@ -52,8 +53,9 @@ CArchives* TakeArchives(lua_State* L)
     return archives;
 }
 
-// As Lua's own loader of files does: a byte-order mark and a first line that
-// begins with '#' are no Lua. The line's end stays, to keep the line numbers.
+// The source without a byte-order mark and without a first line that begins
+// with '#'; Lua's own loader of files skips both, too. The line break of that
+// line stays, so that line numbers are right.
 std::string_view Source(std::string_view bytes)
 {
     constexpr std::string_view kMark = "\xEF\xBB\xBF";

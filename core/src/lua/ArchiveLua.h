@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The application's data files as a method of the Lua class "SLB.Dom", to be
-// guarded and closed over the class as its other methods are.
+// The method of the Lua class "SLB.Dom" that reads the application's data
+// files. DomClass.cpp adds it to the class.
 //
 // Threads: the one that owns the Lua state.
 
@@ -15,8 +15,8 @@ namespace KzaCore
 /// `dom:ReadArchive(name)`: the bytes of the first file of that name beside the
 /// modules of the leading path list, else of the first entry of exactly that
 /// name in the archives of `app.lua.zippath`. nil and the reason when there is
-/// none, when the one that is there cannot be read, and for a name that is
-/// absolute or has a part `..`.
+/// none, when it cannot be read, and for a name that is absolute or has a part
+/// `..`.
 int LuaReadArchive(lua_State* L);
 
 } // namespace KzaCore

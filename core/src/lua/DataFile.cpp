@@ -21,7 +21,8 @@ namespace KzaCore
 namespace
 {
 
-// Each ends with a slash; the current directory is empty.
+// The directories of a list of templates, each with a slash at its end; the
+// current directory is empty.
 std::vector<std::string> Directories(const std::string& templates)
 {
     std::vector<std::string> directories;
@@ -61,7 +62,7 @@ EDataFile ReadRegularFile(const std::string& path,
                           std::string& bytes,
                           std::string& reason)
 {
-    // Without waiting: a fifo of that name has no writer.
+    // O_NONBLOCK, because a fifo of that name might never get a writer.
     const CDescriptor file(
         open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen() && (errno == ENOENT || errno == ENOTDIR))
@@ -88,7 +89,8 @@ EDataFile ReadDataFile(const std::string& templates,
     for (const std::string& directory : Directories(templates))
     {
         place = directory + name;
-        // A path ends at the first NUL: no file has such a name.
+        // No file has a NUL in its name; for the system the path would end
+        // there.
         const EDataFile result = name.find('\0') == std::string::npos
                                      ? ReadRegularFile(place, bytes, reason)
                                      : EDataFile::Missing;

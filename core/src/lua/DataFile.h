@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Data files beside Lua modules, as authors have them before they are packed.
+// Data files beside Lua modules in directories, where authors have them before
+// they pack an archive.
 //
 // Threads: any.
 
@@ -15,7 +16,7 @@ enum class EDataFile
 {
     Found,
     Missing,
-    Unreadable ///< there, but its bytes cannot be had
+    Unreadable ///< the file exists, but cannot be read
 };
 
 /// Reads the first regular file of a name in the directories of a list of
@@ -26,7 +27,7 @@ enum class EDataFile
 /// \param bytes      Out: the content, when found.
 /// \param place      Out: the file, when unreadable.
 /// \param reason     Out: the system's text when unreadable; when missing a
-///                   line for each place, in the style of Lua's searchers.
+///                   line for each place, formatted as by Lua's searchers.
 EDataFile ReadDataFile(const std::string& templates,
                        const std::string& name,
                        std::string& bytes,

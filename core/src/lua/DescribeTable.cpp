@@ -41,7 +41,7 @@ bool IsName(const std::string& text)
            std::all_of(text.begin(), text.end(), belongs);
 }
 
-// As Lua's %q shows a text, but on one line.
+// The text quoted as by Lua's %q, but on one line.
 std::string Quoted(const std::string& text)
 {
     std::string result = "\"";
@@ -79,15 +79,15 @@ std::string KeyText(lua_State* L, const CKey& key)
     return IsName(key.text) ? key.text : "[" + Quoted(key.text) + "]";
 }
 
-// One table after the other, with a count of the fields that may still be
-// shown.
+// Describes a table and the tables in it, with a limit to the fields of all of
+// them together.
 class CDescription
 {
 public:
     explicit CDescription(lua_State* L) : m_L(L) {}
 
-    /// \param depth  How many levels of tables to show; those below them show
-    ///               only whether they are empty.
+    /// \param depth  The number of levels of tables to show. Of a table below
+    ///               them, only whether it is empty is shown.
     std::string Table(int index, int depth)
     {
         bool hasMore = false;
@@ -119,8 +119,8 @@ private:
             text += ", ";
     }
 
-    // The first keys in order, as many as may be shown and one more: a table
-    // may hold millions.
+    // The first keys in order: as many as may be shown and one more. The others
+    // are dropped, because a table may have millions.
     std::vector<CKey> Keys(int index, bool& hasOthers)
     {
         std::vector<CKey> keys;
@@ -159,7 +159,7 @@ private:
         lua_rawget(m_L, index);
     }
 
-    // The value on top of the stack.
+    // Describes the value on top of the stack.
     std::string Value(int depth)
     {
         switch (lua_type(m_L, -1))

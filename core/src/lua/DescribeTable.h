@@ -19,7 +19,7 @@ namespace KzaCore
 ///
 /// Fields are sorted: numbers first, then strings. After 20 of them, those of
 /// the inner tables included, and in place of a field whose key is of another
-/// type, stands `…`; so do the fields of a table in an inner table.
+/// type, `…` is shown, and also for the fields of a table in an inner table.
 std::string DescribeTable(lua_State* L, int index);
 
 } // namespace KzaCore

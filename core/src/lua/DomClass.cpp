@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The Lua class "SLB.Dom": its methods, each from the file of its service, and
-// the value that stands for a domain.
+// The Lua class "SLB.Dom": the table of its methods, which the files of the
+// services define, and the userdata that refers to a domain.
 
 #include "kza_core/Dom.h"
 #include "lua/ArchiveLua.h"
@@ -25,15 +25,15 @@ constexpr luaL_Reg kServiceMethods[] = {
     {nullptr, nullptr},
 };
 
-// A reference does not own its domain, so its end is not the domain's.
+// Does nothing: a reference does not own its domain.
 int ForgetCB(lua_State* /*L*/)
 {
     return 0;
 }
 
-// Adds methods to the class on top of the stack. They are closures over the
-// values below it: the class's metatable, to know their own kind quickly, and
-// the table of what dom:Wait has seen.
+// Adds methods to the class on top of the stack. They are closures over the two
+// values below it: the class's metatable, by which a method checks its first
+// argument, and the table of the generations that dom:Wait has seen.
 void AddMethods(lua_State* L, const luaL_Reg* methods)
 {
     lua_pushvalue(L, -3);
@@ -41,11 +41,12 @@ void AddMethods(lua_State* L, const luaL_Reg* methods)
     luaL_setfuncs(L, methods, 2);
 }
 
-// Pushes the metatable of the class. It is registered last, whole.
+// Pushes the metatable of the class. It is registered last, when it is
+// complete.
 void DefineClass(lua_State* L)
 {
     lua_newtable(L);
-    lua_newtable(L); // what dom:Wait has seen
+    lua_newtable(L); // the generations that dom:Wait has seen
     lua_newtable(L); // the class
     lua_newtable(L);
     lua_setmetatable(L, -2);
@@ -75,7 +76,7 @@ void PushDom(lua_State* L, CDom* dom)
         static_cast<CDomReference*>(lua_newuserdata(L, sizeof(CDomReference)));
     reference->dom = dom;
     luaL_getmetatable(L, kDomClass);
-    if (!lua_istable(L, -1)) // absent, or put there by a script
+    if (!lua_istable(L, -1)) // missing, or replaced by a script
     {
         lua_pop(L, 1);
         DefineClass(L);

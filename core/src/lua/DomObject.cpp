@@ -9,8 +9,8 @@ namespace KzaCore
 
 CDom& DomOfMethod(lua_State* L)
 {
-    // luaL_checkudata looks the class up by its name, which costs three times
-    // as much, and a script may have put another one under that name.
+    // luaL_checkudata would look the class up by its name, which takes three
+    // times as long, and a script may have put another value under that name.
     void* self = nullptr;
     if (lua_type(L, 1) == LUA_TUSERDATA && lua_getmetatable(L, 1) != 0)
     {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The domain as a value of Lua, and how a method of its class finds it.
+// The Lua userdata that refers to a domain, and its use in a method.
 //
 // Threads: the one that owns the state.
 
@@ -16,15 +16,15 @@ class CDom;
 /// Registry name of the class's metatable.
 inline constexpr char kDomClass[] = "SLB.Dom";
 
-/// What the userdata holds. The domain belongs to the application and outlives
-/// every such reference.
+/// The content of the userdata. The domain belongs to the application and
+/// outlives every such reference.
 struct CDomReference
 {
     CDom* dom;
 };
 
-/// The domain that the running method was called on: argument 1, compared with
-/// the class in upvalue 1. Raises the usual Lua error for anything else.
+/// The domain that the running method was called on. Raises Lua's usual error
+/// unless argument 1 is an object of the class in upvalue 1.
 CDom& DomOfMethod(lua_State* L);
 
 } // namespace KzaCore

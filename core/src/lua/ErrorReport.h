@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What an error of Lua's becomes for people: its text and where it came from.
+// The report of a Lua error for readers: its text and its traceback.
 //
 // Threads: the one that owns the state.
 
@@ -15,8 +15,8 @@ namespace KzaCore
 /// and a traceback. To be called where the error was raised.
 ///
 /// A value that is no string is shown through its `__tostring`, else a table by
-/// its fields (DescribeTable.h), else by its type. A call of a method that is
-/// not there names the one that may have been meant (MethodHint.h).
+/// its fields (DescribeTable.h), else by its type. For a call of a missing
+/// method, the text names a method of a similar name (MethodHint.h).
 int ErrorReportCB(lua_State* L);
 
 } // namespace KzaCore

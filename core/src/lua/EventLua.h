@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The agent events as methods of the Lua class "SLB.Dom", to be guarded and
-// closed over the class as its other methods are.
+// The methods of the Lua class "SLB.Dom" for agent events. DomClass.cpp adds
+// them to the class.
 //
 // Threads: the one that owns the Lua state.
 

@@ -32,9 +32,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kClass[] = "kza.host.Connection";
 constexpr double kUsualSeconds = 5;
-constexpr double kMostSeconds = 1e6; // more is no time-out to speak of
+constexpr double kMostSeconds = 1e6; // keeps the arithmetic from overflowing
 
-// Nobody who answers in lines has more to say in one.
+// A limit to the memory that a peer can make this process use.
 constexpr std::size_t kLongestLine = 64 * 1024 * 1024;
 
 struct CConnection
@@ -51,7 +51,7 @@ Clock::time_point CheckDeadline(lua_State* L, int index)
                               std::chrono::duration<double>(seconds));
 }
 
-// True when the socket is ready in time.
+// True when the socket becomes ready before the deadline.
 bool Await(int socket, short events, Clock::time_point deadline)
 {
     for (;;)
@@ -192,7 +192,8 @@ int LuaConnect(lua_State* L)
     connection.socket = CDescriptor(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!Prepare(connection.socket.Get()))
         return PushFailure(L, SystemErrorText(errno));
-    // A full queue of the listener answers EAGAIN, and tells nothing later.
+    // While the listener's queue is full, connect() fails with EAGAIN, and no
+    // event reports when there is room.
     while (connect(connection.socket.Get(),
                    reinterpret_cast<const sockaddr*>(&address),
                    sizeof address) != 0)

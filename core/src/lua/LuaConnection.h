@@ -11,16 +11,17 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// The Lua function connect(path [, seconds]): a connection, or nil and why
-/// not.
+/// The Lua function connect(path [, seconds]): a connection, or nil and the
+/// reason.
 ///
-///     connection:send(bytes [, seconds])  true, or nil and why not
-///     connection:line([seconds])          the next line without its end, or
-///                                         nil and "timeout", "closed" or why
+///     connection:send(bytes [, seconds])  true, or nil and the reason
+///     connection:line([seconds])          the next line without its line
+///                                         break, or nil and "timeout",
+///                                         "closed" or another reason
 ///     connection:close()
 ///
-/// Each call takes as long as told, 5 seconds unless told; the socket itself
-/// never blocks. What was received before a time-out is kept for the next call.
+/// A call waits for at most the given time, 5 seconds by default. Bytes that
+/// were received before a time-out are kept for the next call.
 int LuaConnect(lua_State* L);
 
 } // namespace KzaCore

@@ -2,9 +2,10 @@
 //
 // Keeps C++ exceptions out of Lua.
 //
-// Lua swallows an exception that crosses a protected call and says nothing.
-// Guarded<F> is the C function F whose exceptions become Lua errors with their
-// text. Lua's own errors are not derived from std::exception and pass.
+// Lua turns an exception that crosses a protected call into an error without a
+// message. Guarded<F> calls the C function F and turns its exceptions into Lua
+// errors with their text. Lua's own errors are no std::exception and are not
+// affected.
 
 #pragma once
 
@@ -24,7 +25,7 @@ int Guarded(lua_State* L)
     }
     catch (const std::exception& error)
     {
-        lua_settop(L, 0); // room for the message, whatever F had pushed
+        lua_settop(L, 0); // F may have filled the stack
         lua_pushstring(L, error.what());
     }
     return lua_error(L);

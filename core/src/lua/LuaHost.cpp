@@ -44,7 +44,7 @@ using CCompressor =
 // Smallest output: an archive is made once and read often.
 constexpr int kDeflateLevel = 12;
 
-// nil and "path: the system's text", as Lua's io library answers.
+// Pushes nil and "path: the system's text", as Lua's io library does.
 int PushSystemError(lua_State* L, const char* path)
 {
     const std::string text = SystemErrorText(errno);
@@ -89,7 +89,7 @@ int List(lua_State* L)
     return 1;
 }
 
-// stat(path [, nofollow]): what is there, as a table.
+// stat(path [, nofollow]): type, size, mode and the like of a file, as a table.
 int Stat(lua_State* L)
 {
     const char* path = CheckPath(L, 1);
@@ -163,7 +163,7 @@ int Deflate(lua_State* L)
     return 1;
 }
 
-// write(path, bytes): replaces a file whole.
+// write(path, bytes): makes a file with these bytes, or replaces it.
 int Write(lua_State* L)
 {
     const char* path = CheckPath(L, 1);
@@ -211,8 +211,9 @@ void PushEntry(lua_State* L, const CZipEntry& entry)
     lua_setfield(L, -2, "crc");
 }
 
-// entries(path [, read]): the entries of a zip archive in its order. With
-// `read` each is read through, and one that cannot be has a `problem`.
+// entries(path [, read]): the entries of a zip archive, in its order. With
+// `read`, each entry's content is read, and one that cannot be read has a field
+// `problem`.
 int Entries(lua_State* L)
 {
     const char* path = CheckPath(L, 1);
@@ -238,9 +239,9 @@ int Entries(lua_State* L)
     return 1;
 }
 
-// check_package(path, directory [, names_only]): true when Unzip() would take
-// the archive apart in that directory, else nil and what it would log. Touches
-// nothing. With `names_only` as for a removal package.
+// check_package(path, directory [, names_only]): true when Unzip() would unpack
+// the archive into that directory, else nil and the text that it would log.
+// Changes nothing on disk. With `names_only`, checks as for a removal package.
 int CheckPackage(lua_State* L)
 {
     const wxFileName archive(TextOfBytes(CheckPath(L, 1)));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The part of the Lua module "kza.host" that asks the system: processes,
-// signals, sockets, terminals, and the events of another agent.
+// The functions of the Lua module "kza.host" for processes, signals, sockets,
+// terminals, and the events of another agent.
 //
 // Threads: the one that owns the state.
 

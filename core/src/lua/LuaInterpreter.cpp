@@ -35,8 +35,8 @@ int PanicCB(lua_State* L)
     return 0; // Lua aborts the process
 }
 
-// Reads a chunk's source piece by piece. Small pieces: they lie on the stack,
-// and a new thread's stack has yet to get its pages.
+// Reads a chunk's source piece by piece. The pieces are small, because they are
+// on the stack: a new thread's stack takes no memory before it is used.
 struct CSource
 {
     wxInputStream& in;
@@ -51,10 +51,10 @@ const char* ReadSourceCB(lua_State* /*L*/, void* data, size_t* size)
     return *size == 0 ? nullptr : source->buffer.data();
 }
 
-// The address is the registry key of the interpreter.
+// Its address is the registry key of the interpreter.
 constexpr char kSelf = 0;
 
-// Pushes the line that print makes of its arguments.
+// Pushes the line that `print` writes for its arguments.
 void PushLine(lua_State* L)
 {
     const int count = lua_gettop(L);
@@ -88,8 +88,8 @@ std::optional<std::string> ErrorAmong(lua_State* L, int first)
 
 std::string TextOf(lua_State* L, int status)
 {
-    // Lua reports a C++ exception without a message; whatever is on the stack
-    // then has nothing to do with it.
+    // Lua reports a C++ exception without a message; the value on top of the
+    // stack is not one.
     if (status < 0)
         return "a C++ exception ended the chunk";
     size_t length = 0;
@@ -114,8 +114,9 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
     if (!openLibraries)
         return;
 
-    // The agent runs as root: what the environment says about where code comes
-    // from is not trusted. Lua's own name for "ignore LUA_PATH and LUA_CPATH".
+    // The agent runs as root and does not trust the environment with the places
+    // where code is loaded from. This registry name makes Lua ignore LUA_PATH
+    // and LUA_CPATH.
     lua_pushboolean(m_state, 1);
     lua_setfield(m_state, LUA_REGISTRYINDEX, "LUA_NOENV");
     luaL_openlibs(m_state);
@@ -127,7 +128,8 @@ CLuaInterpreter::CLuaInterpreter(bool reserved,
 
 CLuaInterpreter::~CLuaInterpreter()
 {
-    // Before the finalizers: a dump must not ask a state that is coming down.
+    // Before lua_close() runs finalizers: a dump must not ask a state that is
+    // being closed.
     ForgetLuaState(m_state);
     lua_close(m_state);
 }
@@ -189,10 +191,11 @@ bool CLuaInterpreter::GetReturnedError(wxString& text) const
     return m_returnedError.has_value();
 }
 
-// As Lua's own print, a closure without upvalues that uses the global
-// `tostring` of the moment, but to where the running chunk's output goes. The
-// line has reached the descriptor when print returns: it is not lost in a
-// crash, and stands before what a child writes afterwards.
+// Like Lua's own print, this is a function without upvalues that uses the
+// present global `tostring`; but it writes to the output of the running chunk.
+// The line has been written to the descriptor when print returns: it is not
+// lost in a crash, and comes before the output of a child that is started
+// later.
 int CLuaInterpreter::PrintCB(lua_State* L)
 {
     PushLine(L);
@@ -210,9 +213,8 @@ int CLuaInterpreter::PrintCB(lua_State* L)
     return 0;
 }
 
-// The output stream of the chunk that runs in a state, null for standard
-// output; likewise when a script has removed the interpreter from the
-// registry.
+// The output stream of the chunk that runs in a state; null for standard
+// output, and when a script has removed the interpreter from the registry.
 wxOutputStream* CLuaInterpreter::OutputOf(lua_State* L)
 {
     lua_rawgetp(L, LUA_REGISTRYINDEX, &kSelf);

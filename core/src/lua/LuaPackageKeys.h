@@ -11,12 +11,12 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// The Lua function keys(directory): the keys that it holds, or nil and why
-/// every signature is refused; then, always third, an array of texts about
-/// files that were passed over.
+/// The Lua function keys(directory): the keys in the directory, or nil and the
+/// reason why every signature is refused; then, always third, an array of texts
+/// about files that were passed over.
 ///
 ///     keys:signer(package)   name of the key that signed the package, or nil
-///                            and why its signature does not count
+///                            and the reason why its signature is refused
 int LuaPackageKeys(lua_State* L);
 
 } // namespace KzaCore

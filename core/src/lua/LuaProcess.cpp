@@ -20,11 +20,12 @@ namespace KzaCore
 namespace
 {
 
-// Descriptors from here on are the agent's own. A child could read through one
-// what it may not open itself.
+// Descriptors from this one on are the agent's own. Through one of them, a
+// child could read a file that it has no right to open.
 constexpr int kFirstPrivate = STDERR_FILENO + 1;
 
-// Lua's file handle, which must come first, and the child at its other end.
+// Lua's file handle, which must be the first member, and the child at the other
+// end of the pipe.
 struct CChildStream
 {
     luaL_Stream stream;
@@ -49,21 +50,22 @@ int ExecuteCB(lua_State* L)
     const char* const command = luaL_optstring(L, 1, nullptr);
     if (command != nullptr)
         return luaL_execresult(L, RunShell(command));
-    lua_pushboolean(L, 1); // there is a shell on every POSIX system
+    lua_pushboolean(L, 1); // every POSIX system has a shell
     return 1;
 }
 
-// "r" or "w"; the C library also takes an "e", which is what we do anyway.
+// "r" or "w". The C library also accepts an "e", for a descriptor that is
+// closed on exec; here it always is.
 bool IsMode(const char* mode)
 {
     return (*mode == 'r' || *mode == 'w') &&
            (mode[1] == '\0' || (mode[1] == 'e' && mode[2] == '\0'));
 }
 
-// Starts the command with one end of a pipe in place of its standard output
-// or input and opens the other end.
+// Starts the command with one end of a pipe in place of its standard output or
+// input, and opens the other end as a file.
 //
-// \return null with errno set when that failed.
+// \return null with errno set after a failure.
 FILE* OpenChild(const char* command, const char* mode, pid_t& pid)
 {
     std::array<int, 2> ends{};
@@ -108,7 +110,8 @@ int PopenCB(lua_State* L)
     const char* const command = luaL_checkstring(L, 1);
     const char* const mode = luaL_optstring(L, 2, "r");
 
-    // Closed until the child is there: the collector may come by.
+    // Marked as closed until the child runs, because the collector may finalize
+    // the handle before.
     auto* const child =
         static_cast<CChildStream*>(lua_newuserdata(L, sizeof(CChildStream)));
     child->stream.closef = nullptr;

@@ -21,8 +21,8 @@ namespace KzaCore
 namespace
 {
 
-// Registry names: the leading path list (a string) and Lua's compiled-in
-// paths, as they were before the first change.
+// Registry names of strings: the leading path list, and Lua's compiled-in paths
+// from before the first change.
 constexpr char kLeadingPath[] = "kza.path.leading";
 constexpr char kDefaultPath[] = "kza.path.default";
 constexpr char kDefaultCPath[] = "kza.cpath.default";
@@ -53,7 +53,7 @@ void SetStringField(lua_State* L,
     lua_setfield(L, index, name);
 }
 
-// One path list behind another.
+// Two path lists as one.
 std::string Joined(const std::string& list, const std::string& rest)
 {
     return list.empty() || rest.empty() ? list + rest : list + ";" + rest;
@@ -69,7 +69,7 @@ std::string AbsoluteEntries(const std::string& list)
     return result;
 }
 
-// Lua's compiled-in list: what the field held before it was first changed.
+// Lua's compiled-in list: the field's value before it was first changed.
 std::string CompiledIn(lua_State* L, const char* field, const char* savedAs)
 {
     lua_getfield(L, LUA_REGISTRYINDEX, savedAs);
@@ -81,7 +81,7 @@ std::string CompiledIn(lua_State* L, const char* field, const char* savedAs)
     return StringField(L, LUA_REGISTRYINDEX, savedAs);
 }
 
-// Why a file cannot be read, as an error number; 0 when it can.
+// The error number of the attempt to open a file for reading; 0 on success.
 int ReadError(const std::string& path)
 {
     const CDescriptor file(
@@ -152,8 +152,9 @@ int LeadingSearcherCB(lua_State* L)
     return SearchTemplates(L, LeadingPath(L));
 }
 
-// What the leading searcher has tried is not tried, nor listed, again; a
-// script that changed `package.path` gets what it asked for.
+// Searches `package.path` without the leading list at its beginning, which the
+// leading searcher has tried and listed already. When a script has changed
+// `package.path`, all of it is searched.
 int RestSearcherCB(lua_State* L)
 {
     lua_getfield(L, lua_upvalueindex(1), "path");
@@ -167,8 +168,8 @@ int RestSearcherCB(lua_State* L)
     return SearchTemplates(L, list);
 }
 
-// Lua's message on a miss with a reason beside each file that is there and
-// cannot be read.
+// Lua's list of the files that were tried, with a reason beside each file that
+// exists and cannot be read.
 std::string WithReasons(const std::string& tried)
 {
     std::string result;
@@ -200,8 +201,8 @@ int NativeSearcherCB(lua_State* L)
     return 1;
 }
 
-// Makes room at a position of `package.searchers`, on top of the stack, and
-// puts the function below it there; pops the function.
+// Inserts a function into `package.searchers`, which is on top of the stack, at
+// a position. The function is below it on the stack, and is removed from there.
 void InsertSearcher(lua_State* L, int position)
 {
     for (int i = static_cast<int>(lua_rawlen(L, -1)); i >= position; --i)
@@ -214,8 +215,8 @@ void InsertSearcher(lua_State* L, int position)
     lua_remove(L, -2);
 }
 
-// The position of a searcher in `package.searchers`, on top of the stack; 0
-// when it is not there.
+// The position of a searcher in `package.searchers`, which is on top of the
+// stack; 0 when the searcher is not in it.
 int PositionOf(lua_State* L, lua_CFunction searcher)
 {
     const int count = static_cast<int>(lua_rawlen(L, -1));

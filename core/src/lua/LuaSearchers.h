@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Where `require` looks, and in which order:
+// The places where `require` looks for a module, in their order:
 //   1. package.preload
 //   2. the templates named on the command line
 //   3. archives                         (ArchiveLoader.h)
 //   4. the rest of package.path
 //   5. package.cpath, then the all-in-one loader, both Lua's own
 //
-// So what an author names wins, then the agent's own archives, then the host.
+// A module in a place that an author names is preferred, then one in the
+// agent's archives, then one of the host.
 //
-// A miss lists each file that was tried, as Lua does, and beside a file that is
-// there the reason why it cannot be read.
+// When no module is found, the message lists each file that was tried, as Lua's
+// own message does, and the reason beside a file that exists but cannot be
+// read.
 //
 // Threads: the one that owns the state.
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lua's message names the method and not the object. When the call fails, the
-// calling function has in its registers, one behind the other, nil in the place
-// of the method and the object. Such pairs are what is looked for; a pair that
-// is something else by chance has no method of a similar name.
+// Lua's message names the method and not the object. When the call fails, two
+// neighbouring registers of the calling function hold nil, in the place of the
+// method, and the object. All such pairs are examined; an unrelated pair is
+// unlikely to have a method of a similar name.
 
 #include "lua/MethodHint.h"
 
@@ -41,8 +41,8 @@ char Lower(char c)
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-// How many letters have to be put in, left out, replaced or swapped with their
-// neighbour to make one name of the other; case does not count.
+// The number of letters to be inserted, removed, replaced or swapped with their
+// neighbour to turn one name into the other; case is ignored.
 std::size_t Distance(std::string_view a, std::string_view b)
 {
     std::vector<std::vector<std::size_t>> cost(
@@ -114,8 +114,8 @@ void TryFields(lua_State* L, CGuess& guess)
     }
 }
 
-// Replaces the value on top of the stack by the table in which Lua looks for
-// what it has not itself.
+// Replaces the value on top of the stack by the `__index` of its metatable;
+// false when that is no table.
 bool ReplaceByIndex(lua_State* L)
 {
     if (lua_getmetatable(L, -1) == 0)
@@ -130,7 +130,7 @@ bool ReplaceByIndex(lua_State* L)
 // Tries the methods of the value on top of the stack, which is popped.
 void TryMethods(lua_State* L, CGuess& guess)
 {
-    constexpr int kLongestChain = 10; // chains may be rings
+    constexpr int kLongestChain = 10; // a chain of `__index` may be a ring
     bool more = lua_istable(L, -1) || ReplaceByIndex(L);
     for (int i = 0; more && i < kLongestChain; ++i)
     {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A guess at the method that was meant by a call of one that is not there.
+// A guess which method was meant by a call of a missing one.
 //
 // Threads: the one that owns the state.
 
@@ -17,8 +17,8 @@ namespace KzaCore
 /// to call method 'get'" and the object has a method of a similar name, one
 /// that differs in case or by a letter or two; else nothing.
 ///
-/// For a message handler: looks at the values of the function that raised the
-/// error, without calling any metamethod.
+/// For a message handler: reads the local values of the function that raised
+/// the error, without calling any metamethod.
 std::string MethodHint(lua_State* L, int index);
 
 } // namespace KzaCore

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The helper's work, from its first instruction to the dump under its name.
+// The helper's work, from its first instruction to the dump under its final
+// name.
 
 #include "crash/linux/CrashDump.h"
 
@@ -26,7 +27,8 @@ namespace
 
 int g_directory = -1;
 
-// The helper must not dump itself when it fails.
+// Gives the signals of a fault their default action and forbids core files: a
+// fault of the helper must not start another dump.
 void BecomeHelper()
 {
     for (const int signal : kCrashSignals)
@@ -35,8 +37,9 @@ void BecomeHelper()
     setrlimit(RLIMIT_CORE, &none);
 }
 
-// The process may have died of having no descriptor left. The helper's table
-// of them is a copy, which has room again once it is emptied.
+// Closes all descriptors but the standard ones and `kept`. The process may have
+// crashed because it had no descriptor left; the helper has a table of its own,
+// in which there is room again afterwards.
 void CloseInherited(int kept)
 {
     constexpr unsigned kFirst = STDERR_FILENO + 1;
@@ -58,8 +61,9 @@ int CreateUnfinished(const char* name)
                   S_IRUSR | S_IWUSR);
 }
 
-// Since arming, the directory may have been removed and made anew, or its
-// descriptor closed by code that closes every descriptor.
+// Opens the directory by its path when its descriptor fails: since arming, the
+// directory may have been removed and made again, or the descriptor closed by
+// code that closes every descriptor.
 int CreateUnfinished(const CCrashPlan& plan, const char* name)
 {
     g_directory = plan.directoryFd;
@@ -103,9 +107,9 @@ int WriteUnder(const CCrashPlan& plan, const CCrashCause& cause)
     return error;
 }
 
-// Standard error serves a user who started the agent in the foreground; the log
-// takes locks. The helper writes it because the crashing process must not wait
-// for a reader.
+// The message is for a user who started the agent in the foreground. It cannot
+// go to the log, which takes locks. The helper writes it, because the crashing
+// process must not wait for a reader of its standard error.
 void TellStandardError(const CCrashPlan& plan,
                        const CCrashCause& cause,
                        int error)
@@ -132,8 +136,8 @@ void WriteCrashDump(const CCrashPlan& plan, const CCrashCause& cause)
     const int error = WriteUnder(plan, cause);
     TellStandardError(plan, cause, error);
     NoteCrashServed(cause);
-    // A thread that went on before the signal has done its work could end the
-    // process with a status of its own.
+    // The other threads stay stopped until the signal has ended the process;
+    // otherwise one of them could end it with another status.
     AwaitDeathOfThreads();
 }
 

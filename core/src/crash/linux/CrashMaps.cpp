@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading of /proc/<pid>/maps and smaps.
+// Reading /proc/<pid>/maps and smaps.
 
 #include "crash/linux/CrashMaps.h"
 
@@ -18,7 +18,8 @@ namespace KzaCore
 namespace
 {
 
-// A frame larger than this jumps over the guard of its stack unnoticed.
+// How far below its stack an overflowed stack pointer is looked for. A larger
+// frame skips the guard pages, and the overflow is not noticed as one.
 constexpr std::uint64_t kGuardReach = 1024 * 1024;
 
 constexpr char kFlagsLine[] = "VmFlags:";
@@ -29,7 +30,7 @@ bool IsHexDigit(char c)
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
 }
 
-// Takes a number off the text.
+// Takes a hexadecimal number off the text.
 std::uint64_t TakeHex(const char*& text)
 {
     std::uint64_t number = 0;
@@ -78,14 +79,15 @@ bool CCrashMaps::Load(pid_t process, bool withFlags)
 
 void CCrashMaps::AddLine(const char* line)
 {
-    // The lines that say more of a mapping begin with a capital.
+    // A mapping begins with its address; the lines with its further properties
+    // begin with a capital letter.
     if (IsHexDigit(line[0]))
         AddMapping(line);
     else if (std::strncmp(line, kFlagsLine, sizeof(kFlagsLine) - 1) == 0)
         AddFlags(line + sizeof(kFlagsLine) - 1);
 }
 
-// 7f12a000-7f12c000 r-xp 00001000 08:01 1234    /lib/libc.so.6
+// Parses "7f12a000-7f12c000 r-xp 00001000 08:01 1234    /lib/libc.so.6".
 void CCrashMaps::AddMapping(const char* line)
 {
     if (m_count == kMaxMappings)
@@ -103,7 +105,7 @@ void CCrashMaps::AddMapping(const char* line)
     SkipWord(line); // the device
     SkipWord(line); // the file's number
     mapping.name = KeepName(line);
-    // Reading from the kernel's own pages fails or means nothing.
+    // The kernel's own pages cannot be read, or hold nothing of the process.
     mapping.excluded = std::strncmp(line, "[vvar", 5) == 0 ||
                        std::strcmp(line, "[vsyscall]") == 0;
 }

@@ -23,7 +23,7 @@ struct CCrashMapping
     std::uint32_t name;   // see CCrashMaps::Name()
     bool readable;
     bool writable;
-    bool excluded; // its owner asked that it not be dumped
+    bool excluded; // not to be dumped
 };
 
 class CCrashMaps
@@ -31,12 +31,13 @@ class CCrashMaps
 public:
     /// Reads the map.
     ///
-    /// \param withFlags  Also learn which mappings are excluded; takes longer.
+    /// \param withFlags  Also read which mappings the process has excluded from
+    ///                   dumps; takes longer.
     ///
-    /// \return false when it cannot be read; errno says why.
+    /// \return false when the map cannot be read; errno says why.
     bool Load(pid_t process, bool withFlags);
 
-    /// Takes one line of the system's text, without its end.
+    /// Parses one line of the system's text, without its line break.
     void AddLine(const char* line);
 
     [[nodiscard]] const CCrashMapping* begin() const { return m_mappings; }
@@ -45,14 +46,14 @@ public:
         return m_mappings + m_count;
     }
 
-    /// What is mapped there: a path, or a name in brackets, or nothing.
+    /// The mapping's name: a path, a name in brackets, or empty.
     [[nodiscard]] const char* Name(const CCrashMapping& mapping) const;
 
     /// The mapping that holds the address, null when there is none.
     [[nodiscard]] const CCrashMapping* Find(std::uint64_t address) const;
 
-    /// The stack that a stack pointer points into. After an overflow it
-    /// points below its stack, and the stack is what lies above.
+    /// The stack that a stack pointer belongs to. After an overflow the pointer
+    /// is below its stack; the stack is then the next mapping above.
     [[nodiscard]] const CCrashMapping* FindStack(std::uint64_t pointer) const;
 
 private:
@@ -65,8 +66,8 @@ private:
 
     CCrashMapping m_mappings[kMaxMappings];
     std::size_t m_count = 0;
-    // Names one after the other, each with its zero; at 0 stands the empty
-    // one.
+    // The names one after the other, each with its zero; the empty name is at
+    // 0.
     char m_names[kMaxNames + 1];
     std::size_t m_namesLength = 0;
     std::uint32_t m_lastName = 0;

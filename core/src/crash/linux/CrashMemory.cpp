@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading of memory through the system, which answers with an error where a
-// plain access would fault.
+// Reading memory by a system call, which returns an error where a plain access
+// would fault.
 
 #include "crash/linux/CrashMemory.h"
 

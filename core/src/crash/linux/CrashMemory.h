@@ -14,12 +14,12 @@
 namespace KzaCore
 {
 
-/// Settles where memory is read from: the process itself, whose threads are
-/// stopped, or, where the system forbids that, this copy of it as it was when
-/// the helper started.
+/// Chooses the process that memory is read from: the crashed process, whose
+/// threads are stopped, or, where the system forbids that, the helper itself,
+/// which has a copy from the moment of its start.
 void OpenCrashMemory(pid_t process);
 
-/// Reads memory that may not be there.
+/// Reads memory that may be unmapped.
 ///
 /// \return the bytes read, fewer than asked for where the readable part ends.
 std::size_t ReadCrashMemory(std::uint64_t address,

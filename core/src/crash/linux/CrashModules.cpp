@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Modules as their ELF headers in memory tell of them; the files may have been
-// replaced since.
+// Modules are described from their ELF headers in memory, because their files
+// may have been replaced since they were loaded.
 
 #include "crash/linux/CrashModules.h"
 
@@ -26,7 +26,7 @@ constexpr std::size_t RoundUp(std::size_t size)
     return (size + 3) & ~static_cast<std::size_t>(3);
 }
 
-// Looks for the linker's identifier in a segment of notes.
+// Looks for the linker's build identifier in a segment of notes.
 bool TakeBuildId(const char* notes, std::size_t size, CCrashModule& module)
 {
     std::size_t at = 0;
@@ -71,7 +71,7 @@ void FindBuildId(const Elf64_Phdr* headers,
     }
 }
 
-// A module's parts follow one another, with nameless memory between them.
+// The mappings of a module follow one another, with nameless ones between them.
 std::uint64_t EndOfModule(const CCrashMaps& maps, const CCrashMapping& first)
 {
     std::uint64_t end = first.end;

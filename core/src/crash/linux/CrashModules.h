@@ -21,12 +21,12 @@ struct CCrashModule
 {
     std::uint64_t base;
     std::uint64_t end;
-    const char* path; // the vdso under the name that debuggers know
+    const char* path; // of the vdso: the name that debuggers know it by
     std::uint8_t buildId[kMaxBuildId];
     std::size_t buildIdSize;
 };
 
-/// Learns what is mapped there.
+/// Describes the module that begins at a mapping.
 ///
 /// \param mapping  One of `maps`.
 ///
@@ -35,11 +35,12 @@ bool DescribeModule(const CCrashMaps& maps,
                     const CCrashMapping& mapping,
                     CCrashModule& module);
 
-/// Up to four numbers with dots between them, as in "12.0.0.2932"; those that
-/// are not there are 0.
+/// Parses up to four numbers with dots between them, as in "12.0.0.2932";
+/// missing ones are 0.
 void ParseVersion(const char* text, std::uint16_t (&numbers)[kVersionNumbers]);
 
-/// The version in a library's file name: what follows ".so.".
+/// The version in a library's file name: the part after ".so.", empty without
+/// one.
 const char* VersionInName(const char* path);
 
 } // namespace KzaCore

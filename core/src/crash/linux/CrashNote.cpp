@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Composing the note.
+// Composing the note. Lua is asked in another copy of the process, which may
+// fault or hang.
 
 #include "crash/linux/CrashNote.h"
 
@@ -24,7 +25,8 @@ namespace KzaCore
 namespace
 {
 
-// Longest silence of the process that reads Lua's call chain.
+// The longest pause between two outputs of the process that reads Lua's call
+// chain.
 constexpr int kLuaPatienceMs = 1000;
 
 struct CSignalName
@@ -61,8 +63,8 @@ void AddCause(CCrashText& note, const CCrashCause& cause)
         note.Add("sender: ").AddNumber(info.si_pid).Add("\n");
 }
 
-// Takes over what the reader writes until it is done, silent for too long or
-// has said enough.
+// Collects the output of the process that reads Lua's call chain, until the
+// process ends, pauses for too long, or the buffer is full.
 std::size_t Collect(int from, char* buffer, std::size_t size)
 {
     std::size_t length = 0;
@@ -82,7 +84,8 @@ std::size_t ReadLuaTracebacks(char* buffer, std::size_t size)
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return 0;
-    // A copy of the copy: the dump does not depend on how it fares.
+    // A copy of the helper: when Lua's data are broken, this copy faults or
+    // hangs, and the dump is complete all the same.
     const long reader = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
     if (reader == 0)
     {

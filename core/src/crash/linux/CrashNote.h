@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The note in a dump: what the agent itself has to say, as text.
+// The note in a dump: text by the agent with the application's name, the cause
+// of the crash and the tracebacks of Lua.
 //
 // Threads: the helper has one. Async-signal-safe.
 
@@ -14,8 +15,8 @@
 
 inline constexpr std::size_t kCrashNoteSize = 8192;
 
-/// Where the note stands in the memory that a dump shows, for a debugger that
-/// does not know of the stream with the same text.
+/// The note in the memory that a dump contains, for a debugger that cannot show
+/// the stream with the same text.
 extern "C" KZA_API char kza_crash_note[kCrashNoteSize];
 
 namespace KzaCore

@@ -26,20 +26,20 @@ struct CCrashRegisters
     std::uint64_t stackPointer;
     std::uint64_t instruction; // its address
 
-    // The format's record of this processor.
+    // The registers as the format's record for this processor.
     alignas(16) unsigned char record[kMaxRegistersRecord];
     std::size_t recordSize;
 };
 
-/// The registers of a stopped thread.
+/// Reads the registers of a stopped thread.
 ///
-/// \return false when the system does not tell them.
+/// \return false when the system does not give them.
 [[nodiscard]] bool ReadRegisters(pid_t thread, CCrashRegisters& registers);
 
-/// The registers at the fault, as the handler got them.
+/// Converts the registers at the fault, which the system passed to the handler.
 void TakeRegisters(const ucontext_t& from, CCrashRegisters& registers);
 
-/// Sets what the format wants to know of the processor.
+/// Sets the fields that describe the processor.
 void DescribeProcessor(Minidump::CSystemInfo& system);
 
 } // namespace KzaCore

@@ -2,19 +2,19 @@
 //
 // The handler of the signals of a fault.
 //
-// The crashing process may hold any lock and have any of its memory broken.
+// The crashing process may hold any lock, and any of its memory may be broken.
 // The handler therefore only copies the process, waits for the copy, and dies.
-// It copies by a plain system call, so that no library's fork hooks run. The
-// copy, called the helper, does all reading and writing.
+// It makes the copy by a plain system call, so that no library's fork handlers
+// run. The copy, called the helper, does all reading and writing.
 //
 // One thread of a process moves through these states; g_crashing names it:
 //
 //   1. It claims g_crashing. Threads that crash later, and threads that call
 //      exit(), stop for good.
-//   2. It starts the helper and looks every millisecond whether the helper has
-//      served it, made progress, or ended.
-//   3. It lets the signal come again, now with the system's own action. The
-//      helper holds the other threads until the process is dead.
+//   2. It starts the helper and checks every millisecond whether the helper is
+//      done, has made progress, or has ended.
+//   3. It sends itself the signal again, now with the system's own action. The
+//      helper keeps the other threads stopped until the process is dead.
 //
 // A fault of that thread inside the handler leads directly to the last state.
 
@@ -42,15 +42,15 @@ namespace
 
 // A helper that makes no progress for this long is killed.
 constexpr std::int64_t kPatienceMs = 5000;
-// The system then has this long to remove it.
+// A killed helper is waited for no longer than this.
 constexpr std::int64_t kRemovalMs = 1000;
 
 CCrashPlan g_plan;
 CrashDumpWriter g_writer = nullptr;
 
-// What the helper tells the process that waits for it. The page is mapped once
-// and survives every fork, so a worker shares it with its watchdog: when both
-// crash at once, each waits a little longer than it had to.
+// The helper's messages to the process that waits for it. The page is mapped
+// once and shared across forks, so a worker shares it with its watchdog: when
+// both crash at once, each may wait a little longer than needed.
 struct CHelperNews
 {
     std::atomic<unsigned> progress{0};
@@ -59,12 +59,12 @@ struct CHelperNews
 
 CHelperNews* g_news = nullptr;
 
-// The process (upper half) and the thread that are leaving a dump; 0 while none
-// is. The process is part of it because a child forked meanwhile inherits the
-// value.
+// The process id (upper half) and the thread id of the thread that makes a
+// dump; 0 without one. The process id is included because a child that is
+// forked meanwhile inherits the value.
 std::atomic<std::uint64_t> g_crashing{0};
 
-// Of that process; written by that thread alone.
+// The signal and the helper of that thread, which alone writes them.
 int g_signal = 0;
 pid_t g_helper = 0;
 
@@ -75,9 +75,9 @@ std::int64_t NowMs()
     return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
-// Functions that other libraries put before those of the C library may wait for
-// a lock that the crashed code holds. So the ends and waits of this file are
-// system calls.
+// Ends the process by a direct system call. A function that another library
+// puts before the C library's may wait for a lock that the crashed code holds;
+// so this file ends and waits by system calls.
 [[noreturn]] void EndNow(int status)
 {
     for (;;)
@@ -90,15 +90,15 @@ std::int64_t NowMs()
         pause();
 }
 
-// The calling process and thread, as g_crashing has them.
+// The calling process and thread, in the form of g_crashing.
 std::uint64_t CrashingIdentity()
 {
     return static_cast<std::uint64_t>(getpid()) << 32U |
            static_cast<std::uint32_t>(gettid());
 }
 
-// A signal sent to the process waits until one of its threads runs. Changing
-// the calling thread's mask makes this thread take it.
+// Lets the calling thread receive a crash signal that was sent to the process
+// and not yet delivered: a change of the thread's mask delivers it.
 void TakePendingCrashSignal()
 {
     const sigset_t crashSignals = SignalSet(kCrashSignals);
@@ -107,8 +107,9 @@ void TakePendingCrashSignal()
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-// Another thread's exit() must not win against the signal: the process would
-// end with that thread's status, and the crash be taken for an orderly end.
+// Runs at exit(). When another thread has crashed, this one stops: otherwise
+// the process would end with the status of exit(), and the crash would be taken
+// for an orderly end.
 extern "C" void HoldExitDuringCrashCB()
 {
     TakePendingCrashSignal();
@@ -118,7 +119,7 @@ extern "C" void HoldExitDuringCrashCB()
         StopHere();
 }
 
-// Ends the process here and now, by the signal.
+// Ends the process at once, by the signal.
 [[noreturn]] void DieNow(int signal)
 {
     if (g_helper > 0)
@@ -127,18 +128,18 @@ extern "C" void HoldExitDuringCrashCB()
     const sigset_t unblocked = SignalSet({signal});
     sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
     syscall(SYS_tgkill, getpid(), gettid(), signal);
-    // The first process of a container survives that.
+    // The first process of a container survives the signal.
     EndNow(128 + signal);
 }
 
-// The signal comes again, with all that was known about it, when the handler
-// returns: a core file then shows the fault and not this handler. Returning
-// alone would not do, for not every signal comes from an instruction that
-// faults again.
+// Sends the signal again with its original information; it is delivered when
+// the handler returns. A core file then shows the fault and not this handler.
+// Returning alone would not be enough, because not every signal comes from an
+// instruction that faults again.
 void DieOnReturn(int signal, siginfo_t* info)
 {
-    // The system spares the first process of a container signals without a
-    // handler.
+    // The first process of a container receives no signal that it has no
+    // handler for.
     if (getpid() == 1)
         DieNow(signal);
     SetDefaultAction(signal);
@@ -154,8 +155,8 @@ pid_t StartHelper(const CCrashCause& cause)
     // needs this permission. It is given to every process that has the other
     // rights to trace this one, which is about to die.
     prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);
-    // The helper ends without a signal to this process, and so another thread
-    // that waits for any child is not given the helper.
+    // Without an exit signal in its flags, the helper's end is not reported to
+    // another thread of this process that waits for any child.
     const long helper = syscall(SYS_clone, 0, nullptr, nullptr, nullptr, 0);
     if (helper == 0)
     {
@@ -165,7 +166,7 @@ pid_t StartHelper(const CCrashCause& cause)
     return static_cast<pid_t>(helper);
 }
 
-// Its dump is done, or has failed without leaving anything.
+// True when the dump is complete, or has failed and is removed.
 bool HasServed()
 {
     return g_news->servedProcess.load() == getpid();
@@ -177,8 +178,8 @@ bool HasEnded(pid_t helper)
     return ended > 0 || (ended < 0 && errno != EINTR);
 }
 
-// Waits until the helper has done its work or is gone. The patience counts
-// from its last sign of progress; false when the helper has exhausted it.
+// Waits until the helper has done its work or has ended. False when the helper
+// makes no progress for `patienceMs`.
 bool AwaitHelper(pid_t helper, std::int64_t patienceMs)
 {
     unsigned seen = g_news->progress.load();
@@ -198,7 +199,7 @@ bool AwaitHelper(pid_t helper, std::int64_t patienceMs)
 
 void WriteDump(const CCrashCause& cause)
 {
-    // A process of the same id may have crashed before this one was forked.
+    // An earlier process of the same id may have crashed and left its id.
     g_news->servedProcess.store(0);
     g_helper = StartHelper(cause);
     if (g_helper < 0)
@@ -208,7 +209,7 @@ void WriteDump(const CCrashCause& cause)
         kill(g_helper, SIGKILL);
         AwaitHelper(g_helper, kRemovalMs);
     }
-    // A helper that died at its work has left what it had written.
+    // A helper that ended before it was done has left an unfinished dump.
     if (!HasServed())
         unlinkat(g_plan.directoryFd, cause.unfinishedName, 0);
 }
@@ -244,13 +245,13 @@ extern "C" void CrashSignalCB(int signal, siginfo_t* info, void* context)
         }
     if (crashing != self)
         StopHere();
-    // This thread is in the handler already. A signal that a process sent
-    // changes nothing; a fault means that the handler itself is broken.
+    // This thread is in the handler already. A signal that a process has sent
+    // is ignored; a fault means that the handler itself cannot go on.
     if (info->si_code > 0)
         DieNow(g_signal);
 }
 
-// What one process needs once, however often it is armed.
+// The preparations that are made once, also when the process is armed again.
 bool PrepareOnce()
 {
     if (g_news != nullptr)

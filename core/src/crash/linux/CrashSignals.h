@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the signal to the death of the process: the handler starts a helper
-// process, a copy of this one, that writes the dump; it waits for the helper
-// as long as that makes progress, and then lets the process die of the signal
-// as if there had been no handler. Nothing that another thread does meanwhile
-// gives the process another end: exit() waits from the handler's first step on,
-// and the helper keeps the other threads stopped until the process is dead.
+// From the signal to the death of the process. The handler starts a helper
+// process, a copy of this one, that writes the dump. It waits for the helper as
+// long as the helper makes progress, and then lets the process die of the
+// signal as if there had been no handler. Other threads cannot end the process
+// in another way meanwhile: exit() blocks from the handler's first step on, and
+// the helper keeps the other threads stopped until the process is dead.
 //
 // Threads: ArmCrashSignals() belongs to the main thread, before others exist.
 // The handler may run on any thread; the first to crash writes the dump, the
@@ -30,8 +30,8 @@ namespace KzaCore
 inline constexpr std::initializer_list<int> kCrashSignals = {
     SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT};
 
-/// What the handler knows. Lives on the handler's stack; the helper has a
-/// copy at the same address.
+/// The facts that the handler knows about the crash. The object is on the
+/// handler's stack; the helper has a copy at the same address.
 struct CCrashCause
 {
     pid_t process;
@@ -45,26 +45,26 @@ struct CCrashCause
 /// Gives a signal the system's own action. Async-signal-safe.
 void SetDefaultAction(int signal);
 
-/// Writes the dump and calls NoteCrashServed(); runs in the helper,
-/// async-signal-safe. An unfinished dump is removed when the helper ends
-/// without that call.
+/// Writes the dump and calls NoteCrashServed(). Runs in the helper and must be
+/// async-signal-safe. When the helper ends without that call, the handler
+/// removes the unfinished dump.
 using CrashDumpWriter = void (*)(const CCrashPlan&, const CCrashCause&);
 
-/// Installs the handler. The writer is a parameter for the tests.
+/// Installs the handler. The writer is a parameter because tests use others.
 ///
 /// \return false when the system refuses; errno says why.
 bool ArmCrashSignals(const CCrashPlan& plan, CrashDumpWriter writer);
 
-/// The writer tells the waiting handler that it is getting on.
+/// Called by the writer while it makes progress: the handler waits on.
 void NoteCrashProgress();
 
-/// The writer is done with the dump, or with the attempt, and has left no
-/// unfinished one: the process dies now, while the helper may live on.
+/// Called by the writer when the dump is complete, or has failed and is
+/// removed: the process dies now, while the helper may live on.
 void NoteCrashServed(const CCrashCause& cause);
 
-/// Lets a millisecond pass between two looks. Async-signal-safe: it is a system
-/// call, since functions that other libraries put before those of the C library
-/// may wait for a lock that the crashed code holds.
+/// Sleeps for a millisecond. Async-signal-safe: makes the system call directly,
+/// because a function that another library puts before the C library's may wait
+/// for a lock that the crashed code holds.
 void PauseCrashPoll();
 
 } // namespace KzaCore

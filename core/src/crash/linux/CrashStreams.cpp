@@ -1,28 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The streams, one function each, in an order that matters:
+// The streams are written by one function each, in this order:
 //
-//   1. The other threads are stopped. From here on neither the map nor a stack
-//      changes, and only from here on may memory be read.
-//   2. The registers at the fault and the map are taken; all streams need them.
-//   3. The streams are written that answer "who, where, why" first, so that a
-//      disk that fills up loses the least. Those that have memory of the
-//      process with them (stacks, the note, what surrounds the fault) put it
-//      into the file by AddMemory(), which also enters it in g_memory.
-//   4. The memory list is written from g_memory, after the last of these.
+//   1. The other threads are stopped. Afterwards neither the memory map nor a
+//      stack changes, and memory may be read.
+//   2. The registers at the fault and the map are read; all streams need them.
+//   3. The most important streams are written first, so that a disk that fills
+//      up loses the least: cause, threads, modules, note. Functions that add
+//      memory of the process (stacks, the surroundings of the fault) do so by
+//      AddMemory(), which also enters the block in g_memory.
+//   4. The memory list is written from g_memory, when that is complete.
 //   5. Copies of the system's own texts follow.
 //   6. The whole memory of a full dump comes last: it may reach beyond the
 //      4 GiB that all other streams can address.
 //
-// What lives how long:
+// The lifetimes of the static objects:
 //
 //   g_maps     filled in step 2, unchanged afterwards.
 //   g_stopped  filled in step 1; its first m_stoppedCount entries count.
 //   g_memory   grows in step 3; its first m_memoryCount entries count.
-//   g_threads, g_modules  belong to the one function that fills and writes
-//   them. g_block    is scratch for each copy into the file. AddMemory(),
-//   AddFile()
-//              and AddAllMemory() overwrite it, and none of them calls another.
+//   g_threads, g_modules
+//              each used by one function, which fills and writes it.
+//   g_block    a buffer for each copy into the file. AddMemory(), AddFile() and
+//              AddAllMemory() overwrite it, and none of them calls another.
 
 #include "crash/linux/CrashStreams.h"
 
@@ -49,11 +49,11 @@ namespace KzaCore
 namespace
 {
 
-// The part of a stack that is kept, from its innermost frame on. After an
-// endless recursion that is enough to show which functions recurse.
+// The size of the part of a stack that is dumped, from its innermost frame on.
+// After an endless recursion this is enough to show the functions that recurse.
 constexpr std::uint64_t kCrashedStackSize = 512 * 1024;
 constexpr std::uint64_t kOtherStackSize = 64 * 1024;
-// Below the stack pointer, where leaf functions keep data.
+// The bytes below the stack pointer where leaf functions keep data.
 constexpr std::uint64_t kRedZone = 128;
 constexpr std::uint64_t kAroundFault = 2048;
 constexpr std::uint64_t kAroundCode = 256;
@@ -61,8 +61,8 @@ constexpr std::uint64_t kAroundCode = 256;
 constexpr std::size_t kMaxModules = 2048;
 constexpr std::size_t kMaxMemory = kMaxCrashThreads + 16;
 
-// Static, because the helper may not allocate and its stack is small. Until a
-// crash they cost the process nothing but addresses.
+// Static, because the helper may not allocate and its stack is small. Before a
+// crash, they take addresses but no memory.
 CCrashMaps g_maps;
 pid_t g_stopped[kMaxCrashThreads];
 Minidump::CThread g_threads[kMaxCrashThreads + 1];
@@ -70,7 +70,7 @@ Minidump::CModule g_modules[kMaxModules];
 Minidump::CMemoryDescriptor g_memory[kMaxMemory];
 char g_block[256 * 1024];
 
-// A list as the format has it: a count and the entries.
+// Adds a list in the format's layout: a count and the entries.
 template <typename T>
 void AddList(CMinidumpFile& file,
              Minidump::EStream type,
@@ -209,8 +209,8 @@ Minidump::CThread CCrashStreams::DescribeThread(
     const std::uint64_t start = std::max(
         stack->start, (registers.stackPointer - kRedZone) & ~std::uint64_t{7});
     std::uint64_t end = stack->end;
-    // Above the main thread's frames lie the words of the command line and
-    // the environment, which may hold secrets.
+    // Above the main thread's frames are the command line and the environment,
+    // which may contain secrets.
     const std::uint64_t words = getauxval(AT_RANDOM);
     if (stack->start <= words && start < words && words < end)
         end = words;
@@ -249,8 +249,8 @@ Minidump::CFixedFileInfo CCrashStreams::VersionOf(
 {
     const auto holds = [&module](std::uint64_t address)
     { return module.base <= address && address < module.end; };
-    // The library is told by its code: its variables may lie behind the part
-    // that is mapped from the file.
+    // The library is recognised by the address of a function: its variables may
+    // be behind the part that is mapped from the file.
     const bool isOurs = holds(getauxval(AT_ENTRY)) ||
                         holds(reinterpret_cast<std::uintptr_t>(&ParseVersion));
     std::uint16_t numbers[kVersionNumbers];
@@ -270,7 +270,8 @@ Minidump::CFixedFileInfo CCrashStreams::VersionOf(
 void CCrashStreams::AddNote()
 {
     const std::size_t length = ComposeCrashNote(m_plan, m_cause);
-    // The helper's own memory holds the note, the process's does not.
+    // The note is in the helper's memory and not in the process's, so it cannot
+    // be added by AddMemory().
     const Minidump::CLocation note = m_file.Append(kza_crash_note, length + 1);
     m_file.AddStream(Minidump::EStream::CommentA, note);
     ListMemory({reinterpret_cast<std::uintptr_t>(kza_crash_note), note});

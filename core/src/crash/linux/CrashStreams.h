@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a dump says: the streams of a minidump about the crashed process.
+// The content of a dump: the streams of a minidump about the crashed process.
 //
 // Threads: the helper has one. Async-signal-safe.
 
@@ -16,13 +16,13 @@ namespace KzaCore
 class CCrashStreams
 {
 public:
-    /// Nothing is copied and nothing owned.
+    /// The arguments outlive the object.
     CCrashStreams(const CCrashPlan& plan,
                   const CCrashCause& cause,
                   CMinidumpFile& file);
 
     /// Stops the process's threads, which go on when the helper ends, and
-    /// writes everything. Not more than once in the life of a helper.
+    /// writes all streams. At most once in the life of a helper.
     ///
     /// \return 0, or the errno of the first write that failed.
     int Write();
@@ -42,7 +42,7 @@ private:
     void AddFile(Minidump::EStream type, const char* path);
     void AddAllMemory();
 
-    // Blocks of memory; each is in the file once, and in the memory list.
+    // Blocks of memory. Each block is in the file once, and in the memory list.
     Minidump::CMemoryDescriptor AddMemory(std::uint64_t start,
                                           std::uint64_t size);
     void AddMemoryAround(std::uint64_t address, std::uint64_t reach);

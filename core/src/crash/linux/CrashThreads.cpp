@@ -2,8 +2,8 @@
 //
 // Stopping and reading threads by ptrace.
 //
-// They are seized and not attached: a seized thread stops without a signal, so
-// that none is left over for the process to act on.
+// Threads are seized and not attached: a seized thread stops without a signal,
+// so that no signal is left over that the process would act on.
 
 #include "crash/linux/CrashThreads.h"
 
@@ -25,8 +25,8 @@ namespace KzaCore
 namespace
 {
 
-// Threads that start while others are being stopped are found by looking
-// again; each look finds fewer.
+// The list of threads is read again until it has no new one, because running
+// threads may start others while they are being stopped.
 constexpr int kLooks = 10;
 constexpr int kStopPolls = 500;
 constexpr int kDeathPolls = 1000;
@@ -62,7 +62,7 @@ bool Seize(CSeizure& seizure, pid_t thread)
     return true;
 }
 
-// Looks once through the process's threads; true when one was new.
+// Seizes the threads that are not seized yet; true when there was one.
 bool SeizeNew(CSeizure& seizure, int directory)
 {
     alignas(dirent64) static char buffer[16 * 1024];
@@ -80,7 +80,7 @@ bool SeizeNew(CSeizure& seizure, int directory)
     return found;
 }
 
-// Waits for one thread to stop; the polls left are shared by all.
+// Waits for one thread to stop. All threads share the number of polls.
 bool AwaitStop(pid_t thread, int& polls)
 {
     for (;;)

@@ -13,19 +13,19 @@
 namespace KzaCore
 {
 
-/// The most threads that a dump tells of.
+/// The largest number of threads in a dump.
 inline constexpr std::size_t kMaxCrashThreads = 4096;
 
 /// Stops every thread of the process but one.
 ///
-/// A thread that the system will not let us stop, or that does not stop
-/// within half a second, is left out.
+/// Leaves out a thread that the system does not allow to be stopped, or that
+/// does not stop within half a second.
 ///
 /// \param crashed  The thread that is in the handler already.
-/// \param threads  Out: those that have stopped.
+/// \param threads  Out: the threads that have stopped.
 /// \param size     Room in `threads`.
 ///
-/// \return how many have.
+/// \return the number of stopped threads.
 std::size_t StopThreads(pid_t process,
                         pid_t crashed,
                         pid_t* threads,

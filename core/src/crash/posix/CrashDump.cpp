@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// On a system whose processes we cannot read: its own core file is written
-// instead of a dump of ours.
+// For a system without an implementation of dumps: enables the system's own
+// core file instead.
 
 #include "crash/CrashPlan.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Conversion of registers.
+// Conversion of registers on any processor.
 
 #include "crash/linux/aarch64/Arm64Context.h"
 

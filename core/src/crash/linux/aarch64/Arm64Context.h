@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the registers of aarch64 as Linux hands them out to the record that a
-// dump has. Nothing here needs that processor, so tests of it run on any.
+// Converts the registers of aarch64 from Linux's layouts to the record in a
+// dump. The code runs on any processor, and so do its tests.
 //
 // Threads: any. Async-signal-safe.
 
@@ -15,7 +15,8 @@
 namespace KzaCore
 {
 
-/// As the debugging interface lays them out, and a signal's context too.
+/// The general registers in the layout of the debugging interface and of a
+/// signal's context.
 struct CArm64General
 {
     std::uint64_t x[31];
@@ -24,7 +25,7 @@ struct CArm64General
     std::uint64_t pstate;
 };
 
-/// As the debugging interface lays them out.
+/// The vector registers in the layout of the debugging interface.
 struct CArm64Vector
 {
     alignas(16) std::uint8_t v[32][16];
@@ -45,7 +46,9 @@ struct CArm64Vector
                               std::size_t size,
                               CArm64Vector& vector);
 
-/// \param vector  Null when they are not known.
+/// Makes the record of a dump.
+///
+/// \param vector  Null when the vector registers are not known.
 [[nodiscard]] Minidump::CContextArm64 MakeContext(const CArm64General& general,
                                                   const CArm64Vector* vector);
 

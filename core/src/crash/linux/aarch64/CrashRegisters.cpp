@@ -25,7 +25,7 @@ static_assert(sizeof(CArm64Vector) == sizeof(user_fpsimd_struct));
 static_assert(offsetof(CArm64Vector, fpsr) ==
               offsetof(user_fpsimd_struct, fpsr));
 
-// In a signal's context the same registers lie in the same order.
+// A signal's context has the same registers in the same order.
 static_assert(offsetof(mcontext_t, pstate) - offsetof(mcontext_t, regs) ==
               offsetof(CArm64General, pstate));
 static_assert(offsetof(mcontext_t, pc) - offsetof(mcontext_t, regs) ==
