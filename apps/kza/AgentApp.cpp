@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The application object: how it comes, and how it goes.
+// Construction and destruction of the application object.
 //
-// Construction runs on the main thread before any other thread exists, while
-// the framework's own target still takes the log.
+// The constructor runs on the main thread before any other thread exists, while
+// log records still go to the framework's own target.
 
 #include "AgentApp.h"
 
@@ -31,8 +31,8 @@ const wxString CAgentApp::s_Trace = kApplTrace;
 namespace
 {
 
-// Running out of attempts is silent: a host short of entropy still gets its
-// agent.
+// Gives up without a message after some attempts: the agent must start also on
+// a host that is short of entropy.
 void SeedRandomGenerator()
 {
     constexpr int kMaxPolls = 100;

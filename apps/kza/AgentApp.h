@@ -4,9 +4,9 @@
 // the framework drives it. Start reading here; each step has a file of its own.
 //
 // Threads: the main thread, but for the steps under "script thread". The
-// script thread starts after start-up, and the main thread waits for it as
-// soon as the event loop has returned. What both use in between, the stop
-// watch and the loop's progress, locks by itself.
+// script thread starts after start-up, and the main thread joins it when the
+// event loop has returned. In between, both threads use only two members, the
+// stop watch and the loop's progress; each of these has a lock of its own.
 
 #pragma once
 
@@ -79,15 +79,15 @@ public:
     int MainLoop() override;
     int OnExit() override;
 
-    /// The run time as the exit report shows it: `1d 02:03:04.005`.
+    /// The run time in the form of the exit report: `1d 02:03:04.005`.
     static wxString RunTimeText(const wxTimeSpan& runTime);
 
-    // On the thread whose exception it is (script/UnhandledException.cpp).
+    // On the thread that threw the exception (script/UnhandledException.cpp).
     void OnUnhandledException() override;
 
     // --- Script thread: the application script (script/ScriptThread.cpp) ---
 
-    /// The whole script: its status becomes the process's exit status.
+    /// Runs the whole script. Its status becomes the process's exit status.
     int OnRunScript();
 
     /// Gives the main thread some time to enter its loop.
@@ -110,13 +110,13 @@ public:
     int SetupLua();             // script/LuaSetup.cpp
     int RunUnitTests();         // script/TestMode.cpp
 
-    /// Runs one chunk and takes its result as a status (script/Chunks.cpp).
+    /// Runs one chunk and returns its result as a status (script/Chunks.cpp).
     int RunChunk(wxInputStream& in, wxOutputStream& out, const wxString& name);
     int RunCodeSnippet(const wxString& code);
 
     // --- Packages (packages/AppSteps.cpp) ----------------------------------
 
-    /// True when a package may be installed, judged by its name alone.
+    /// True when a package's name allows its installation.
     bool CheckKZPVersion(const wxFileName& package);
 
     /// True when an extension archive was made for this agent's version.
@@ -132,10 +132,10 @@ public:
     /// True for the agent itself, false for a tool under another name.
     [[nodiscard]] bool IsDefaultApp() const { return m_isDefaultApp; }
     [[nodiscard]] bool IsBackground() const { return m_background; }
-    /// The executable's directory, from which code, archives and packages come.
-    /// Empty when nothing may be taken from there.
+    /// The executable's directory, from which code, archives and packages are
+    /// taken. Empty when that directory is not trusted.
     [[nodiscard]] wxString InstallationDirectory() const;
-    /// The state of the application's interpreter, which exists.
+    /// The state of the application's interpreter, which must exist.
     [[nodiscard]] lua_State* L() const;
 
 private:
@@ -165,29 +165,29 @@ private:
     wxString m_zipPath;
     wxString m_pidFile;
 
-    // The executable's directory when nothing may be taken from it: it is only
-    // the current one. Else empty.
+    // The executable's directory when it is not trusted, because it is only the
+    // current directory (Executable.h); else empty.
     wxString m_untrustedDir;
 
-    std::unique_ptr<CPackages> m_packages; // once packages are applied
+    std::unique_ptr<CPackages> m_packages; // while packages are applied
 
     // In background mode, while the application runs.
     std::unique_ptr<CStopWatch> m_stopWatch;
 
-    // Outlives the script thread's use of it: freed with this object, after
-    // the join.
+    // Freed with this object, after the script thread was joined, because that
+    // thread uses both members.
     CMainLoopProgress m_loopProgress;
     std::unique_ptr<CMainLoop> m_loop;
 
-    // What the last chunk returned, when that makes no status; see
+    // The description of the last chunk's result when it is no status; see
     // DescribeOddResult().
     wxString m_oddResult;
 
-    // With the setting control.socket; served by the loop.
+    // Exists with the setting control.socket; served by the loop.
     std::unique_ptr<CControlSocket> m_control;
 };
 
-/// The thread on which the application script lives.
+/// The thread that runs the application script.
 class CScriptThread : public KzaCore::CRunnable
 {
 public:

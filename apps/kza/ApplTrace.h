@@ -8,10 +8,10 @@
 
 #include <wx/string.h>
 
-/// The component, which CAgentApp shows as s_Trace.
+/// The component; CAgentApp::s_Trace is the same.
 inline const wxString kApplTrace("Appl");
 
-/// Traces a text when the component is enabled; builds nothing otherwise.
+/// Traces a text when the component is enabled; else does not evaluate it.
 #define APPL_TRACE(text)                                                       \
     do                                                                         \
     {                                                                          \

@@ -6,8 +6,8 @@
 
 #include <wx/string.h>
 
-/// Writes the text as UTF-8, as it is: without a line break of its own.
+/// Writes the text as UTF-8, without adding a line break.
 ///
-/// The framework's formatted output would make the C stream a wide one, after
-/// which nothing that a script writes to io.stderr appears.
+/// The framework's formatted output must not be used: it would make the C
+/// stream a wide one, and the output of a script to io.stderr would be lost.
 void WriteToStandardError(const wxString& text);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Splitting of lists. Pure.
+// Splitting lists. Pure.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 
 #include <list>
 
-/// Appends to `out`, in order, every longest run of characters of `text` that
-/// holds none of the delimiters. Empty runs are skipped, nothing is trimmed.
+/// Appends to `out`, in order, the parts of `text` between delimiters. Empty
+/// parts are skipped; parts are not trimmed.
 void Tokenize(std::list<wxString>& out,
               const wxString& text,
               const wchar_t* delimiters);

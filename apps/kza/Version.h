@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The agent's version, which stands in the project's CMakeLists.txt.
+// The agent's version, which the CMakeLists.txt of the project defines.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Process entry: the framework drives the rest, see AgentApp.h.
+// The entry of the process. The framework calls the functions of AgentApp.h.
 
 #include <wx/init.h>
 

@@ -10,8 +10,8 @@
 namespace
 {
 
-// Read from one client in one turn, so that one that never stops leaves the
-// others and the rest of the main loop their time.
+// The limit of what is read from one client in one turn, so that a client which
+// never stops sending does not keep the main loop from its other work.
 constexpr std::size_t kPiece = 16 * 1024;
 constexpr int kPiecesPerTurn = 4;
 
@@ -57,8 +57,8 @@ bool CControlClient::Serve(const CControlService& service, Time now)
     return !(over && Waiting() == 0) && now < Deadline();
 }
 
-// Answers what was read and writes the answers, in turns: lines that had to
-// wait for room have their turn as soon as the answers before them are gone.
+// Answers requests and sends the answers by turns: lines that had to wait for
+// room are answered as soon as the answers before them are sent.
 bool CControlClient::Answer(const CControlService& service, Time now)
 {
     do
@@ -103,7 +103,7 @@ void CControlClient::AnswerLines(const CControlService& service)
             if (m_seen > kMaxLine)
                 Dismiss(TooLong());
             else if (m_ended)
-                begin = m_in.size(); // half a line is no request
+                begin = m_in.size(); // an incomplete line is no request
             break;
         }
         m_seen = 0;
@@ -171,7 +171,7 @@ void CControlClient::Send(const std::string& line)
     m_out += '\n';
 }
 
-// False when the client will take no more.
+// False when the connection has failed or too many bytes wait for the client.
 bool CControlClient::Write(Time now)
 {
     bool took = false;

@@ -16,15 +16,15 @@ namespace
 
 using Json = nlohmann::ordered_json; // members in the order they are written
 
-// Carries the reason from the member that is wrong to the answer; never leaves
-// this file.
+// Thrown for a wrong member of a request, with the reason for the answer;
+// caught in this file.
 class CBadRequest : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// The library checks what it writes: a text that is not UTF-8 is refused.
+// The library refuses to write a text that is not UTF-8.
 bool IsUtf8(const Json& text)
 {
     try

@@ -7,14 +7,14 @@
 //     {"do":"unset","key":"k"}           {"ok":true}
 //     {"do":"keys","prefix":"app."}      {"ok":true,"keys":["app.name",…]}
 //     {"do":"watch","key":"k"}           as get, now and after each change
-//     {"do":"version"} {"ok":true,"name":…,"version":…,"pid":…} anything else
-//     {"ok":false,"error":"…"}
+//     {"do":"version"}    {"ok":true,"name":"…","version":"…","pid":7}
+//     any other line      {"ok":false,"error":"…"}
 //
 // The types are `string`, `boolean`, `number` and, for an unset key, `nil`,
 // which has no `value`. A text that is not UTF-8 comes as `base64` in the place
 // of `value`. Lines are shown here without their line breaks.
 //
-// Threads: any. Nothing here waits.
+// Threads: any. No function waits.
 
 #pragma once
 
@@ -22,7 +22,7 @@
 
 #include <string>
 
-/// Who answers; the same for the life of the process.
+/// The answering agent; the same for the life of the process.
 struct CControlIdentity
 {
     std::string name;    // of the application, UTF-8
@@ -31,12 +31,12 @@ struct CControlIdentity
 
 struct CControlAnswer
 {
-    std::string line;    // empty when the key to watch shows the first answer
-    bool watch = false;  // the client wants to hear of changes
-    std::string watched; // of this key
+    std::string line;    // empty for a request to watch a key
+    bool watch = false;  // the client asks for each change of a key
+    std::string watched; // that key
 };
 
-/// Does what one line asks for.
+/// Carries out the request in one line.
 ///
 /// \param line  Bytes of a client, without the line break; may be anything.
 [[nodiscard]] CControlAnswer AnswerControlRequest(KzaCore::CDom& dom,
@@ -46,5 +46,5 @@ struct CControlAnswer
 /// The answer to `get` for a value, or for an unset key.
 [[nodiscard]] std::string ControlValueLine(const KzaCore::DomValue& value);
 
-/// The answer to a request that cannot be followed.
+/// The answer to a request that cannot be carried out.
 [[nodiscard]] std::string ControlErrorLine(const std::string& reason);

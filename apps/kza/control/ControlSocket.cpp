@@ -78,7 +78,8 @@ void CControlSocket::Serve()
 
 void CControlSocket::Accept(CControlClient::Time now)
 {
-    // At most as many as may be here: the rest is left for the next turn.
+    // At most as many as the limit of clients; the others wait for the next
+    // turn.
     for (std::size_t i = 0; i < kMaxClients; ++i)
     {
         const int fd = AcceptOn(m_listening);
@@ -119,7 +120,8 @@ void CControlSocket::AwaitEvents(CConnection& connection)
         m_loop->AddSourceForFD(client.Socket(), this, flags));
 }
 
-// Without clients, and with clients that only watch, nothing wakes the loop.
+// Sets the timer for the earliest deadline of a client. Without clients, and
+// with clients that only watch keys, there is none, and the timer is stopped.
 void CControlSocket::AwaitDeadline(CControlClient::Time now)
 {
     auto next = CControlClient::Time::max();

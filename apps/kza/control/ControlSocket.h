@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The control socket: operators ask a running application for keys of the
-// domain and set them.
+// The control socket, through which operators read and set keys of the domain
+// of a running application.
 //
 // The process that runs the application listens on a socket of the Unix domain
 // in its working directory, which only root and the agent's own user can reach.
-// The main thread's event loop serves it; no Lua runs and nothing blocks.
+// The main thread's event loop serves it; no Lua runs and no call blocks.
 //
-// In one turn the framework's loop may hold events of several descriptors, so
-// a handler must not take away what belongs to another descriptor. Handlers
-// therefore only ask for Serve(), which the loop calls between two turns.
-// Connections come and go there alone.
+// In one turn the framework's loop may have events of several descriptors, so a
+// handler must not destroy the objects of another descriptor. Handlers
+// therefore only ask for Serve(), which the loop calls between two turns and
+// which alone adds and removes connections.
 //
 // Threads: the main thread. AskForTurn() may be called from any.
 
@@ -40,12 +40,12 @@ public:
     CControlSocket(const CControlSocket&) = delete;
     CControlSocket& operator=(const CControlSocket&) = delete;
 
-    /// Begins to listen, with the loop as its server.
+    /// Begins to listen and to serve clients from the loop.
     ///
     /// \param directory  Of the socket's file; only its owner may enter it.
     /// \param loop       Outlives this object.
     ///
-    /// \return false when it cannot; the reason is a warning in the log.
+    /// \return false when that fails; the reason is a warning in the log.
     bool Open(const wxString& directory, wxEventLoopBase& loop);
 
     /// Removes the socket's file, for a process that is about to end. Threads:
@@ -58,7 +58,7 @@ private:
         CConnection(int fd, CControlClient::Time now) : client(fd, now) {}
 
         CControlClient client;
-        int flags = 0; // what the source waits for
+        int flags = 0; // the events that the source waits for
         std::unique_ptr<wxEventLoopSource> source;
     };
 
@@ -76,9 +76,9 @@ private:
 
     const CControlService m_service;
     wxEventLoopBase* m_loop = nullptr;
-    std::string m_path; // of the socket's file, while there is one to remove
+    std::string m_path; // of the socket's file
     int m_listening = -1;
     std::unique_ptr<wxEventLoopSource> m_source;
     std::list<CConnection> m_connections;
-    std::atomic<bool> m_asked{false}; // a turn is on its way
+    std::atomic<bool> m_asked{false}; // a call of Serve() is queued
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The values of a watched key, on their way from the threads that set it to the
-// main thread.
+// A queue of the values of a watched key, from the threads that set the key to
+// the main thread.
 
 #pragma once
 
@@ -15,19 +15,19 @@
 class CKeyChanges
 {
 public:
-    /// Values that may wait to be taken. Of more, the newest takes the place of
-    /// the one before it.
+    /// The length of the queue. When it is full, a new value replaces the last
+    /// one.
     static constexpr std::size_t kMaxWaiting = 1000;
 
-    /// The present value waits to be taken at once.
+    /// Puts the present value into the queue at once.
     ///
-    /// \param waiting  Called on the thread that set the key when a value waits
-    ///                 where none did, also for the present one.
+    /// \param waiting  Called when a value was put into the empty queue, on the
+    ///                 thread that set the key; by the constructor, too.
     CKeyChanges(const KzaCore::CDom& root,
                 const std::string& key,
                 std::function<void()> waiting);
 
-    /// The values that wait, oldest first. Threads: any.
+    /// Takes all values from the queue, oldest first. Threads: any.
     [[nodiscard]] std::deque<KzaCore::DomValue> Take();
 
 private:
@@ -37,7 +37,7 @@ private:
     KzaCore::CMutex m_mutex;
     std::deque<KzaCore::DomValue> m_waiting KZA_GUARDED_BY(m_mutex);
 
-    // Last: it puts the present value, and no change comes while the rest is
-    // destroyed.
+    // The last member: its constructor calls Put(), which uses the others, and
+    // its destructor ends these calls before the others are destroyed.
     KzaCore::CKeyFollower m_follower;
 };

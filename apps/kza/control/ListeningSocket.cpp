@@ -31,8 +31,7 @@ int NewSocket()
     return -1;
 }
 
-// Nothing is known of a socket but by asking: one whose process is gone
-// refuses.
+// True when no process listens on the socket: a connection is refused then.
 bool IsDeserted(const sockaddr_un& address)
 {
     const int fd = NewSocket();
@@ -74,7 +73,7 @@ int ListenOn(const std::string& path, std::string& reason)
     if (!MakeRoom(address, reason))
         return -1;
 
-    // Until the mode is set, the directory keeps others out.
+    // Before the mode is set, the directory keeps other users out.
     const int fd = NewSocket();
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
             0 &&

@@ -8,15 +8,17 @@
 
 #include <string>
 
-/// Listens under a path, in the place of a socket on which no process listens
-/// any more. Anything else under that path is left alone.
+/// Listens under a path. Replaces a socket on which no process listens any
+/// more; fails when the path is anything else.
 ///
-/// \param reason  Out, after a failure: why, UTF-8.
+/// \param reason  Out, after a failure: the reason, UTF-8.
 ///
-/// \return a descriptor of the caller's that does not block and is closed on
-///         exec; the file has mode 0600. -1 after a failure.
+/// \return a descriptor, owned by the caller, that does not block and is closed
+///         on exec; the file has mode 0600. -1 after a failure.
 [[nodiscard]] int ListenOn(const std::string& path, std::string& reason);
 
-/// The next connection, as a descriptor of the caller's that does not block and
-/// is closed on exec; -1 when there is none.
+/// Accepts the next connection.
+///
+/// \return a descriptor, owned by the caller, that does not block and is closed
+///         on exec; -1 when no connection waits.
 [[nodiscard]] int AcceptOn(int listening);

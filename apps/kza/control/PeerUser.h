@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Who is at the other end of a socket of the Unix domain.
+// The user at the other end of a socket of the Unix domain.
 //
 // Threads: any.
 
@@ -9,6 +9,6 @@
 #include <optional>
 #include <sys/types.h>
 
-/// The user of the process that connected, as the system attests it; unset when
-/// the system cannot tell.
+/// The user of the process that connected, according to the system; unset when
+/// the system does not give it.
 [[nodiscard]] std::optional<uid_t> PeerUser(int socket);

@@ -19,7 +19,7 @@ namespace DomKey = KzaCore::DomKey;
 
 // --- Packages --------------------------------------------------------------
 
-// One object for both steps, which reads the keys once.
+// Both steps use one object, so that the keys are read once.
 CPackages& CAgentApp::Packages()
 {
     if (!m_packages)
@@ -50,7 +50,7 @@ bool CAgentApp::UninstallPluginZipCB(const wxZipEntry* entry,
 void CAgentApp::InstallNewPlugins()
 {
     Packages().Install(InstallPluginZipCB, this);
-    m_packages.reset(); // before the keys' library is shut down
+    m_packages.reset(); // its keys must be freed before OpenSSL is shut down
 }
 
 bool CAgentApp::InstallPluginZipCB(void* context,

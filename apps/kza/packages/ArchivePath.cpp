@@ -33,8 +33,8 @@ void Append(wxString& list, const wxString& item)
     list += item;
 }
 
-// Makes a relative path start at the directory. Where that is unknown, such a
-// path becomes empty: an empty one would stand for the current directory.
+// Makes a relative path absolute, with the directory as its base. Without a
+// directory the path is cleared: the framework would take the current one.
 void NormalizeAgainst(wxFileName& file, const wxString& directory)
 {
     if (directory.empty() && !file.IsAbsolute())
@@ -45,15 +45,15 @@ void NormalizeAgainst(wxFileName& file, const wxString& directory)
                        directory);
 }
 
-// The application's own archive, then the core's; an application named like
-// the core has one.
+// The application's own archive, then the core's. For an application with the
+// core's name, both are the same.
 wxString CoreArchives(const wxString& bin, const wxString& application)
 {
     wxString list;
     if (bin.empty())
         return list;
     wxString directory = bin;
-    if (!directory.EndsWith(L"/")) // the root directory does
+    if (!directory.EndsWith(L"/")) // only the root directory ends with one
         directory += L'/';
     directory << kCoreDirectory << L'/';
     for (const wxString& name : {application, wxString(kCoreName)})
@@ -69,13 +69,13 @@ wxString CoreArchives(const wxString& bin, const wxString& application)
 }
 
 // Full paths of the regular files that match a file name with wildcards, sorted
-// by character code whatever order the directory returns.
+// by character code.
 wxArrayString Matches(const wxFileName& pattern)
 {
     wxArrayString found;
     const wxString directory =
         pattern.GetPath(wxPATH_GET_VOLUME | wxPATH_GET_SEPARATOR);
-    // The framework takes an empty pattern for any name.
+    // For the framework, an empty pattern would match every name.
     if (!pattern.HasName() && !pattern.HasExt())
         return found;
     if (!wxFileName::IsDirReadable(directory))
@@ -97,7 +97,7 @@ wxArrayString Matches(const wxFileName& pattern)
     return found;
 }
 
-// The items with the pattern of the extension directory behind them.
+// The items, followed by the pattern for the extension directory.
 wxString WithExtensions(const CArchivePathSources& sources)
 {
     wxString items = sources.items;
@@ -112,8 +112,8 @@ wxString WithExtensions(const CArchivePathSources& sources)
 
 void AddArchives(const wxString& item, const wxString& bin, wxString& list)
 {
-    // Files named without a wildcard are exempt from the version check: the
-    // operator means just that one.
+    // The version of a file that is named without a wildcard is not checked:
+    // the operator has chosen this very file.
     const bool isPattern = HasWildcard(item);
     wxFileName file(wxExpandEnvVars(item));
     if (!file.IsAbsolute())

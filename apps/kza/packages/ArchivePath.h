@@ -3,7 +3,7 @@
 // The archives that Lua modules are searched in, in order.
 //
 // Threads: any. Reads directories and side files, changes nothing. A file that
-// cannot be used is a warning or silence and never fails the start.
+// cannot be used is left out, with or without a warning; the start goes on.
 
 #pragma once
 
@@ -11,17 +11,17 @@
 
 struct CArchivePathSources
 {
-    wxString bin;         ///< directory of the executable, where relative
-                          ///< items start; empty when nothing may be taken
-                          ///< from there, which leaves them out
+    wxString bin;         ///< directory of the executable, the base of relative
+                          ///< items; empty when it is not trusted, which leaves
+                          ///< these items out
     wxString application; ///< name of the application
     wxString items;       ///< of --zippath: file names joined by ";", with
                           ///< wildcards and environment variables
     wxString extensions;  ///< directory of --extdir, empty for none
 };
 
-/// The application's own archive, the core's, what the items match, and the
-/// archives of the extension directory.
+/// The application's own archive, the core's, the files that match the items,
+/// and the archives of the extension directory.
 ///
 /// \return absolute paths joined by ";", empty when there is no archive.
 [[nodiscard]] wxString ExpandArchivePath(const CArchivePathSources& sources);

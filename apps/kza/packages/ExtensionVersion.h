@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Whether an extension archive was made for this agent.
+// The check whether an extension archive was made for this agent.
 //
 // Threads: any.
 
@@ -8,9 +8,9 @@
 
 #include <wx/string.h>
 
-/// True when the side file of an archive, named like it with ".version"
-/// appended, holds the agent's own version; the build is not compared. Else
-/// one warning says why.
+/// True when the side file of an archive, which has its name with ".version"
+/// appended, contains the agent's own version; the build is not compared. Else
+/// one warning gives the reason.
 ///
-/// \param extensionPath  The archive, which is not looked at.
+/// \param extensionPath  The archive, which is not opened.
 [[nodiscard]] bool ExtensionVersionMatches(const wxString& extensionPath);

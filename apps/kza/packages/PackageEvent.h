@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The agent event that tells what became of a package.
+// The agent event that reports the outcome for a package.
 //
 // Threads: one object belongs to one thread.
 
@@ -23,11 +23,11 @@ enum class EPackageEvent : std::uint32_t
     NotRemoved = 5106
 };
 
-/// One record, used for one package after the other.
+/// One event object, reused for each package.
 class CPackageEvent
 {
 public:
-    /// Takes text and time of a package that is about to be applied.
+    /// Sets the text and the time for a package that is about to be applied.
     void Begin(const wxFileName& package);
 
     /// Stores the event; its severity is Info after a success, else Warning.

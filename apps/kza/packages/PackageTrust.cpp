@@ -17,7 +17,7 @@ namespace DomKey = KzaCore::DomKey;
 namespace
 {
 
-// A key with an empty value is set as well: a mistake in a configuration must
+// True also for a key with an empty value: a mistake in a configuration must
 // not switch the check off.
 bool IsSet(const KzaCore::CDom& dom, const char* key)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Whether packages must be signed, and by which keys.
+// The decision whether packages must be signed, and by which keys.
 //
 // Threads: one object belongs to one thread.
 
@@ -20,8 +20,8 @@ public:
     ///             the object.
     explicit CPackageTrust(const KzaCore::CDom& dom);
 
-    /// The keys that may sign packages, null when no signature is asked for.
-    /// They are read at the first call; what is wrong with them is logged then.
+    /// The keys that may sign packages, null when no signature is required. The
+    /// first call reads the keys and logs problems with them.
     [[nodiscard]] const KzaCore::CPackageKeys* Keys();
 
 private:

@@ -28,7 +28,8 @@ constexpr char kPluginPackages[] = "*.kzp";
 constexpr char kRemovalPackages[] = "*.kzu";
 constexpr char kDoneSuffix[] = ".done";
 
-// Full paths of the files in a directory whose names match, by character code.
+// Full paths of the files in a directory whose names match, sorted by character
+// code.
 wxArrayString FilesIn(const wxFileName& directory, const wxString& pattern)
 {
     wxArrayString files;
@@ -60,8 +61,8 @@ bool IsReadable(const wxString& package)
     return false;
 }
 
-// False when another file has taken the package's name since it was opened, or
-// its content has changed: what is there now has not been applied.
+// False, with a warning, when the package's path leads to another file by now
+// or its content has changed: that package has not been applied.
 bool IsTheOneApplied(const KzaCore::COpenedFile& applied,
                      const wxString& package)
 {
@@ -79,8 +80,8 @@ void ReportUndeletable(const wxString& package)
     wxLogSysError(static_cast<long>(code), "Unable to delete %s", package);
 }
 
-// Deletes the signature of a package that is gone, unless it is another by now,
-// which belongs to a package to come.
+// Deletes the signature of a package that was deleted. A signature that has
+// replaced it since stays: it belongs to a package that is yet to come.
 void RemoveSignature(const KzaCore::COpenedFile& signature,
                      const wxString& path)
 {
@@ -88,8 +89,8 @@ void RemoveSignature(const KzaCore::COpenedFile& signature,
         ReportUndeletable(path);
 }
 
-// Moves the signature of a package that was installed, in the place of what
-// signed the one before.
+// Renames the signature of a package that was installed. An older signature
+// under the new name is deleted in any case.
 void MoveSignature(const KzaCore::COpenedFile& signature,
                    const wxString& from,
                    const wxString& to)
@@ -134,8 +135,8 @@ void CPackages::ForEach(const char* pattern,
     m_dom.Set(DomKey::kHeartbeatNow, true);
 }
 
-// Unpacks a package, or walks through its names, with the signature that it
-// must have.
+// Unpacks a package, or walks through its names. Checks its signature where one
+// is required.
 bool CPackages::Unpack(const wxFileName& package,
                        bool namesOnly,
                        KzaCore::UnzipCB callback,
@@ -144,7 +145,7 @@ bool CPackages::Unpack(const wxFileName& package,
 {
     const wxString signature =
         package.GetFullPath() + KzaCore::kSignatureSuffix;
-    // Where there is none, or it cannot be read, the keys decide.
+    // A missing or unreadable signature matters only where one is required.
     (void)applied.signature.Open(std::string(signature.fn_str()));
     KzaCore::CUnzipOptions options;
     options.namesOnly = namesOnly;
@@ -189,7 +190,7 @@ bool CPackages::RemoveOne(const wxFileName& package,
 bool CPackages::RemoveEntry(const wxZipEntry& entry, const wxString& path)
 {
     TraceEntry("removing", entry);
-    RemoveFile(path); // one that is not there is no failure
+    RemoveFile(path); // a missing file is no failure
     return false;
 }
 
@@ -224,8 +225,7 @@ bool CPackages::InstallOne(const wxFileName& package,
     if (!Unpack(package, false, callback, context, applied))
         return false;
 
-    // A package that is marked done must not have lost its files in a power
-    // cut.
+    // The files of a package that is marked as done must survive a power cut.
     SyncFileSystem(m_directory);
 
     // The message's words are fixed; the package is in fact renamed.

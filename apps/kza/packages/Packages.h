@@ -2,8 +2,8 @@
 //
 // Plugin and removal packages beside the executable.
 //
-// Packages come from elsewhere. Whatever is wrong with one of them ends in its
-// event and never stops the others or the start.
+// Packages come from untrusted sources. A fault of one package is reported in
+// its event and never stops the others or the start.
 //
 // Threads: one object belongs to one thread.
 
@@ -28,23 +28,23 @@ enum class EPackageEvent : std::uint32_t;
 class CPackages
 {
 public:
-    /// \param dom  Names the directory of the executable and that of the keys,
-    ///             takes the events and the request for a heartbeat; outlives
-    ///             the object.
+    /// \param dom  Has the directories of the executable and of the keys, and
+    ///             receives the events and the request for a heartbeat;
+    ///             outlives the object.
     explicit CPackages(KzaCore::CDom& dom);
 
-    /// Applies the removal packages, `*.kzu`, in the order of their names. One
-    /// that was applied is deleted with its signature.
+    /// Applies the removal packages, `*.kzu`, in the order of their names. A
+    /// package that was applied is deleted with its signature.
     ///
     /// \param callback  Asked for every entry; deletes the file itself.
     /// \param context   Handed to the callback.
     void Remove(KzaCore::UnzipCB callback, void* context);
 
     /// Deletes left-over files of the core, then installs the plugin packages,
-    /// `*.kzp`, in the order of their names. One that was installed gets
-    /// ".done" appended to its name; its signature goes with it.
+    /// `*.kzp`, in the order of their names. The name of a package that was
+    /// installed gets ".done" appended; its signature is renamed accordingly.
     ///
-    /// \param callback  Asked for every entry; answers whether it is written.
+    /// \param callback  Asked for every entry whether it is to be written.
     /// \param context   Handed to the callback.
     void Install(KzaCore::UnzipCB callback, void* context);
 

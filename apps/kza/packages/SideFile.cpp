@@ -24,16 +24,16 @@ struct CEncoding
     bool isBigEndian;
 };
 
-// The longer mark first where one begins like another. The last one, without a
-// mark, fits every text.
+// Where one mark is the beginning of another, the longer one comes first. The
+// last encoding has no mark and fits every text.
 constexpr CEncoding kEncodings[] = {
     {"\xFF\xFE\0\0", 4, 4, false}, {"\0\0\xFE\xFF", 4, 4, true},
     {"\xFF\xFE", 2, 2, false},     {"\xFE\xFF", 2, 2, true},
     {"\xEF\xBB\xBF", 3, 1, false}, {"", 0, 1, false},
 };
 
-// The characters of a text file from its beginning. The version line is ASCII,
-// so a unit outside of ASCII only has to differ from all that is.
+// The characters of a text file, from its beginning. The version line is ASCII,
+// so all units outside of ASCII become one and the same value.
 class CCharacters
 {
 public:
@@ -46,8 +46,8 @@ public:
         DetectEncoding();
     }
 
-    // The next one; kEnd at the end, in the middle of a unit, and when the file
-    // cannot be read.
+    // The next character; kEnd at the end of the file, within an incomplete
+    // unit, and when the file cannot be read.
     int Next()
     {
         unsigned long unit = 0;
@@ -71,7 +71,7 @@ private:
         return m_filled > 0;
     }
 
-    // Goes behind the mark.
+    // Chooses the encoding by its mark and moves behind the mark.
     void DetectEncoding()
     {
         while (m_encoding->markSize > m_filled ||
@@ -96,7 +96,8 @@ public:
     {
     }
 
-    // Goes behind the "version:" that a line begins with.
+    // Moves behind the first "version:" at the beginning of a line; false when
+    // there is none.
     bool FindVersionLine()
     {
         while (m_next != CCharacters::kEnd)
@@ -136,7 +137,7 @@ private:
         return m_next >= '0' && m_next <= '9';
     }
 
-    // Goes over the text as far as it stands here.
+    // Moves over the text; false when other characters follow, where it stops.
     bool Skip(const char* text)
     {
         for (; *text != '\0' && m_next == *text; ++text)
@@ -144,7 +145,7 @@ private:
         return *text == '\0';
     }
 
-    // White space, a sign and digits, of any number each.
+    // Reads any amount of white space, at most one sign, and digits.
     bool ReadNumber(int& number)
     {
         while (IsSpace())

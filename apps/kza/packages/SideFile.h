@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The version side file of an extension archive, as a file.
+// Reading the side file with the version of an extension archive.
 //
-// A text whose first line that begins with "version:" holds
+// A side file is a text whose first line that begins with "version:" contains
 // major.minor.patch-build; every other line is ignored. LF, CR LF and CR end a
-// line; a byte-order mark names UTF-8, UTF-16 or UTF-32, without one the text
+// line. A byte-order mark selects UTF-8, UTF-16 or UTF-32; without one the text
 // is UTF-8.
 //
 // Threads: any.
@@ -13,8 +13,8 @@
 
 #include <wx/string.h>
 
-/// The numbers that are compared. One that does not fit is the nearest that
-/// does, and so is never mistaken for another number.
+/// The numbers that are compared. A number that does not fit is replaced by the
+/// nearest one that does, so it never equals a version in use.
 struct CExtensionVersion
 {
     int major = 0;
@@ -25,17 +25,16 @@ struct CExtensionVersion
 enum class ESideFile
 {
     Missing,       ///< no regular file of that name
-    NoVersionLine, ///< no line begins with "version:", or it cannot be read
-    Malformed,     ///< the first such line holds fewer than four numbers
+    NoVersionLine, ///< no line begins with "version:", or reading fails
+    Malformed,     ///< the first such line has fewer than four numbers
     Good           ///< the version is known
 };
 
-/// Reads a side file up to the end of its version and no further, as a stream:
-/// neither its size nor that of a line counts. Waits for no pipe and logs
-/// nothing.
+/// Reads a side file up to the end of its version, as a stream: the file and
+/// its lines may have any size. Does not wait for a pipe and does not log.
 ///
 /// In the version line, white space may stand before each number but not
-/// before the "." or "-", a number may have a sign, and what follows the fourth
+/// before the "." or "-", a number may have a sign, and text after the fourth
 /// number is ignored. The build, the fourth number, may be of any size.
 ///
 /// \param path     The side file itself.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Getting on the disk what was written.
+// Waiting until written files are on disk.
 //
 // Threads: any.
 
@@ -8,8 +8,8 @@
 
 class wxFileName;
 
-/// Waits until all that was written to the file system of a directory is on
-/// disk. One such wait costs less than one for each of many files.
+/// Waits until all files of the directory's file system are on disk. One such
+/// wait takes less time than one for each of many files.
 ///
 /// \return false when the system reports an error; the reason is logged.
 bool SyncFileSystem(const wxFileName& directory);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Running Lua: every chunk of the program goes through here, on the script
-// thread.
+// Running chunks of Lua, on the script thread. The program runs each chunk by
+// these functions.
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
@@ -41,7 +41,8 @@ int CAgentApp::RunCodeSnippet(const wxString& code)
     return status;
 }
 
-// A status that the chunk returned is no failure of Lua's: its report is empty.
+// When the chunk has merely returned another status than 0, Lua has no error
+// report, and only a line break is written.
 void CAgentApp::ReportFailure() const
 {
     const wxString report = m_lua->GetErrorInfo();

@@ -22,7 +22,7 @@ wxString TextAt(lua_State* L, int index)
     return KzaCore::TextOfBytes({text, length});
 }
 
-// The value on top of the stack, which is no number.
+// Describes the value on top of the stack, which is no number.
 wxString Show(lua_State* L)
 {
     switch (lua_type(L, -1))
@@ -36,7 +36,8 @@ wxString Show(lua_State* L)
     }
 }
 
-// The number, or text that is one, on top of the stack.
+// Describes the number, or the text that is one, on top of the stack; empty
+// when it is a valid status.
 wxString DescribeOddNumber(lua_State* L)
 {
     constexpr lua_Number kHighest = 255;
@@ -44,15 +45,15 @@ wxString DescribeOddNumber(lua_State* L)
     if (number >= 0 && number <= kHighest && std::floor(number) == number)
         return "";
     const auto status = static_cast<int>(lua_tointeger(L, -1));
-    lua_pushvalue(L, -1); // to become a text
+    lua_pushvalue(L, -1); // lua_tolstring() turns the copy into a text
     const wxString text = TextAt(L, -1);
     lua_pop(L, 1);
     return text + ", which is no whole number from 0 to 255: taken as " +
            wxString::Format("%d", status);
 }
 
-// Leaves a text when something is wrong with the module. For a protected call,
-// as the global and the module may have metamethods.
+// Leaves a text on the stack when the module has a problem. Runs in a protected
+// call, because the globals and the module may have metamethods.
 int CheckModuleCB(lua_State* L)
 {
     lua_getglobal(L, "kzaAppModule");
@@ -101,7 +102,8 @@ wxString DescribeOddModule(lua_State* L)
 {
     lua_pushcfunction(L, CheckModuleCB);
     const int status = lua_pcall(L, 0, 1, 0);
-    // A failure is left to the call of the function that is looked for.
+    // An error here is not reported: the same one comes again when the agent
+    // calls the function.
     const bool isOdd = status == LUA_OK && lua_type(L, -1) == LUA_TSTRING;
     wxString text = isOdd ? TextAt(L, -1) : wxString();
     lua_pop(L, 1);

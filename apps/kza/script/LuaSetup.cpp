@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Step: what Lua finds when the application starts.
+// Step: the preparation of the Lua state for the application.
 //
 // Runs once per interpreter, on the script thread, inside a protected call:
 // every failure here is a Lua error.
@@ -68,8 +68,9 @@ int CAgentApp::SetupLua()
     return 0;
 }
 
-// As the stand-alone interpreter does, with the application's name in the
-// place of the script: words before "--" have negative indices.
+// Sets the global `arg` as the stand-alone interpreter does, with the
+// application's name in the place of the script: words before "--" have
+// negative indices.
 void CAgentApp::SetArguments()
 {
     lua_State* const state = L();
@@ -88,7 +89,8 @@ void CAgentApp::SetArguments()
     }
     if (split == argc)
     {
-        // The buffer may be part of the text, which must outlive it.
+        // The buffer may belong to the text, so the text must exist for as
+        // long.
         const wxString name = GetAppName();
         const wxScopedCharBuffer bytes = name.utf8_str();
         lua_pushlstring(state, bytes.data(), bytes.length());

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How the script thread ends the main thread's loop.
+// The script thread ends the main thread's loop. The steps of both threads:
 //
 //   1. The main thread starts the script thread and goes on to its loop. The
-//      script thread waits for step 2, for a limited time, before its first
-//      step.
+//      script thread waits for step 2, for a limited time, before it begins.
 //   2. Main thread, first turn of the loop: the framework has just cleared the
 //      loop's exit flag, so an exit can be asked for from now on. The loop is
 //      published in m_entered and stays there.
@@ -12,9 +11,9 @@
 //      A tool ends the process from its script thread after this, while the
 //      main thread is asleep and touches no static object of the framework.
 //   4. Script thread, at the end of the script: it reads m_entered, queues an
-//      idle event, and asks the loop that it read to exit. When the pointer was
-//      null, the main thread is held up longer than step 1 waits; then nothing
-//      asks the loop to exit and the run goes on.
+//      idle event, and asks the loop that it read to exit. The pointer is null
+//      when the main thread was delayed for longer than step 1 waits; then the
+//      loop is not asked to exit and the run goes on.
 //   5. Main thread: the loop returns. The script thread may still be in the
 //      loop's wake-up, so the loop is freed only after the script thread has
 //      been joined.
@@ -64,8 +63,8 @@ void CMainLoop::OnNextIteration()
 {
     wxConsoleEventLoop::OnNextIteration();
 
-    // Not before: the framework clears its exit flag when the loop starts, so
-    // an exit asked for earlier would be lost.
+    // The framework clears its exit flag when the loop starts, before this
+    // call; a request to exit before that would be lost.
     m_progress.NoteEntered(this);
 }
 

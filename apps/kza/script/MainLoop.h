@@ -21,7 +21,7 @@
 
 class CMainLoop;
 
-/// How far the main thread has come with its loop. Threads: any.
+/// The progress of the main thread with its loop. Threads: any.
 class CMainLoopProgress
 {
 public:
@@ -33,12 +33,12 @@ public:
 
     /// Waits until the loop has been entered.
     ///
-    /// \return false when it is not within the limit.
+    /// \return false when that does not happen within the limit.
     bool AwaitEntered(std::chrono::milliseconds limit);
 
     /// Waits until the loop waits for events.
     ///
-    /// \return false when it does not within the limit.
+    /// \return false when that does not happen within the limit.
     bool AwaitIdle(std::chrono::milliseconds limit);
 
 private:
@@ -57,7 +57,7 @@ private:
 class CMainLoop : public wxConsoleEventLoop
 {
 public:
-    /// \param progress  Told how far the loop has come; outlives it.
+    /// \param progress  Updated by the loop; outlives it.
     explicit CMainLoop(CMainLoopProgress& progress);
 
     bool Dispatch() override;

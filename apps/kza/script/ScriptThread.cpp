@@ -77,7 +77,7 @@ void CAgentApp::EndRun(int status)
     if (!m_isDefaultApp && !m_background)
     {
         // exit() destroys the framework's static objects. The main thread must
-        // not be on its way through them; asleep in its loop it does no harm.
+        // not use them meanwhile; it does not while it sleeps in its loop.
         constexpr std::chrono::seconds kLongest{1};
         m_loopProgress.AwaitIdle(kLongest);
         if (m_control)
@@ -85,8 +85,8 @@ void CAgentApp::EndRun(int status)
         TerminationCleanup();
         exit(status);
     }
-    // The loop as it was before the idle event wakes it. A script that ends
-    // before the main thread has entered its loop leaves the run going.
+    // Read before the idle event wakes the main thread. When the main thread
+    // has not entered its loop by now, the run goes on.
     CMainLoop* const loop = m_loopProgress.Entered();
     QueueEvent(new wxIdleEvent);
     if (loop != nullptr)

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The C library's standard output as the output stream of a chunk. It shares
-// the C stream's buffer with Lua's io.write, so that the two keep their order,
-// and never closes it.
+// The C library's standard output as the output stream of a chunk. It uses the
+// C stream's buffer, as Lua's io.write does, so that the output of both keeps
+// its order. It never closes the C stream.
 //
-// A standard output that cannot be written is a warning in the log, once per
-// process and not once per line.
+// The first failure to write standard output is a warning in the log; later
+// ones in the same process are not logged.
 //
 // Threads: the script thread.
 
@@ -16,7 +16,7 @@
 class CStandardOutput : public wxOutputStream
 {
 public:
-    /// Hands what the C stream holds back to the descriptor.
+    /// Writes the C stream's buffer to the descriptor.
     void Sync() override;
 
 protected:

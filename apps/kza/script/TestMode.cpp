@@ -2,8 +2,8 @@
 //
 // Step: unit tests instead of the application's main, on the script thread.
 //
-// The driver is the Lua module tests.kzaunit; it gets the pattern as it
-// was given and expands wildcards itself.
+// The driver is the Lua module tests.kzaunit. It gets the pattern of the
+// command line and expands wildcards itself.
 
 #include "AgentApp.h"
 #include "script/StandardOutput.h"
@@ -17,8 +17,8 @@ int CAgentApp::RunUnitTests()
     if (m_unitTestScript.empty())
         return 0;
 
-    // Never cancelled: all it does is interrupt a blocking call of a test run
-    // that hangs.
+    // The alarm is never cancelled: it only interrupts a blocking call of a
+    // test run that hangs.
     constexpr unsigned kAlarmSeconds = 600;
     alarm(kAlarmSeconds);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The last-resort description of what was thrown.
+// The description of an exception that was not caught.
 
 #include "AgentApp.h"
 #include "ApplTrace.h"
@@ -11,8 +11,8 @@
 namespace
 {
 
-// Names as the type information has them, mangled, so that they can be
-// searched for; a leading '*' marks a type local to one file.
+// The mangled name in the type information, which can be searched for. A
+// leading '*', which marks a type local to one file, is left out.
 const char* TypeName(const std::exception& error)
 {
     const char* const name = typeid(error).name();

@@ -31,8 +31,9 @@ bool IsOwned(const wxString& pidFile)
     return false;
 }
 
-// Forks and goes on in the child; the parent ends. False when there is no
-// child. What lies in a buffer of the C library would be written twice.
+// Forks and goes on in the child; the parent ends. False when the fork failed.
+// The C library's buffers are flushed before, because both processes would
+// write their content.
 bool GoOnInChild()
 {
     fflush(nullptr);

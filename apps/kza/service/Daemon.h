@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Daemon: leave the terminal, with one agent of a name at most.
+// Turning the process into a daemon. At most one agent of a name runs.
 //
 // Three processes take part, each with one thread: the launcher, which the
-// service script waits for; the session leader; and the watchdog, which
-// survives. The launcher takes the claim on the pid file and hands it down, so
-// that no other start can come between the look at the pid file and the new
-// content in it.
+// service script waits for; the session leader; and the watchdog, which goes
+// on. The launcher takes the claim on the pid file, and its children inherit
+// it, so that no other start can act between the reading of the pid file and
+// the writing of its new content.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Notices that a worker has left a crash dump.
+// Detecting that a worker has left a crash dump.
 //
 // Threads: the watchdog's.
 
@@ -15,17 +15,17 @@
 class CDumpWatch
 {
 public:
-    /// \param path  Where a crash leaves its dump.
+    /// \param path  The path that a crash writes its dump to.
     explicit CDumpWatch(wxString path);
 
-    /// True when there is another dump than at the last look, which was that
-    /// of the constructor or of this function.
+    /// True when there is another dump than at the last call, or at the
+    /// construction before the first call.
     [[nodiscard]] bool HasNew();
 
     [[nodiscard]] const wxString& Path() const { return m_path; }
 
 private:
-    // What tells one file from another under the same name.
+    // The properties by which two files under the same name are told apart.
     struct CIdentity
     {
         dev_t device = 0;

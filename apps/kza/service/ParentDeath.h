@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a worker does when its watchdog is gone without having stopped it.
+// Stopping a worker whose watchdog has ended without stopping it.
 
 #pragma once
 
 #include <sys/types.h>
 
-/// Lets the system send the calling process SIGTERM when its parent ends.
-/// Where it cannot do that, a record of the log says so.
+/// Makes the system send SIGTERM to the calling process when its parent ends.
+/// On a system that cannot do that, logs it.
 ///
 /// For a forked child whose parent has one thread, with SIGTERM blocked.
 ///
-/// \param parent  The parent that the child was forked by. When it has ended
+/// \param parent  The process that forked this child. When it has ended
 ///                already, the signal is sent at once.
 void StopWithParent(pid_t parent);

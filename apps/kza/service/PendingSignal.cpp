@@ -50,8 +50,8 @@ void CPendingSignal::LookForSignal()
         Notice();
 }
 
-// The watch ends first: a descriptor of a signal that stays pending is readable
-// all the time and would keep the loop busy.
+// Ends the watch before anything else: the signal stays pending, so its
+// descriptor stays readable and would keep the loop busy.
 void CPendingSignal::Notice()
 {
     EndWatch();

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Notices that a blocked signal is pending, and leaves it pending for the
-// thread that takes it.
+// Watching for a blocked signal to become pending. The signal stays pending for
+// the thread that waits for it.
 //
-// Where the system has a descriptor for it, the event loop waits for that and
-// nothing happens until the signal comes. Elsewhere a timer of the loop looks
-// twice a second.
+// Where the system has a descriptor for pending signals, the event loop waits
+// for that one, at no cost until the signal comes. Elsewhere a timer of the
+// loop checks twice a second.
 //
 // Threads: the main thread, which runs the event loop.
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How often and how soon the watchdog starts a worker: recent starts, back-off
-// and giving up as plain arithmetic, without a clock or a process in it.
+// The rule by which the watchdog starts workers again: recent starts, back-off
+// and giving up as plain arithmetic, without a clock or a process.
 //
 // Threads: one object belongs to one thread.
 
@@ -29,14 +29,15 @@ public:
         std::chrono::milliseconds delay{0};
     };
 
-    /// What to do about a start that is due.
+    /// Decides about a start that is due.
     ///
     /// \param now  Seconds since the epoch.
     [[nodiscard]] CDecision BeforeStart(time_t now) const;
 
     /// Remembers a start.
     ///
-    /// \param now  As given to BeforeStart(): the time before the delay.
+    /// \param now  The value passed to BeforeStart(): the time before the
+    ///             delay.
     void NoteStart(time_t now);
 
 private:

@@ -4,7 +4,8 @@
 //
 // In the foreground this process runs the application. In the background it
 // becomes the watchdog, and every worker that it forks runs the application.
-// A process that runs the application ends by itself and never returns here.
+// A process that runs the application calls exit(); OnRun() does not return in
+// it.
 
 #include "AgentApp.h"
 #include "Version.h"
@@ -28,7 +29,8 @@ namespace
 
 constexpr int kFailed = -1;
 
-// A setting comes from Lua as what it is, from everywhere else as text.
+// A setting may have any type when Lua has set it; from the command line and
+// the configuration it is a text.
 bool IsSwitchedOn(const KzaCore::DomValue& value)
 {
     using KzaCore::DomValue;
@@ -58,8 +60,9 @@ int CAgentApp::OnRun()
 
 void CAgentApp::RunScriptApp()
 {
-    // Before any other thread exists, so that all of them inherit it: SIGTERM
-    // stays pending until the script thread takes it with sigwait().
+    // Blocked before any other thread exists, so that all of them inherit the
+    // mask: SIGTERM stays pending until the script thread takes it with
+    // sigwait().
     const sigset_t term = KzaCore::SignalSet({SIGTERM});
     sigprocmask(SIG_BLOCK, &term, nullptr);
 
@@ -96,7 +99,7 @@ void CAgentApp::OpenControlSocket()
         return;
     const wxString directory = m_dom->GetPluginWorkdirWx("run");
     if (directory.empty())
-        return; // said in the log
+        return; // the reason was logged
     m_control = std::make_unique<CControlSocket>(
         *m_dom, CControlIdentity{m_dom->Get(DomKey::kName), Version::kText});
     m_control->Open(directory, *m_loop);

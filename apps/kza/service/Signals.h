@@ -13,6 +13,6 @@ extern "C" void KzaSignalHandler(int signal);
 /// blocks SIGINT and SIGTERM in the calling thread.
 void InstallSignalDispositions();
 
-/// Lets a write beyond the limit on the size of files fail with EFBIG. By
-/// default it kills the process, also one that only logs.
+/// Makes a write beyond the limit on the size of files fail with EFBIG. By
+/// default such a write kills the process, even when it only logs.
 void IgnoreFileSizeSignal();

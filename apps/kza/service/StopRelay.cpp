@@ -20,8 +20,8 @@ namespace
 // External stop requests seen so far.
 volatile sig_atomic_t once = 0;
 
-// _the_pid_file as the system takes it: converting needs memory, which a
-// handler must not ask for.
+// _the_pid_file in the encoding of file names, for the handler: the conversion
+// allocates memory, which a handler must not do.
 std::array<char, PATH_MAX> s_pidFileBytes{};
 
 void RememberPidFile(const wxString& pidFile)

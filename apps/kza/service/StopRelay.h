@@ -24,8 +24,8 @@ class CStopRelay
 {
 public:
     /// Blocks the watchdog's signals: SIGTERM, SIGINT, SIGHUP, SIGPIPE,
-    /// SIGUSR1, SIGUSR2 and SIGALRM. They stay blocked after its end, which
-    /// comes shortly before the end of the process.
+    /// SIGUSR1, SIGUSR2 and SIGALRM. They stay blocked when the object is
+    /// destroyed, which happens shortly before the end of the process.
     CStopRelay();
 
     CStopRelay(const CStopRelay&) = delete;
@@ -41,8 +41,8 @@ public:
     /// Install(), those of SIGTERM and SIGCHLD excepted. SIGTERM stays blocked.
     void LeaveToWorker() const;
 
-    /// While it lives, the watchdog's signals are delivered; at its
-    /// construction those that came before.
+    /// While the object exists, the watchdog's signals are delivered. Signals
+    /// that came before are delivered at its construction.
     class CDelivery
     {
     public:
@@ -57,11 +57,12 @@ public:
     };
 
 private:
-    /// What a later worker gets back: the watchdog's signals but SIGTERM.
+    /// The signals whose dispositions a later worker gets back: the watchdog's
+    /// signals but SIGTERM.
     static constexpr std::array kLent = {SIGINT,  SIGHUP,  SIGPIPE,
                                          SIGUSR1, SIGUSR2, SIGALRM};
 
-    sigset_t m_blocked; // by the construction, and not before
+    sigset_t m_blocked; // by the constructor, without those blocked before
     bool m_isInstalled = false;
     std::array<struct sigaction, kLent.size()> m_previousActions{};
 };
@@ -71,6 +72,7 @@ private:
 /// again and ends the process with status 0.
 extern "C" void pass_signal(int signal, siginfo_t* info, void* context);
 
-/// What the handler reads; set before it is installed, constant afterwards.
+/// The pid file and the process id that the handler uses; set before the
+/// handler is installed, constant afterwards.
 extern wxString _the_pid_file;
 extern pid_t _my_pid;

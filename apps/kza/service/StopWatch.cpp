@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How a stop request reaches the script's main.
+// The path of a stop request to the script's main.
 //
-// Two facts decide, and both are guarded by one mutex: whether a stop was
-// requested, which the main thread finds out, and whether main runs, which the
-// script thread knows. Whichever thread completes "requested, and main runs"
+// A stop is announced when two facts hold, both guarded by one mutex: a stop
+// was requested, which the main thread finds out, and main runs, which the
+// script thread reports. The thread that makes the second of them true
 // announces the stop, so it is announced exactly once:
 //
 //   1. Main thread: SIGTERM is pending. m_isRequested becomes true; when main
 //      runs, the stop is announced.
 //   2. Script thread: init has returned, m_phase goes from Before to Runs; when
-//      a stop was requested, it is announced. Nothing is told while init runs.
+//      a stop was requested, it is announced. It is not while init runs.
 //   3. Script thread: main has returned, m_phase goes from Runs to After and
 //      the announcement is withdrawn, so that shutdown may wait again. A stop
 //      request after this is not announced: the script thread takes the signal
 //      itself.
 //
 // The timer of the reminders is first set in step 1, so that a service without
-// a stop request is not woken. It stops at the first look after step 3.
+// a stop request is not woken. It is not set again after step 3.
 
 #include "service/StopWatch.h"
 
@@ -86,8 +86,9 @@ void CStopWatch::OnReminder()
     ScheduleReminder();
 }
 
-// The framework's timer goes by the wall clock, which may be set meanwhile, and
-// takes an int. When it fires early, nothing is due and it is set again.
+// The framework's timer uses the wall clock, which may be set meanwhile, and an
+// int for the time. When it fires early, no reminder is due and it is set
+// again.
 void CStopWatch::ScheduleReminder()
 {
     constexpr milliseconds kShortest{1};

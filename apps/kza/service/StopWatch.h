@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tells a script that is still in its main that the service is to stop.
+// Announcing a stop request to a script whose main is still running.
 //
 // In background mode SIGTERM stays pending until the script thread waits for
-// it, which it does only after the script's main has returned. A main that
-// loops would never learn of it, so the main thread's event loop watches for a
-// pending SIGTERM and announces the stop to the script thread, which cuts a
-// wait of main short. The signal itself is left for the script thread to take.
+// it, which happens only after the script's main has returned. A main that
+// loops would never notice the signal. So the main thread's event loop watches
+// for a pending SIGTERM and announces the stop to the script thread, which ends
+// a wait of main early. The signal itself stays pending for the script thread.
 // When main does not return all the same, the log says so from time to time.
 //
 // Threads: made and started on the main thread; MainBegins() and MainEnds()
@@ -40,11 +40,12 @@ public:
     /// Begins to watch in the main thread's loop, on that thread.
     void Start(wxEventLoopBase& loop);
 
-    /// The script's main is called next. A stop request that came before is
-    /// announced now.
+    /// To be called just before the script's main. Announces a stop request
+    /// that came before.
     void MainBegins();
 
-    /// The script's main has returned. The announcement, if any, is withdrawn.
+    /// To be called when the script's main has returned. Withdraws the
+    /// announcement, if any.
     void MainEnds();
 
 private:

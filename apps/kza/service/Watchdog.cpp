@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Whether and when a worker is started is decided by CRestartPolicy, what its
-// end means by JudgeWorkerEnd(), and signals are left to CStopRelay. This file
-// forks, waits and reports. Each worker is reaped before the next one starts.
+// CRestartPolicy decides whether and when a worker is started, JudgeWorkerEnd()
+// decides what follows from a worker's end, and CStopRelay handles signals.
+// This file forks, waits and reports. Each worker is reaped before the next one
+// starts.
 
 #include "service/Watchdog.h"
 
@@ -47,7 +48,8 @@ int ReportTooManyRestarts(const CRestartPolicy::CDecision& next)
     return kFailed;
 }
 
-// By the clock that is never set: the host's time may be set while it starts.
+// The time after the delay, by the monotonic clock: the wall clock may be set
+// meanwhile, above all while the host starts.
 timespec TimeAfter(milliseconds delay)
 {
     timespec now{};
@@ -59,8 +61,9 @@ timespec TimeAfter(milliseconds delay)
             static_cast<long>((time - whole).count())};
 }
 
-// Nothing signals the condition, and a signal to the process does not cut the
-// wait short: a back-off lasts as long as the log says.
+// Waits for the whole delay: the condition is never signalled, and a signal to
+// the process does not end the wait early. So a back-off lasts as long as the
+// log says.
 void WaitFully(milliseconds delay)
 {
     const timespec end = TimeAfter(delay);
@@ -80,8 +83,9 @@ void WaitFully(milliseconds delay)
     pthread_condattr_destroy(&attributes);
 }
 
-// After a stop request the file has gone and the next agent may have started
-// while the worker was still at its shutdown: that agent's file stays.
+// True when the pid file belongs to another running agent. A stop request
+// removes the file, so the next agent may have started while the worker was
+// still in its shutdown; that agent's file must stay.
 bool NamesAnotherAgent(const wxString& pidFile)
 {
     const int pid = KzaCore::ReadPidFile(pidFile);
@@ -94,7 +98,7 @@ void RemovePidFile(const wxString& pidFile)
         wxRemoveFile(pidFile);
 }
 
-// As the system shows it to the process that waits for this one.
+// The exit status that the parent of this process gets.
 int AsExitStatus(int result)
 {
     return result & 0xFF;
@@ -128,8 +132,8 @@ int CWatchdog::Supervise()
             return ReportTooManyRestarts(next);
         Delay(next);
 
-        // The time from before the delay: a long back-off shortens the period
-        // that the next count looks at.
+        // The time before the delay counts: a long back-off shortens the period
+        // in which later starts are counted.
         m_policy.NoteStart(now);
 
         const pid_t worker = ForkWorker();
@@ -157,21 +161,22 @@ void CWatchdog::Delay(const CRestartPolicy::CDecision& next) const
     WaitFully(next.delay);
 }
 
-// A plain fork without exec: the worker goes on with the daemon's memory, which
-// is sound because the daemon has one thread, no Lua state and no open
-// database. Only the parent returns from here.
+// Forks without exec: the worker uses the daemon's memory, which is sound
+// because the daemon has one thread, no Lua state and no open database. This
+// function returns in the parent only.
 //
 // SIGTERM is blocked in both processes across the fork, with the watchdog's
 // other signals. A stop request that comes meanwhile stays pending: in the
 // parent until it waits for the worker, in the worker until the script thread
-// waits for the signal. Delivered at once, it would kill a watchdog whose relay
-// is not installed yet, and leave its worker alone; it would kill the first
-// worker; and a later worker, which inherits the relay as its handler, would
-// drop it as a broadcast of its own.
+// waits for the signal. A signal that was delivered at once would kill a
+// watchdog whose relay is not installed yet, and leave its worker alone; it
+// would kill the first worker; and a later worker, which inherits the relay as
+// its handler, would drop the signal as the relay's own broadcast.
 pid_t CWatchdog::ForkWorker()
 {
     const pid_t watchdog = getpid();
-    // Both processes would write what lies in a buffer of the C library.
+    // Otherwise both processes would write the content of the C library's
+    // buffers.
     fflush(nullptr);
     const pid_t worker = fork();
     if (worker == 0)
@@ -186,8 +191,8 @@ pid_t CWatchdog::ForkWorker()
     return worker;
 }
 
-// Ends the process, so that nothing of the watchdog above on the stack, such as
-// the removal of the pid file, ever runs in a worker.
+// Ends by exit() and does not return, so that no code of the watchdog's callers
+// on the stack, such as the removal of the pid file, runs in a worker.
 void CWatchdog::BecomeWorker(pid_t watchdog) const
 {
     m_relay.LeaveToWorker();
@@ -195,14 +200,14 @@ void CWatchdog::BecomeWorker(pid_t watchdog) const
     exit(m_workerMain());
 }
 
-// As waitpid(), open to signals.
+// Like waitpid(), with the watchdog's signals delivered meanwhile.
 pid_t CWatchdog::Wait(pid_t worker, int& status) const
 {
     const CStopRelay::CDelivery delivery(m_relay);
     return waitpid(worker, &status, 0);
 }
 
-// The wait status of the worker, nothing when waiting failed.
+// The wait status of the worker, unset when waiting failed.
 std::optional<int> CWatchdog::WaitForWorker(pid_t worker) const
 {
     for (;;)
@@ -243,8 +248,8 @@ void CWatchdog::StopDriver() const
         wxLogError("Error stopping driver: %s", error);
 }
 
-// The script may take its time: a second stop request ends the watchdog
-// meanwhile.
+// The script may run for long. The watchdog's signals are delivered meanwhile,
+// so that a second stop request can end the watchdog.
 bool CWatchdog::RunDriverScript(wxString& error) const
 {
     const CStopRelay::CDelivery delivery(m_relay);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The watchdog: keeps one worker alive and knows when to stop trying.
+// The watchdog: keeps one worker running until the service is to end or too
+// many restarts have failed.
 //
 // Threads: the only thread of the daemon.
 
@@ -22,12 +23,12 @@ struct CWorkerEnd;
 class CWatchdog
 {
 public:
-    /// What a worker does; its result is the worker's exit status. Called in
-    /// the worker only, as its last act.
+    /// The worker's main function; its result is the worker's exit status.
+    /// Called in the worker only, which ends when it returns.
     using WorkerMain = std::function<int()>;
 
     /// \param pidFile   Removed by the first stop request, else by Run().
-    /// \param dumpFile  Where a worker that crashes leaves its dump.
+    /// \param dumpFile  The path of the dump that a crashing worker leaves.
     CWatchdog(const wxString& pidFile,
               const wxString& dumpFile,
               WorkerMain workerMain);

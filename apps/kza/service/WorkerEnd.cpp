@@ -10,8 +10,8 @@
 namespace
 {
 
-// A worker that ends with this code wants the kernel driver stopped before its
-// successor starts.
+// A worker ends with this code when the kernel driver is to be stopped before
+// the next worker starts.
 constexpr int kExitStopDriver = 3;
 
 bool IsCrashSignal(int signal)
@@ -45,7 +45,7 @@ CWorkerEnd JudgeSignal(int waitStatus)
     end.text.Printf("Child process %s with status %d (signal %d: %s)",
                     isCrash ? "crashed" : "exited", waitStatus, signal,
                     SignalText(strsignal(signal)));
-    // The end of a worker that was told to stop before it could listen.
+    // A worker that dies of SIGTERM was stopped on purpose.
     if (signal == SIGTERM)
         end.next = EAfterWorker::EndService;
     return end;
@@ -64,7 +64,7 @@ CWorkerEnd JudgeWorkerEnd(int waitStatus)
         return JudgeExit(waitStatus);
     if (WIFSIGNALED(waitStatus))
         return JudgeSignal(waitStatus);
-    // Stopped or continued, which the watchdog does not ask waitpid() for.
+    // A stopped or continued worker, which waitpid() reports only on request.
     CWorkerEnd end;
     end.text.Printf("Child process exited with status %d", waitStatus);
     return end;

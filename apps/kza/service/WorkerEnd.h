@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a worker's end means to the watchdog: what the log says of it and what
-// comes next, as a function of the wait status alone.
+// The judgement of a worker's end: the record in the log and the watchdog's
+// next step, as a function of the wait status alone.
 //
 // Threads: any, where strsignal() may be called.
 
@@ -10,7 +10,7 @@
 #include <wx/log.h>
 #include <wx/string.h>
 
-/// What the watchdog does after a worker's end.
+/// The watchdog's next step after a worker's end.
 enum class EAfterWorker
 {
     Restart,
@@ -23,13 +23,13 @@ struct CWorkerEnd
     wxLogLevel level = wxLOG_Info; ///< wxLOG_Error after a crash
     wxString text;                 ///< for the log
     EAfterWorker next = EAfterWorker::Restart;
-    int serviceStatus = 0; ///< with EndService: what the service ends with
+    int serviceStatus = 0; ///< with EndService: the service's exit status
 };
 
-/// \param waitStatus  As waitpid() gives it.
+/// \param waitStatus  From waitpid().
 CWorkerEnd JudgeWorkerEnd(int waitStatus);
 
-/// A signal as the log describes it.
+/// The description of a signal for the log.
 ///
-/// \param description  As strsignal() gives it, which may be null.
+/// \param description  From strsignal(); may be null.
 wxString SignalText(const char* description);

@@ -36,8 +36,8 @@ bool IsUsableTestScript(const wxString& script)
                          wxFileName::IsFileReadable(script));
 }
 
-// A part of a domain variable as bytes. What the locale cannot express becomes
-// empty, so that no other text takes its place.
+// A part of a domain variable as bytes; empty when the locale's encoding cannot
+// express all of it, so that no altered text is stored.
 std::string InLocalesEncoding(const wxString& text,
                               const wxString& variable,
                               const wxString& part)
@@ -50,9 +50,9 @@ std::string InLocalesEncoding(const wxString& text,
     return bytes;
 }
 
-// The missing parents keep these rights too; the last level gets what a
-// directory needs, also when another process made it just now. Whether it is
-// there shows when files are written.
+// Missing parents keep the mode 0600, too. The last level gets the mode 0700,
+// also when another process has made it meanwhile. A failure shows when files
+// are written.
 void MakeWorkingDirectory(const wxString& path)
 {
     if (wxFileName::DirExists(path))
@@ -126,7 +126,7 @@ void CCommandLine::ApplyWorkingDirectory(const wxFileName& executable) const
     MakeWorkingDirectory(path);
     m_dom.SetWx(DomKey::kPathWork, path);
 
-    // One configuration file for every name under which this runs.
+    // Applications of all names use the same configuration file.
     m_dom.SetWx(DomKey::kPathIni,
                 wxFileName(path, kDefaultName, "ini").GetFullPath());
     m_dom.SetWx(DomKey::kPathIniGlobal,

@@ -21,7 +21,8 @@ namespace
 constexpr char kDefaultTrace[] = "Appl,Cmd,Srvc,kza.Heartbeat,"
                                  "kza.ListenThread,kza.PluginUtils";
 
-// The group of settings, and how the keys begin that no setting may set.
+// The group of settings, and the prefix of the keys that a setting must not
+// set.
 constexpr char kGroup[] = "domain";
 constexpr char kOwnKeys[] = "app.";
 
@@ -38,8 +39,9 @@ void ApplySqliteConfiguration(const wxConfigBase& config, KzaCore::CDom& dom)
     }
 }
 
-// The framework takes a group that comes twice in a file, and a line that is no
-// entry, for faults of the program: it would show a call stack.
+// Switches the framework's assertions off while the object exists. The
+// framework asserts that no group comes twice in a file and that each line is
+// an entry, and would show a call stack otherwise.
 class CAssertionsOff
 {
 public:
@@ -78,7 +80,7 @@ void ForEachSetting(wxConfigBase& config,
         use(name);
 }
 
-// The names of settings as a file writes them, by their lower case.
+// The names of settings as spelled in a file, by their lower case.
 std::map<wxString, wxString> NamesIn(const wxString& file)
 {
     std::map<wxString, wxString> names;
@@ -106,7 +108,7 @@ void AddEntries(wxConfigBase& config,
     }
 }
 
-// Why an entry sets no key; empty when it does.
+// The reason why an entry sets no key; empty when it sets one.
 wxString Objection(const wxString& name)
 {
     const wxString lower = name.Lower();
@@ -124,7 +126,7 @@ void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
                        const CConfigurationFiles& files)
 {
-    // The framework keeps the new one.
+    // The framework owns the new configuration.
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     delete wxConfigBase::Set(Read(application, vendor, files).release());
 }
@@ -136,8 +138,8 @@ void ApplySettings(const CConfigurationFiles& files,
     wxConfigBase& config = *wxConfigBase::Get();
     if (!config.HasGroup(kGroup))
         return;
-    // Of two files the framework keeps the name from the global one and the
-    // value from the local one.
+    // For an entry in both files, the framework gives the spelling of the
+    // global file and the value of the local one.
     std::map<wxString, wxString> localNames = NamesIn(files.local);
     ForEachSetting(config,
                    [&](const wxString& entry)
@@ -168,7 +170,7 @@ void ApplyConfiguration(const wxString& application,
         dom.SetWx(DomKey::kFipsMode, fipsMode);
     dom.SetWx(DomKey::kTraceMore, components);
 
-    // A failed read still touches the variable: the result decides.
+    // A failed read may change the variable, so the result decides.
     long level = 0;
     const bool hasLevel = config.Read("DumpLevel", &level);
     dom.Set(DomKey::kFullDump, hasLevel && level != 0);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The configuration files: `<work>/kz_agent.ini` over the host's own, one for
-// all names under which the program runs.
+// The configuration files: `<work>/kz_agent.ini`, whose entries win, and the
+// host's own one. Applications of all names use the same files.
 //
 // Threads: the main thread, during start-up.
 
@@ -17,27 +17,27 @@ namespace KzaCore
 class CDom;
 } // namespace KzaCore
 
-/// Where a configuration comes from.
+/// The paths of the configuration files.
 struct CConfigurationFiles
 {
     wxString local;  ///< full path, wins over the global one; empty for none
     wxString global; ///< full path
 };
 
-/// Reads the files and makes them the process's configuration in the place of
-/// the one before. One that is missing or cannot be read counts as empty.
+/// Reads the files and makes them the process's configuration, which replaces
+/// the one before. A file that is missing or cannot be read counts as empty.
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,
                        const CConfigurationFiles& files);
 
 /// Sets a key of the domain for each entry of the group `[domain]`.
 ///
-/// Entries are the same whatever the case of their letters, keys are not: the
-/// key is written as the file does whose value counts. An entry for a key that
-/// the agent sets itself, or that the configuration cannot look up, is a
-/// warning and sets nothing.
+/// The case of letters matters for keys but not for entries: the key is spelled
+/// as in the file whose value counts. An entry for a key that the agent sets
+/// itself, or one that the configuration cannot look up, is a warning and sets
+/// no key.
 ///
-/// \param files     Those of the process's configuration.
+/// \param files     The files of the process's configuration.
 /// \param stronger  The key that the command line has set, which keeps its
 ///                  value; empty for none.
 void ApplySettings(const CConfigurationFiles& files,
@@ -47,8 +47,9 @@ void ApplySettings(const CConfigurationFiles& files,
 /// Writes the keys that follow from other entries: `app.fipsmode` where there
 /// is a "FIPSMode", `app.trace+`, `app.fulldump`, and the settings of SQLite.
 ///
-/// \param application   Names the entry of an application other than the agent
-///                      itself that lists its trace components.
+/// \param application   The application's name. The trace components of an
+///                      application other than the agent itself are in the
+///                      entry `<application>.Trace`.
 /// \param isDefaultApp  True for the agent itself.
 void ApplyConfiguration(const wxString& application,
                         bool isDefaultApp,

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
+// The path of the application's crash dump.
+//
 // Threads: the main thread.
 
 #pragma once
@@ -11,7 +13,7 @@ namespace KzaCore
 class CDom;
 } // namespace KzaCore
 
-/// Where a crash of the application leaves its dump; the directory is made when
-/// it is missing.
+/// The path that a crash of the application writes its dump to; the directory
+/// is made when it is missing.
 [[nodiscard]] wxString DumpFile(const wxString& application,
                                 const KzaCore::CDom& dom);

@@ -25,8 +25,8 @@ wxString UntrustedDirectory(const wxString& firstWord)
 {
     if (firstWord.Contains("/"))
         return {};
-    // By name: a link of any kind in the current directory leads to the
-    // program, but what lies beside it does not belong to the program.
+    // Names are compared, and not files: a link in the current directory may
+    // lead to the program, but the files beside the link do not belong to it.
     const wxFileName named = ExecutableFrom(firstWord);
     return named.GetFullPath() == RunningProgram() ? wxString()
                                                    : named.GetPath();

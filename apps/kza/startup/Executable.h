@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Paths that the command line names: the executable's above all, from which
-// the installation's directories follow.
+// The executable's path, from which the installation's directories follow, and
+// other paths on the command line.
 //
-// Threads: the main thread, during start-up: relative paths depend on the
-// current directory.
+// Threads: the main thread, during start-up, because relative paths depend on
+// the current directory.
 
 #pragma once
 
@@ -14,18 +14,18 @@ class wxFileName;
 
 /// The executable's path: absolute, "." and ".." resolved, "~" expanded.
 ///
-/// \param firstWord  As the process was given it.
+/// \param firstWord  The first word of the command line.
 [[nodiscard]] wxFileName ExecutableFrom(const wxString& firstWord);
 
-/// The executable's directory when nothing may be taken from it, else empty.
+/// The executable's directory when it must not be trusted, else empty.
 ///
-/// A first word without a slash was found through PATH, but names a file in the
-/// current directory all the same. Unless the program runs from there, any user
-/// may have made what lies in that directory.
+/// A first word without a slash was found through PATH, but ExecutableFrom()
+/// makes it a file in the current directory. Unless the program runs from
+/// there, any user may have made the files in that directory.
 ///
-/// \param firstWord  As the process was given it.
+/// \param firstWord  The first word of the command line.
 [[nodiscard]] wxString UntrustedDirectory(const wxString& firstWord);
 
-/// A directory's path made absolute like the executable's, without a trailing
-/// separator.
+/// A directory's path made absolute in the same way as the executable's,
+/// without a trailing separator.
 [[nodiscard]] wxString NormalizedDirectory(wxFileName directory);

@@ -19,7 +19,7 @@ bool IsRequested(const wxString& mode)
     return !mode.empty() && mode.CmpNoCase("0") != 0;
 }
 
-// The directory beside the libraries, where what belongs to OpenSSL is.
+// The directory above the libraries, which contains OpenSSL's files.
 wxString RootOf(const KzaCore::CDom& dom)
 {
     return wxFileName(dom.GetWxString(KzaCore::DomKey::kPathLib)).GetPath();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// FIPS mode, when the configuration asks for it.
+// FIPS mode, when the configuration requests it.
 //
 // Threads: the main thread, before any fork and any other thread, so that the
 // daemon, the watchdog and every worker have it.
@@ -14,13 +14,13 @@ namespace KzaCore
 class CDom;
 } // namespace KzaCore
 
-/// Enters FIPS mode when `app.fipsmode` asks for it; logs what came of it.
+/// Enters FIPS mode when `app.fipsmode` requests it; logs the result.
 ///
-/// \param untrusted  The installation's directory when nothing may be taken
-///                   from it, else empty. Only what the environment and the
-///                   host name counts then.
+/// \param untrusted  The installation's directory when it must not be trusted,
+///                   else empty. OpenSSL's files are then taken only from
+///                   places that the environment or the host names.
 ///
-/// \return false when it was refused although this OpenSSL has it: the run
-///         must not go on.
+/// \return false when FIPS mode was refused although this OpenSSL has it: the
+///         run must not go on.
 [[nodiscard]] bool EnterFipsMode(const KzaCore::CDom& dom,
                                  const wxString& untrusted);

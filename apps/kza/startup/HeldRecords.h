@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Log records of the start-up that wait for the log's settings.
+// Holding back log records of the start-up until the log's settings are known.
 //
 // Threads: the main thread, while there is no other.
 
@@ -10,12 +10,13 @@
 
 #include <vector>
 
-/// While it lives, the framework's records are held back; then they go to the
-/// target from before, in order and with their own times.
+/// While the object exists, the framework's records are held back. Its
+/// destructor passes them to the target from before, in order and with their
+/// own times.
 ///
-/// The configuration says how large the log may grow and how many old files
-/// are kept. A record about the configuration that was written before it is
-/// known would rotate a log that has not reached its size.
+/// The configuration contains the limits of the log file. A record that was
+/// written before the limits are known could rotate a file that has not reached
+/// its real limit.
 class CHeldRecords : public wxLog
 {
 public:

@@ -9,8 +9,8 @@ wxString ExpandPathPlugins(const wxString& paths, const wxString& plugins)
     if (plugins.empty())
         return paths;
 
-    // The tokenizer's default mode drops empty elements between delimiters
-    // that are white space only; ours are not, so empty elements are kept.
+    // The tokenizer's default mode drops empty elements only between delimiters
+    // that are white space. These delimiters are not, so empty elements stay.
     wxString result;
     wxStringTokenizer pathTokens(paths, ";");
     while (pathTokens.HasMoreTokens())

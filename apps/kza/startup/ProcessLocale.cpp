@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The framework finds the user's language by building a table of all that
-// there are and looking through every directory of catalogues on the host. That
-// takes a third of the time until a script runs. Where its texts need no
-// translation, which is how services run, the C library's locale is all that
-// there is to adopt.
+// To find the user's language, the framework builds a table of all languages
+// and searches every directory of catalogues on the host. That takes a third of
+// the time until a script runs. Where its texts need no translation, as in most
+// services, only the C library's locale is adopted.
 
 #include "startup/ProcessLocale.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The program that this process runs, as the system knows it.
+// The program that this process runs, according to the system.
 //
 // Threads: any.
 
@@ -8,6 +8,6 @@
 
 #include <wx/string.h>
 
-/// The program's absolute path without links in it, whatever the command line
-/// calls it. Empty where the system cannot tell.
+/// The program's absolute path without links, independent of its name on the
+/// command line. Empty where the system does not give it.
 [[nodiscard]] wxString RunningProgram();

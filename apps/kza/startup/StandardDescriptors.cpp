@@ -7,8 +7,8 @@
 
 void OpenStandardDescriptors()
 {
-    // The lowest closed descriptor each time; beyond the three there is none.
-    // Children inherit what stands in for a stream, so it stays open on exec.
+    // Each open() gets the lowest closed number, until the three are open. No
+    // O_CLOEXEC, because children inherit the three.
     int fd = -1;
     do
         fd = open("/dev/null", O_RDWR);

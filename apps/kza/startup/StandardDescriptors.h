@@ -9,8 +9,8 @@
 /// Makes descriptors 0, 1 and 2 exist: each one that is closed leads to
 /// /dev/null afterwards, in this process and in its children.
 ///
-/// To be called before anything opens a descriptor. The system gives out the
-/// lowest free number: a lock, a log or a pipe that landed on one of the three
-/// would be written to by every print, and dropped when the daemon leaves the
+/// To be called before any descriptor is opened. The system assigns the lowest
+/// free number. If a lock, a log or a pipe got one of the three, every print
+/// would write to it, and the daemon would close it when it leaves the
 /// terminal.
 void OpenStandardDescriptors();

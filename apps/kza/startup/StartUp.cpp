@@ -2,8 +2,9 @@
 //
 // Step: start-up initialisation, on the main thread, before any other exists.
 //
-// The framework calls OnInit(), whose base parses the command line and calls
-// the other two. The result decides whether the process goes on to OnRun().
+// The framework calls OnInit(). The base class's OnInit() parses the command
+// line and calls OnInitCmdLine() and OnCmdLineParsed(). The result decides
+// whether the process goes on to OnRun().
 
 #include "AgentApp.h"
 #include "StandardError.h"
@@ -53,8 +54,8 @@ void ArmCrashHandler(const wxString& application, const KzaCore::CDom& dom)
     KzaCore::InitCrashHandler(DumpFile(application, dom), application, full);
 }
 
-// The file that is read over the host's own; empty when it would come from the
-// default working directory in an untrusted place.
+// The configuration file whose entries win over the host's; empty when it would
+// be in a working directory under an untrusted directory.
 wxString LocalConfiguration(const KzaCore::CDom& dom,
                             const wxCmdLineParser& parser,
                             const wxString& untrustedDir)
@@ -89,8 +90,9 @@ wxString CAgentApp::InstallationDirectory() const
 
 bool CAgentApp::OnInit()
 {
-    // The framework makes its default target with the first record of the main
-    // thread; a record of another thread before that would be dropped.
+    // The framework makes its default target at the first record of the main
+    // thread, and would drop a record of another thread before. This call makes
+    // the target now.
     wxLog::GetActiveTarget();
 
     m_untrustedDir = UntrustedDirectory(argv[0]);

@@ -31,8 +31,8 @@ void WarnOfReplacedValues(const wxCmdLineParser& parser)
     }
 }
 
-// The script gets what stands behind the first "--". These are the last of the
-// words that are no options, among which the parser counts no further "--".
+// The script gets the words behind the first "--". They are the last of the
+// parser's parameters; further words "--" are not among these.
 void WarnOfWordsThatTheScriptMisses(const wxCmdLineParser& parser,
                                     const wxArrayString& words)
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// POSIX knows all file systems or one file. All of them may include one that
-// hangs, but one file says nothing about the others.
+// POSIX can write all file systems to disk, or one file. All file systems may
+// include one that hangs; but writing one file would not be enough.
 
 #include "packages/SyncFileSystem.h"
 

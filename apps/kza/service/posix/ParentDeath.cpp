@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// POSIX does not tell a process that its parent has ended.
+// POSIX has no way to inform a process of its parent's end.
 
 #include "service/ParentDeath.h"
 

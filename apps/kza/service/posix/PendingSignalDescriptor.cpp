@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// POSIX tells of a pending signal through sigpending() alone, so the caller has
-// to look from time to time.
+// POSIX shows pending signals through sigpending() alone, so the caller has to
+// check from time to time.
 
 #include "service/PendingSignalDescriptor.h"
 
