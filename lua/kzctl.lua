@@ -1,7 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl: for operators, what a service does and what it is told. A tool that
--- the agent runs, beside a service that may run or not:
+-- kzctl: shows operators the state of a service, and controls it. The agent
+-- runs this tool in a process of its own, whether the service runs or not:
 --
 --     kz_agent --appname kzctl -- status
 
@@ -11,7 +11,7 @@ local place = require("kza.ctl.place")
 
 local FAILURE, WRONG_USAGE = 1, 2
 
--- Each module holds commands that belong together.
+-- Modules of related commands.
 local MODULES = { "status", "start_stop", "log", "events", "packages",
     "install", "check", "dumps", "domain" }
 
@@ -67,8 +67,8 @@ local function print_help(parser, command)
     io.write(command.parser:get_help(), "\n")
 end
 
--- Words that begin with "-" and are no options, by the command that takes them:
--- they go behind "--".
+-- Patterns of words that begin with "-" and are no options, by the command that
+-- takes them: such words are moved behind "--".
 local NO_OPTION = { trace = "^%-[^-]", set = "^%-%d" }
 
 local function shield(words)
@@ -85,7 +85,8 @@ local function shield(words)
     return shielded
 end
 
--- Whether help is asked for, whatever else is missing; and of which command.
+-- Whether the words ask for help, even when required words are missing; and for
+-- which command.
 local function asks_for_help(words, commands)
     local asked, topic = false, nil
     for _, word in ipairs(words) do
@@ -145,8 +146,8 @@ end
 local function main()
     local status = status_of(arg)
     if status ~= 0 then
-        -- To return it would add an empty line to the complaint: the agent
-        -- writes the report of an error there that did not happen.
+        -- Returning the status would add an empty line to the complaint: the
+        -- agent writes the report of a Lua error, which is empty here.
         os.exit(status)
     end
 end

@@ -1,15 +1,15 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzlua: a Lua prompt inside the agent, with the domain in reach. A tool that
--- the agent runs:
+-- kzlua: a Lua prompt inside the agent, with access to the domain. The agent
+-- runs this tool:
 --
 --     kz_agent --appname kzlua
 --
--- An expression prints its values, an error its traceback, and the prompt goes
--- on until the end of input (Ctrl-D). Lines can be edited and recalled where
--- the module "readline" is installed (Debian: lua-readline).
+-- For an expression its values are printed, for an error its traceback. The
+-- prompt goes on until the end of input (Ctrl-D). Lines can be edited and
+-- recalled where the module "readline" is installed (Debian: lua-readline).
 --
--- When the input is no terminal there are no prompts, and the status tells
+-- When the input is no terminal there are no prompts, and the exit status says
 -- whether there was an error.
 
 local host = require("kza.host")
@@ -18,8 +18,8 @@ local PROMPT, CONTINUED = "> ", ">> "
 
 -- Reading --------------------------------------------------------------------
 
--- A function that asks for a line and answers nil at the end of input, and one
--- to call when the prompt ends.
+-- A function that reads a line and returns nil at the end of input, and one to
+-- call when the prompt ends.
 local function plain_reader(interactive)
     local function read(prompt)
         if interactive then
@@ -52,12 +52,13 @@ end
 
 ---@class Compiled
 ---@field run function
----@field skip number  How many of its results are none of the user's.
+---@field skip number  The number of leading results that are not the user's.
 
--- An expression or statements, nil and a message when the text is neither.
+-- Compiles an expression or statements; nil and a message when the text is
+-- neither.
 local function compile(text)
-    -- The value in front keeps a call from being a tail call, which would be
-    -- missing in the traceback.
+    -- With a value before the expression, a call is no tail call, which would
+    -- be missing in the traceback.
     local expression = text:gsub("^%s*=", "")
     local chunk = load("return nil, " .. expression, "=stdin")
     if chunk then
@@ -75,8 +76,8 @@ local function is_incomplete(message)
     return message:find("<eof>$") ~= nil
 end
 
--- Reads a chunk, line by line until it is whole. Answers nil and a message when
--- it is none, nothing at the end of input.
+-- Reads a chunk, line by line until it is complete. Returns nil and a message
+-- when the text is no chunk, and no value at the end of input.
 local function read_chunk(read)
     local text = read(PROMPT)
     if not text then

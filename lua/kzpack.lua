@@ -1,7 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzpack: makes, lists and checks the agent's archives and packages. A tool
--- that the agent runs:
+-- kzpack: makes, lists and checks the agent's archives and packages. The agent
+-- runs this tool:
 --
 --     kz_agent --appname kzpack -- archive widget.kze src
 
@@ -42,8 +42,8 @@ end
 
 -- The commands ---------------------------------------------------------------
 
--- Each gets what the command line holds, by the names of its words below, and
--- answers with the status.
+-- Each command gets the values of the command line, by the names in WORDS
+-- below, and returns the exit status.
 local commands = {}
 
 local function report(result)
@@ -107,8 +107,7 @@ local WORDS = {
     verify = { { "files", "+" } },
 }
 
--- Answers with the parser, and with a table of its commands' names by their
--- parsers.
+-- Returns the parser and a table of its commands' names by their parsers.
 local function new_parser()
     local parser = argparse("kzpack"):add_help(false):command_target("command")
     parser:flag("-c --compile")
@@ -129,7 +128,7 @@ local function new_parser()
     return parser, names
 end
 
--- The parser's complaint in the words of this tool.
+-- The message of this tool for a complaint of the parser.
 local function in_own_words(complaint, command, last_word)
     local unknown = complaint:match("^unknown option '([^\n]*)'")
     if unknown then
@@ -154,7 +153,7 @@ local function in_own_words(complaint, command, last_word)
     return complaint
 end
 
--- What the words mean, by name; nil and a message when they make no sense.
+-- The values of the words, by name; nil and a message when the words are wrong.
 local function parse(words)
     local parser, names = new_parser()
     local help_wanted, message = false, nil

@@ -1,10 +1,11 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Files as the shipped tools need them: reading and writing whole, listing
--- trees, and wildcards.
+-- Functions on files for the shipped tools: reading and writing whole files,
+-- listing trees, and wildcards.
 --
--- Every function answers nil and a message when it fails, as io.open does.
--- Order is by byte, whatever the locale, so that it is the same everywhere.
+-- Every function returns nil and a message when it fails, as io.open does.
+-- Names are sorted by byte and not by the locale, so the order is the same on
+-- every host.
 
 local host = require("kza.host")
 
@@ -56,15 +57,15 @@ function files.join(directory, name)
     return directory .. "/" .. name
 end
 
--- A wildcard as a Lua pattern. A `?` is one character, not one byte of one.
+-- A wildcard as a Lua pattern. A `?` is one UTF-8 character, not one byte.
 local function name_pattern(wildcard)
     local pattern = wildcard:gsub("[%^%$%(%)%%%.%[%]%+%-]", "%%%0")
     pattern = pattern:gsub("%*", ".*"):gsub("%?", "[^\128-\191][\128-\191]*")
     return "^" .. pattern .. "$"
 end
 
--- The paths made of one of `bases` and a name that fits the wildcard. As in a
--- shell, a hidden name needs a wildcard that begins with the dot.
+-- The paths made of one of `bases` and a name that matches the wildcard. As in
+-- a shell, a name with a leading dot needs a wildcard with one.
 local function matches_below(bases, wildcard)
     local pattern = name_pattern(wildcard)
     local hidden_too = wildcard:sub(1, 1) == "."
@@ -91,9 +92,10 @@ local function existing_below(bases, name)
     return found
 end
 
---- What exists under a path in which `*` stands for any characters of a name
---- and `?` for one, in any component; sorted. A path without either gives
---- itself when it exists. What cannot be listed holds no match.
+--- The existing paths, sorted, that match a path in which `*` stands for any
+--- characters of a name and `?` for one, in any component. A path without
+--- wildcards gives itself when it exists. A directory that cannot be listed
+--- gives no match.
 ---@param pattern string
 ---@return string[] paths
 function files.glob(pattern)
@@ -130,13 +132,14 @@ local function add_tree(found, directory, prefix)
     return found
 end
 
---- What is in a tree.
+--- A file or directory in a tree.
 ---@class kza.files.Entry
 ---@field name string     Path relative to the tree's root.
 ---@field path string     Path to open.
----@field info kza.host.Stat  What is there; a symbolic link is not followed.
+---@field info kza.host.Stat  Of the file itself; links are not followed.
 
---- Everything below a directory, each directory before what it holds.
+--- All files and directories below a directory, each directory before its
+--- content.
 ---@param directory string
 ---@return kza.files.Entry[]? entries
 ---@return string? message

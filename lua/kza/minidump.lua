@@ -1,11 +1,11 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Reads crash dumps: what they say without symbols.
+-- Reads the facts in a crash dump that need no debug symbols.
 --
--- A dump is a header, a directory of streams, and blocks that streams and each
--- other name by offset and size. It may be cut short, or made to harm its
--- reader: every offset and every count is checked against the file, and no more
--- is read than a dump of the agent's own could hold.
+-- A dump is a header, a directory of streams, and blocks to which streams and
+-- other blocks refer by offset and size. It may be truncated or malicious:
+-- every offset and every count is checked against the file, and no more is read
+-- than a dump made by the agent can contain.
 
 local host = require("kza.host")
 
@@ -97,11 +97,12 @@ end
 ---@field file file*
 ---@field size number
 ---@field streams table<integer, { at: integer, size: integer }>
----@field is_short? boolean  Something that it names lies beyond its end.
+---@field is_short? boolean  A block lies beyond the end of the file.
 local Dump = {}
 Dump.__index = Dump
 
--- The bytes of a block; nil, and a mark, when the file does not hold them all.
+-- The bytes of a block. Sets `is_short` and returns nil when the file ends
+-- before.
 function Dump:bytes(at, size)
     if at + size <= self.size and self.file:seek("set", at) then
         local bytes = size == 0 and "" or self.file:read(size)
@@ -185,7 +186,7 @@ local function read_note(text)
     return note
 end
 
--- What it tells --------------------------------------------------------------
+-- The facts ------------------------------------------------------------------
 
 local function whole(text)
     return text and tonumber(text:match("^%d+$"))
@@ -256,7 +257,7 @@ local function threads_of(dump)
     return threads
 end
 
--- Where the registers that count lie in the record of a processor.
+-- The registers that are shown, and their offsets in the record of a processor.
 local PROCESSORS = {
     [9] = {
         name = "x86-64", size = 1232, first = 120, names = {
@@ -300,7 +301,7 @@ local function read_details(dump, facts, exception)
     facts.modules = modules_of(dump)
 end
 
--- The agent's version as the module list has it, for a dump without a note.
+-- The agent's version from the module list, for a dump without a note.
 local function version_in_modules(dump)
     for _, module in ipairs(modules_of(dump)) do
         if (module.path or ""):match("[^/]*$") == "kz_agent" then
@@ -309,23 +310,23 @@ local function version_in_modules(dump)
     end
 end
 
---- What a dump tells. What it does not tell is nil.
+--- The facts in a dump. A field without its fact is nil.
 ---@class kza.minidump.Facts
 ---@field time integer       Seconds since the epoch.
 ---@field application? string
 ---@field version? string    Of the agent.
 ---@field process? integer
----@field thread? integer    The one that crashed.
----@field signal? string     Its name, as "SIGSEGV".
----@field code? string       The signal's own, si_code.
----@field address? string    That the signal is about.
+---@field thread? integer    The thread that crashed.
+---@field signal? string     Name of the signal, such as "SIGSEGV".
+---@field code? string       The signal's si_code.
+---@field address? string    The signal's si_addr.
 ---@field sender? string     Process that sent the signal.
 ---@field memory? string     "stacks" or "full".
 ---@field lua? string[]      The script's stack, innermost first; empty when
 ---                          none ran.
----@field is_short boolean   Something of it is missing.
+---@field is_short boolean   The file ends too early.
 ---
---- These are there when they were asked for:
+--- Only with `in_full`:
 ---@field processor? string
 ---@field system? string
 ---@field command? string
@@ -371,9 +372,9 @@ end
 
 --- Reads a dump.
 ---@param path string
----@param in_full? boolean  Registers, threads and modules too.
+---@param in_full? boolean  Read registers, threads and modules too.
 ---@return kza.minidump.Facts? facts
----@return string? message  Why it cannot be read.
+---@return string? message  The reason why the dump cannot be read.
 function minidump.read(path, in_full)
     local stat, message = host.stat(path)
     if not stat then

@@ -2,7 +2,7 @@
 --
 -- Makes the agent's archives and packages out of directories.
 --
--- What goes wrong is raised as an error whose text is meant for the user.
+-- A failure is raised as an error whose text is meant for the user.
 
 local files = require("kza.files")
 local host = require("kza.host")
@@ -15,9 +15,9 @@ local pack = {}
 ---@class kza.pack.Options
 ---@field compile? boolean  Put compiled chunks in place of Lua source.
 ---@field strip? boolean    Leave their debug information out.
----@field build? string     Build number of what is packed.
----@field system? string    Packages: the system that it is for.
----@field machine? string   Packages: the machine that it is for.
+---@field build? string     Build number of the archive or package.
+---@field system? string    Packages: the system that the package is for.
+---@field machine? string   Packages: the machine that the package is for.
 
 local function fail(text, ...)
     error(text:format(...), 0)
@@ -37,7 +37,7 @@ local function is_hidden(name)
 end
 
 local function add_file(entries, name, path, mode)
-    -- The agent would refuse it; here the author can still do something.
+    -- The agent would refuse the name; here the author can still change it.
     if name:find("\\", 1, true) then
         fail("%s: a name in an archive cannot hold a backslash", path)
     end
@@ -67,7 +67,7 @@ local function add_tree(entries, directory)
     end
 end
 
--- Order by byte: `<` on strings follows the locale.
+-- Compares by byte: `<` on strings follows the locale.
 local function before(a, b)
     for i = 1, math.min(#a, #b) do
         local x, y = a:byte(i), b:byte(i)
@@ -78,8 +78,8 @@ local function before(a, b)
     return #a < #b
 end
 
--- All files below the directories among the inputs, and the files among them
--- under their own names, in an order that depends on nothing but the names.
+-- All files below the input directories, and the input files under their own
+-- names, in an order that depends on the names alone.
 local function collect(inputs)
     local entries = {}
     for _, input in ipairs(inputs) do
@@ -99,15 +99,16 @@ end
 
 -- Lua modules ----------------------------------------------------------------
 
--- The source as Lua reads it from a file: without a byte-order mark and a
--- first line that begins with "#".
+-- The source without a byte-order mark and without a first line that begins
+-- with "#"; Lua skips both when it reads a file.
 local function source_of(bytes)
     bytes = bytes:gsub("^\239\187\191", "")
     return (bytes:gsub("^#[^\n]*", ""))
 end
 
--- Refuses a module that would not load, and compiles it when asked to. Messages
--- of a compiled module name it by the archive, as those of source do.
+-- Refuses a module that would not load, and compiles it when the options say
+-- so. Error messages of a compiled module name it by the archive, as those of a
+-- source module do.
 local function prepare_module(entry, archive, options)
     local place = ("@%s/%s"):format(archive, entry.name)
     local chunk, message = load(source_of(entry.bytes), place)
@@ -122,7 +123,7 @@ local function prepare_module(entry, archive, options)
     end
 end
 
--- The bytes of the archive of that name that holds all inputs, and its entries.
+-- The bytes of an archive with all inputs, and its entries.
 local function archive_of(archive, inputs, options)
     local entries = collect(inputs)
     for _, entry in ipairs(entries) do
@@ -173,9 +174,9 @@ end
 
 ---@class kza.pack.Result
 ---@field path string
----@field count number  How many entries it has.
+---@field count number  Number of entries.
 ---@field size number   Bytes.
----@field warnings? string[]  What in an archive can never be loaded.
+---@field warnings? string[]  About files that can never be loaded.
 
 local function write(path, bytes, entries)
     must(files.write(path, bytes))
@@ -192,7 +193,7 @@ end
 
 --- Makes an extension archive and its version side file beside it.
 ---@param path string
----@param inputs string[]  Directories, whose content it is to hold, and files.
+---@param inputs string[]  Directories, whose content is packed, and files.
 ---@param options kza.pack.Options
 ---@return kza.pack.Result
 function pack.archive(path, inputs, options)
@@ -209,9 +210,9 @@ function pack.archive(path, inputs, options)
     return result
 end
 
---- Makes a plugin package: what the inputs hold is installed beside the agent.
+--- Makes a plugin package: its files are installed beside the agent.
 ---@param plugin string     The plugin's short name.
----@param directory string  Where the package is put.
+---@param directory string  Directory of the new package.
 ---@param inputs string[]
 ---@param options kza.pack.Options
 ---@return kza.pack.Result
@@ -221,8 +222,8 @@ function pack.plugin(plugin, directory, inputs, options)
     return write(files.join(directory, name), bytes, entries)
 end
 
---- Makes a removal package: the files that the inputs hold are removed from
---- beside the agent. It carries their names alone.
+--- Makes a removal package: the files with the names of the inputs' files are
+--- removed beside the agent. The package contains only the names.
 ---@param plugin string
 ---@param directory string
 ---@param inputs string[]

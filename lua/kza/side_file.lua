@@ -2,20 +2,21 @@
 --
 -- Reads the version side file of an extension archive, as the agent does.
 --
--- A text whose first line that begins with "version:" holds
--- major.minor.patch-build. It is read as a stream, up to the end of the version
--- and no further: neither the size of the file nor that of a line counts.
+-- A side file is a text whose first line that begins with "version:" contains
+-- major.minor.patch-build. It is read as a stream, up to the end of the
+-- version: the file and its lines may have any size.
 
 local host = require("kza.host")
 
 local PIECE = 65536 -- bytes read at once, a multiple of every unit's width
-local MAX_NUMBER = 0x7FFFFFFF -- one that is larger counts as this
+local MAX_NUMBER = 0x7FFFFFFF -- a larger number is replaced by this one
 
--- How much of a malformed line is shown.
+-- The number of characters shown of a malformed line.
 local MAX_SHOWN = 60
 
--- Byte-order marks with the bytes of a unit and where in it an ASCII character
--- stands. The longer mark comes first where one begins like another.
+-- Byte-order marks, with the width of a unit and the place of an ASCII
+-- character in it. Where one mark is the beginning of another, the longer one
+-- comes first.
 local ENCODINGS = {
     { mark = "\255\254\0\0", width = 4, at = 1 },
     { mark = "\0\0\254\255", width = 4, at = 4 },
@@ -33,8 +34,9 @@ local function encoding_of(bytes)
     end
 end
 
--- Text in units of several bytes as ASCII, with "?" for all other characters:
--- the version line is plain ASCII. Half a unit at the end is left out.
+-- Converts a text in units of several bytes to ASCII, with "?" for all other
+-- characters: the version line is plain ASCII. An incomplete unit at the end is
+-- left out.
 local function narrow(bytes, encoding)
     if encoding.width == 1 then
         return bytes
@@ -55,12 +57,12 @@ end
 ---@class kza.side_file.Reader
 ---@field file file*
 ---@field encoding table
----@field text string  Read and not yet consumed, all of it from `at` on.
+---@field text string  Was read; not yet consumed from `at` on.
 ---@field at integer
 local Reader = {}
 Reader.__index = Reader
 
--- Reads on, if there is more; what was consumed is forgotten.
+-- Reads more of the file, if there is more, and drops the consumed text.
 function Reader:fill()
     local bytes = self.file:read(PIECE)
     self.text = self.text:sub(self.at)
@@ -75,7 +77,7 @@ function Reader:peek(count)
     return self.text:sub(self.at, self.at + count - 1)
 end
 
--- Goes over a text if it stands here.
+-- Consumes a text; false when other characters come next.
 function Reader:skip(text)
     if self:peek(#text) ~= text then
         return false
@@ -84,7 +86,7 @@ function Reader:skip(text)
     return true
 end
 
--- Goes over all characters of a class, such as "%s"; true when there was one.
+-- Consumes all characters of a class, such as "%s"; true when there was one.
 function Reader:skip_all(class)
     local any = false
     repeat
@@ -96,7 +98,8 @@ function Reader:skip_all(class)
     return any
 end
 
--- Goes behind the "version:" that a line begins with; false without one.
+-- Consumes the text up to the first "version:" at the beginning of a line;
+-- false without one.
 function Reader:find_version_line()
     while self:peek(1) ~= "" do
         if self:skip("version:") then
@@ -108,7 +111,8 @@ function Reader:find_version_line()
     return false
 end
 
--- Digits, of any number, after white space and a sign; nil without digits.
+-- Consumes white space, a sign and digits, and returns the number; nil without
+-- digits.
 function Reader:read_number()
     self:skip_all("[ \t\v\f]")
     local sign = (self:skip("-") and -1) or (self:skip("+") and 1) or 1
@@ -148,7 +152,7 @@ end
 --- The version in a side file, without its build.
 ---@param path string      The side file itself.
 ---@return string? version
----@return string? message  What is wrong with the file, to follow its name.
+---@return string? message  The fault of the file, to follow its name.
 return function(path)
     local info = host.stat(path)
     if not info or info.type ~= "file" then

@@ -1,8 +1,8 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Takes the debug information out of a compiled chunk, which string.dump of
--- this Lua always leaves in: the source's name, the line of each instruction
--- and the names of variables. Error messages then cannot say where.
+-- Removes the debug information from a compiled chunk: the source's name, the
+-- line of each instruction and the names of variables. string.dump of Lua 5.2
+-- always includes it. Without it, error messages cannot name the place.
 --
 -- The layout is that of Lua 5.2. A chunk is a header and a function; a
 -- function is read field by field and copied, except for its debug fields.
@@ -33,7 +33,7 @@ function Reader:number(size)
     return value
 end
 
--- A field that is copied to the output, and its value as a number.
+-- Copies a field to the output and returns its value as a number.
 function Reader:keep(count)
     self.kept[#self.kept + 1] = self:take(count)
 end
@@ -62,8 +62,8 @@ function Reader:keep_constant()
     end
 end
 
--- The source's name, the lines, the local variables and the upvalues' names:
--- each is an empty string or an empty list afterwards.
+-- Replaces the source's name, the lines, the local variables and the upvalues'
+-- names by an empty string and empty lists.
 function Reader:drop_debug()
     self:take(self:number(self.size_t))
     self:add_zero(self.size_t)
@@ -97,7 +97,7 @@ function Reader:keep_function()
 end
 
 --- A compiled chunk without its debug information.
----@param chunk string  As string.dump made it, on this machine.
+---@param chunk string  From string.dump, on this machine.
 ---@return string
 return function(chunk)
     local little_endian = chunk:byte(7) == 1

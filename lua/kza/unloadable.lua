@@ -1,9 +1,10 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Says what in an archive no `require` can ever load, by the names alone.
+-- Finds files in an archive that no `require` can ever load, by their names
+-- alone.
 --
--- A module `a.b` is the first of `a/b.lua` and `a/b/init.lua`; names are
--- compared to the letter.
+-- A module `a.b` is the file `a/b.lua`, else `a/b/init.lua`; the case of
+-- letters matters.
 
 local function counted(count)
     return count == 1 and "(1 file)" or ("(%d files)"):format(count)
@@ -24,8 +25,8 @@ local function about_kind(warnings, names, patterns, text)
     end
 end
 
--- A warning about the files for which `key_of` answers as for an earlier one;
--- it answers nil for files that do not matter.
+-- A warning about the files for which `key_of` returns the same as for an
+-- earlier file; it returns nil for files that do not matter.
 local function about_same(warnings, names, key_of, text)
     local owners, first, owner, count = {}, nil, nil, 0
     for _, name in ipairs(names) do
@@ -51,14 +52,16 @@ local function module_of(name)
     end
 end
 
--- Only ASCII counts: what other letters are depends on the locale.
+-- The name in lower case. Only ASCII is changed: the case of other letters
+-- depends on the locale.
 local function in_one_case(name)
     return (name:gsub("[A-Z]", function(letter)
         return string.char(letter:byte() + 32)
     end))
 end
 
--- A warning when there are Lua files, and none where a package's modules begin.
+-- A warning when there are Lua files, but none at the root of the archive,
+-- where the names of modules begin.
 local function about_root(warnings, names)
     local first, count = nil, 0
     for _, name in ipairs(names) do
@@ -76,8 +79,8 @@ local function about_root(warnings, names)
     end
 end
 
---- What cannot be loaded as its author will expect, one text for each kind of
---- mistake; it names the first file and counts them.
+--- Warnings about files that cannot be loaded as their author expects, one text
+--- for each kind of mistake; it names the first file and the number of files.
 ---@param names string[]  The archive's files, sorted by byte.
 ---@return string[] warnings
 return function(names)

@@ -1,12 +1,13 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Texts in UTF-8, some of which may be none.
+-- Texts that should be UTF-8.
 
 local utf8 = {}
 
 local REPLACEMENT = "\239\191\189" -- U+FFFD
 
--- A character of more than one byte, by its first byte.
+-- Patterns of a character of more than one byte, by the ranges of its first
+-- byte.
 local SEQUENCES = {
     { "^[\194-\223][\128-\191]" },
     { "^\224[\160-\191][\128-\191]", "^[\225-\236\238\239][\128-\191][\128-\191]",
@@ -44,7 +45,7 @@ function utf8.valid(text)
     return table.concat(parts)
 end
 
---- How many characters a text has.
+--- The number of characters in a text.
 ---@param text string
 ---@return integer
 function utf8.length(text)

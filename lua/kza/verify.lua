@@ -1,9 +1,9 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Says why the agent would refuse an archive or a package.
+-- Finds the reasons why the agent would refuse an archive or a package.
 --
--- The rules are those by which the agent acts; for what an archive may hold it
--- is the very same code.
+-- The rules are those of the agent. The content of an archive is checked by the
+-- agent's own code.
 
 local host = require("kza.host")
 local package_name = require("kza.package_name")
@@ -13,7 +13,7 @@ local function agent_version()
     return dom:Get("app.version"):match("^(%d+%.%d+%.%d+)%.%d+$")
 end
 
--- Whether each entry can be had, unchanged since it was packed.
+-- Checks that each entry can be read, unchanged since it was packed.
 local function check_content(problems, path)
     local entries, message = host.entries(path, true)
     if not entries then
@@ -28,7 +28,7 @@ local function check_content(problems, path)
     end
 end
 
--- Extension archives: the version is in a file beside the archive.
+-- Checks the version of an extension archive, in a file beside it.
 local function check_side_file(problems, path)
     local side = path .. ".version"
     local version, message = read_side_file(side)
@@ -82,7 +82,7 @@ local function check_entries(problems, path)
     check_archive(problems, path, false)
 end
 
--- Nothing of a removal package is unpacked.
+-- Checks a removal package, of which no entry is unpacked.
 local function check_names(problems, path)
     check_archive(problems, path, true)
 end
@@ -98,8 +98,8 @@ local checks = {
     kzu = { check_visible, check_signature, check_names },
 }
 
---- The reasons for which the agent would refuse a file, none when it accepts
---- it. What it is shows in its extension.
+--- The reasons why the agent would refuse a file; none when it accepts the
+--- file. The extension decides whether the file is an archive or a package.
 ---@param path string
 ---@param keys? { signer: fun(self, path: string): string?, string? }  Those
 ---     that a package must be signed by.

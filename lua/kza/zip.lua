@@ -2,18 +2,19 @@
 --
 -- Writes zip archives: the same entries always give the same bytes.
 --
--- So there is no time in them but the format's first day, no owner, and of the
--- permission bits only whether a file is to be executed.
+-- Therefore every entry has the format's first day as its time and no owner,
+-- and of the permission bits only whether the file is executable.
 
 local host = require("kza.host")
 
 local zip = {}
 
--- The plain format ends here; archives of modules and plugins are far below.
+-- The limit of the format without zip64; archives of modules and plugins are
+-- far smaller.
 local MAX_SIZE = 0xFFFFFFFE
 local MAX_ENTRIES = 0xFFFE
 
-local VERSION = 20 -- what is needed to unpack: directories and deflate
+local VERSION = 20 -- an unpacker must know directories and deflate
 local MADE_BY_UNIX = 3 * 256 + VERSION
 local FIRST_DAY = 0x21 -- 1980-01-01
 local UTF8_NAME = 0x0800
@@ -32,11 +33,11 @@ local function u32(value)
     return u16(value % 65536) .. u16(math.floor(value / 65536))
 end
 
---- What goes into an archive.
+--- A file or directory to be put into an archive.
 ---@class kza.zip.Entry
 ---@field name string        Path in the archive; a directory ends with "/".
 ---@field bytes? string      Content; none for a directory.
----@field executable? boolean  Whether the file is to be executed.
+---@field executable? boolean  Whether the file is executable.
 
 local function mode_of(entry)
     if entry.name:sub(-1) == "/" then
@@ -45,7 +46,7 @@ local function mode_of(entry)
     return entry.executable and MODE_PROGRAM or MODE_FILE
 end
 
--- The method and the bytes that go into the archive.
+-- The method, and the bytes in the archive.
 local function compress(bytes)
     local packed = host.deflate(bytes)
     if #packed < #bytes then

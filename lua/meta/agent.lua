@@ -1,14 +1,15 @@
 ---@meta
 -- SPDX-License-Identifier: Apache-2.0
 --
--- What the agent gives to Lua, for editors that understand annotations and for
--- the reference that is made from it. Nothing loads this file.
+-- The objects that the agent gives to Lua, for editors that understand
+-- annotations and for the reference that is made from them. The agent does not
+-- load this file.
 
 -- The domain -----------------------------------------------------------------
 
 --- The domain: the store of named values that the agent, its configuration and
 --- its components share. A value is a string, a boolean or an integer; a key is
---- a string, by custom of words joined by dots.
+--- a string, by convention words joined by dots.
 ---
 --- Every operation is atomic. Other threads of the agent read and write the
 --- same values, so one read may differ from the next.
@@ -20,50 +21,51 @@ local Dom = {}
 ---@return string|boolean|integer|nil value
 function Dom:Get(key) end
 
---- Sets a key, for everybody; nil removes it.
+--- Sets a key for all threads of the agent; nil removes it.
 ---
---- A number must be integral. Whoever waits for the key is woken, also when the
---- value is the same as before. Removing a key that is not set changes nothing.
+--- A number must be integral. Threads that wait for the key are woken, also
+--- when the value is the same as before. Removing a key that is not set changes
+--- nothing.
 ---@param key kza.Key
 ---@param value string|boolean|integer|nil
 function Dom:Set(key, value) end
 
 --- The names of the keys that are set, sorted by byte.
----@param prefix? string  Only those that begin with it.
+---@param prefix? string  Only the names that begin with it.
 ---@return string[] keys
 function Dom:Keys(prefix) end
 
---- Waits until somebody sets or removes a key.
+--- Waits until a key is set or removed.
 ---
---- A change between two waits for the same key is not missed: the second one
+--- A change between two waits for the same key is not missed: the second wait
 --- returns at once. The first wait for a key sees changes made from then on.
---- What the script itself sets counts too: whoever resets a key after a wait
---- ends the next wait.
+--- Changes by the script itself count too: a script that resets a key after a
+--- wait ends its next wait.
 ---
---- The agent remembers each key that was ever waited for; wait for a few fixed
---- keys, not for one made up for each question.
+--- The agent keeps each key that was ever waited for in memory; wait for a few
+--- fixed keys, not for a new one each time.
 ---@param key kza.Key      Need not be set.
 ---@param ms number        Longest wait in milliseconds; `math.huge` for ever.
 ---@return boolean changed
---- False after the time. In the background also from a stop request on, which
+--- False after the time. In background mode also from a stop request on, which
 --- cuts one wait of `main` short, until `shutdown` begins: `dom:Sleep(0)` tells
---- one from the other. A change that is not reported for this reason is
+--- the two cases apart. A change that is not reported for this reason is
 --- reported to the first wait for the key in `shutdown`.
 function Dom:Wait(key, ms) end
 
 --- Sleeps.
 ---@param ms number        Milliseconds; 0 only asks whether to stop.
 ---@return boolean slept
---- False when cut short. In the background a stop request cuts the sleep or
+--- False when cut short. In background mode a stop request cuts the sleep or
 --- wait that `main` is in short, else the next one, once. Later ones last their
---- time, and all of them answer false until `shutdown` begins.
+--- time, and all of them return false until `shutdown` begins.
 function Dom:Sleep(ms) end
 
 --- The directory in which a plugin keeps its files, below the working
 --- directory. It exists afterwards, for the agent's user alone (mode 0700).
 ---@param plugin string    The plugin's name, without "/".
 ---@return string? path
----@return string? message  Why there is none.
+---@return string? message  The reason when there is none.
 function Dom:GetPluginWorkdir(plugin) end
 
 --- Writes a record to the agent's log.
@@ -92,52 +94,52 @@ function Dom:AgentEventWrite(event) end
 ---@param after_id? integer  Only events with a greater id.
 ---@param limit? integer     At most so many.
 ---@return kza.Event[]? events
----@return string? message   Why they cannot be read.
+---@return string? message   The reason when they cannot be read.
 function Dom:AgentEvents(after_id, limit) end
 
---- The bytes of a data file that belongs to the modules: the first of that name
---- beside those of `--lua_path`, in the directories in front of each entry's
---- first `?`, else the first entry of exactly that name in the archives of
---- `app.lua.zippath`.
+--- The bytes of a data file that belongs to the modules: the first file of that
+--- name beside the modules of `--lua_path`, in the directories in front of each
+--- entry's first `?`, else the first entry of exactly that name in the archives
+--- of `app.lua.zippath`.
 ---@param name string
---- For example "templates/mail.txt". One that is absolute or has a part `..` is
---- not found.
+--- For example "templates/mail.txt". A name that is absolute or has a part `..`
+--- is not found.
 ---@return string? bytes
----@return string? message  Why there are none, with every place looked in.
+---@return string? message  The reason when there are none, with all places.
 function Dom:ReadArchive(name) end
 
 ---@alias kza.LogLevel
----| "error"    # something failed that should not
----| "warning"  # something is wrong, and the agent goes on
----| "message"  # what an operator should see
----| "info"     # the normal course of things
----| "verbose"  # more of it
----| "debug"    # for whoever works on the code
+---| "error"    # a failure
+---| "warning"  # a problem in spite of which the agent goes on
+---| "message"  # a fact that an operator should see
+---| "info"     # the normal course of events
+---| "verbose"  # more details of it
+---| "debug"    # for work on the code
 
 --- An event to be stored.
 ---@class kza.NewEvent
----@field text string       What happened.
----@field number integer    Which kind of event; numbers are the application's.
+---@field text string       Description.
+---@field number integer    Kind of event; the application chooses the numbers.
 ---@field severity integer  A level of the log: 2 is a warning, 5 information.
 
 --- A stored event.
 ---@class kza.Event
----@field id integer        Its number in the store, greater than those before.
----@field number integer    Which kind of event.
+---@field id integer        Number in the store, greater than those before.
+---@field number integer    Kind of event.
 ---@field severity integer  A level of the log: 2 is a warning, 5 information.
----@field time integer      When, in seconds since 1970.
+---@field time integer      Seconds since 1970.
 ---@field time_ms integer   The same in milliseconds.
----@field text string       What happened.
+---@field text string       Description.
 
 -- Keys -----------------------------------------------------------------------
 
---- Keys that the agent sets or reads. An application uses any others it likes.
+--- Keys that the agent sets or reads. An application may use any other keys.
 ---@alias kza.Key
 ---| string
 ---| "app.path.exe"        # string: path of the executable
 ---| "app.path.bin"        # string: directory of the executable
 ---| "app.path.lib"        # string: directory of the agent's libraries
----| "app.path.ov"         # string: the maker's directory above the executable
+---| "app.path.ov"         # string: the vendor's directory above the executable
 ---| "app.path.work"       # string: working directory (`--workdir`)
 ---| "app.path.ini"        # string: path of this instance's configuration file
 ---| "app.path.ini.global" # string: path of the host's configuration file
@@ -152,7 +154,7 @@ function Dom:ReadArchive(name) end
 ---| "app.lua.cpath"       # string: the list given with `--lua_cpath`
 ---| "app.lua.zippath"     # string: archives searched, joined by ";"
 ---| "app.trace"           # string: components to trace (`--trace`)
----| "app.trace+"          # string: more of them, from the configuration
+---| "app.trace+"          # string: further components, from the configuration
 ---| "kza.HeartbeatNow"    # boolean: set it to ask for a heartbeat at once
 ---| "packages.keys"       # string: directory of the keys that may sign packages
 ---| "log.maxsize"         # integer: bytes of the log before it rotates

@@ -1,13 +1,14 @@
 ---@meta
 -- SPDX-License-Identifier: Apache-2.0
 --
--- The module kza.host, which is built into the agent. Nothing loads this file.
+-- The module kza.host, which is built into the agent. The agent does not load
+-- this file.
 
---- What Lua's own libraries lack, on every host: `require("kza.host")`.
+--- Functions that Lua's own libraries lack: `require("kza.host")`.
 ---@class kza.host
 local host = {}
 
---- What is at a path.
+--- The properties of a file.
 ---@class kza.host.Stat
 ---@field type "file"|"directory"|"link"|"other"
 ---@field size number      Bytes.
@@ -16,7 +17,7 @@ local host = {}
 ---@field group integer    Id of the group.
 ---@field modified number  Last change of the content, seconds since the epoch, with a fraction.
 ---@field changed number   Last change of content, name, owner or permissions.
----@field device number    With `inode`, what tells one file from another.
+---@field device number    With `inode`, the identity of the file.
 ---@field inode number
 
 --- The names in a directory, sorted by byte, without "." and "..".
@@ -25,9 +26,9 @@ local host = {}
 ---@return string? message
 function host.list(path) end
 
---- What is at a path.
+--- The properties of the file at a path.
 ---@param path string
----@param nofollow? boolean  Tell of a symbolic link itself.
+---@param nofollow? boolean  Describe a symbolic link itself.
 ---@return kza.host.Stat? stat
 ---@return string? message
 function host.stat(path, nofollow) end
@@ -40,8 +41,8 @@ function host.stat(path, nofollow) end
 function host.access(path, what) end
 
 --- Puts a file with these bytes in the place of a path, so that a reader finds
---- either the old content or the new, whole. They are first written beside it,
---- to a new file under a name that nobody can foresee. A symbolic link at the
+--- either the old content or the new, whole. The bytes are first written to a
+--- new file in the same directory, under a random name. A symbolic link at the
 --- path is replaced itself.
 ---@param path string
 ---@param bytes string
@@ -80,20 +81,21 @@ function host.deflate(bytes) end
 ---@field name string
 ---@field size number       Bytes once unpacked.
 ---@field mode integer      Permission bits, 0 when there are none.
----@field crc integer      Checksum of the bytes, as host.crc32 has it.
----@field problem? string   Why it cannot be read.
+---@field crc integer      Checksum of the bytes, see host.crc32.
+---@field problem? string   The reason why the entry cannot be read.
 
 --- The entries of a zip archive, in its order.
 ---@param path string
----@param read? boolean     Read each through, to find damage.
+---@param read? boolean     Read the content of each entry, to find damage.
 ---@return kza.host.Entry[]? entries
 ---@return string? message
 function host.entries(path, read) end
 
---- Whether the agent would take a package apart in a directory. Touches nothing.
+--- Whether the agent would unpack a package into a directory. Changes nothing
+--- on disk.
 ---@param path string
 ---@param directory string
----@param names_only? boolean  Of the entries only the names matter, as in a
+---@param names_only? boolean  Check only the names of the entries, as for a
 ---                            removal package.
 ---@return true? accepted
 ---@return string? message
@@ -101,10 +103,10 @@ function host.check_package(path, directory, names_only) end
 
 --- The public keys by which packages may be signed.
 ---@class kza.host.Keys
----@field signer function  `signer(package)`: the name of the key that signed it, or nil and why its signature does not count.
+---@field signer function  `signer(package)`: the name of the key that signed the package, or nil and the reason why its signature is refused.
 
---- Reads the keys that a directory holds, as the agent does with the one that
---- the setting `packages.keys` names.
+--- Reads the keys in a directory, as the agent does with the directory in the
+--- setting `packages.keys`.
 ---@param directory string  An absolute path.
 ---@return kza.host.Keys? keys
 ---@return string? message
@@ -116,21 +118,22 @@ function host.keys(directory) end
 ---@return boolean
 function host.isatty(descriptor) end
 
---- What the system tells of a process.
+--- Facts about a process. An optional field is nil where the system does not
+--- give its fact.
 ---@class kza.host.Process
 ---@field pid integer
 ---@field parent integer
 ---@field name string         Of its program, perhaps cut short.
----@field executable? string  Path, where the system tells it.
----@field state string        "Z" for one that has ended, "?" when unknown.
+---@field executable? string  Path.
+---@field state string        "Z" for a zombie, "?" when unknown.
 ---@field started number      Seconds since the epoch.
 ---@field cpu_s number        Seconds of CPU time of all its threads.
----@field rss_kib? integer    Memory in use, where the system tells it.
----@field threads? integer    How many it has, where the system tells it.
----@field directory? string   The current one, where the system tells it.
----@field words string[]      Of its command line, where the system tells them.
+---@field rss_kib? integer    Memory in use.
+---@field threads? integer    Number of threads.
+---@field directory? string   The current directory.
+---@field words string[]      Of its command line; empty where not given.
 
---- What the system tells of a process; nil when there is none.
+--- Facts about a process; nil when there is no such process.
 ---@param pid integer
 ---@return kza.host.Process? process
 function host.process(pid) end
@@ -158,21 +161,21 @@ function host.real_path(path) end
 ---@return { wxwidgets: string, lua: string, openssl: string, sqlite: string }
 function host.versions() end
 
---- Sends a signal. "NONE" only asks whether one could be sent.
+--- Sends a signal. "NONE" only checks whether a signal can be sent.
 ---@param pid integer
 ---@param signal "TERM"|"KILL"|"INT"|"NONE"
 ---@return true? sent
 ---@return string? message
 function host.kill(pid, signal) end
 
---- Runs a program to its end, without a shell: its exit status, or 128 and the
---- signal's number, and all that it wrote.
+--- Runs a program to its end, without a shell. Returns its exit status, or 128
+--- plus the number of the signal that killed it, and its output.
 ---@param words string[]  The program's path, then its arguments.
 ---@return integer? status
 ---@return string output_or_message
 function host.run(words) end
 
---- Seconds of a clock that only goes forward.
+--- The seconds of a clock that is never set back.
 ---@return number
 function host.clock() end
 
@@ -188,22 +191,23 @@ function host.columns(descriptor) end
 --- The agent events in a database, oldest first. Makes no file.
 ---@param path string
 ---@param after? integer  Only events with a greater id.
----@param last? integer   Of these the last so many.
+---@param last? integer   Of these only the last ones, this many.
 ---@return kza.Event[]? events
 ---@return string? message
 function host.events(path, after, last) end
 
---- The text of an error value and a traceback, as the agent reports an error of
---- Lua's: a table by its fields, a similar name beside a method that is not
---- there. A message handler for `xpcall`.
+--- The text of an error value and a traceback, as in the agent's own reports: a
+--- table is shown by its fields, and for a missing method a similar name is
+--- added. A message handler for `xpcall`.
 ---@param value any
 ---@return string report
 function host.error_report(value) end
 
---- A connection to a socket. Each call takes 5 seconds at most unless told.
+--- A connection to a socket. Each call waits for at most the given time, 5
+--- seconds by default.
 ---@class kza.host.Connection
----@field send function   `send(bytes [, seconds])`: true, or nil and why not.
----@field line function   `line([seconds])`: the next line without its end, or nil and "timeout", "closed" or the system's text. What came before a time-out is kept for the next call.
+---@field send function   `send(bytes [, seconds])`: true, or nil and the reason.
+---@field line function   `line([seconds])`: the next line without its line break, or nil and "timeout", "closed" or the system's text. Bytes that came before a time-out are kept for the next call.
 ---@field close function  `close()`.
 
 --- Connects to a socket of the Unix domain.

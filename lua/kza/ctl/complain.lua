@@ -2,7 +2,7 @@
 --
 -- Complaints of kzctl: one line each, on standard error.
 
---- Says what is wrong and goes on.
+--- Writes a complaint; the command goes on.
 ---@param message string
 local function complain(message)
     io.stderr:write("kzctl: ", (message:gsub("%s*\n%s*", " ")), "\n")

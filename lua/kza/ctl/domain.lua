@@ -19,7 +19,7 @@ local function connect(where)
     return connection
 end
 
--- An integer by its digits: a Lua number holds 53 bits of one.
+-- An integer for JSON, kept as digits: a Lua number would hold only 53 bits.
 local function exact(digits)
     local function text()
         return digits
@@ -124,7 +124,7 @@ local function keys(context)
         { ["do"] = "keys", prefix = context.args.prefix or "" })
     for _, key in ipairs(answer.keys) do
         if type(key) == "table" then
-            -- A name that is no text cannot be asked for in JSON.
+            -- A name that is not UTF-8 cannot be used in a JSON request.
             key = "base64:" .. key.base64
         end
         if context.json then

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl dumps: what crash dumps say without symbols.
+-- kzctl dumps: the facts in crash dumps that need no debug symbols.
 
 local complain = require("kza.ctl.complain")
 local fail = require("kza.ctl.fail")
@@ -20,8 +20,8 @@ local INNER_ORDER = {
     "build_id",
 }
 
--- A dump that is not whole is shown as far as it goes, with a complaint and
--- status 1.
+-- Reads a dump. An incomplete dump is shown as far as possible, with a
+-- complaint and status 1.
 local function read(path, in_full)
     local facts, message = minidump.read(path, in_full)
     if not facts then
@@ -50,7 +50,7 @@ local function show_line(context, facts)
     show_stack(facts)
 end
 
--- Oldest first, like everything that kzctl lists by time.
+-- Lists the dumps, oldest first, as all lists of kzctl by time.
 local function list(context)
     local names, message = host.list(context.where.dumps)
     if not names then
@@ -104,8 +104,8 @@ local function show_details(facts)
     end
 end
 
--- A name without a slash is one in the directory of the dumps, unless there is
--- such a file here.
+-- The path of a dump. A name without a slash is a file in the directory of the
+-- dumps, unless there is one of that name in the current directory.
 local function path_of(context, name)
     local beside = context.where.dumps .. "/" .. name
     if not name:find("/", 1, true) and not host.stat(name)

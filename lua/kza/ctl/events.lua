@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl events: what the agent has reported about itself.
+-- kzctl events: the agent's reports about itself.
 
 local fail = require("kza.ctl.fail")
 local host = require("kza.host")
@@ -12,7 +12,7 @@ local LOOK_MS = 500
 
 local function read(where, after, last)
     if not host.stat(where.events) then
-        return {} -- the agent makes it with its first event
+        return {} -- the agent makes the database with its first event
     end
     local events, message = host.events(where.events, after, last)
     if not events then

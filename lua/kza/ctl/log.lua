@@ -12,7 +12,8 @@ local LOOK_MS = 200
 
 local UNITS = { s = 1, m = 60, h = 3600, d = 86400 }
 
--- `YYYY-MM-DD HH:MM:SS`, `HH:MM:SS` of today, or `10m`, `2h`, `1d` ago.
+-- The time for `YYYY-MM-DD HH:MM:SS`, for `HH:MM:SS` of today, or for `10m`,
+-- `2h`, `1d` before now.
 local function time_of(text)
     local count, unit = text:match("^(%d+)([smhd])$")
     if count then
@@ -82,7 +83,8 @@ local function follow(context, follower)
 end
 
 local function log(context)
-    -- Begins where the last records end, so that none is missed or shown twice.
+    -- The follower begins at the end of the last records, so that no record is
+    -- missed or shown twice.
     local follower = context.args.follow and records.follow(context.where.log)
         or nil
     local found = last_records(context, follower)

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Which agent is meant, and where its files are.
+-- The agent that a command is about, and the paths of its files.
 
 local place = {}
 
@@ -17,7 +17,8 @@ local place = {}
 ---@field dumps string     Directory of the crash dumps.
 ---@field dump string      The last dump.
 
--- The installation in /opt keeps what changes out of its own directory.
+-- The default working directory. For the installation in /opt it is outside of
+-- the installation's directory.
 local function default_work(bin)
     if bin == "/opt/kz_agent" then
         return "/var/opt/kz_agent"
@@ -25,8 +26,8 @@ local function default_work(bin)
     return bin .. "/work"
 end
 
---- The agent that the options, else the environment, else the place of this
---- program name.
+--- The agent that the options name, else the environment, else the one in this
+--- program's directory.
 ---@param options { appname?: string, workdir?: string }
 ---@return kza.ctl.Place
 function place.find(options)

@@ -1,7 +1,8 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- The records of an agent's log: read from the end backwards, so that the last
--- ones of a log of any size come at once, or followed as they are written.
+-- The records of an agent's log. They are read backwards from the end, so that
+-- the last records of a log of any size are found at once, or followed as they
+-- are written.
 
 local host = require("kza.host")
 
@@ -11,7 +12,7 @@ local BLOCK = 64 * 1024
 
 --- A record of the log.
 ---@class kza.ctl.Record
----@field line string       As it stands in the log.
+---@field line string       The line in the log.
 ---@field stamp string      `YYYY-MM-DD HH:MM:SS`, local time.
 ---@field pid integer
 ---@field thread integer
@@ -36,7 +37,7 @@ function records.is_at_least(record, level)
     return (RANKS[record.level] or 0) <= RANKS[level]
 end
 
---- The record in a line; nil when the line is none.
+--- The record in a line; nil when the line is no record.
 ---@param line string
 ---@return kza.ctl.Record?
 function records.parse(line)
@@ -88,12 +89,12 @@ local function files_of(log)
     end
 end
 
--- The lines of a file, last first. A last line without its end is left out: it
--- is still being written.
+-- The lines of a file, last first. A last line without a line break is left
+-- out, because it is still being written.
 local function lines_backwards(file, from)
     local at = from or file:seek("end")
-    local buffer = "" -- from `at` on, without the end of its last line
-    local ended = false -- the end of the last whole line has been found
+    local buffer = "" -- from `at` on, without the line break of its last line
+    local ended = false -- the end of the last complete line has been found
     local lines = {}
 
     local function read_block()
@@ -146,11 +147,11 @@ local function same_file(one, other)
         and one.device == other.device
 end
 
---- Calls `visit` with each record, newest first, until it answers false or
---- there are no more. Older files of the log are read too.
+--- Calls `visit` with each record, newest first, until it returns false or
+--- there are no more records. Older files of the log are read too.
 ---@param log string
 ---@param visit fun(record: kza.ctl.Record): boolean?
----@param follower? table  From records.follow(): leave to it what it will read.
+---@param follower? table  From records.follow(): leave out its records.
 ---@return true? found    nil when there is no log.
 ---@return string? message
 function records.backwards(log, visit, follower)
@@ -182,7 +183,7 @@ end
 local Follower = {}
 Follower.__index = Follower
 
--- Where the last whole line of a file ends.
+-- The offset of the end of the last complete line in a file.
 local function end_of_lines(file)
     local at = file:seek("end")
     while at > 0 do
@@ -215,8 +216,8 @@ function Follower:open(path)
     self.rest = ""
 end
 
--- The file that was written after the one that has been read; nil when that one
--- is still the present one.
+-- The file that was written after the one that has been read; nil when the log
+-- has not been rotated since.
 function Follower:next_path()
     local present = host.stat(self.log)
     if not present or same_file(present, self.stat) then
@@ -236,7 +237,7 @@ function Follower:next_path()
     end
 end
 
--- Whole lines that have come since the last call.
+-- Adds the records in the complete lines that were written since the last call.
 function Follower:read_lines(found)
     local text = self.file and self.file:read("*a")
     if not text then
@@ -257,7 +258,7 @@ function Follower:read()
     self:read_lines(found)
     local path = self:next_path()
     while path do
-        -- What was written to the old file after it was read, too.
+        -- First the lines that were written to the old file after its reading.
         self:read_lines(found)
         if self.file then
             self.file:close()

@@ -1,13 +1,12 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- What a service does, as the pid file, the system and the log tell of it
--- together.
+-- The state of a service, from the pid file, the system and the log together.
 --
 -- A service is a watchdog and its child, the worker. Both run the agent's
--- executable in the background, in the working directory; the watchdog has one
+-- executable in background mode, in the working directory; the watchdog has one
 -- thread, a worker has more. The pid file names the watchdog until a stop is
--- asked for. Where the system does not tell what a process runs (see
--- host.processes), only the pid file and its process's children are known.
+-- requested. Where the system does not give the executable of a process (see
+-- host.processes), only the process in the pid file and its children are known.
 
 local files = require("kza.files")
 local host = require("kza.host")
@@ -16,7 +15,7 @@ local startup = require("kza.startup")
 
 local service = {}
 
--- Starts within so many seconds count towards the watchdog's limit.
+-- Starts within this many seconds count towards the watchdog's limit.
 local PERIOD = 512
 
 -- What the command line of a process says, by the long names of the options; a
@@ -44,8 +43,8 @@ local function is_background_of(where, process)
     return options.background and name_of(process, options) == where.name
 end
 
--- Whether the process is one of the service: what the system does not tell
--- does not count against it.
+-- Whether the process belongs to the service. A fact that the system does not
+-- give counts as fitting.
 local function is_of_service(where, process)
     return process.state ~= "Z"
         and (#process.words == 0 or is_background_of(where, process))
@@ -85,8 +84,8 @@ local function read_pid_file(path)
     return pid and pid > 0 and pid or nil
 end
 
--- The process that the pid file names, when it is an agent as far as one can
--- tell.
+-- The process that the pid file names, when it may be an agent by all known
+-- facts.
 local function named_process(processes, pid)
     local process = pid and (processes[pid] or host.process(pid))
     if not process or process.state == "Z" then
@@ -107,8 +106,8 @@ local function child_of(processes, watchdog)
     end
 end
 
--- How often a watchdog has started a worker within the period, and the delay
--- that it has logged since.
+-- The number of times that a watchdog has started a worker within the period,
+-- and the delay that it has logged since.
 local function starts_of(where, watchdog)
     local starts, delay = 0, nil
     local now = os.time()
@@ -131,16 +130,17 @@ local function starts_of(where, watchdog)
     return starts, delay
 end
 
--- A watchdog that waits before a restart has no worker, but the log has the
--- start of the last one. Its threads tell less: not every system counts them,
--- and libraries may start some.
+-- Whether a process is a watchdog: it has one thread, or a child, or the log
+-- has its start of a worker. The threads alone do not decide: not every system
+-- gives their number, and libraries may start some. A watchdog that waits
+-- before a restart has no child.
 local function is_watchdog(where, processes, process)
     return process.threads == 1 or child_of(processes, process) ~= nil
         or starts_of(where, process) > 0
 end
 
--- Of processes without a parent among them, one is the watchdog and another a
--- worker that has lost its own.
+-- Sorts the processes. One whose parent is not among them is the watchdog, or a
+-- worker whose watchdog has ended.
 local function sort_out(where, processes)
     local watchdog, orphan
     for _, process in pairs(processes) do
@@ -175,15 +175,15 @@ local function describe(where, result, pid)
     return "starting"
 end
 
---- What a service does at present.
+--- The present state of a service.
 ---@class kza.ctl.State
 ---@field state "running"|"starting"|"stopping"|"stopped"|"stale"|"orphan"
 ---@field watchdog? kza.host.Process
 ---@field worker? kza.host.Process
 ---@field restarts? integer       In the last 512 seconds, if it has a watchdog.
----@field next_start_ms? integer  While it is starting, if the log tells.
+---@field next_start_ms? integer  While it is starting, if the log has it.
 
---- Looks at a service.
+--- Determines the state of a service.
 ---@param where kza.ctl.Place
 ---@return kza.ctl.State? state  nil when the pid file cannot be read.
 ---@return string? message

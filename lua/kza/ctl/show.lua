@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- How results look: JSON for programs; columns and colours on a terminal.
+-- The output of results: JSON for programs; columns and colours on a terminal.
 
 local host = require("kza.host")
 local fail = require("kza.ctl.fail")
@@ -9,8 +9,8 @@ local utf8 = require("kza.utf8")
 
 local show = {}
 
---- Writes a line to standard output. It is out when this returns, for who
---- follows; a standard output that takes no more ends the command.
+--- Writes a line to standard output and flushes it, for a reader that follows
+--- the output. When standard output cannot be written, the command ends.
 ---@param text string
 function show.line(text)
     local written, message = io.stdout:write(text, "\n")
@@ -22,7 +22,7 @@ function show.line(text)
     end
 end
 
---- Stands for what is not known, which JSON shows as null.
+--- The value of an unknown fact; JSON shows it as null.
 show.unknown = json.null
 
 local is_terminal = host.isatty(1)
@@ -66,7 +66,7 @@ function show.array(list)
     return setmetatable(list, { __jsontype = "array" })
 end
 
---- The text in a colour where a person reads it.
+--- The text, coloured when standard output is a terminal.
 ---@param text string
 ---@param colour? "red"|"green"|"yellow"
 function show.coloured(text, colour)
@@ -76,13 +76,13 @@ function show.coloured(text, colour)
     return ("\27[%dm%s\27[0m"):format(COLOURS[colour], text)
 end
 
--- What a terminal would take for a command is shown as "?": texts come from
--- files that anything may have written to.
+-- Replaces characters that a terminal would take for a command by "?". Texts
+-- come from files that any program may have written.
 local function harmless(text)
     return is_terminal and text:gsub("[%c\127]", "?") or text
 end
 
--- The longest beginning of a text that has at most so many characters.
+-- The longest beginning of a text that has at most `count` characters.
 local function cut_at(text, count)
     local at = 0
     for position in text:gmatch("()[^\128-\191]") do
@@ -94,7 +94,8 @@ local function cut_at(text, count)
     return text, ""
 end
 
--- Lines of at most so many characters, broken at blanks where there are any.
+-- Splits a text into lines of at most `width` characters, at blanks where there
+-- are any.
 local function wrap(text, width)
     local lines = {}
     repeat
@@ -113,7 +114,7 @@ local function wrap(text, width)
     return lines
 end
 
--- The columns side by side, and their width on the screen.
+-- The text of the columns side by side, and its width on the screen.
 local function join(columns)
     local cells, width = {}, 0
     for _, column in ipairs(columns) do
@@ -132,8 +133,8 @@ local function without_end_blanks(text)
     return (text:gsub("%s+$", ""))
 end
 
---- A line of a table: fixed columns, then a text that takes the rest of the
---- line. On a terminal the text wraps below itself.
+--- Writes a line of a table: fixed columns, then a text in the rest of the
+--- line. On a terminal the text is wrapped within its own column.
 ---@param columns { text: string, width: integer, colour?: string }[]
 ---@param text string
 ---@param colour? string  Of the text.
@@ -146,7 +147,7 @@ function show.row(columns, text, colour)
             or head .. show.coloured(text, colour))
         return
     end
-    -- On a narrow terminal the text has lines of its own.
+    -- On a narrow terminal the text is on lines of its own.
     if width - indent < 20 and indent > 0 then
         show.line(without_end_blanks(head))
         head, indent = "  ", 2
@@ -157,7 +158,7 @@ function show.row(columns, text, colour)
     end
 end
 
---- A named fact, below others; none when the value is nil.
+--- Writes a named fact on a line; nothing when the value is nil.
 ---@param name string
 ---@param value any
 ---@param colour? string

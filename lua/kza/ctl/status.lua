@@ -1,13 +1,13 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl status: what a service does, and what an operator should know of it.
+-- kzctl status: the state of a service and further facts for an operator.
 
 local host = require("kza.host")
 local records = require("kza.ctl.records")
 local service = require("kza.ctl.service")
 local show = require("kza.ctl.show")
 
--- As init scripts tell a state.
+-- The exit statuses of init scripts for the states.
 local STATUSES = {
     running = 0, starting = 0, stopping = 0, stale = 1, orphan = 1, stopped = 3,
 }
@@ -31,7 +31,8 @@ local ORDER = {
     "pending_packages",
 }
 
--- Looking for an error stops after so many records: a log may be endless.
+-- The search for an error stops after this many records: a log may be very
+-- long.
 local RECORDS_LOOKED_AT = 20000
 
 local function last_error(where)

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Starting and stopping a service, and waiting until it has happened.
+-- Starting and stopping a service, and waiting for the result.
 
 local host = require("kza.host")
 local records = require("kza.ctl.records")
@@ -10,7 +10,8 @@ local supervise = {}
 
 local LOOK_MS = 50
 
--- Looks again and again until `done` answers something; nil when time is up.
+-- Calls `done` again and again until it returns a value; nil when the time is
+-- up.
 local function wait(seconds, done)
     local deadline = host.clock() + seconds
     while true do
@@ -30,8 +31,8 @@ local function first_line(text)
     return (text:gsub("\\n.*$", ""))
 end
 
--- What the log has said since the start: that the application is up, or why the
--- service ended.
+-- The outcome of the start, according to the log since then: the application is
+-- up, or the reason why the service ended.
 local function outcome(where, follower, heard)
     for _, record in ipairs(follower:read()) do
         if record.level == "ERROR" then
@@ -45,7 +46,7 @@ local function outcome(where, follower, heard)
             return { reason = heard.reason or record.text }
         end
     end
-    -- A service that is gone says nothing any more.
+    -- A service that has ended writes no further record.
     local state = service.look(where)
     if heard.seen and state and not state.watchdog then
         heard.gone = (heard.gone or 0) + 1
@@ -59,9 +60,9 @@ end
 --- Starts a service with further options of the agent.
 ---@param where kza.ctl.Place
 ---@param options string[]
----@param seconds number  How long to wait until it is up.
+---@param seconds number  Longest wait until the application is up.
 ---@return boolean up
----@return string? reason  Why it is not.
+---@return string? reason  The reason when it is not.
 function supervise.start(where, options, seconds)
     local words = { where.agent, "--background", "--appname", where.name,
         "--workdir", where.work }
@@ -94,9 +95,10 @@ local function is_gone(state)
     return not state.watchdog and not state.worker
 end
 
--- Asks once, and once more when the watchdog was seen without a worker: it
--- takes a request in that state for itself alone, and only the second one ends
--- it. A worker that it starts meanwhile knows of no request.
+-- A function that sends a stop request: once, and once more when the watchdog
+-- had no worker at the first one. In that state the watchdog only notes the
+-- request, and starts the next worker without passing it on; a second request
+-- ends it.
 local function asker()
     local asked, last, alone = 0, 0, false
     return function(state)
@@ -114,8 +116,8 @@ end
 --- Asks a service to stop and waits until watchdog and worker are gone.
 ---@param where kza.ctl.Place
 ---@param seconds number
----@return boolean? stopped  false when it has not within the time.
----@return string? message   Why it could not be asked.
+---@return boolean? stopped  false when the service still runs after the time.
+---@return string? message   The reason when no request could be sent.
 function supervise.stop(where, seconds)
     local ask = asker()
     local message
@@ -129,7 +131,7 @@ function supervise.stop(where, seconds)
             return true
         end
         local sent, why = ask(state)
-        -- One that has ended meanwhile is what was wanted.
+        -- A process that has ended meanwhile is a success.
         if not sent and why ~= "No such process" then
             message = why
             return false
@@ -156,7 +158,7 @@ function supervise.kill(where)
         if is_gone(state) then
             return true
         end
-        -- The watchdog first: it would start another worker.
+        -- The watchdog is killed first, because it would start another worker.
         for _, process in ipairs({ state.watchdog or false,
             state.worker or false }) do
             if process then
@@ -175,7 +177,7 @@ function supervise.kill(where)
     return true
 end
 
---- How long ago a stop was asked for, as far as the log tells.
+--- The time of the last stop request, if the log has it.
 ---@param where kza.ctl.Place
 ---@return string? stamp  `YYYY-MM-DD HH:MM:SS`
 function supervise.asked_since(where)
