@@ -41,7 +41,7 @@ KZA_API void Initialize();
 /// The text of an error code.
 [[nodiscard]] KZA_API std::string ErrorText(unsigned long code);
 
-/// Frees what the library holds for the process and the calling thread, FIPS
+/// Frees all that the library has for the process and the calling thread, FIPS
 /// mode included. Nothing of OpenSSL may be in use any more.
 KZA_API void CleanUp();
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Access rights of what the agent creates.
+// Access rights of files and directories that the agent creates.
 //
 // Threads: any.
 

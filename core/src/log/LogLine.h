@@ -81,7 +81,7 @@ private:
 void ForgetLogIdentity();
 
 // The parts of a line, for tests. Each writes to `out`, which has room, and
-// returns the place behind what it wrote.
+// returns the new end of the line.
 
 /// The most bytes that one character of a text takes.
 inline constexpr std::size_t kMaxBytesShown = 4;
