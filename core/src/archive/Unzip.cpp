@@ -27,7 +27,7 @@
 #include "archive/UnzipDestination.h"
 #include "archive/UnzipPlan.h"
 #include "archive/UnzipRoom.h"
-#include "archive/ZipFile.h"
+#include "archive/ZipWalk.h"
 #include "base/Bytes.h"
 #include "base/Error.h"
 

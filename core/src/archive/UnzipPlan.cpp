@@ -2,6 +2,7 @@
 
 #include "archive/UnzipPlan.h"
 
+#include "archive/ZipWalk.h"
 #include "base/Error.h"
 #include "base/Hash.h"
 #include "base/RandomNumber.h"

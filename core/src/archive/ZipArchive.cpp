@@ -3,6 +3,7 @@
 #include "archive/ZipArchive.h"
 
 #include "archive/Inflate.h"
+#include "archive/ZipWalk.h"
 #include "base/Error.h"
 #include "base/Hash.h"
 #include "base/RandomNumber.h"

@@ -3,6 +3,7 @@
 #include "archive/ZipFile.h"
 
 #include "archive/Inflate.h"
+#include "archive/ZipFormat.h"
 #include "base/Error.h"
 #include "base/WholeTransfer.h"
 
@@ -15,6 +16,8 @@
 namespace KzaCore
 {
 
+using namespace ZipFormat;
+
 namespace
 {
 
@@ -23,93 +26,16 @@ constexpr std::size_t kMaxShown = 200;
 constexpr std::size_t kEndSize = 22;
 constexpr std::size_t kZip64EndSize = 56;
 constexpr std::size_t kZip64LocatorSize = 20;
-constexpr std::size_t kCentralSize = 46;
-constexpr std::size_t kLocalSize = 30;
 constexpr std::size_t kMaxComment = 0xFFFF;
 
 // A directory this large describes half a million to a million files. More is
 // taken for an attempt to use up the memory of the process.
 constexpr std::uint64_t kMaxDirectory = 64ULL << 20;
 
-// The directory is read in pieces of this size; one record fits in any case.
-constexpr std::size_t kPiece = 256 * 1024;
-constexpr std::size_t kMaxRecord = kCentralSize + 3 * 0xFFFF;
-
 constexpr std::uint32_t kEndSignature = 0x06054b50;
 constexpr std::uint32_t kZip64EndSignature = 0x06064b50;
 constexpr std::uint32_t kZip64LocatorSignature = 0x07064b50;
-constexpr std::uint32_t kCentralSignature = 0x02014b50;
 constexpr std::uint32_t kLocalSignature = 0x04034b50;
-
-constexpr std::uint32_t kFull32 = 0xFFFFFFFF;
-constexpr std::uint16_t kFull16 = 0xFFFF;
-constexpr std::uint16_t kZip64Extra = 0x0001;
-
-std::uint16_t Get16(const unsigned char* p)
-{
-    return static_cast<std::uint16_t>(p[0] | p[1] << 8);
-}
-
-std::uint32_t Get32(const unsigned char* p)
-{
-    return Get16(p) | static_cast<std::uint32_t>(Get16(p + 2)) << 16;
-}
-
-std::uint64_t Get64(const unsigned char* p)
-{
-    return Get32(p) | static_cast<std::uint64_t>(Get32(p + 4)) << 32;
-}
-
-// The 64-bit values in a zip64 extra field. The field holds, in a fixed order,
-// only the values whose 32-bit form in the record is full (all bits set).
-class CZip64Extra
-{
-public:
-    CZip64Extra(const unsigned char* extra, std::size_t size)
-    {
-        while (size >= 4)
-        {
-            const std::size_t length = Get16(extra + 2);
-            if (length > size - 4)
-                return;
-            if (Get16(extra) == kZip64Extra)
-            {
-                m_next = extra + 4;
-                m_left = length;
-                return;
-            }
-            extra += 4 + length;
-            size -= 4 + length;
-        }
-    }
-
-    // Replaces `value` when its short form is full; false when the field does
-    // not hold the long form.
-    bool Take(std::uint32_t shortForm, std::uint64_t& value)
-    {
-        if (shortForm != kFull32)
-            return true;
-        if (m_left < 8)
-            return false;
-        value = Get64(m_next);
-        m_next += 8;
-        m_left -= 8;
-        return true;
-    }
-
-    // True when the next value, or its short form when that is not full, is
-    // the number of the only disk.
-    [[nodiscard]] bool IsOnlyDisk(std::uint16_t shortForm) const
-    {
-        if (shortForm != kFull16)
-            return shortForm == 0;
-        return m_left >= 4 && Get32(m_next) == 0;
-    }
-
-private:
-    const unsigned char* m_next = nullptr;
-    std::size_t m_left = 0;
-};
 
 // True when a local header agrees with the directory's entry. Where the sizes
 // follow the data, they may be zero in the header.
@@ -182,8 +108,6 @@ std::string ShowName(std::string_view name)
     return shown + (name.size() > kMaxShown ? "...'" : "'");
 }
 
-// --- The file --------------------------------------------------------------
-
 bool CZipFile::Open(const std::string& path, std::string& error)
 {
     COpenedFile file;
@@ -228,39 +152,46 @@ bool CZipFile::ReadTail(std::size_t most,
     return ReadAt(fileSize - tail.size(), tail.data(), tail.size(), error);
 }
 
+// Reads the end of the file, down to the end record, and finds the record.
+//
+// \param tail  Out: the last bytes of the file.
+// \param at    Out: offset of the record in `tail`.
+bool CZipFile::FindEndRecord(std::vector<unsigned char>& tail,
+                             std::size_t& at,
+                             std::string& error) const
+{
+    if (m_file.Size() < kEndSize)
+        return Fail(error, m_file.Size() == 0 ? "the file is empty"
+                                              : "too short for a zip archive");
+    // Nearly every archive has no comment; its end record is the end of the
+    // file.
+    for (const std::size_t most : {kEndSize, kEndSize + kMaxComment})
+    {
+        if (!ReadTail(most, tail, error))
+            return false;
+        if (FindEnd(tail, at))
+            return true;
+    }
+    return Fail(error, "no zip directory at its end: truncated or "
+                       "not a zip archive");
+}
+
 // Finds the end record and through it the directory. The record's comment must
 // reach exactly to the end of the file, and the directory exactly to the end
 // record: otherwise the file was truncated, has bytes appended, or is forged.
 bool CZipFile::FindDirectory(std::string& error)
 {
-    CDirectory& directory = m_directory;
-    const auto fileSize = m_file.Size();
-    if (fileSize < kEndSize)
-    {
-        return Fail(error, fileSize == 0 ? "the file is empty"
-                                         : "too short for a zip archive");
-    }
-    // Nearly every archive has no comment; its end record is the end of the
-    // file.
     std::vector<unsigned char> tail;
     std::size_t at = 0;
-    if (!ReadTail(kEndSize, tail, error))
+    if (!FindEndRecord(tail, at, error))
         return false;
-    if (!FindEnd(tail, at))
-    {
-        if (!ReadTail(kEndSize + kMaxComment, tail, error))
-            return false;
-        if (!FindEnd(tail, at))
-            return Fail(error, "no zip directory at its end: truncated or "
-                               "not a zip archive");
-    }
-
+    CDirectory& directory = m_directory;
     const unsigned char* const end = &tail[at];
     directory.count = Get16(end + 10);
     directory.size = Get32(end + 12);
     directory.offset = Get32(end + 16);
 
-    const std::uint64_t endOffset = fileSize - tail.size() + at;
+    const std::uint64_t endOffset = m_file.Size() - tail.size() + at;
     std::uint64_t directoryEnd = endOffset;
     if (!ReadZip64End(endOffset, directory, directoryEnd, error))
         return false;
@@ -359,104 +290,6 @@ bool CZipFile::Locate(const CZipEntry& entry,
         !AgreesWithLocal(entry, far.empty() ? near : far.data(), extraSize))
         return Fail(error, "the zip directory disagrees with its header");
     return true;
-}
-
-// --- The walk --------------------------------------------------------------
-
-CZipWalk::CZipWalk(const CZipFile& file)
-    : m_file(file),
-      m_piece(std::min<std::uint64_t>(file.m_directory.size, kPiece)),
-      m_next(file.m_directory.offset),
-      m_end(file.m_directory.offset + file.m_directory.size),
-      m_left(file.m_directory.count)
-{
-}
-
-// Reads more of the directory unless the next record is certainly in memory as
-// a whole.
-bool CZipWalk::Fill(std::string& error)
-{
-    if (m_filled - m_at >= kMaxRecord || m_next == m_end)
-        return true;
-    std::memmove(m_piece.data(), m_piece.data() + m_at, m_filled - m_at);
-    m_filled -= m_at;
-    m_at = 0;
-    const auto more = static_cast<std::size_t>(
-        std::min<std::uint64_t>(m_piece.size() - m_filled, m_end - m_next));
-    if (!m_file.ReadAt(m_next, m_piece.data() + m_filled, more, error))
-        return false;
-    m_filled += more;
-    m_next += more;
-    return true;
-}
-
-const CZipEntry* CZipWalk::Next(std::string& error)
-{
-    if (m_left == 0)
-    {
-        m_isWhole = m_next == m_end && m_at == m_filled;
-        if (!m_isWhole)
-            error = "the zip directory holds more than its entries";
-        return nullptr;
-    }
-    if (!Fill(error))
-        return nullptr;
-    const unsigned char* const record = m_piece.data() + m_at;
-    const std::size_t left = m_filled - m_at;
-    const bool isRecord =
-        left >= kCentralSize && Get32(record) == kCentralSignature;
-    const std::size_t length = isRecord
-                                   ? kCentralSize + Get16(record + 28) +
-                                         Get16(record + 30) + Get16(record + 32)
-                                   : 0;
-    // The rest of the directory must have room for the records to come. The
-    // caller relies on it: MaxNames() follows from the same sum.
-    const std::uint64_t rest = (m_left - 1) * kCentralSize;
-    if (!isRecord || left < length || left - length + (m_end - m_next) < rest)
-    {
-        error = "the zip directory is damaged";
-        return nullptr;
-    }
-    if (!Take(record, error))
-        return nullptr;
-    m_at += length;
-    --m_left;
-    return &m_entry;
-}
-
-// Fills m_entry from one record, which is in memory with its name and its extra
-// field.
-bool CZipWalk::Take(const unsigned char* record, std::string& error)
-{
-    const std::size_t nameSize = Get16(record + 28);
-    const auto* const name =
-        reinterpret_cast<const char*>(record + kCentralSize);
-    const std::uint64_t limit = m_file.m_directory.offset;
-
-    CZipEntry& entry = m_entry;
-    entry.name = std::string_view(name, nameSize);
-    entry.system = record[5];
-    entry.flags = Get16(record + 8);
-    entry.method = Get16(record + 10);
-    entry.dosDateTime = Get32(record + 12);
-    entry.crc = Get32(record + 16);
-    entry.compressedSize = Get32(record + 20);
-    entry.size = Get32(record + 24);
-    entry.attributes = Get32(record + 38);
-    entry.offset = Get32(record + 42);
-
-    CZip64Extra extra(record + kCentralSize + nameSize, Get16(record + 30));
-    const bool whole = extra.Take(Get32(record + 24), entry.size) &&
-                       extra.Take(Get32(record + 20), entry.compressedSize) &&
-                       extra.Take(Get32(record + 42), entry.offset) &&
-                       extra.IsOnlyDisk(Get16(record + 34));
-    // The local header repeats the name, so it has at least this size.
-    const std::uint64_t headers = kLocalSize + nameSize;
-    const bool fits = whole && entry.offset <= limit &&
-                      headers <= limit - entry.offset &&
-                      entry.compressedSize <= limit - entry.offset - headers;
-    return fits || Fail(error, "entry " + ShowName(entry.name) +
-                                   ": it lies outside of the archive");
 }
 
 } // namespace KzaCore

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Zip archives that may be hostile, torn or changing on disk, walked entry by
-// entry.
+// Zip archives that may be hostile, torn or changing on disk. ZipWalk.h goes
+// through the entries.
 //
 // Every number in the archive is checked against the file. Contents are read
 // with pread(2) and never mapped, so that a truncation by another process is an
 // error and not a SIGBUS. The memory in use does not depend on the archive.
 //
 // Threads: an open archive may be read by several threads at once; Open() and
-// the destructor belong to one. One walk belongs to one thread.
+// the destructor belong to one.
 
 #pragma once
 
@@ -135,6 +135,9 @@ private:
     bool ReadTail(std::size_t most,
                   std::vector<unsigned char>& tail,
                   std::string& error) const;
+    bool FindEndRecord(std::vector<unsigned char>& tail,
+                       std::size_t& at,
+                       std::string& error) const;
     bool FindDirectory(std::string& error);
     bool ReadZip64End(std::uint64_t end,
                       CDirectory& directory,
@@ -144,43 +147,6 @@ private:
     COpenedFile m_file;
     std::unique_ptr<CFileSeal> m_seal;
     CDirectory m_directory; // the entries end before it
-};
-
-/// One pass over the entries, in the directory's order.
-///
-///     CZipWalk walk(file);
-///     while (const CZipEntry* entry = walk.Next(error))
-///         ...
-///     return walk.IsWhole();
-class CZipWalk
-{
-public:
-    /// \param file  Open; outlives the walk.
-    explicit CZipWalk(const CZipFile& file);
-
-    /// The next entry, good until the next call; null after the last and after
-    /// a failure.
-    ///
-    /// \param error  Set to the reason after a failure.
-    [[nodiscard]] const CZipEntry* Next(std::string& error);
-
-    /// True when the directory was read to its last byte and had as many
-    /// entries as the end record gives.
-    [[nodiscard]] bool IsWhole() const { return m_isWhole; }
-
-private:
-    bool Fill(std::string& error);
-    bool Take(const unsigned char* record, std::string& error);
-
-    const CZipFile& m_file;
-    std::vector<unsigned char> m_piece;
-    std::size_t m_at = 0;     // in m_piece
-    std::size_t m_filled = 0; // of m_piece
-    std::uint64_t m_next;     // of the file, to be read
-    std::uint64_t m_end;      // of the directory
-    std::uint64_t m_left;     // entries to come
-    bool m_isWhole = false;
-    CZipEntry m_entry;
 };
 
 } // namespace KzaCore
