@@ -3,6 +3,7 @@
 #include "kza_core/OpenedFile.h"
 
 #include "base/Descriptor.h"
+#include "base/SameFile.h"
 
 #include <fcntl.h>
 
@@ -47,8 +48,8 @@ bool COpenedFile::Open(const std::string& path)
 bool COpenedFile::IsInPlace() const
 {
     struct stat now = {};
-    return stat(m_path.c_str(), &now) == 0 && now.st_dev == m_status.st_dev &&
-           now.st_ino == m_status.st_ino && now.st_size == m_status.st_size &&
+    return stat(m_path.c_str(), &now) == 0 && IsSameFile(now, m_status) &&
+           now.st_size == m_status.st_size &&
            now.st_mtim.tv_sec == m_status.st_mtim.tv_sec &&
            now.st_mtim.tv_nsec == m_status.st_mtim.tv_nsec;
 }

@@ -36,6 +36,7 @@
 #include "log/LogFile.h"
 
 #include "base/Descriptor.h"
+#include "base/SameFile.h"
 #include "base/WholeTransfer.h"
 
 #include <algorithm>
@@ -73,11 +74,6 @@ int AboveStandardStreams(int file)
     close(file);
     errno = error;
     return higher;
-}
-
-bool IsSameFile(const struct stat& a, const struct stat& b)
-{
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "kza_core/PidFile.h"
 
 #include "base/Descriptor.h"
+#include "base/SameFile.h"
 #include "base/WholeTransfer.h"
 
 #include <wx/log.h>
@@ -67,16 +68,12 @@ bool WriteContent(int fd, const std::string& content)
 }
 
 // True when the path leads to the open file and is no link.
-bool IsSameFile(int fd, const std::string& path)
+bool IsNameOf(const std::string& path, int fd)
 {
-    struct stat opened
-    {
-    };
-    struct stat named
-    {
-    };
+    struct stat opened = {};
+    struct stat named = {};
     return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+           IsSameFile(opened, named);
 }
 
 // The lock belongs to the open file description and not to the process, so a
@@ -160,8 +157,8 @@ CPidFileClaim::EAttempt CPidFileClaim::TryLock()
                                                   : GoOnWithoutLock();
     // The process that had the lock removes the file when it gives the lock up.
     // A lock on a file that was removed excludes no other process.
-    return IsSameFile(m_fd, m_lockFile) ? EAttempt::Done
-                                        : Abandon(EAttempt::Replaced);
+    return IsNameOf(m_lockFile, m_fd) ? EAttempt::Done
+                                      : Abandon(EAttempt::Replaced);
 }
 
 CPidFileClaim::EAttempt CPidFileClaim::Abandon(EAttempt attempt)
