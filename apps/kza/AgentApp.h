@@ -129,12 +129,16 @@ public:
                                      const wxZipEntry* entry,
                                      const wxString* destPath);
 
+    // --- Queries (startup/StartUp.cpp, script/LuaSetup.cpp) ----------------
+
     /// True for the agent itself, false for a tool under another name.
     [[nodiscard]] bool IsDefaultApp() const { return m_isDefaultApp; }
     [[nodiscard]] bool IsBackground() const { return m_background; }
+
     /// The executable's directory, from which code, archives and packages are
     /// taken. Empty when that directory is not trusted.
     [[nodiscard]] wxString InstallationDirectory() const;
+
     /// The state of the application's interpreter, which must exist.
     [[nodiscard]] lua_State* L() const;
 
@@ -148,7 +152,7 @@ private:
     void ReportFailure() const; // script/Chunks.cpp
     void WarnOfOddModule();     // script/ScriptThread.cpp
 
-    // Steps of OnRun.
+    // Steps of OnRun and MainLoop.
     [[noreturn]] void RunScriptApp(); // service/Run.cpp
     void OpenControlSocket();         // service/Run.cpp
 

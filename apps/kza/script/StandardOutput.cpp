@@ -2,6 +2,8 @@
 
 #include "script/StandardOutput.h"
 
+#include "base/Error.h"
+
 #include <wx/log.h>
 
 #include <cerrno>
@@ -27,6 +29,6 @@ void CStandardOutput::Fail(int error)
     static bool s_said = false;
     if (!s_said)
         wxLogWarning("Standard output cannot be written: %s",
-                     wxSysErrorMsgStr(error));
+                     KzaCore::TextOfBytes(KzaCore::SystemErrorText(error)));
     s_said = true;
 }
