@@ -1,12 +1,12 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- What the name of a package says, by the agent's own rules. Both take the name
--- without directory and extension.
+-- The parts of a package's name, by the agent's own rules. The functions take
+-- the name without directory and extension.
 
 local package_name = {}
 
---- The plugin: the second field between dashes, all that follows with one dash,
---- the whole name with none.
+--- The plugin: the second field between dashes; with one dash, the part after
+--- it; without a dash, the whole name.
 ---@param name string
 ---@return string
 function package_name.plugin(name)
@@ -14,8 +14,8 @@ function package_name.plugin(name)
     return rest and rest:match("^[^-]*") or name
 end
 
---- The version; nil when the name has no place for one. What stands after the
---- last dot is taken off first, always.
+--- The version; nil when the name has no place for one. The part after the last
+--- dot is always removed first.
 ---@param name string
 ---@return string?
 function package_name.version(name)

@@ -87,8 +87,8 @@ local function check_names(problems, path)
     check_archive(problems, path, true)
 end
 
--- Signature before content: nothing in a package without a good one is looked
--- at.
+-- The checks of each kind, in their order. The signature of a package is
+-- checked before its content is read.
 local checks = {
     kze = { check_content, check_side_file },
     kzp = {
@@ -101,8 +101,8 @@ local checks = {
 --- The reasons why the agent would refuse a file; none when it accepts the
 --- file. The extension decides whether the file is an archive or a package.
 ---@param path string
----@param keys? { signer: fun(self, path: string): string?, string? }  Those
----     that a package must be signed by.
+---@param keys? { signer: fun(self, path: string): string?, string? }  The keys
+---     of which one must have signed each package.
 ---@return string[]
 return function(path, keys)
     local kind = checks[path:match("%.([^./]*)$")]

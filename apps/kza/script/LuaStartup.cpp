@@ -28,7 +28,7 @@ namespace
 
 constexpr wchar_t kDefaultName[] = L"kz_agent";
 
-// Collects what the parser says to the user, as long as the object lives.
+// Collects the parser's messages to the user while the object exists.
 class CParserOutput : public wxMessageOutput
 {
 public:
@@ -50,7 +50,7 @@ void SetText(lua_State* L, const char* field, const wxString& text)
     lua_setfield(L, -2, field);
 }
 
-// The words of a table, behind a program's name.
+// The words of a table, after a name for the program.
 std::vector<std::wstring> CheckWords(lua_State* L, int index)
 {
     luaL_checktype(L, index, LUA_TTABLE);
@@ -94,7 +94,7 @@ void PushOptions(lua_State* L, const wxCmdLineParser& parser)
     lua_setfield(L, -2, "words");
 }
 
-// options(words): what a command line says, program apart.
+// options(words): the options in a command line without its first word.
 int Options(lua_State* L)
 {
     std::vector<std::wstring> words = CheckWords(L, 1);

@@ -63,7 +63,7 @@ struct CConfigurationEntry
     wxString value;
 };
 
-/// The entries of one file, none when it cannot be read. Of entries that the
-/// framework takes for the same, the one that counts. What is no entry is
-/// passed over without a word.
+/// The entries of one file, none when it cannot be read. Of several entries
+/// that are one for the framework, only the one that counts. Lines that are no
+/// entries are skipped without a message.
 [[nodiscard]] std::vector<CConfigurationEntry> EntriesOf(const wxString& file);

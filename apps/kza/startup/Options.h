@@ -21,9 +21,10 @@ struct CGivenOption
     wxString value;
 };
 
-/// What a command line gives, in its order, the framework's own switches apart.
-/// A framework that remembers the last value of an option only has each once.
+/// The options of a command line, in its order, without the framework's own
+/// switches. An older framework keeps only the last value of an option, so each
+/// option is there once.
 ///
-/// \param parser  Has parsed it.
+/// \param parser  Has parsed the command line.
 [[nodiscard]] std::vector<CGivenOption> GivenOptions(
     const wxCmdLineParser& parser);

@@ -53,8 +53,8 @@ bool CopyFile(const std::string& from, const std::string& to)
     CDescriptor copy(open(to.c_str(), kOpenNew, kMode));
     if (!copy.IsOpen())
         return false;
-    // The mode is given apart from the umask. A full disk may show as late as
-    // at the close.
+    // fchmod() sets the mode independently of the umask. A full disk may be
+    // reported as late as by the close.
     if (CopyBytes(source.Get(), copy.Get()) && fchmod(copy.Get(), kMode) == 0 &&
         fsync(copy.Get()) == 0 && copy.Close())
         return true;

@@ -16,7 +16,7 @@ namespace KzaCore
 ///
 /// \param to  Must not exist.
 ///
-/// \return false with errno set; no copy is left then.
+/// \return false with errno set; the copy is removed then.
 [[nodiscard]] bool CopyFile(const std::string& from, const std::string& to);
 
 } // namespace KzaCore

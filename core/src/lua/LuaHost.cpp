@@ -121,7 +121,7 @@ int Stat(lua_State* L)
     return 1;
 }
 
-// access(path, "read"|"write"): whether this process may.
+// access(path, "read"|"write"): whether this process may do that.
 int Access(lua_State* L)
 {
     static const char* const kNames[] = {"read", "write", nullptr};
@@ -134,8 +134,8 @@ int Access(lua_State* L)
     return 1;
 }
 
-// crc32(bytes [, before]): the checksum that zip archives use, of these bytes
-// after those of an earlier checksum.
+// crc32(bytes [, before]): the checksum that zip archives use; `before` is the
+// checksum of the bytes before these.
 int Checksum(lua_State* L)
 {
     std::size_t size = 0;
@@ -175,7 +175,7 @@ int Write(lua_State* L)
     return 1;
 }
 
-// copy(from, to): the bytes of a file in a new one.
+// copy(from, to): copies the bytes of a file into a new one.
 int Copy(lua_State* L)
 {
     const char* const from = CheckPath(L, 1);
@@ -186,8 +186,8 @@ int Copy(lua_State* L)
     return 1;
 }
 
-// make_directory(path [, shared]): a new directory for its owner alone, or as
-// the umask has it.
+// make_directory(path [, shared]): makes a directory, for its owner alone or
+// with the mode that the umask allows.
 int MakeDirectory(lua_State* L)
 {
     const char* const path = CheckPath(L, 1);

@@ -1,12 +1,13 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Puts packages beside an agent, with their signatures, all or none.
+-- Puts packages with their signatures into the agent's directory: all of them,
+-- or none.
 --
--- The copies are made in a directory of their own beside the agent, and judged
--- there: what is judged is what gets its place, whatever happens to the
--- originals meanwhile. They get their places by rename, each signature before
--- its package. A file that is replaced waits in that directory until all have
--- their places, and goes back when one has not.
+-- The packages are first copied to a temporary directory beside the agent, and
+-- the copies are checked there, so that a later change of the originals does
+-- not matter. The copies get their final places by rename, each signature
+-- before its package. A file that is replaced is kept in the temporary
+-- directory until all renames are done, and is put back when one of them fails.
 
 local fail = require("kza.ctl.fail")
 local files = require("kza.files")
@@ -19,10 +20,10 @@ local SIGNATURE = ".sig"
 
 --- A package that is to be delivered.
 ---@class kza.ctl.Delivery
----@field from string  Its file; the signature is beside it.
----@field name string  Name that it gets.
+---@field from string  Path of the package; its signature is beside it.
+---@field name string  New name of the package.
 
--- Every step answers nil and why not when it fails.
+-- Every step returns nil and the reason when it fails.
 
 local function make_directory(where)
     local path = ("%s/.kzctl.%d.%09d"):format(where.bin, os.time(),
@@ -67,7 +68,7 @@ local function judge_all(place, deliveries, keys)
     return true
 end
 
--- Renames in this order; after a failure those before are undone.
+-- Renames files in this order; after a failure, undoes the renames before.
 local function rename_all(renames)
     for i, rename in ipairs(renames) do
         local renamed, message = os.rename(rename.from, rename.to)
@@ -122,11 +123,11 @@ local function check_places(where, deliveries)
     end
 end
 
---- Delivers packages; raises the complaint when one is refused or cannot get
---- its place, and then all is as before.
+--- Delivers packages. When one is refused or cannot be put into its place,
+--- undoes all changes and raises the complaint.
 ---@param where kza.ctl.Place
 ---@param deliveries kza.ctl.Delivery[]
----@param keys? table  Those that a package must be signed by.
+---@param keys? table  The keys of which one must have signed each package.
 function deliver.put(where, deliveries, keys)
     check_places(where, deliveries)
     local place, message = make_directory(where)

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl install and remove: packages for the agent's next start.
+-- kzctl install and remove: put packages beside the agent, for its next start.
 
 local deliver = require("kza.ctl.deliver")
 local fail = require("kza.ctl.fail")

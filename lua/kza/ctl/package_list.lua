@@ -1,7 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- The packages beside an agent: those that are installed, by the files that
--- came with them, and those that wait.
+-- The packages beside an agent: installed ones with the state of their files,
+-- and waiting ones.
 
 local fail = require("kza.ctl.fail")
 local files = require("kza.files")
@@ -21,13 +21,13 @@ local PIECE = 256 * 1024
 ---@field state "installed"|"changed"|"removed"|"waiting"|"refused"
 ---@field file string       Name of the file.
 ---@field path string
----@field time number       Since when the file has this name.
----@field files? integer    How many come with it, when it can be read.
----@field reason? string    Of `changed` and `refused`.
+---@field time number       The time since which the file has this name.
+---@field files? integer    Number of its files, when it can be read.
+---@field reason? string    For the states `changed` and `refused`.
 ---@field signed_by? string  Name of the key.
----@field is_installed boolean  Its file is what an installation leaves.
+---@field is_installed boolean  The file was renamed by its installation.
 
--- What each kind of file is called and what the agent does with it.
+-- The extension of each kind of file, and the agent's use of the kind.
 local KINDS = {
     { pattern = "^([^.].*)%.kzp%.done$", is_installed = true },
     { pattern = "^([^.].*)%.kzp$" },
@@ -49,8 +49,8 @@ local function checksum(path)
     return crc
 end
 
--- What is there in the place of an entry: "same", "changed" or "missing", and
--- why one cannot tell.
+-- Compares the file in the place of an entry: "same", "changed" or "missing",
+-- and the reason when the file cannot be compared.
 local function compare(path, entry)
     local stat, message = host.stat(path)
     if not stat then
@@ -67,7 +67,7 @@ local function compare(path, entry)
     return crc == entry.crc and "same" or "changed", reason
 end
 
--- The files of an archive, by the names that they get.
+-- The files of an archive, by their names beside the agent.
 local function files_in(path)
     local entries, message = host.entries(path)
     if not entries then
@@ -89,10 +89,11 @@ end
 ---@class kza.ctl.PackageFile
 ---@field file string   Path below the agent's directory.
 ---@field size integer
----@field state? "same"|"changed"|"missing"  Of a package that is installed.
----@field reason? string  Why one cannot tell.
+---@field state? "same"|"changed"|"missing"  For an installed package.
+---@field reason? string  The reason when the file cannot be compared.
 
---- The files of a package, compared with what is there when it is installed.
+--- The files of a package. For an installed one, they are compared with the
+--- files beside the agent.
 ---@param where kza.ctl.Place
 ---@param package kza.ctl.Package
 ---@return kza.ctl.PackageFile[]? files
@@ -142,8 +143,9 @@ local function judge_installed(package, found)
     end
 end
 
--- What waits is judged before it is looked into: the agent does not touch the
--- content of what it refuses.
+-- The signature and name of a waiting package are checked before its content is
+-- read, because the agent does not read the content of a package that it
+-- refuses.
 local function judge_waiting(package, keys)
     local problems = verify(package.path, keys)
     package.state = #problems == 0 and "waiting" or "refused"
@@ -189,10 +191,10 @@ local function facts_of(where, name)
     end
 end
 
---- The package in a file beside the agent; nil when it is none.
+--- The package in a file beside the agent; nil when the file is none.
 ---@param where kza.ctl.Place
 ---@param name string  Of the file.
----@param keys? table  Those that a package must be signed by.
+---@param keys? table  The keys of which one must have signed each package.
 ---@return kza.ctl.Package?
 function package_list.find(where, name, keys)
     local package = facts_of(where, name)
@@ -201,7 +203,7 @@ end
 
 --- The packages, sorted by their files' names.
 ---@param where kza.ctl.Place
----@param keys? table  Those that a package must be signed by.
+---@param keys? table  The keys of which one must have signed each package.
 ---@return kza.ctl.Package[]
 function package_list.read(where, keys)
     local names, message = host.list(where.bin)
@@ -230,9 +232,9 @@ local function full_names(packages)
     return table.concat(names, ", ")
 end
 
---- The one that goes by a name, which may be that of the plugin, or of the file
---- with or without extensions. A name that fits several is a failure, unless
---- all but one of them have been removed.
+--- The package with a name, which may be the plugin's, or the file's with or
+--- without extensions. A name of several packages is a failure, unless all but
+--- one of them have been removed.
 ---@param packages kza.ctl.Package[]
 ---@param name string
 ---@return kza.ctl.Package
@@ -259,7 +261,7 @@ function package_list.by_name(packages, name)
     return present[1] or fitting[1]
 end
 
---- Those that have a file, by its path below the agent's directory.
+--- The packages that contain a file, by its path below the agent's directory.
 ---@param packages kza.ctl.Package[]
 ---@param file string
 ---@return kza.ctl.Package[]

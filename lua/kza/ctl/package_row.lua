@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- How kzctl shows a package.
+-- The output of kzctl for a package.
 
 local records = require("kza.ctl.records")
 local show = require("kza.ctl.show")

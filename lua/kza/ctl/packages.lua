@@ -1,6 +1,7 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl packages: what is installed, what waits, and whose a file is.
+-- kzctl packages: shows installed and waiting packages, and the package that a
+-- file belongs to.
 
 local fail = require("kza.ctl.fail")
 local host = require("kza.host")
@@ -49,7 +50,8 @@ local function files(context)
     return 0
 end
 
--- Of an installed package its files are compared, another is judged.
+-- Compares the files of an installed package, and checks whether the agent
+-- would accept another one.
 local function verify(context)
     local package = package_list.by_name(read(context), context.args.name)
     if not package.is_installed then
@@ -74,8 +76,8 @@ local function verify(context)
     return status
 end
 
--- The path below the agent's directory of a file that need not exist; one that
--- is not absolute may begin here or there.
+-- The path, below the agent's directory, of a file that need not exist. A
+-- relative path may begin at the current directory or at the agent's.
 local function below(where, path)
     local directory, name = path:match("^(.*/)([^/]+)$")
     local real = host.real_path(directory or ".")

@@ -1,11 +1,11 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- Stands in for an application, with its options and configuration, and tells
--- what its start would find. Nothing of the application itself runs.
+-- Started with the options and the configuration of an application, reports
+-- what that application's start would find. No code of the application runs.
 --
 --     kz_agent --appname kza.ctl.probe OPTION... -- NAME FILE
 --
--- puts it into FILE as a JSON object.
+-- writes the report to FILE as a JSON object.
 
 local files = require("kza.files")
 local host = require("kza.host")
@@ -16,10 +16,10 @@ local KEYS = {
     "app.path.ini.global", "control.socket", "packages.keys", "strict.owner",
 }
 
--- The last two searchers load C modules, which runs code of theirs.
+-- The last two searchers load C modules, which would run their code.
 local C_SEARCHERS = 2
 
--- An application of this name has an archive of its own in front of the others.
+-- Adds the application's own archive, which comes before the others.
 local function add_own_archive(name)
     local own = ("%s/kza_core/%s.kze"):format(dom:Get("app.path.bin"), name)
     local others = dom:Get("app.lua.zippath")
@@ -29,7 +29,8 @@ local function add_own_archive(name)
     end
 end
 
--- Where `require` finds the module; nil and why it cannot be loaded.
+-- The place where `require` finds the module; nil and the reason when it cannot
+-- be loaded.
 local function find_module(name)
     local tried = {}
     for i = 1, #package.searchers - C_SEARCHERS do

@@ -18,8 +18,8 @@ local service = {}
 -- Starts within this many seconds count towards the watchdog's limit.
 local PERIOD = 512
 
--- What the command line of a process says, by the long names of the options; a
--- switch is true. Of several values the last one counts.
+-- The options in the command line of a process, by their long names; a switch
+-- is true. Of several values the last one counts.
 local function options_of(process)
     local words = {}
     for i = 2, #process.words do

@@ -1,8 +1,8 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- What a start of an agent would find: its settings, its module, and all that
--- it would complain of. A start that runs nothing tells, so that the rules are
--- the agent's own.
+-- What a start of an agent would find: its settings, its module, and the
+-- warnings that it would log. The facts come from the start of a stand-in
+-- (kza.ctl.probe), so the rules are the agent's own.
 
 local files = require("kza.files")
 local host = require("kza.host")
@@ -24,7 +24,7 @@ local LEFT_OUT = {
     unittest = true, workdir = true,
 }
 
--- Where the options come from ------------------------------------------------
+-- The source of the options --------------------------------------------------
 
 local function words_of_defaults()
     local status, output = host.run({ "/bin/sh", "-c", '. "$1" >/dev/null && '
@@ -45,8 +45,8 @@ local function words_of_process(process)
     return words
 end
 
---- The options of the agent that runs, else those that the installed service
---- would get, else none.
+--- The options of the running agent, else those of the installed service, else
+--- none.
 ---@param where kza.ctl.Place
 ---@return string[] words
 function settings.options(where)
@@ -84,7 +84,7 @@ local function words_of_stand_in(where, options, work, result)
     return words
 end
 
--- Words behind "--" are the application's own.
+-- The words before "--"; those behind it are the application's own.
 local function words_of_agent(words)
     local own = {}
     for i, word in ipairs(words) do
@@ -96,8 +96,8 @@ local function words_of_agent(words)
     return own
 end
 
--- The configuration of the agent, where the stand-in finds it. One that cannot
--- be read counts as none for the agent, too.
+-- Copies the agent's configuration to the stand-in's directory. A configuration
+-- that cannot be read counts as none, as it does for the agent.
 local function lend_configuration(where, work)
     local path, copy = where.work .. "/kz_agent.ini", work .. "/kz_agent.ini"
     local stat = host.stat(path)
@@ -109,7 +109,8 @@ local function lend_configuration(where, work)
     end
 end
 
--- Records that a start would leave, by the names of the agent that is meant.
+-- The log records that a start would write, with the agent's names in the place
+-- of the stand-in's.
 local function read_records(where, work)
     local log = ("%s/log/%s.log"):format(work, STAND_IN)
     local found = {}
@@ -126,7 +127,7 @@ local function read_records(where, work)
     return found
 end
 
--- What the stand-in says when it does not come to tell, without its name.
+-- The message of a stand-in that ended without a report, without its name.
 local function refusal_in(output)
     local text = output:match("^%s*(.-)%s*$")
     if text:sub(1, #STAND_IN + 2) == STAND_IN .. ": " then
@@ -135,7 +136,7 @@ local function refusal_in(output)
     return text == "" and "it ends at once" or text
 end
 
--- What it says on standard error, where its log may be repeated.
+-- The lines on standard error that are no repeated records of the log.
 local function complaints_in(output)
     local complaints = {}
     for line in output:gmatch("[^\n]+") do
@@ -148,14 +149,14 @@ end
 
 --- What a start would find.
 ---@class kza.ctl.Settings
----@field keys table<string, any>  Of the domain, those that matter here.
----@field module? string           Where the application's module is.
----@field problem? string          Why it cannot be loaded.
----@field records kza.ctl.Record[] What the start would write into the log.
+---@field keys table<string, any>  Keys of the domain that matter here.
+---@field module? string           Place of the application's module.
+---@field problem? string          The reason why it cannot be loaded.
+---@field records kza.ctl.Record[] The start's records in the log.
 ---@field options kza.startup.Option[]
----@field bad_options? string      Why the options make no start.
----@field refusal? string          Why it would not come so far.
----@field complaints? string[]     What it would write on standard error.
+---@field bad_options? string      The reason why the options are refused.
+---@field refusal? string          The reason why the start would be refused.
+---@field complaints? string[]     The start's lines on standard error.
 
 --- Finds out what a start with these options would find.
 ---@param where kza.ctl.Place
@@ -185,7 +186,7 @@ end
 
 -- Keys -----------------------------------------------------------------------
 
--- Keys that cannot be used: no signature counts.
+-- Stands for keys that cannot be used: every signature is refused.
 local NoKeys = {}
 NoKeys.__index = NoKeys
 
@@ -193,10 +194,10 @@ function NoKeys:signer()
     return nil, "its signature cannot be checked: " .. self.message
 end
 
---- The keys that packages must be signed by; nil when none is asked for.
+--- The keys that may sign packages; nil when no signature is required.
 ---@param found kza.ctl.Settings
 ---@return table? keys
----@return string? message      Why no signature counts.
+---@return string? message      The reason why every signature is refused.
 ---@return string[]? passed_over
 function settings.keys(found)
     local directory = found.keys["packages.keys"]
@@ -210,8 +211,8 @@ function settings.keys(found)
     return keys, message, passed_over
 end
 
---- The keys that packages of an agent must be signed by, with the options that
---- it has.
+--- The keys that may sign packages of an agent, according to its present
+--- options.
 ---@param where kza.ctl.Place
 ---@return table? keys
 function settings.keys_of(where)
