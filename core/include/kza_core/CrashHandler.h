@@ -10,9 +10,9 @@
 
 class wxString;
 
-/// The text of the last crash, for a debugger that reads a dump and knows no
-/// more of the process than the library's names. Empty before a crash; not
-/// there where no dumps can be made. Programs have no use for it.
+/// The text of the last crash, for a debugger that reads a dump and has no more
+/// information about the process than the library's symbols. Empty before a
+/// crash; missing where no dumps can be made. Programs do not use it.
 extern "C" KZA_API char kza_crash_note[];
 
 namespace KzaCore

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl check: what a start would trip over.
+-- kzctl check: finds problems that a start would have.
 
 local settings = require("kza.ctl.settings")
 local show = require("kza.ctl.show")
@@ -8,13 +8,13 @@ local show = require("kza.ctl.show")
 local ORDER = { "result", "what", "text" }
 local COLOURS = { warning = "yellow", error = "red" }
 
--- In the order of a start.
+-- The sections, in the order of a start.
 local SECTIONS = {
     "options", "configuration", "start", "places", "archives", "module",
     "packages",
 }
 
---- What a section finds is told as it goes.
+--- Writes the findings of the sections, each at once, and counts them.
 ---@class kza.ctl.Report
 ---@field counts table<string, integer>
 local Report = {}
@@ -44,7 +44,7 @@ local function counted(count, noun)
     return ("%d %s%s"):format(count, noun, count == 1 and "" or "s")
 end
 
--- The sums, under the worst result that there was.
+-- Writes the numbers of findings, in a record with the worst result.
 function Report:finish()
     local counts = self.counts
     local worst = counts.error > 0 and "error"

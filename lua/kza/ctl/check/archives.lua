@@ -1,7 +1,8 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl check: the archives that modules come from. Those that the start leaves
--- out, for their side files or their rights, are in what the start says.
+-- kzctl check: the archives that modules are searched in. Archives that the
+-- start leaves out, because of their side files or their permissions, are in
+-- the start's own records (start.lua).
 
 local host = require("kza.host")
 local unloadable = require("kza.unloadable")

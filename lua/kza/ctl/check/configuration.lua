@@ -5,8 +5,8 @@
 local host = require("kza.host")
 local startup = require("kza.startup")
 
--- The framework compares names without their case; those of SQLite's settings
--- the agent itself compares with it.
+-- Names of entries, in lower case: the framework ignores the case of letters.
+-- The agent itself compares the names of SQLite's settings, where case matters.
 local NAMES = { trace = true, fipsmode = true, dumplevel = true }
 local SQLITE = "^sqlite%.config"
 
@@ -19,7 +19,7 @@ local function needs_number(name)
     return name:lower() == "dumplevel" or name:find(SQLITE)
 end
 
--- An integer in the framework's decimal form.
+-- True for an integer in the framework's decimal form.
 local function is_number(value)
     return value:find("^%s*[+-]?%d+$") ~= nil
 end
@@ -28,7 +28,7 @@ local function check_entry(report, path, entry)
     local shown = entry.group == "" and entry.name
         or ("[%s] %s"):format(entry.group, entry.name)
     if entry.group:lower() == "domain" then
-        return -- a key of any name
+        return -- keys of the domain may have any name
     end
     if entry.group ~= "" or not is_known(entry.name) then
         report:add("warning", "configuration", "'%s' in '%s' is no setting of "

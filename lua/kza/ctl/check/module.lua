@@ -9,7 +9,7 @@ return function(report, where, found)
     if found.module then
         report:add("ok", "module", "'%s' is '%s'", where.name, found.module)
     elseif found.problem then
-        -- Where it was looked for are many lines, one for each place.
+        -- The list of the places searched is left out: it has a line for each.
         local problem = found.problem:gsub(":\n\tno .*$", "")
         report:add("error", "module", "%s", problem)
     end

@@ -4,14 +4,14 @@
 
 local files = require("kza.files")
 
--- The directory of a template's fixed part.
+-- The directory in a template before its first `?`.
 local function directory_of(template)
     local fixed = template:match("^[^?]*")
     return fixed:match("^(.*)/[^/]*$") or ""
 end
 
--- A path that is not absolute begins in the working directory: in the
--- background the agent goes there.
+-- Checks a list of templates. A relative one begins at the working directory,
+-- which is the current directory in background mode.
 local function check_paths(report, where, option)
     for template in option.value:gmatch("[^;]+") do
         local directory = directory_of(template)
@@ -31,7 +31,8 @@ local function check_paths(report, where, option)
     end
 end
 
--- Where an archive begins that is not given by an absolute path.
+-- Checks the directory of extension archives. A relative one begins at the
+-- executable's directory.
 local function check_directory(report, where, option)
     local path = option.value
     if path:sub(1, 1) ~= "/" and path:sub(1, 1) ~= "~" then

@@ -1,6 +1,6 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl check: packages, and the keys that they must be signed by.
+-- kzctl check: packages, and the keys that may sign them.
 
 local package_list = require("kza.ctl.package_list")
 local settings = require("kza.ctl.settings")

@@ -4,7 +4,7 @@
 
 local host = require("kza.host")
 
--- Longest path of a socket, with the zero behind it.
+-- The longest path of a socket, with its final zero.
 local SOCKET_PATH = 108
 
 local function is_missing(message)
@@ -16,7 +16,7 @@ local function above(path)
     return directory == "" and "/" or directory or "."
 end
 
--- A directory that the agent makes where it is missing: with all above it.
+-- Checks a missing directory, which the agent makes with all directories above.
 local function check_missing(report, path)
     local directory = above(path)
     while not host.stat(directory) and directory ~= above(directory) do
@@ -31,7 +31,8 @@ local function check_missing(report, path)
     end
 end
 
--- One that is written to; what is below it is looked at only when it is fine.
+-- Checks a directory that the agent writes to. Returns whether its content is
+-- to be checked, too.
 local function check_written(report, path)
     local stat, message = host.stat(path)
     if not stat and is_missing(message) then
@@ -63,7 +64,7 @@ local function check_read(report, path, is_needed)
     end
 end
 
--- No dump is written through a link.
+-- Checks the directory of crash dumps: no dump is written through a link.
 local function check_dumps(report, where)
     local stat = host.stat(where.dumps, true)
     if stat and stat.type == "link" then
@@ -90,7 +91,7 @@ end
 
 local function check_events(report, where)
     if not host.stat(where.events) then
-        return -- made with the first event
+        return -- the agent makes the database with its first event
     end
     local events, message = host.events(where.events, 0, 1)
     if events then

@@ -1,10 +1,10 @@
 -- SPDX-License-Identifier: Apache-2.0
 --
--- kzctl check: what the start itself says, FIPS mode included.
+-- kzctl check: the start's own records and messages, also on FIPS mode.
 
 local RESULTS = { ERROR = "error", WARNING = "warning" }
 
--- What a record is about, by its words; the first that fits.
+-- The subjects of records, by patterns of their texts; the first match counts.
 local SUBJECTS = {
     { "can be changed by others", "owners" },
     { "FIPS", "fips" },
