@@ -32,9 +32,10 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr char kWatchClass[] = "kza.host.Watch";
-constexpr double kMostSeconds = 1e9; // more is no time-out to speak of
+constexpr double kMostSeconds = 1e9; // keeps the arithmetic from overflowing
 
-// What a wait is for; descriptors and processes that are not are negative.
+// The events that a wait is for; descriptors and processes that are not waited
+// for are negative.
 struct CAwaited
 {
     int signals = -1;
@@ -54,7 +55,7 @@ int Start(lua_State* L)
     return 1;
 }
 
-// take_signals(): from now on they are told by await().
+// take_signals(): from now on, await() reports signals.
 int LuaTakeSignals(lua_State* L)
 {
     if (TakeSignals() == -1)
@@ -63,7 +64,8 @@ int LuaTakeSignals(lua_State* L)
     return 1;
 }
 
-// watch(): a watch for changes of files, nil where there is none.
+// watch(): a watch for changes of files; nil and the reason where the system
+// has none.
 int Watch(lua_State* L)
 {
     CDescriptor watch(OpenDirectoryWatch());
@@ -91,7 +93,8 @@ int WatchAdd(lua_State* L)
     return 1;
 }
 
-// Leaves an object without a descriptor: a script may call it too.
+// Closes the watch and leaves an object without a descriptor, because a script
+// may call this function, too.
 int WatchCollect(lua_State* L)
 {
     CheckWatch(L, 1).Close();
@@ -111,7 +114,8 @@ const char* NameOf(int signal)
     }
 }
 
-// Pushes the signal that came, if any but that of a child's end.
+// Pushes the next signal that has come, except that of a child's end; pushes
+// nothing without one.
 int PushSignal(lua_State* L, const CAwaited& awaited)
 {
     CTakenSignal signal{};
@@ -144,9 +148,9 @@ int PushEnd(lua_State* L, const CAwaited& awaited)
     return 2;
 }
 
-// Sleeps until something has come or the time is up.
+// Sleeps until an event has come or the time is up.
 //
-// \return whether files have changed; none when the time is up.
+// \return whether files have changed; unset when the time is up.
 std::optional<bool> Sleep(const CAwaited& awaited)
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
@@ -172,19 +176,20 @@ CAwaited CheckAwaited(lua_State* L)
     awaited.child = static_cast<pid_t>(luaL_optnumber(L, 2, -1));
     if (!lua_isnoneornil(L, 3))
         awaited.watch = CheckWatch(L, 3).Get();
-    awaited.signals = TakeSignals(); // tells of a child's end
+    awaited.signals = TakeSignals(); // reports a child's end, too
     if (awaited.signals == -1)
         luaL_error(L, "%s", SystemErrorText(errno).c_str());
     return awaited;
 }
 
-// await(seconds [, child [, watch]]): what came first.
+// await(seconds [, child [, watch]]): waits for the first event and returns it.
 int Await(lua_State* L)
 {
     const CAwaited awaited = CheckAwaited(L);
     for (;;)
     {
-        // Before the look at the child: its end after that wakes the sleep.
+        // Signals are read before the child is checked: if the child ends after
+        // that check, its signal wakes the sleep.
         int results = PushSignal(L, awaited);
         if (results == 0)
             results = PushEnd(L, awaited);

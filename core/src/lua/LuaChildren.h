@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The functions of the Lua module "kza.host" for a tool that runs another
-// program in the foreground: its start, and a wait for whatever comes first of
-// its end, a signal and a change of files.
+// program in the foreground: the start of the program, and a wait for the first
+// of these: its end, a signal, a change of files.
 //
 // Threads: the one that owns the state.
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A fork and an exec, because posix_spawn() has no place for EndWithParent().
+// A child is made by fork and exec, because posix_spawn() cannot call
+// EndWithParent() in the child.
 // Between the two the child calls only what a signal handler may call.
 
 #include "process/Child.h"
@@ -35,7 +36,7 @@ void RestoreSignals()
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// The child's part. Tells through the pipe why the program does not run.
+// The child's part. Writes the reason to the pipe when the program cannot run.
 [[noreturn]] void Become(char* const* argv, pid_t parent, int failures)
 {
     EndWithParent(parent);
@@ -47,7 +48,7 @@ void RestoreSignals()
     _exit(written == sizeof reason ? 127 : 126);
 }
 
-// The reason that the child tells, 0 when its program runs.
+// The reason that the child has written, 0 when its program runs.
 int AwaitProgram(int failures)
 {
     int reason = 0;
@@ -58,7 +59,8 @@ int AwaitProgram(int failures)
     return count == sizeof reason ? reason : 0;
 }
 
-// A fork whose child runs no handler of the parent.
+// Forks with all signals blocked, so that the child runs no handler of the
+// parent.
 pid_t ForkWithSignalsBlocked()
 {
     const sigset_t all = AllSignalsBut({});

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Notes of the system that something in a directory has changed.
+// Notifications by the system about changes in directories.
 //
 // Threads: any.
 
@@ -11,18 +11,19 @@ namespace KzaCore
 
 /// Opens a watch that has no directory yet.
 ///
-/// \return a descriptor, owned by the caller, which can be read when something
-///         has changed; -1 with errno set, ENOSYS where the system has no such
+/// \return a descriptor, owned by the caller, which becomes readable after a
+///         change; -1 with errno set, ENOSYS where the system has no such
 ///         service.
 [[nodiscard]] int OpenDirectoryWatch();
 
-/// Adds a directory, not what lies in directories below it. A file in it that
-/// was made, written, renamed or removed is a change.
+/// Adds a directory, without the directories below it. A file in it that was
+/// made, written, renamed or removed is a change.
 ///
 /// \return false with errno set when it cannot be watched.
 [[nodiscard]] bool WatchDirectory(int watch, const char* directory);
 
-/// Forgets the changes so far, so that the descriptor tells of later ones.
+/// Drops the changes so far, so that the descriptor becomes readable again only
+/// after a later one.
 void ForgetChanges(int watch);
 
 } // namespace KzaCore

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a child does at the end of its parent.
+// Ending a child together with its parent.
 //
 // Threads: for a forked child that has yet to exec. Signal-safe.
 
@@ -11,11 +11,11 @@
 namespace KzaCore
 {
 
-/// Lets the system send the calling process SIGINT when its parent ends, also
-/// after it has become another program. Ends the process when the parent has
-/// ended already. Does nothing where the system has no such service.
+/// Makes the system send SIGINT to the calling process when its parent ends,
+/// also after an exec. Ends the process when the parent has ended already. Does
+/// nothing where the system has no such service.
 ///
-/// \param parent  The parent that the child was forked by.
+/// \param parent  The process that forked this child.
 void EndWithParent(pid_t parent);
 
 } // namespace KzaCore

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// inotify(7).
+// Watching directories by inotify(7).
 
 #include "process/DirectoryWatch.h"
 

@@ -15,7 +15,7 @@ namespace KzaCore
 void EndWithParent(pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGINT, 0, 0, 0);
-    // A parent that ended before the request causes no signal any more.
+    // A parent that ended before the request causes no signal.
     if (getppid() != parent)
         _exit(0);
 }
