@@ -13,12 +13,12 @@ local lu = require("luaunit")
 
 local unit = {}
 
--- LuaUnit 3.5 lets options change what counts as a test. It made methods of the
--- functions that ask for that, counts failures outside any test by itself, and
--- is told where a failure belongs.
+-- Differences of LuaUnit 3.5: options can change the names of tests, for which
+-- some functions became methods; it counts failures outside any test by itself;
+-- and it must be told which test a failure belongs to.
 local IS_3_5 = lu.LuaUnit.applyTestPrefixSuffixFilter ~= nil
 
--- Calls one of the functions that LuaUnit 3.5 made methods.
+-- Calls a function of LuaUnit that is a method from 3.5 on.
 local function ask(runner, name, ...)
     if IS_3_5 then
         return runner[name](runner, ...)
@@ -28,20 +28,20 @@ end
 
 -- Loading -------------------------------------------------------------------
 
--- What `error` throws in place of os.exit, to unwind up to here.
+-- The metatable of the value that is thrown instead of a call of os.exit.
 local ExitRequest = {}
 ExitRequest.__index = ExitRequest
 ExitRequest.__tostring = function(self)
     return ("os.exit(%s) was called"):format(tostring(self.status))
 end
 
--- Calls `work` with an os.exit that cannot end the process: a test that called
--- os.exit(0) would pass for a successful run of all.
+-- Calls `work` with an os.exit that cannot end the process: a test that calls
+-- os.exit(0) would otherwise count as a successful run of all tests.
 local function without_exit(work)
     local exit = os.exit
     os.exit = function(status, ...)
         if #lu.LuaUnit.instances > 0 then
-            return exit(status, ...) -- LuaUnit's own, which explains itself
+            return exit(status, ...) -- by LuaUnit, which has said the reason
         end
         error(setmetatable({ status = status }, ExitRequest), 0)
     end
@@ -55,8 +55,9 @@ local function without_exit(work)
     return ok, result
 end
 
--- While a script loads, its own call of LuaUnit only notes that it came to its
--- end; the tests of all scripts run together, later.
+-- Calls `work` with a LuaUnit that runs no test and only notes the call: with
+-- it a script says that it has come to its end. The tests of all scripts run
+-- together, later.
 local function with_quiet_luaunit(work)
     local asked = false
     local function note()
@@ -89,7 +90,7 @@ local function test_globals(runner)
     return found
 end
 
--- Runs a script and answers with the tests that it defined: {name, value}.
+-- Runs a script and returns the tests that it defined: {name, value}.
 local function load_tests(runner, path)
     local before = test_globals(runner)
     local chunk, message = loadfile(path)
@@ -128,8 +129,8 @@ local function unique_name(taken, name, path)
     return unique
 end
 
--- A test that stands for a script which could not be loaded, so that it shows
--- in whatever form the results are asked for.
+-- A failing test that stands for a script which could not be loaded, so that
+-- the failure shows in every form of output.
 local function load_failure(path, message)
     local name = "load " .. path:gsub("[<>&\"]", "_")
     return { name, function() error(message, 0) end, must_run = true }
@@ -225,7 +226,8 @@ local function escape_pattern(text)
     return (text:gsub("%p", "%%%0"))
 end
 
--- A filter never hides a script that failed to load: later patterns win.
+-- Adds a pattern to the filter that includes scripts which failed to load.
+-- Later patterns win, so no filter hides such a script.
 local function keep_load_failures(runner, tests)
     local filter = runner.patternIncludeFilter
     if not filter then
@@ -322,7 +324,7 @@ local function new_runner(options)
     if options.outputs then
         runner.outputType = join_outputs(options.outputs)
     end
-    -- What is a test has been decided here, by the same rules.
+    -- The tests have been selected above, by the same rules.
     function runner.applyTestPrefixSuffixFilter(_, tests)
         return tests
     end
@@ -349,9 +351,9 @@ local function add_suite_functions(runner, suite)
     end
 end
 
--- Gives the runner the options from after "--". Answers with the names of tests
--- among them, and whether one of them only asks for a text (--help, --version),
--- which LuaUnit prints and then wants to end the process.
+-- Gives the runner the options from after "--". Returns the names of tests
+-- among them, and whether one of them only prints a text (--help, --version),
+-- after which LuaUnit calls os.exit.
 local function read_options(runner)
     local class = lu.LuaUnit
     local kept = { class.help, class.version }
@@ -373,7 +375,7 @@ local function read_options(runner)
     return names, only_asked
 end
 
--- Runs the tests of a suite that the options select; answers with the number of
+-- Runs the tests of a suite that the options select; returns the number of
 -- failures and errors.
 local function run_suite(runner, suite, names)
     local tests, failures = select_tests(runner, suite, names)
@@ -393,15 +395,15 @@ local function run_suite(runner, suite, names)
         runner:internalRunSuiteByInstances(tests)
     end)
     runner:unregisterSuite()
-    -- After --error or --failure LuaUnit asks for the end of the process.
+    -- After a failure under --error or --failure, LuaUnit calls os.exit.
     if not ok and not runner.result.aborted then
         error(reason, 0)
     end
     return failures + runner.failures_outside + runner.result.notSuccessCount
 end
 
--- Loads and runs scripts with the options given after "--", which may say what
--- a test is.
+-- Loads and runs scripts with the options given after "--". Options come first,
+-- because they may change the names of tests.
 local function run_scripts(scripts, options)
     local runner = new_runner(options)
     local names, only_asked = read_options(runner)
@@ -435,7 +437,7 @@ function unit.run(scripts, options)
     if ok then
         return result
     end
-    -- LuaUnit has explained what is wrong with an option itself.
+    -- For a wrong option, LuaUnit itself has printed a message.
     if getmetatable(result) ~= ExitRequest then
         options.say("%s", result)
     end

@@ -46,7 +46,7 @@ local function add_directory(scripts, directory)
     return true
 end
 
--- Adds what one item of the pattern names; false when there is nothing.
+-- Adds the scripts that one item of the pattern names; false without any.
 local function add_item(scripts, item)
     local found = files.glob(item)
     if #found == 0 then
@@ -64,8 +64,8 @@ local function add_item(scripts, item)
     return whole
 end
 
--- The scripts that a pattern names, each once, and how many of its items
--- name nothing.
+-- The scripts that a pattern names, each once, and the number of its items that
+-- name none.
 local function expand(pattern)
     local scripts, failures = {}, 0
     for item in pattern:gmatch("[^;]+") do

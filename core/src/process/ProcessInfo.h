@@ -40,8 +40,8 @@ struct CProcessInfo
 
 /// The processes that run an executable in a directory; in no order. Leaves out
 /// processes whose executable or directory the system does not give. The files
-/// themselves are compared and not their paths: a process in a container may run
-/// another file of the same path.
+/// themselves are compared and not their paths: a process in a container may
+/// run another file of the same path.
 ///
 /// \param executable  Absolute, without symbolic links. A process also runs it
 ///                    when the file has been replaced since.

@@ -43,8 +43,8 @@ std::string LinkTarget(const std::string& path)
                     : std::string(target.data(), static_cast<size_t>(size));
 }
 
-// The identity of the file that a path leads to; unset when it leads to none, or
-// the system does not give it.
+// The identity of the file that a path leads to; unset when it leads to none,
+// or the system does not give it.
 using FileId = std::pair<dev_t, ino_t>;
 
 std::optional<FileId> IdOf(const std::string& path)
