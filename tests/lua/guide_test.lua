@@ -15,17 +15,17 @@ end
 TestPages = {}
 
 function TestPages:test_guide()
-    assert_follows("guide.md")
+    assert_follows("docs/authors/guide.md")
 end
 
 function TestPages:test_modules()
-    assert_follows("modules.md")
+    assert_follows("docs/authors/modules.md")
 end
 
 function TestPages:test_threads_and_signals()
-    assert_follows("threads_and_signals.md")
+    assert_follows("docs/authors/threads_and_signals.md")
 end
 
 function TestPages:test_errors()
-    assert_follows("errors.md")
+    assert_follows("docs/authors/errors.md")
 end

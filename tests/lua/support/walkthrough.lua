@@ -4,14 +4,17 @@
 --
 -- A block marked "lua" whose first line is a comment with a path is a file to
 -- write; a block marked "console" holds commands after "$ " and what they
--- print. Three dots stand for any text. The page runs in one shell, from the
--- clone on, with a home directory and a /var/run of its own.
+-- print. Three dots stand for any text. Blocks of other marks, and without one,
+-- are not run. The page runs in one shell, from the clone on, with a home
+-- directory and a /var/run of its own. A page for operators finds the agent
+-- installed in /opt/kz_agent besides, and nothing in /var/opt and /srv.
 
 local support = require("support")
 
 -- A command that only looks is run again until it prints what the page shows:
 -- the agent beside it may not have got that far.
-local LOOKING = { "^tail ", "^cat ", "^ls ", "^grep ", "^echo '" }
+local LOOKING = { "^tail ", "^cat ", "^ls ", "^grep ", "^echo '",
+    "kzctl status", "kzctl log", "kzctl get" }
 
 -- How often, a tenth of a second apart.
 local TRIES = 600
@@ -78,9 +81,14 @@ end
 
 local PRELUDE = [=[
 mount -t tmpfs tmpfs /var/run || exit 99
+# A service is in a session of its own.
 end() {
+    own=$(ps -o sid= -p $$)
     for file in /var/run/*.pid; do
-        [ -f "$file" ] && kill -KILL -- "-$(cat "$file")"
+        [ -f "$file" ] || continue
+        session=$(ps -o sid= -p "$(cat "$file")")
+        [ "$session" ] && [ $session -ne $own ] &&
+            kill -KILL $(ps -o pid= -s $session)
     done
 }
 trap end EXIT
@@ -89,6 +97,16 @@ failed() {
     exit 1
 }
 status=0
+]=]
+
+-- What an operator finds.
+local INSTALLED = [=[
+for place in /opt /var/opt /srv; do
+    mount -t tmpfs tmpfs $place || exit 99
+done
+mkdir /opt/kz_agent
+mount --bind build/stage /opt/kz_agent || exit 99
+PATH=/opt/kz_agent:$PATH
 ]=]
 
 -- One command. `$?` of the command before is kept for it.
@@ -116,8 +134,8 @@ local function shell_pattern(text)
     return pattern
 end
 
-local function script_of(steps, page)
-    local parts = { PRELUDE }
+local function script_of(steps, page, is_installed)
+    local parts = { PRELUDE, is_installed and INSTALLED or "" }
     for i, step in ipairs(steps) do
         local place = ("%s:%d"):format(page, step.line)
         if step.path then
@@ -158,18 +176,19 @@ local function is_root()
     return support.run("id -u").out == "0\n"
 end
 
---- Follows a page under docs/authors/. Answers true, or false and what went
---- otherwise than it says.
----@param page string
+--- Follows a page. Answers true, or false and what went otherwise than it says.
+---@param page string            Its path in the tree.
+---@param is_installed? boolean  The agent is installed as on a host.
 ---@return boolean followed
 ---@return string report
-return function(page)
-    local steps = read_steps(support.source .. "/docs/authors/" .. page)
+return function(page, is_installed)
+    local steps = read_steps(support.source .. "/" .. page)
     assert(#steps > 0, "nothing to follow in " .. page)
     local home = support.directory()
     local clone = make_clone(home)
     support.shell("mkdir " .. quote(home .. "/outputs"))
-    local script = support.write(home .. "/script", script_of(steps, page))
+    local script = support.write(home .. "/script",
+        script_of(steps, page, is_installed))
     local result = support.run(("cd %s && HOME=%s outputs=%s timeout -k 10 250 "
         .. "unshare %s sh %s"):format(quote(clone), quote(home),
         quote(home .. "/outputs"), is_root() and "-m" or "-rm",
