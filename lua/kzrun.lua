@@ -21,6 +21,14 @@ local function seconds(text)
     return number
 end
 
+local function percent(text)
+    local number = tonumber(text)
+    if not number or not (number >= 0 and number <= 100) then
+        return nil, ("'%s' is no percentage"):format(text)
+    end
+    return number
+end
+
 -- The options of all commands: how the parser has it, what help says, and for
 -- one with a value its name there and what makes it out of the text.
 local OPTIONS = {
@@ -32,6 +40,9 @@ local OPTIONS = {
     tap = { "--tap", "write nothing but TAP to standard output" },
     timeout = { "--timeout", "how long a test may take (60; 0: for ever)",
         value = "S", convert = seconds },
+    coverage = { "--coverage", "tell which lines ran, in DIR/lcov.info too" },
+    min = { "--min", "fail when less of the lines ran", value = "PERCENT",
+        convert = percent },
 }
 
 local function load_commands()

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // One hook serves the limit of a test and the coverage of lines. A coroutine
-// gets the hook of the one that makes it.
+// inherits the hook of its creator.
 
 #include "lua/LuaProbe.h"
 
@@ -17,8 +17,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <memory>
-#include <new>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,37 +27,18 @@ namespace KzaCore
 namespace
 {
 
-// How many instructions run between two looks at the limit. After the limit it
-// is one: else code that catches the error at once, and goes on, would be cut
-// inside of what it protects each time.
+// The number of instructions between two checks of the limit. Once the limit is
+// over, it is 1: a loop that calls a function by pcall would otherwise be
+// interrupted inside of that function every time, and catch the error for ever.
 constexpr int kInstructions = 1000;
 
-std::unique_ptr<CLineCoverage> s_coverage;
+CLineCoverage s_coverage;
 
 void SetHook(lua_State* L, int instructions);
 
-// A count that finds no memory is lost.
-void Note(lua_State* L, lua_Debug* event)
+// Not inlined, so that the hook saves no registers for the event of a line.
+[[gnu::noinline]] void LookAtLimit(lua_State* L)
 {
-    const int error = errno; // a C function between two calls may read it yet
-    try
-    {
-        s_coverage->Note(L, event);
-    }
-    catch (const std::bad_alloc&)
-    {
-    }
-    errno = error;
-}
-
-void HookCB(lua_State* L, lua_Debug* event)
-{
-    if (event->event != LUA_HOOKCOUNT)
-    {
-        if (s_coverage)
-            Note(L, event);
-        return;
-    }
     const bool over = CTestLimit::IsOver();
     if (over != (lua_gethookcount(L) == 1))
         SetHook(L, over ? 1 : kInstructions);
@@ -67,15 +46,21 @@ void HookCB(lua_State* L, lua_Debug* event)
         CTestLimit::Check(L, 0);
 }
 
-void SetHook(lua_State* L, int instructions)
+void HookCB(lua_State* L, lua_Debug* event)
 {
-    lua_sethook(L, HookCB,
-                LUA_MASKCOUNT | (s_coverage ? CLineCoverage::kEvents : 0),
-                instructions);
+    if (event->event != LUA_HOOKCOUNT)
+        s_coverage.Note(L, event);
+    else
+        LookAtLimit(L);
 }
 
-// limit(seconds, function, ...): calls the function, and ends it with an error
-// when it takes longer.
+void SetHook(lua_State* L, int instructions)
+{
+    lua_sethook(L, HookCB, LUA_MASKCOUNT | s_coverage.Events(), instructions);
+}
+
+// limit(seconds, function, ...): calls the function, and interrupts it with an
+// error when it takes longer.
 int Limit(lua_State* L)
 {
     constexpr lua_Number kLongest = 1e9;
@@ -93,7 +78,7 @@ int Limit(lua_State* L)
 // cover(directory): begins to count the lines of files there.
 int Cover(lua_State* L)
 {
-    s_coverage = std::make_unique<CLineCoverage>(CheckPath(L, 1));
+    s_coverage.Begin(CheckPath(L, 1));
     SetHook(L, kInstructions);
     return 0;
 }
@@ -113,13 +98,11 @@ void SetCounts(lua_State* L,
     lua_setfield(L, -2, field);
 }
 
-// covered(): by path, how often lines and functions ran so far.
+// covered(): the hits of lines and functions so far, by path.
 int Covered(lua_State* L)
 {
     lua_newtable(L);
-    if (!s_coverage)
-        return 1;
-    for (const auto& [path, file] : s_coverage->Files())
+    for (const auto& [path, file] : s_coverage.Files())
     {
         PushText(L, path);
         lua_newtable(L);
@@ -137,8 +120,8 @@ int CloseFile(lua_State* L)
     return luaL_fileresult(L, fclose(stream->f) == 0 ? 1 : 0, nullptr);
 }
 
-// take_output(): a file that is standard output. What is written to standard
-// output otherwise goes to standard error from now on.
+// take_output(): returns a file handle of standard output, and redirects the
+// descriptor of standard output to standard error.
 int TakeOutput(lua_State* L)
 {
     auto* const stream =

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The time that a test written in Lua may take.
+// A limit for the time of a test written in Lua.
 //
-// Lua looks at the limit every so many instructions, from a hook, and where it
-// waits for a key or sleeps. Code that catches the error of a limit that is
-// over gets it again, until the call that set the limit has ended.
+// The limit is checked by a hook after a number of instructions, and by
+// dom:Wait and dom:Sleep. When the limit is over, the check raises an error. If
+// the test catches it, the next check raises it again.
 //
-// Threads: each has a limit of its own.
+// Threads: each thread has a limit of its own.
 
 #pragma once
 
@@ -18,8 +18,8 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// Sets a limit for the calling thread; the one before is back when the object
-/// goes.
+/// Sets the limit of the calling thread. The destructor restores the limit
+/// before.
 class CTestLimit
 {
 public:
@@ -29,15 +29,15 @@ public:
     CTestLimit(const CTestLimit&) = delete;
     CTestLimit& operator=(const CTestLimit&) = delete;
 
-    /// A time to wait, cut to what the limit leaves.
+    /// A time to wait, shortened to the time until the limit.
     [[nodiscard]] static std::chrono::milliseconds Bounded(
         std::chrono::milliseconds time);
 
-    /// Whether there is a limit and it is over.
+    /// Whether a limit is set and over.
     [[nodiscard]] static bool IsOver();
 
-    /// Raises the error of a limit that is over, as one of the function at a
-    /// level of the stack; see lua_getstack(). Returns when it is not over.
+    /// Raises an error when the limit is over. The message begins with the
+    /// place of the function at a level of the stack; see luaL_where().
     static void Check(lua_State* L, int level);
 
 private:

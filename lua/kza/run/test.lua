@@ -5,8 +5,10 @@
 
 local agent = require("kza.run.agent")
 local complain = require("kza.run.complain")
+local coverage = require("kza.run.coverage")
 local fail = require("kza.ctl.fail")
 local files = require("kza.files")
+local host = require("kza.host")
 local literal = require("kza.run.literal")
 local project = require("kza.run.project")
 local supervise = require("kza.run.supervise")
@@ -40,6 +42,7 @@ local function prepare(line)
         limit = line.timeout > 0 and line.timeout or nil,
         tap = line.tap,
         junit = line.junit,
+        cover = line.coverage and host.real_path(found.src) or nil,
     }
     agent.prepare(found)
     local first = agent.begin_with(found, "test", plan)
@@ -49,7 +52,7 @@ end
 
 -- The status of a run, from its end and from what the steps in the agent have
 -- written at the end of the tests.
-local function status_of(found, ended)
+local function status_of(found, line, ended)
     if ended.interrupted then
         return 0
     end
@@ -59,7 +62,9 @@ local function status_of(found, ended)
         complain("the tests did not come to their end")
         return ended.status == 0 and 1 or supervise.status(ended)
     end
-    if result.failures > 0 then
+    local enough = not line.coverage or coverage.report(found, result.covered,
+        line.tap and io.stderr or io.stdout, line.min or 0)
+    if result.failures > 0 or not enough then
         return 1
     end
     return supervise.status(ended)
@@ -72,11 +77,11 @@ local function run(line)
         return prepare(line)
     end
     if not line.watch then
-        return status_of(found, supervise.run(again()))
+        return status_of(found, line, supervise.run(again()))
     end
     scripts_of(found)
     supervise.watch(found, again, function(ended)
-        if status_of(found, ended) ~= 0 then
+        if status_of(found, line, ended) ~= 0 then
             return "failed"
         end
         return "passed"
@@ -84,7 +89,10 @@ local function run(line)
     return 0
 end
 
-local function check(_, rest)
+local function check(line, rest)
+    if line.min and not line.coverage then
+        return "'--min' needs '--coverage'"
+    end
     local pattern = rest[1]
     local ok, message = pcall(string.find, "", pattern or "")
     if not ok then
@@ -100,8 +108,10 @@ Runs the scripts DIR/tests/*_test.lua under LuaUnit, in an agent in which the
 application's 'init' has run. With PATTERN, a Lua pattern, only the tests of the
 scripts whose names fit it, and those that fit it themselves as Class.test. The
 words after "--" are LuaUnit's own. The status is 1 when a test failed or there
-was none.]],
-    options = { "app", "watch", "junit", "tap", "timeout" },
+was none, or less ran than --min wants. Coverage goes to DIR/lcov.info, which
+genhtml turns into pages.]],
+    options = { "app", "watch", "junit", "tap", "timeout", "coverage",
+        "min" },
     most = 1,
     takes_words = true,
     check = check,
