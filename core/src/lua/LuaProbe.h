@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The Lua module "kza.probe": what the runner of tests needs inside the state
-// in which they run. Nothing of it is at work before it is asked for.
+// The Lua module "kza.probe": functions for the runner of tests inside the
+// state in which the tests run. None has an effect before it is called.
 //
 // Threads: the one that owns the state.
 
@@ -12,8 +12,8 @@ struct lua_State;
 namespace KzaCore
 {
 
-/// Makes `require("kza.probe")` answer in a state, through `package.preload`.
-/// Raises a Lua error when memory is short.
+/// Registers the module in the state's `package.preload`. Raises a Lua error
+/// when memory is short.
 void PreloadLuaProbe(lua_State* L);
 
 } // namespace KzaCore

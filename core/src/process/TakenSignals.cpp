@@ -19,8 +19,8 @@ namespace
 
 constexpr int kTaken[] = {SIGINT, SIGTERM, SIGHUP, SIGCHLD};
 
-// Each signal is two bytes in the pipe: its number, and whether the system
-// sent it. A pipe that is full has enough to tell.
+// Each signal is two bytes in the pipe: its number, and whether the system sent
+// it. A signal that finds the pipe full is dropped; enough others are in it.
 std::array<int, 2> s_pipe = {-1, -1};
 
 extern "C" void NoteSignalCB(int signal, siginfo_t* info, void* /*context*/)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Signals that end a program, taken by a tool that has something to do first.
+// Receiving the signals that would end a program, for a tool that has work to
+// do before its end.
 //
 // Threads: one.
 
@@ -13,20 +14,20 @@ struct CTakenSignal
 {
     int number;
 
-    /// The system sent it, as at Ctrl-C, and not another process. The whole
-    /// process group of the terminal got it then.
+    /// The signal was sent by the system, as for Ctrl-C, and not by a process.
+    /// All processes of the terminal's process group got it then.
     bool fromSystem;
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP do not end the process; they and
-/// SIGCHLD are told by NextTakenSignal(). They are let through to the calling
+/// From now on SIGINT, SIGTERM and SIGHUP do not end the process, and
+/// NextTakenSignal() returns them and SIGCHLD. Unblocks them in the calling
 /// thread. A later call changes nothing.
 ///
-/// \return a descriptor that can be read when there is a signal to be told,
-///         owned by the process; -1 with errno set.
+/// \return a descriptor, owned by the process, that is readable while a signal
+///         is to be returned; -1 with errno set.
 [[nodiscard]] int TakeSignals();
 
-/// The next signal that has come, in order.
+/// Returns the signals that have come, in their order.
 ///
 /// \param signal  Out: the signal; untouched when the answer is false.
 ///
