@@ -188,6 +188,7 @@ TEST(ControlSocket, ClosesClientsThatSayNothing)
     options.speed = 100; // a minute passes in less than a second
     ASSERT_TRUE(service.StartUntil(kMainRuns, options));
     std::vector<std::unique_ptr<CPeer>> silent;
+    silent.reserve(16);
     for (int i = 0; i < 16; ++i)
         silent.push_back(std::make_unique<CPeer>(SocketOf(service)));
     silent[0]->Send("{\"do\":"); // half a line is said once
