@@ -3,15 +3,13 @@
 // The init script, and the words of the unit, over an installation of the
 // test's own, mounted where they look for it.
 
-#include "support/Service.h"
+#include "e2e/service/Installed.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <filesystem>
-#include <sys/mount.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace TestSupport;
 
@@ -19,103 +17,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-constexpr char kWaits[] =
-    "return { init = function() require('mainloop').wait()"
-    " dom:Log('message', 'runs as ' .. tostring(os.getenv('LC_CTYPE'))) end,"
-    " shutdown = function() dom:Log('message', 'shut down') end }";
-
-// Ends with the test.
-constexpr char kDoesNotEnd[] =
-    "return { main = function() dom:Log('message', 'runs')"
-    " while true do dom:Sleep(1000) end end }";
-
-// A service that the script finds: with kzctl beside the agent.
-class CInstalled
-{
-public:
-    explicit CInstalled(const char* module = kWaits,
-                        const std::string& name = "kz_agent")
-        : m_service(name)
-    {
-        m_service.SetModule(module);
-        fs::copy(KZA_STAGE_DIR "/kzctl", m_service.Host().File("kzctl"));
-        fs::create_directory(m_service.Host().File("kza_core"));
-        fs::copy(KZA_STAGE_DIR "/kza_core/kza.kze",
-                 m_service.Host().File("kza_core/kza.kze"));
-        fs::create_directory(m_service.Host().Work());
-    }
-
-    [[nodiscard]] const CService& Service() const { return m_service; }
-
-    // \param settings  Content of /etc/default/kz_agent, empty for no such
-    //                  file.
-    [[nodiscard]] CProcessResult Run(const std::string& action,
-                                     const std::string& settings = {}) const
-    {
-        return TestSupport::Run(
-            {"/bin/sh", KZA_SOURCE_DIR "/packaging/service/kz_agent.init",
-             action},
-            m_service.Process(Options(settings)));
-    }
-
-    // Runs a command line where the script would find the installation.
-    [[nodiscard]] CProcessResult RunShell(const std::string& command) const
-    {
-        return TestSupport::Run({"/bin/sh", "-c", command},
-                                m_service.Process(Options("")));
-    }
-
-    [[nodiscard]] bool StartUntil(const std::string& text,
-                                  const std::string& settings = {}) const
-    {
-        return Run("start", settings).status == 0 && m_service.WaitForLog(text);
-    }
-
-    // Stops as on a host, where a process that has lost its parent is reaped.
-    [[nodiscard]] CProcessResult Stop(const std::string& settings = {}) const
-    {
-        std::vector<std::thread> reapers;
-        for (const pid_t pid : m_service.Processes())
-            if (ProcessInfo(pid).parent == getpid())
-                reapers.emplace_back([pid] { CService::StatusOf(pid); });
-        CProcessResult result = Run("stop", settings);
-        EXPECT_TRUE(m_service.WaitUntilGone());
-        for (std::thread& reaper : reapers)
-            reaper.join();
-        return result;
-    }
-
-private:
-    [[nodiscard]] CServiceOptions Options(const std::string& settings) const
-    {
-        CServiceOptions options;
-        options.process.inChild = [this, settings]
-        {
-            MountTmpfs("/etc/default", "64k");
-            if (!settings.empty())
-                WriteFile("/etc/default/kz_agent", settings);
-            MountTmpfs("/var/opt", "64k");
-            fs::create_directory("/var/opt/kz_agent");
-            const CHost& host = m_service.Host();
-            if (mount(host.Bin().c_str(), "/opt/kz_agent", nullptr, MS_BIND,
-                      nullptr) != 0 ||
-                mount(host.Work().c_str(), "/var/opt/kz_agent", nullptr,
-                      MS_BIND, nullptr) != 0)
-                _exit(126);
-            unsetenv("LC_ALL");
-            unsetenv("LANG");
-        };
-        return options;
-    }
-
-    CService m_service;
-};
-
-bool Contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 TEST(InitScript, StartsShowsAndStopsTheService)
 {
@@ -189,27 +90,6 @@ TEST(InitScript, StopKillsWhatDoesNotEndInTime)
     EXPECT_EQ(installed.Run("status").status, 3);
 }
 
-TEST(InitScript, OrphanIsShownAndStopped)
-{
-    const CInstalled installed(kDoesNotEnd);
-    const CService& service = installed.Service();
-    ASSERT_TRUE(installed.StartUntil("runs"));
-    const pid_t watchdog = service.PidFromFile();
-    kill(watchdog, SIGKILL);
-    EXPECT_EQ(CService::StatusOf(watchdog), 256 + SIGKILL);
-    const CProcessResult status = installed.Run("status");
-    EXPECT_EQ(status.status, 1);
-    EXPECT_TRUE(Contains(status.out, "state     orphan: ")) << status.out;
-
-    const CProcessResult start = installed.Run("start");
-    EXPECT_EQ(start.status, 1);
-    EXPECT_EQ(start.err, "kz_agent has not ended yet: stop it first\n");
-    EXPECT_EQ(service.Processes().size(), 1U);
-
-    EXPECT_EQ(installed.Stop("stop_timeout=1\n").status, 0);
-    EXPECT_EQ(installed.Run("status").status, 3);
-}
-
 TEST(InitScript, OptionsOfTheHostReachTheAgent)
 {
     const CInstalled installed(
@@ -247,49 +127,11 @@ TEST(InitScript, StatusTellsThatThePidFileIsStale)
     EXPECT_TRUE(Contains(result.out, "state     stale: ")) << result.out;
 }
 
-// Everything that the script does about a pid file that names a process which
-// is not the agent's.
-void ExpectLeftAlone(const CInstalled& installed, const CProcess& stranger)
-{
-    const std::string pid = std::to_string(stranger.Pid());
-    const std::string& pidFile = installed.Service().PidFile();
-    WriteFile(pidFile, pid + "\n");
-    const CProcessResult status = installed.Run("status");
-    EXPECT_EQ(status.status, 1);
-    EXPECT_TRUE(Contains(status.out, "state     stale: ")) << status.out;
-    EXPECT_EQ(installed.Run("stop").status, 0);
-
-    const CProcessResult start = installed.Run("start");
-    EXPECT_EQ(start.status, 1);
-    EXPECT_EQ(start.out, "");
-    EXPECT_EQ(start.err, "/var/run/kz_agent.pid names process " + pid +
-                             ", another program: kz_agent starts once that "
-                             "file is removed\n");
-    EXPECT_EQ(ReadFile(pidFile), pid + "\n");
-    EXPECT_TRUE(IsRunning(stranger.Pid()));
-}
-
 TEST(InitScript, AStrangerInThePidFileIsLeftAlone)
 {
     const CInstalled installed;
     const CProcess stranger({"/bin/sleep", "1000"});
     ExpectLeftAlone(installed, stranger);
-}
-
-TEST(InitScript, AToolOfTheSameProgramIsAStranger)
-{
-    const CInstalled installed;
-    const CHost& host = installed.Service().Host();
-    host.AddModule("tool", "return {main = function()\n"
-                           "  io.write('waits') io.flush()\n"
-                           "  dom:Sleep(1000000) end}");
-    for (const std::vector<std::string>& name :
-         {std::vector<std::string>{"--appname", "tool"}, {"-atool"}})
-    {
-        CProcess tool(host.Words(name));
-        ASSERT_TRUE(WaitUntil([&] { return tool.Out() == "waits"; }));
-        ExpectLeftAlone(installed, tool);
-    }
 }
 
 TEST(InitScript, AnAgentThatWasStartedByAnotherPathIsKnown)
