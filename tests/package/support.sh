@@ -12,7 +12,7 @@ not() {
   fi
 }
 
-install() { dpkg --force-confold --install "/tmp/packages/$1.deb"; }
+install() { dpkg --force-confold --install "/tmp/tree/$1.deb"; }
 
 # What is there of the packages' names and of the agent's.
 leftovers() {
@@ -50,3 +50,18 @@ is_gone() { # PID
 }
 
 log() { cat /var/opt/kz_agent/log/kz_agent.log; }
+
+# The code of a section of docs/install.md.
+code_of() { # HEADING
+  awk -v heading="## $1" '/^## / { inside = $0 == heading }
+    inside && /^    / { sub(/^    /, ""); print }' /tmp/tree/install.md
+}
+
+wait_until() {
+  tries=0
+  until "$@"; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 300 ]
+    sleep 0.1
+  done
+}

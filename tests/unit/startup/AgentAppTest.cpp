@@ -143,10 +143,8 @@ TEST(AgentAppDeathTest, NamesItsVendor)
 {
     const CTempDir dir;
     ExpectInChild(
-        [&]
-        {
-            const CAgentApp& app = StartUp({dir.File("kz_agent")});
-            return app.GetVendorName() == "Orvalis";
+        [&] {
+            return StartUp({dir.File("kz_agent")}).GetVendorName() == "Orvalis";
         });
 }
 
