@@ -36,6 +36,7 @@
 #include "log/LogFile.h"
 
 #include "base/Descriptor.h"
+#include "base/NewDescriptor.h"
 #include "base/SameFile.h"
 #include "base/WholeTransfer.h"
 
@@ -200,7 +201,7 @@ int CLogFile::UseFile(int file, const struct stat& status)
     else
     {
         const CDescriptor extra(file);
-        if (dup3(file, m_descriptor, O_CLOEXEC) < 0)
+        if (!DuplicateOnto(file, m_descriptor))
             return errno;
     }
     m_size = status.st_size;

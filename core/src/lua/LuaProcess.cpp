@@ -3,6 +3,7 @@
 #include "lua/LuaProcess.h"
 
 #include "base/Descriptor.h"
+#include "base/NewDescriptor.h"
 #include "process/Spawn.h"
 
 #include <lua.hpp>
@@ -71,7 +72,7 @@ FILE* OpenChild(const char* command, const char* mode, pid_t& pid)
     std::array<int, 2> ends{};
     if (!IsMode(mode))
         errno = EINVAL;
-    if (!IsMode(mode) || pipe2(ends.data(), O_CLOEXEC) != 0)
+    if (!IsMode(mode) || !OpenPipe(ends))
         return nullptr;
     const bool reads = *mode == 'r';
     CDescriptor ours(ends[reads ? 0 : 1]);

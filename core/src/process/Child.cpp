@@ -7,6 +7,7 @@
 #include "process/Child.h"
 
 #include "base/Descriptor.h"
+#include "base/NewDescriptor.h"
 #include "base/SignalSet.h"
 #include "process/EndWithParent.h"
 
@@ -30,7 +31,7 @@ void RestoreSignals()
     {
     };
     action.sa_handler = SIG_DFL;
-    for (int signal = 1; signal < NSIG; ++signal)
+    for (int signal = 1; signal <= SIGRTMAX; ++signal)
         sigaction(signal, &action, nullptr); // fails for a few, harmlessly
     const sigset_t none = SignalSet({});
     sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -85,7 +86,7 @@ pid_t StartChild(const std::vector<std::string>& words)
     argv.push_back(nullptr);
 
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+    if (!OpenPipe(ends))
         return -1;
     const CDescriptor readEnd(ends[0]);
     CDescriptor writeEnd(ends[1]);

@@ -3,6 +3,7 @@
 #include "kza_core/PidFile.h"
 
 #include "base/Descriptor.h"
+#include "base/NewDescriptor.h"
 #include "base/SameFile.h"
 #include "base/WholeTransfer.h"
 
@@ -76,18 +77,6 @@ bool IsNameOf(const std::string& path, int fd)
            IsSameFile(opened, named);
 }
 
-// The lock belongs to the open file description and not to the process, so a
-// child inherits it. False with errno set when the system refuses.
-bool SetLock(int fd, short type)
-{
-    struct flock lock
-    {
-    };
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    return fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
-
 } // namespace
 
 int ReadPidFile(const wxString& path)
@@ -113,7 +102,7 @@ bool WritePidFile(const wxString& path)
 {
     const std::string target = NativePath(path);
     std::string temporary = target + ".XXXXXX";
-    CDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+    CDescriptor file(OpenTemporary(temporary.data()));
     if (!file.IsOpen())
     {
         wxLogSysError("Unable to make a file beside '%s'", path);
@@ -152,7 +141,7 @@ CPidFileClaim::EAttempt CPidFileClaim::TryLock()
                 0600);
     if (m_fd == -1)
         return EAttempt::Done;
-    if (!SetLock(m_fd, F_WRLCK))
+    if (!LockOpenFile(m_fd, F_WRLCK))
         return errno == EAGAIN || errno == EACCES ? Abandon(EAttempt::Taken)
                                                   : GoOnWithoutLock();
     // The process that had the lock removes the file when it gives the lock up.
@@ -182,7 +171,7 @@ void CPidFileClaim::Release()
     if (m_fd == -1)
         return;
     unlink(m_lockFile.c_str());
-    SetLock(m_fd, F_UNLCK);
+    LockOpenFile(m_fd, F_UNLCK);
     close(m_fd);
     m_fd = -1;
 }

@@ -3,6 +3,7 @@
 #include "process/Program.h"
 
 #include "base/Descriptor.h"
+#include "base/NewDescriptor.h"
 #include "process/Spawn.h"
 
 #include <array>
@@ -61,7 +62,7 @@ int Collect(int fd, pid_t pid, std::string& output)
 int RunProgram(const std::vector<std::string>& words, std::string& output)
 {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+    if (!OpenPipe(ends))
         return -1;
     const CDescriptor readEnd(ends[0]);
     CDescriptor writeEnd(ends[1]);

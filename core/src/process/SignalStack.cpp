@@ -4,6 +4,8 @@
 
 #include "process/SignalStack.h"
 
+#include "base/PrivateMemory.h"
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -23,8 +25,7 @@ CSignalStack::CSignalStack()
 {
     const auto guard = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     m_size = guard + kStackSize;
-    m_mapping = mmap(nullptr, m_size, PROT_READ | PROT_WRITE,
-                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    m_mapping = MapPrivateMemory(m_size);
     if (m_mapping == MAP_FAILED)
         return;
     // An overflow of the alternate stack must fault and not reach other memory.

@@ -2,6 +2,7 @@
 
 #include "process/TakenSignals.h"
 
+#include "base/NewDescriptor.h"
 #include "base/SignalSet.h"
 
 #include <array>
@@ -56,8 +57,10 @@ int TakeSignals()
 {
     if (s_pipe[0] != -1)
         return s_pipe[0];
-    if (pipe2(s_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+    if (!OpenPipe(s_pipe))
         return -1;
+    for (const int end : s_pipe)
+        fcntl(end, F_SETFL, O_NONBLOCK);
     Install();
     return s_pipe[0];
 }
