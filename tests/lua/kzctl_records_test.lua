@@ -132,6 +132,32 @@ function TestBackwards:test_a_log_of_any_size_is_answered_at_once()
     lu.assertEquals(#last(log, 20), 20)
 end
 
+-- A crash of the host may leave zeros in a log.
+function TestBackwards:test_a_hole_is_passed_over()
+    local log = support.write(support.directory() .. "/a.log", lines(1, 2))
+    support.shell(("truncate -s 100M %s"):format(support.quote(log)))
+    local file = io.open(log, "ab")
+    file:write("\n", lines(3, 4))
+    file:close()
+    lu.assertEquals(last(log, 9), { 4, 3, 2, 1 })
+end
+
+function TestBackwards:test_reading_stops_after_so_many_bytes()
+    local place = support.directory()
+    local log = support.write(place .. "/a.log", lines(5001, 10000))
+    support.write(log .. ".1", lines(1, 5000))
+    for _, kib in ipairs({ 1, 100, 300 }) do
+        local found = {}
+        records.backwards(log, function(record)
+            found[#found + 1] = record
+        end, { bytes = kib * 1024 })
+        local read = #found * #line(5000)
+        lu.assertEquals(texts(found)[1], 10000)
+        lu.assertTrue(read <= (kib + 64) * 1024, read)
+        lu.assertTrue(read >= (kib - 1) * 1024, read)
+    end
+end
+
 TestFollow = {}
 
 local function append(path, text)
@@ -159,7 +185,7 @@ function TestFollow:test_what_was_there_is_left_to_the_other_way()
     local found = {}
     records.backwards(log, function(record)
         found[#found + 1] = record
-    end, follower)
+    end, { follower = follower })
     lu.assertEquals(texts(found), { 3, 2, 1 })
     lu.assertEquals(texts(follower:read()), { 4, 5 })
 end

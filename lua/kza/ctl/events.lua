@@ -11,10 +11,14 @@ local ORDER = { "id", "number", "severity", "time", "time_ms", "text" }
 local LOOK_MS = 500
 
 local function read(where, after, last)
-    if not host.stat(where.events) then
+    local stat, message = host.stat(where.events)
+    if not stat and message:find("No such file", 1, true) then
         return {} -- the agent makes the database with its first event
     end
-    local events, message = host.events(where.events, after, last)
+    local events
+    if stat then
+        events, message = host.events(where.events, after, last)
+    end
     if not events then
         fail("%s", message)
     end
@@ -77,6 +81,7 @@ return {
 Shows the agent events, the newest last: id, time, number, severity and text.
 There are none as long as the agent has not stored one.]],
         define = define,
+        json = ORDER,
         run = events,
     },
 }

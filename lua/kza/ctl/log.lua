@@ -64,7 +64,7 @@ local function last_records(context, follower)
             found[#found + 1] = record
         end
         return #found < args.n
-    end, follower)
+    end, { follower = follower })
     if not read and not args.follow then
         fail("%s", message)
     end
@@ -128,6 +128,7 @@ Shows the last records of the log, the newest last. Older files of the log are
 read too, as far as it takes. A TIME is 'YYYY-MM-DD HH:MM:SS', 'HH:MM:SS' of
 today, or '10m', '2h', '1d' for so long ago.]],
         define = define,
+        json = ORDER,
         run = log,
     },
 }

@@ -26,15 +26,7 @@ local function default_work(bin)
     return bin .. "/work"
 end
 
---- The agent that the options name, else the environment, else the one in this
---- program's directory.
----@param options { appname?: string, workdir?: string }
----@return kza.ctl.Place
-function place.find(options)
-    local bin = dom:Get("app.path.bin")
-    local name = options.appname or os.getenv("KZ_APPNAME") or "kz_agent"
-    local work = options.workdir or os.getenv("KZ_WORKDIR")
-        or default_work(bin)
+local function at(name, bin, work)
     local file = name:gsub("/", "_") -- as the agent names its files
     return {
         name = name,
@@ -48,6 +40,24 @@ function place.find(options)
         dumps = work .. "/diag",
         dump = work .. "/diag/" .. name .. ".mdmp",
     }
+end
+
+--- The agent that the options name, else the environment, else the one in this
+--- program's directory.
+---@param options { appname?: string, workdir?: string }
+---@return kza.ctl.Place
+function place.find(options)
+    local bin = dom:Get("app.path.bin")
+    return at(options.appname or os.getenv("KZ_APPNAME") or "kz_agent", bin,
+        options.workdir or os.getenv("KZ_WORKDIR") or default_work(bin))
+end
+
+--- The same agent in another working directory.
+---@param where kza.ctl.Place
+---@param work string
+---@return kza.ctl.Place
+function place.moved(where, work)
+    return at(where.name, where.bin, work)
 end
 
 return place

@@ -9,6 +9,7 @@ local host = require("kza.host")
 local records = {}
 
 local BLOCK = 64 * 1024
+local LONGEST = 8 * 1024 * 1024 -- bytes of a record
 
 --- A record of the log.
 ---@class kza.ctl.Record
@@ -74,6 +75,20 @@ function records.iso(seconds)
     return (os.date("%Y-%m-%dT%H:%M:%S%z", whole):gsub("(%d%d)$", ":%1"))
 end
 
+-- Opens a file of the log. A pipe in its place would keep the reader waiting,
+-- and a directory has no end.
+local function open(path)
+    local stat, message = host.stat(path)
+    if stat and stat.type ~= "file" then
+        stat, message = nil, path .. ": it is no file"
+    end
+    if not stat then
+        return nil, message
+    end
+    local file, reason = io.open(path, "rb")
+    return file, reason, stat
+end
+
 -- The log's files that exist, newest first.
 local function files_of(log)
     local paths = {}
@@ -89,57 +104,87 @@ local function files_of(log)
     end
 end
 
--- The lines of a file, last first. A last line without a line break is left
--- out, because it is still being written.
-local function lines_backwards(file, from)
-    local at = from or file:seek("end")
-    local buffer = "" -- from `at` on, without the line break of its last line
-    local ended = false -- the end of the last complete line has been found
-    local lines = {}
+-- The lines of a file, last first. A last line without a line break is left out,
+-- because it is still being written. A line longer than any record is left out
+-- as well, so that a hole in a file takes no memory.
+--
+-- The file is read in blocks, from its end. The bytes behind the last line break
+-- of a block begin a line; the rest of that line, its tail, was in later blocks.
+local Lines = {}
+Lines.__index = Lines
 
-    local function read_block()
-        local size = math.min(BLOCK, at)
-        at = at - size
-        file:seek("set", at)
-        buffer = (file:read(size) or "") .. buffer
+-- `budget.bytes` counts down the bytes that may still be read.
+local function lines_backwards(file, from, budget)
+    return setmetatable({ file = file, at = from or file:seek("end"),
+        budget = budget, lines = {}, tail = {}, tail_size = 0 }, Lines)
+end
+
+function Lines:read_block()
+    local size = math.min(BLOCK, self.at)
+    self.at = self.at - size
+    self.budget.bytes = self.budget.bytes - size
+    self.file:seek("set", self.at)
+    return self.file:read(size) or ""
+end
+
+function Lines:set_tail(text)
+    self.tail, self.tail_size = { text }, #text
+end
+
+function Lines:lengthen_tail(text)
+    self.tail_size = self.tail_size + #text
+    self.tail[#self.tail + 1] = self.tail_size <= LONGEST and text or nil
+end
+
+-- The whole line of the tail; nil when it is longer than any record.
+function Lines:finish_line(beginning)
+    self:lengthen_tail(beginning)
+    if self.tail_size > LONGEST then
+        return nil
     end
-
-    local function find_end()
-        local whole = buffer:match("^(.*)\n")
-        buffer = whole or buffer
-        ended = whole ~= nil
-        return ended
+    local pieces, count = {}, #self.tail
+    for i, piece in ipairs(self.tail) do
+        pieces[count - i + 1] = piece
     end
+    return table.concat(pieces)
+end
 
-    -- All lines of the buffer but the first, whose beginning may be missing.
-    local function take_lines()
-        local first, rest = buffer:match("^([^\n]*)\n(.*)$")
-        if first then
-            buffer = first
-            for line in (rest .. "\n"):gmatch("([^\n]*)\n") do
-                lines[#lines + 1] = line
-            end
+-- Appends the complete lines of a block to `lines`, in the file's order.
+function Lines:take(block)
+    local behind = block:match("^.*\n()")
+    if not behind then
+        -- Before the first line break, the block is part of a line that is
+        -- still being written.
+        if self.is_begun then
+            self:lengthen_tail(block)
         end
-        return first ~= nil
+        return
     end
-
-    return function()
-        while buffer and #lines == 0 do
-            local found
-            if ended then
-                found = take_lines()
-            else
-                found = find_end()
-            end
-            if not found and at > 0 then
-                read_block()
-            elseif not found then
-                lines[1] = ended and buffer or nil
-                buffer = nil
-            end
+    local last = self.is_begun and self:finish_line(block:sub(behind)) or nil
+    self.is_begun = true
+    local head, rest = block:sub(1, behind - 2):match("^([^\n]*)\n?(.*)$")
+    self:set_tail(head)
+    if #head < behind - 2 then
+        for line in (rest .. "\n"):gmatch("([^\n]*)\n") do
+            self.lines[#self.lines + 1] = line
         end
-        return table.remove(lines)
     end
+    self.lines[#self.lines + 1] = last
+end
+
+--- The next line towards the beginning of the file; nil at the beginning, and
+--- when no more bytes may be read.
+function Lines:next()
+    while #self.lines == 0 do
+        if self.at == 0 or self.budget.bytes <= 0 then
+            local first = self.at == 0 and self.is_begun
+                and self:finish_line("") or nil
+            self.is_begun = false
+            return first
+        end
+        self:take(self:read_block())
+    end
+    return table.remove(self.lines)
 end
 
 local function same_file(one, other)
@@ -147,34 +192,56 @@ local function same_file(one, other)
         and one.device == other.device
 end
 
+--- How far back records are read.
+---@class kza.ctl.Reach
+---@field follower? table  From records.follow(): leave out its records.
+---@field bytes? integer   How much of the log is read at most, to a block.
+
+-- Calls `visit` with the records of one file, newest first; false when `visit`
+-- wants no more.
+local function visit_file(path, visit, from, budget)
+    local file, message = open(path)
+    if not file then
+        return nil, message
+    end
+    local lines = lines_backwards(file, from, budget)
+    local wanted = true
+    for line in function() return lines:next() end do
+        local record = records.parse(line)
+        wanted = not record or visit(record) ~= false
+        if not wanted then
+            break
+        end
+    end
+    file:close()
+    return wanted
+end
+
 --- Calls `visit` with each record, newest first, until it returns false or
 --- there are no more records. Older files of the log are read too.
 ---@param log string
 ---@param visit fun(record: kza.ctl.Record): boolean?
----@param follower? table  From records.follow(): leave out its records.
+---@param reach? kza.ctl.Reach
 ---@return true? found    nil when there is no log.
 ---@return string? message
-function records.backwards(log, visit, follower)
+function records.backwards(log, visit, reach)
     local paths = files_of(log)
     if #paths == 0 then
         local _, message = host.stat(log)
         return nil, message
     end
+    local follower = reach and reach.follower
+    local budget = { bytes = reach and reach.bytes or math.huge }
     for _, path in ipairs(paths) do
-        local file, message = io.open(path, "rb")
-        if not file then
-            return nil, message
-        end
         local from = follower and same_file(follower.stat, host.stat(path))
             and follower.from or nil
-        for line in lines_backwards(file, from) do
-            local record = records.parse(line)
-            if record and visit(record) == false then
-                file:close()
-                return true
-            end
+        local wanted, message = visit_file(path, visit, from, budget)
+        if wanted == nil then
+            return nil, message
         end
-        file:close()
+        if not wanted or budget.bytes <= 0 then
+            break
+        end
     end
     return true
 end
@@ -211,9 +278,8 @@ function records.follow(log)
 end
 
 function Follower:open(path)
-    self.file = io.open(path, "rb")
-    self.stat = self.file and host.stat(path)
-    self.rest = ""
+    local file, _, stat = open(path)
+    self.file, self.stat, self.rest = file, file and stat, ""
 end
 
 -- The file that was written after the one that has been read; nil when the log

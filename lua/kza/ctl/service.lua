@@ -10,53 +10,43 @@
 
 local files = require("kza.files")
 local host = require("kza.host")
+local options = require("kza.ctl.options")
 local records = require("kza.ctl.records")
-local startup = require("kza.startup")
 
 local service = {}
 
 -- Starts within this many seconds count towards the watchdog's limit.
 local PERIOD = 512
 
--- The options in the command line of a process, by their long names; a switch
--- is true. Of several values the last one counts.
-local function options_of(process)
-    local words = {}
-    for i = 2, #process.words do
-        words[i - 1] = process.words[i]
-    end
-    local found = {}
-    for _, option in ipairs(startup.options(words) or {}) do
-        found[option.name] = option.value or true
-    end
-    return found
-end
+-- The search for starts ends after this many bytes, in a log that grows fast.
+local REACH = { bytes = 64 * 1024 * 1024 }
 
 -- The framework names an application after its program, without an extension.
-local function name_of(process, options)
+local function name_of(process, values)
     local program = process.words[1]:match("([^/]*)$")
-    return options.appname or program:match("^(.+)%.[^.]*$") or program
+    return values.appname or program:match("^(.+)%.[^.]*$") or program
 end
 
 local function is_background_of(where, process)
-    local options = options_of(process)
-    return options.background and name_of(process, options) == where.name
+    local values = options.values(options.of_process(process))
+    return values.background and name_of(process, values) == where.name
 end
 
--- Whether the process belongs to the service. A fact that the system does not
--- give counts as fitting.
-local function is_of_service(where, process)
+-- Whether the process is an agent in the background under the service's name. A
+-- fact that the system does not give counts as fitting.
+local function has_name(where, process)
     return process.state ~= "Z"
         and (#process.words == 0 or is_background_of(where, process))
 end
 
--- The service's processes by their ids.
-local function processes_of(where)
+-- The service's processes by their ids: those that work in a directory, or in
+-- any directory without the argument.
+local function processes_in(where, directory)
     local found = {}
     local executable = host.real_path(where.agent) or where.agent
-    for _, pid in ipairs(host.processes(executable, where.work)) do
+    for _, pid in ipairs(host.processes(executable, directory)) do
         local process = host.process(pid)
-        if process and is_of_service(where, process) then
+        if process and has_name(where, process) then
             found[pid] = process
         end
     end
@@ -84,17 +74,11 @@ local function read_pid_file(path)
     return pid and pid > 0 and pid or nil
 end
 
--- The process that the pid file names, when it may be an agent by all known
--- facts.
-local function named_process(processes, pid)
-    local process = pid and (processes[pid] or host.process(pid))
-    if not process or process.state == "Z" then
-        return nil
-    end
-    local told = process.executable ~= nil
-    if processes[pid] or (not told and process.name == "kz_agent") then
-        return process
-    end
+-- Whether another user's process may be the agent. The system does not tell
+-- which program it runs, only its name.
+local function is_agent(where, process)
+    return process.executable == nil and process.name == "kz_agent"
+        and has_name(where, process)
 end
 
 local function child_of(processes, watchdog)
@@ -126,7 +110,7 @@ local function starts_of(where, watchdog)
                 delay = { time = time, ms = tonumber(ms) }
             end
         end
-    end)
+    end, REACH)
     return starts, delay
 end
 
@@ -175,13 +159,33 @@ local function describe(where, result, pid)
     return "starting"
 end
 
+-- Finds out about a process that the pid file names and that does not work in
+-- the expected directory.
+local function look_further(where, result)
+    local named = host.process(result.pid)
+    if not named or named.state == "Z" then
+        return
+    end
+    if processes_in(where)[result.pid] then
+        result.watchdog = named
+        result.elsewhere = named.directory
+    elseif is_agent(where, named) then
+        result.watchdog = named
+    else
+        result.other = named
+    end
+end
+
 --- The present state of a service.
 ---@class kza.ctl.State
 ---@field state "running"|"starting"|"stopping"|"stopped"|"stale"|"orphan"
 ---@field watchdog? kza.host.Process
 ---@field worker? kza.host.Process
 ---@field restarts? integer       In the last 512 seconds, if it has a watchdog.
----@field next_start_ms? integer  While it is starting, if the log has it.
+---@field next_start_ms? integer  While it is starting, if the log tells.
+---@field elsewhere? string       Its directory when it is not the expected one.
+---@field pid? integer            From the pid file.
+---@field other? kza.host.Process The process of that id when it is not the agent.
 
 --- Determines the state of a service.
 ---@param where kza.ctl.Place
@@ -192,14 +196,29 @@ function service.look(where)
     if message then
         return nil, message
     end
-    local processes = processes_of(where)
+    local processes = processes_in(where, where.work)
+    local result = { pid = pid }
+    if processes[pid] then
+        result.watchdog = processes[pid]
+    elseif pid then
+        look_further(where, result)
+    end
     local watchdog, orphan = sort_out(where, processes)
-    local result = {}
-    result.watchdog = named_process(processes, pid) or watchdog
+    result.watchdog = result.watchdog or watchdog
     result.worker = result.watchdog and child_of(processes, result.watchdog)
         or orphan
     result.state = describe(where, result, pid)
     return result
+end
+
+--- A note for an operator who expects the service in another directory; nil when
+--- it works in the expected one.
+---@param where kza.ctl.Place
+---@param state kza.ctl.State
+---@return string?
+function service.note(where, state)
+    return state.elsewhere and ("'%s' works in '%s', not in '%s': see --workdir")
+        :format(where.name, state.elsewhere, where.work)
 end
 
 return service

@@ -7,9 +7,9 @@
 local files = require("kza.files")
 local host = require("kza.host")
 local json = require("dkjson")
+local options = require("kza.ctl.options")
 local records = require("kza.ctl.records")
 local service = require("kza.ctl.service")
-local startup = require("kza.startup")
 
 local settings = {}
 
@@ -37,14 +37,6 @@ local function words_of_defaults()
     return words
 end
 
-local function words_of_process(process)
-    local words = {}
-    for i = 2, #process.words do
-        words[i - 1] = process.words[i]
-    end
-    return words
-end
-
 --- The options of the running agent, else those of the installed service, else
 --- none.
 ---@param where kza.ctl.Place
@@ -53,7 +45,7 @@ function settings.options(where)
     local state = service.look(where)
     local process = state and (state.watchdog or state.worker)
     if process and #process.words > 0 then
-        return words_of_process(process)
+        return options.of_process(process)
     end
     if where.bin == "/opt/kz_agent" and host.stat(DEFAULTS) then
         return words_of_defaults()
@@ -63,37 +55,18 @@ end
 
 -- The stand-in ---------------------------------------------------------------
 
--- The options without those that are left out, in their long form.
-local function words_of_stand_in(where, options, work, result)
+local function words_of_stand_in(where, given, work, result)
     local words = {
         "/bin/sh", "-c", 'cd -- "$1" 2>/dev/null; shift; exec "$@"', "sh",
         where.work, where.agent, "--appname", STAND_IN, "--workdir", work,
     }
-    for _, option in ipairs(options) do
-        if not LEFT_OUT[option.name] then
-            words[#words + 1] = "--" .. option.name
-            words[#words + 1] = option.value
-        end
-    end
-    for _, word in ipairs(options.words) do
+    for _, word in ipairs(options.words(given, LEFT_OUT)) do
         words[#words + 1] = word
     end
     for _, word in ipairs({ "--", where.name, result }) do
         words[#words + 1] = word
     end
     return words
-end
-
--- The words before "--"; those behind it are the application's own.
-local function words_of_agent(words)
-    local own = {}
-    for i, word in ipairs(words) do
-        if word == "--" then
-            break
-        end
-        own[i] = word
-    end
-    return own
 end
 
 -- Copies the agent's configuration to the stand-in's directory. A configuration
@@ -163,15 +136,15 @@ end
 ---@param words string[]
 ---@return kza.ctl.Settings
 function settings.find(where, words)
-    local options, message = startup.options(words_of_agent(words))
-    if not options then
+    local given, message = options.parse(words)
+    if not given then
         return { keys = {}, records = {}, options = {}, bad_options = message }
     end
     local work = dom:GetPluginWorkdir("probe")
     local result = work .. "/result.json"
     lend_configuration(where, work)
     os.remove(result)
-    local _, output = host.run(words_of_stand_in(where, options, work, result))
+    local _, output = host.run(words_of_stand_in(where, given, work, result))
     local found = json.decode(files.read(result) or "")
     if found then
         found.complaints = complaints_in(output)
@@ -180,7 +153,7 @@ function settings.find(where, words)
     end
     os.remove(result)
     found.records = read_records(where, work)
-    found.options = options
+    found.options = given
     return found
 end
 

@@ -94,9 +94,12 @@ local function cut_at(text, count)
     return text, ""
 end
 
--- Splits a text into lines of at most `width` characters, at blanks where there
--- are any.
-local function wrap(text, width)
+--- Splits a text into lines of at most `width` characters, at blanks where there
+--- are any.
+---@param text string
+---@param width integer
+---@return string[]
+function show.wrap(text, width)
     local lines = {}
     repeat
         local line, rest = cut_at(text, width)
@@ -152,9 +155,22 @@ function show.row(columns, text, colour)
         show.line(without_end_blanks(head))
         head, indent = "  ", 2
     end
-    for i, line in ipairs(wrap(text, math.max(width - indent, 1))) do
+    for i, line in ipairs(show.wrap(text, math.max(width - indent, 1))) do
         show.line((i == 1 and head or (" "):rep(indent))
             .. show.coloured(line, colour))
+    end
+end
+
+--- Prints what a command has brought about: a text, or the state as JSON.
+---@param context { json: boolean, where: kza.ctl.Place }
+---@param state "running"|"stopped"
+---@param text string
+function show.outcome(context, state, text)
+    if context.json then
+        show.json({ name = context.where.name, state = state },
+            { "name", "state" })
+    else
+        show.line(text)
     end
 end
 

@@ -2,25 +2,34 @@
 --
 -- kzctl start, stop and restart.
 
+local complain = require("kza.ctl.complain")
 local fail = require("kza.ctl.fail")
+local options = require("kza.ctl.options")
+local place = require("kza.ctl.place")
 local service = require("kza.ctl.service")
 local show = require("kza.ctl.show")
 local supervise = require("kza.ctl.supervise")
 
-local function look(where)
+-- The state, and the place where the agent works when it does so elsewhere.
+local function look(context)
+    local where = context.where
     local state, message = service.look(where)
     if not state then
         fail("%s", message)
+    end
+    if state.elsewhere then
+        complain(service.note(where, state))
+        context.where = place.moved(where, state.elsewhere)
     end
     return state
 end
 
 local function start(context)
+    local state = look(context)
     local where = context.where
-    local state = look(where)
     if state.state == "running" or state.state == "starting" then
-        show.line(("'%s' is running already (%d)"):format(
-            where.name, state.watchdog.pid))
+        show.outcome(context, "running", ("'%s' is running already (%d)")
+            :format(where.name, state.watchdog.pid))
         return 0
     end
     if state.state == "orphan" then
@@ -35,36 +44,40 @@ local function start(context)
     if not up then
         fail("'%s' did not start: %s", where.name, reason)
     end
-    show.line(("'%s' is up"):format(where.name))
+    show.outcome(context, "running", ("'%s' is up"):format(where.name))
     return 0
 end
 
-local function kill(where)
+local function kill(context)
+    local where = context.where
     local ended, message = supervise.kill(where)
     if not ended then
         fail("'%s' could not be ended: %s", where.name, message)
     end
-    show.line(("'%s' was ended by force"):format(where.name))
+    show.outcome(context, "stopped",
+        ("'%s' was ended by force"):format(where.name))
     return 0
 end
 
 local function stop(context)
+    local state = look(context)
     local where = context.where
-    local state = look(where)
     if not state.watchdog and not state.worker then
-        show.line(("'%s' is stopped already"):format(where.name))
+        show.outcome(context, "stopped",
+            ("'%s' is stopped already"):format(where.name))
         return 0
     end
     local stopped, message = supervise.stop(where, context.args.timeout)
     if stopped then
-        show.line(("'%s' is stopped"):format(where.name))
+        show.outcome(context, "stopped",
+            ("'%s' is stopped"):format(where.name))
         return 0
     end
     if stopped == nil then
         fail("'%s' could not be asked to stop: %s", where.name, message)
     end
     if context.args.kill then
-        return kill(where)
+        return kill(context)
     end
     fail("'%s' has not stopped: 'main' has not returned since it was asked, %s",
         where.name, supervise.asked_since(where)
@@ -72,7 +85,11 @@ local function stop(context)
 end
 
 local function restart(context)
-    context.args.option = context.args.option or {}
+    local state = look(context)
+    local process = state.watchdog or state.worker
+    if #context.args.option == 0 and process and #process.words > 0 then
+        context.args.option = options.again(process)
+    end
     local status = stop(context)
     if status ~= 0 then
         return status
@@ -93,6 +110,7 @@ local function define_start(command)
     command:option("--timeout", "how long to wait until it is up")
         :argname("S"):default("10"):convert(seconds)
     command:argument("option", "options of kz_agent, after --"):args("*")
+    command:usage("Usage: kzctl start [--timeout S] [-- OPTION...]")
 end
 
 local function define_stop(command)
@@ -111,6 +129,7 @@ application is up, which is when its 'init' has returned. Ends with 1, and why,
 when it does not come up, and beside a worker that has lost its watchdog. One
 that is running already is fine.]],
         define = define_start,
+        json = { "name", "state" },
         run = start,
     },
     {
@@ -122,18 +141,23 @@ it waits before a restart it is asked twice, as it has to be. A worker without
 a watchdog is stopped too. When the time is up the command ends with 1; with
 --kill it then ends both processes by force and removes the pid file.]],
         define = define_stop,
+        json = { "name", "state" },
         run = stop,
     },
     {
         name = "restart",
         summary = "stops and starts it",
         description = [[
-Stops the service as 'stop' does, and starts it as 'start' does.]],
+Stops the service as 'stop' does, and starts it as 'start' does: with the
+options behind '--', else with those that it had.]],
         define = function(command)
             define_stop(command)
             command:argument("option", "options of kz_agent, after --")
                 :args("*")
+            command:usage("Usage: kzctl restart [--timeout S] [--kill] "
+                .. "[-- OPTION...]")
         end,
+        json = { "name", "state" },
         run = restart,
     },
 }

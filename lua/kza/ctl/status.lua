@@ -2,6 +2,7 @@
 --
 -- kzctl status: the state of a service and further facts for an operator.
 
+local complain = require("kza.ctl.complain")
 local host = require("kza.host")
 local records = require("kza.ctl.records")
 local service = require("kza.ctl.service")
@@ -21,7 +22,6 @@ local COLOURS = {
 local MEANINGS = {
     starting = "waits before it starts the worker again",
     stopping = "was asked to stop",
-    stale = "its pid file names a process that is not its own",
     orphan = "its worker runs without a watchdog",
 }
 
@@ -31,21 +31,18 @@ local ORDER = {
     "pending_packages",
 }
 
--- The search for an error stops after this many records: a log may be very
--- long.
-local RECORDS_LOOKED_AT = 20000
+-- The search for an error stops after this many bytes: a log may be very long.
+local REACH = { bytes = 4 * 1024 * 1024 }
 
 local function last_error(where)
     local found
-    local count = 0
     records.backwards(where.log, function(record)
-        count = count + 1
         if record.level == "ERROR"
             and not record.text:find("^The service ends with status ") then
             found = record.line
         end
-        return found == nil and count < RECORDS_LOOKED_AT
-    end)
+        return found == nil
+    end, REACH)
     return found
 end
 
@@ -102,8 +99,18 @@ local function usage_of(process)
         process.cpu_s)
 end
 
+-- What stands in the pid file that was left.
+local function meaning_of(state)
+    if state.state ~= "stale" then
+        return MEANINGS[state.state]
+    end
+    return state.other and ("its pid file names process %d, which runs '%s'")
+        :format(state.pid, state.other.executable or state.other.name)
+        or ("its pid file names process %d, which is gone"):format(state.pid)
+end
+
 local function print_facts(found, state)
-    local meaning = MEANINGS[found.state]
+    local meaning = meaning_of(state)
     show.fact("name", found.name)
     show.fact("state", found.state .. (meaning and ": " .. meaning or ""),
         COLOURS[found.state])
@@ -129,6 +136,10 @@ local function status(context)
     if not state then
         error({ message = message, status = UNREADABLE }, 0)
     end
+    local note = service.note(where, state)
+    if note then
+        complain(note)
+    end
     local found = collect(where, state)
     if context.json then
         show.json(found, ORDER)
@@ -153,9 +164,15 @@ and the packages that wait to be applied.
   stopped   no process of it
   stale     no process of it, but a pid file is left
   orphan    a worker whose watchdog is gone
-
-Ends with 0 when it is running, starting or stopping, 1 when it is stale or an
-orphan, 3 when it is stopped, 4 when the pid file cannot be read.]],
+]],
+        statuses = {
+            { "0", "it is running, starting or stopping" },
+            { "1", "it is stale or an orphan" },
+            { "2", "wrong usage" },
+            { "3", "it is stopped" },
+            { "4", "the pid file cannot be read" },
+        },
+        json = ORDER,
         run = status,
     },
 }

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 namespace TestSupport
 {
 
-CKzctl::CKzctl(const char* module)
+CKzctl::CKzctl(const char* module, const std::string& name) : m_service(name)
 {
     m_service.SetModule(module);
     for (const char* file : {"kzctl", "kza_core"})
@@ -47,6 +47,14 @@ std::string CKzctl::Member(const Words& words, const std::string& name) const
     std::smatch found;
     const std::regex pattern("\"" + name + "\":(\"[^\"]*\"|[^,}]*)");
     return std::regex_search(out, found, pattern) ? found[1].str() : out;
+}
+
+void CKzctl::OpenToOthers() const
+{
+    const fs::path end = fs::canonical(fs::temp_directory_path());
+    for (fs::path path = m_service.Host().Bin(); path != end;
+         path = path.parent_path())
+        fs::permissions(path, fs::perms(0055), fs::perm_options::add);
 }
 
 bool CKzctl::Start() const

@@ -19,7 +19,9 @@ class CKzctl
 {
 public:
     /// \param module  What the application is made of.
-    explicit CKzctl(const char* module = kWaitingMain);
+    /// \param name    Of the application.
+    explicit CKzctl(const char* module = kWaitingMain,
+                    const std::string& name = "kz_agent");
 
     [[nodiscard]] const CService& Service() const { return m_service; }
 
@@ -47,6 +49,9 @@ public:
     {
         return Member({"--json", "status"}, "state");
     }
+
+    /// Lets other users pass to the executable's directory and read it.
+    void OpenToOthers() const;
 
     /// Starts the service with its control socket, until `main` runs.
     [[nodiscard]] bool Start() const;

@@ -369,7 +369,7 @@ TEST(KzctlPackages, ADirectoryThatCannotBeWrittenIsSaid)
     const CTempDir desk;
     WriteFile(desk.File(kPackage), Widget());
     fs::permissions(desk.Path(), fs::perms(0755));
-    fs::permissions(kzctl.File(""), fs::perms(0755));
+    kzctl.OpenToOthers();
     const CProcessResult result =
         kzctl.Run({"install", desk.File(kPackage)}, AsNobody());
     ExpectComplaint(result, 1);
