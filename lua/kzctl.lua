@@ -7,6 +7,8 @@
 
 local argparse = require("argparse")
 local complain = require("kza.ctl.complain")
+local help = require("kza.ctl.help")
+local host = require("kza.host")
 local place = require("kza.ctl.place")
 
 local FAILURE, WRONG_USAGE = 1, 2
@@ -58,13 +60,19 @@ local function build()
     return parser, commands
 end
 
+-- Help is as wide as a terminal, between what words need and what is readable.
+local function help_width()
+    return math.max(40, math.min(host.columns(1) or 80, 80))
+end
+
 local function print_help(parser, command)
-    if not command then
+    local width = help_width()
+    if command then
+        io.write(help(command, width))
+    else
+        parser:help_max_width(width):usage_max_width(width)
         io.write(parser:get_help(), "\n")
-        return
     end
-    command.parser:description(command.description)
-    io.write(command.parser:get_help(), "\n")
 end
 
 -- Patterns of words that begin with "-" and are no options, by the command that

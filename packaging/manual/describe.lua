@@ -97,6 +97,12 @@ local function command_lines(lines, command)
     lines[#lines + 1] = ".PP"
     lines[#lines + 1] = escaped(command._description or "")
     option_lines(lines, command._options)
+    for _, part in ipairs(command._commands) do
+        lines[#lines + 1] = ".TP"
+        lines[#lines + 1] = ".B " .. escaped(part:get_usage()
+            :gsub("^Usage: ", ""))
+        lines[#lines + 1] = escaped(part._description or "")
+    end
 end
 
 local PARTS = {}

@@ -84,7 +84,9 @@ those that the installed service gets. Nothing of the application runs.]],
         define = function(command)
             command:argument("option", "options of kz_agent, after --")
                 :args("*")
+            command:usage("Usage: kzctl check [-- OPTION...]")
         end,
+        json = ORDER,
         run = check,
     },
 }

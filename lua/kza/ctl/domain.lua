@@ -249,6 +249,8 @@ local function heartbeat(context)
     return 0
 end
 
+local VERSIONS = { "kzctl", "agent", "wxwidgets", "lua", "openssl", "sqlite" }
+
 local function version(context)
     local versions = host.versions()
     local connection = host.connect(context.where.socket, SECONDS)
@@ -259,12 +261,11 @@ local function version(context)
         wxwidgets = versions.wxwidgets, lua = versions.lua,
         openssl = versions.openssl, sqlite = versions.sqlite,
     }
-    local order = { "kzctl", "agent", "wxwidgets", "lua", "openssl", "sqlite" }
     if context.json then
-        show.json(found, order)
+        show.json(found, VERSIONS)
         return 0
     end
-    for _, name in ipairs(order) do
+    for _, name in ipairs(VERSIONS) do
         show.row({ { text = name, width = 9 } }, found[name]
             or "unknown: it does not run, or not with control.socket")
     end
@@ -288,6 +289,7 @@ return {
         description = "Shows the value of a key of the domain. Ends with 1 "
             .. "when it is not set." .. NEEDS_SOCKET,
         define = takes_key,
+        json = { "key", "type", "value" },
         run = get,
     },
     {
@@ -320,6 +322,7 @@ return {
             command:argument("prefix", "beginning of the keys"):args("?")
                 :argname("PREFIX")
         end,
+        json = { "key", "type", "value" },
         run = keys,
     },
     {
@@ -329,6 +332,7 @@ return {
             .. "Ends with 1 when the agent goes, with 0 on Ctrl-C."
             .. NEEDS_SOCKET,
         define = takes_key,
+        json = { "key", "type", "value" },
         run = watch,
     },
     {
@@ -341,6 +345,7 @@ return {
             command:argument("change", "+NAME or -NAME"):args("?")
                 :argname("+NAME|-NAME")
         end,
+        json = TRACE_KEYS,
         run = trace,
     },
     {
@@ -356,6 +361,7 @@ return {
         description = "Shows the version of this program, of the libraries "
             .. "that it is linked with, and of the running agent when it "
             .. "answers through its control socket.",
+        json = VERSIONS,
         run = version,
     },
 }

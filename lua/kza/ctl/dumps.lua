@@ -149,10 +149,12 @@ that a dump says without symbols: process, registers, threads and modules too.
 Ends with 1 when a dump cannot be read or is cut short.]],
         define = function(command)
             command:require_command(false)
+                :usage("Usage: kzctl dumps [show FILE]")
             command:command("show", "all that a dump says"):add_help(false)
                 :argument("file", "a path, or a name among the dumps")
                 :argname("FILE")
         end,
+        json = ORDER,
         run = dumps,
     },
 }

@@ -14,7 +14,7 @@ local function put(context, deliveries, keys)
     for _, delivery in ipairs(deliveries) do
         local package = package_list.find(context.where, delivery.name, keys)
         if context.json and package then
-            package_row(context, package)
+            package_row.show(context, package)
         elseif not context.json then
             show.line(("'%s' waits for the next start with --install_plugins")
                 :format(delivery.name))
@@ -67,6 +67,7 @@ is refused, or there is no room, nothing is changed.]],
             command:argument("file", "a package, .kzp or .kzu"):args("+")
                 :argname("FILE")
         end,
+        json = package_row.ORDER,
         run = install,
     },
     {
@@ -80,6 +81,7 @@ NAME is that of the plugin, or of the package's file.]],
             command:argument("name", "the plugin, or the package's file")
                 :argname("NAME")
         end,
+        json = package_row.ORDER,
         run = remove,
     },
 }

@@ -5,7 +5,10 @@
 local records = require("kza.ctl.records")
 local show = require("kza.ctl.show")
 
-local ORDER = {
+local package_row = {}
+
+--- The members of a package in JSON.
+package_row.ORDER = {
     "name", "version", "state", "file", "time", "files", "reason", "signed_by",
 }
 
@@ -14,10 +17,10 @@ local COLOURS = { changed = "yellow", removed = "yellow", refused = "red" }
 --- Shows a package, as JSON or as a line of a table.
 ---@param context { json: boolean }
 ---@param package kza.ctl.Package
-return function(context, package)
+function package_row.show(context, package)
     if context.json then
         package.time = records.iso(package.time)
-        show.json(package, ORDER)
+        show.json(package, package_row.ORDER)
         return
     end
     show.row({
@@ -26,3 +29,5 @@ return function(context, package)
         { text = package.version or "-", width = 8 } },
         package.file .. (package.reason and ": " .. package.reason or ""))
 end
+
+return package_row

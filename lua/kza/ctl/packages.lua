@@ -38,7 +38,7 @@ end
 
 local function list(context)
     for _, package in ipairs(read(context)) do
-        package_row(context, package)
+        package_row.show(context, package)
     end
     return 0
 end
@@ -55,7 +55,7 @@ end
 local function verify(context)
     local package = package_list.by_name(read(context), context.args.name)
     if not package.is_installed then
-        package_row(context, package)
+        package_row.show(context, package)
         return package.state == "waiting" and 0 or 1
     end
     local found, message = package_list.files(context.where, package)
@@ -94,7 +94,7 @@ local function owner(context)
     local path = below(context.where, file)
     local owners = package_list.owners(read(context), path)
     for _, package in ipairs(owners) do
-        package_row(context, package)
+        package_row.show(context, package)
     end
     if #owners == 0 then
         fail("no package has '%s'", file)
@@ -111,6 +111,7 @@ end
 
 local function define(command)
     command:require_command(false)
+        :usage("Usage: kzctl packages [files NAME | verify NAME | owner FILE]")
     command:command("files", "the files of a package"):add_help(false)
         :argument("name", "the plugin, or the package's file"):argname("NAME")
     command:command("verify", "compares a package with what is there")
@@ -138,6 +139,7 @@ them with what is there and ends with 1 when one is missing or differs, and
 'packages owner FILE' tells which packages a file came with. NAME is that of the
 plugin, or of the package's file.]],
         define = define,
+        json = package_row.ORDER,
         run = packages,
     },
 }

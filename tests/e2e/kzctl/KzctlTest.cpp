@@ -280,24 +280,84 @@ TEST(Kzctl, WrongUsageIsStatusTwoAndOneLine)
     }
 }
 
+// The commands that the help lists.
+std::vector<std::string> CommandsIn(const std::string& help)
+{
+    const std::string title = "\nCommands:\n";
+    const std::regex name("   ([a-z]+)\\b.*");
+    std::istringstream lines(help.substr(help.find(title) + title.size()));
+    std::vector<std::string> commands;
+    std::smatch found;
+    for (std::string line;
+         std::getline(lines, line) && std::regex_match(line, found, name);)
+        commands.push_back(found[1].str());
+    return commands;
+}
+
 TEST(Kzctl, EachCommandHasHelpOf80Columns)
 {
     const CKzctl kzctl;
     const std::string all = kzctl.Run({"help"}).out;
-    for (const char* name :
-         {"status", "start", "stop", "restart", "log", "events", "dumps", "get",
-          "set", "unset", "keys", "watch", "trace", "heartbeat", "version"})
+    EXPECT_EQ(CommandsIn(all),
+              (Words{"status", "start",    "stop",      "restart", "log",
+                     "events", "packages", "install",   "remove",  "check",
+                     "dumps",  "get",      "set",       "unset",   "keys",
+                     "watch",  "trace",    "heartbeat", "version", "help"}));
+    for (const std::string& name : CommandsIn(all))
     {
+        if (name == "help")
+            continue;
         SCOPED_TRACE(name);
-        EXPECT_NE(all.find(std::string("\n   ") + name), std::string::npos);
         const CProcessResult help = kzctl.Run({"help", name});
         EXPECT_EQ(help.status, 0);
-        EXPECT_EQ(help.out.rfind(std::string("Usage: kzctl ") + name, 0), 0U);
+        EXPECT_EQ(help.out.rfind("NAME\n    kzctl " + name + " - ", 0), 0U)
+            << help.out;
+        for (const std::string& section :
+             {"\n\nSYNOPSIS\n    kzctl " + name,
+              std::string("\n\nDESCRIPTION\n    "),
+              std::string("\n\nEXIT STATUS\n    0  ")})
+            EXPECT_NE(help.out.find(section), std::string::npos) << help.out;
         EXPECT_EQ(kzctl.Run({name, "--help"}).out, help.out);
         std::istringstream lines(all + help.out);
         for (std::string line; std::getline(lines, line);)
             EXPECT_LE(line.size(), 80U) << line;
     }
+}
+
+TEST(Kzctl, WhatStartAndStopBringAboutIsJsonToo)
+{
+    const CKzctl kzctl;
+    const std::string running =
+        "{\"name\":\"kz_agent\",\"state\":\"running\"}\n";
+    const std::string stopped =
+        "{\"name\":\"kz_agent\",\"state\":\"stopped\"}\n";
+    ExpectSaid(kzctl.Run({"start", "--json"}), 0, running, "");
+    ExpectSaid(kzctl.Run({"--json", "start"}), 0, running, "");
+    ExpectSaid(kzctl.Run({"restart", "--json"}), 0, stopped + running, "");
+    ExpectSaid(kzctl.Run({"stop", "--json"}), 0, stopped, "");
+    ExpectSaid(kzctl.Run({"stop", "--json"}), 0, stopped, "");
+}
+
+TEST(Kzctl, RestartKeepsTheOptions)
+{
+    const CKzctl kzctl;
+    ASSERT_EQ(kzctl
+                  .Run({"start", "--", "-dcontrol.socket=1", "--zippath",
+                        "a b.kze", "--", "--own"})
+                  .status,
+              0);
+    ASSERT_EQ(kzctl.Run({"restart"}).status, 0);
+    ExpectSaid(kzctl.Run({"get", "control.socket"}), 0, "1\n", "");
+    const std::string words = ReadFile(
+        "/proc/" + std::to_string(kzctl.Service().PidFromFile()) + "/cmdline");
+    constexpr char kKept[] = "--domain_var\0control.socket=1\0"
+                             "--zippath\0a b.kze\0--\0--own\0";
+    EXPECT_NE(words.find(std::string(kKept, sizeof kKept - 1)),
+              std::string::npos)
+        << words;
+    ASSERT_EQ(kzctl.Run({"restart", "--", "--zippath", "none.kze"}).status, 0);
+    EXPECT_EQ(kzctl.Run({"get", "control.socket"}).status, 1);
+    EXPECT_EQ(kzctl.Run({"stop"}).status, 0);
 }
 
 } // namespace
