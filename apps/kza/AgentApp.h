@@ -22,6 +22,7 @@
 #include <wx/datetime.h>
 
 #include <memory>
+#include <string>
 
 class wxFileName;
 class wxInputStream;
@@ -143,6 +144,10 @@ public:
     [[nodiscard]] lua_State* L() const;
 
 private:
+    // Steps of OnCmdLineParsed.
+    void ReadSettings(const wxString& localFile, const std::string& stronger);
+    void EndUnlessOwnersAreRight() const;
+
     CPackages& Packages();
     bool InstallPluginZipCB(const wxZipEntry* entry);
     bool UninstallPluginZipCB(const wxZipEntry* entry,

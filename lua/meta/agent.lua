@@ -157,6 +157,7 @@ function Dom:ReadArchive(name) end
 ---| "app.trace+"          # string: further components, from the configuration
 ---| "kza.HeartbeatNow"    # boolean: set it to ask for a heartbeat at once
 ---| "packages.keys"       # string: directory of the keys that may sign packages
+---| "strict.owner"        # boolean: what others can change is refused, not only warned of
 ---| "log.maxsize"         # integer: bytes of the log before it rotates
 ---| "log.keep"            # integer: older logs that are kept
 ---| "log.console"         # string: level of the records shown on standard error; booleans: all, none

@@ -50,6 +50,13 @@ function host.access(path, what) end
 ---@return string? message
 function host.write(path, bytes) end
 
+--- What of a path others can change, the file or directory that it leads to and
+--- those that hold it: each as the agent says it in its log, none when only root
+--- and the user of this process can.
+---@param path string
+---@return string[] texts
+function host.changeable(path) end
+
 --- Puts the bytes of a file into a new one, of the mode 0644, and waits until
 --- they are on disk. Nothing is left of a copy that fails.
 ---@param from string  A regular file.

@@ -40,7 +40,7 @@ end
 
 function TestHost:test_a_path_is_not_cut_at_a_zero_byte()
     for _, call in ipairs({
-        host.list, host.stat, host.entries, host.write }) do
+        host.list, host.stat, host.entries, host.write, host.changeable }) do
         lu.assertErrorMsgContains("path holds a NUL", call, "/tmp\0/x", "")
     end
 end
@@ -64,6 +64,22 @@ function TestHost:test_stat_tells_kind_size_and_rights()
     lu.assertEquals(host.stat(place .. "/link", true).type, "link")
     lu.assertEquals(host.stat(place).type, "directory")
     lu.assertEquals(host.stat(place .. "/p").type, "other")
+end
+
+function TestHost:test_changeable_tells_what_others_can_change()
+    local place = support.directory()
+    local file = support.write(place .. "/a b", "")
+    support.shell("chmod 755 " .. quote(place) .. "; chmod 644 " .. quote(file))
+    lu.assertEquals(host.changeable(place), {})
+    lu.assertEquals(host.changeable(file), {})
+    support.shell("chmod 1777 " .. quote(place))
+    support.shell("chmod 664 " .. quote(file))
+    local text = "'%s' can be changed by others (owner %d, mode %s)"
+    lu.assertEquals(host.changeable(file), {
+        text:format(place, host.user(), "1777"),
+        text:format(file, host.user(), "0664") })
+    lu.assertEquals(host.changeable(place .. "/none"), {
+        text:format(place, host.user(), "1777") })
 end
 
 function TestHost:test_checksum()

@@ -236,7 +236,7 @@ void EnterMountNamespace()
 
 void MountTmpfs(const std::string& directory, const std::string& size)
 {
-    const std::string options = "size=" + size;
+    const std::string options = "mode=0755,size=" + size;
     if (mount("tmpfs", directory.c_str(), "tmpfs", 0, options.c_str()) != 0)
         Die(directory.c_str());
 }

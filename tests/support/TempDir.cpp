@@ -18,13 +18,18 @@ CTempDir::CTempDir()
     std::string name = fs::canonical(fs::temp_directory_path()) / "kza-XXXXXX";
     if (mkdtemp(name.data()) == nullptr)
         throw std::runtime_error("no temporary directory");
-    m_path = name;
+    m_holder = name;
+    m_path = name + "/d";
+    fs::create_directory(m_path);
+    fs::permissions(m_path, fs::perms::owner_all);
+    // Tests that run the agent as another user pass through it.
+    fs::permissions(m_holder, fs::perms(0711));
 }
 
 CTempDir::~CTempDir()
 {
     std::error_code ignored;
-    fs::remove_all(m_path, ignored);
+    fs::remove_all(m_holder, ignored);
 }
 
 std::string ReadFile(const std::string& path)

@@ -10,7 +10,8 @@
 namespace TestSupport
 {
 
-/// An empty directory, removed with all it holds when the object goes.
+/// An empty directory, removed with all it holds when the object goes. It lies
+/// in one that only its owner can write, as an installation does.
 class CTempDir
 {
 public:
@@ -30,6 +31,7 @@ public:
     }
 
 private:
+    std::string m_holder;
     std::string m_path;
 };
 

@@ -75,14 +75,14 @@ bool CAgentApp::CheckKZPVersion(const wxFileName& package)
 
 bool CAgentApp::ExtensionVersionIsOK(const wxString& extensionPath)
 {
-    return ExtensionVersionMatches(extensionPath);
+    return ExtensionVersionMatches(extensionPath, m_dom->OwnerRule());
 }
 
 void CAgentApp::ExpandZippath()
 {
-    const wxString list =
-        ExpandArchivePath({InstallationDirectory(), GetAppName(),
-                           std::exchange(m_zipPath, wxString()), m_extDir});
+    const wxString list = ExpandArchivePath(
+        {InstallationDirectory(), GetAppName(),
+         std::exchange(m_zipPath, wxString()), m_extDir, m_dom->OwnerRule()});
     if (list.empty())
     {
         APPL_TRACE(L"app.lua.zippath empty ");

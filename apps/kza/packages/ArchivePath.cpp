@@ -45,24 +45,31 @@ void NormalizeAgainst(wxFileName& file, const wxString& directory)
                        directory);
 }
 
+bool IsOwnerRight(const wxString& path, const CArchivePathSources& sources)
+{
+    KzaCore::TChangeable changeable;
+    KzaCore::JudgePath(std::string(path.fn_str()), changeable);
+    return KzaCore::Tolerate(changeable, sources.owners);
+}
+
 // The application's own archive, then the core's. For an application with the
 // core's name, both are the same.
-wxString CoreArchives(const wxString& bin, const wxString& application)
+wxString CoreArchives(const CArchivePathSources& sources)
 {
     wxString list;
-    if (bin.empty())
+    if (sources.bin.empty())
         return list;
-    wxString directory = bin;
+    wxString directory = sources.bin;
     if (!directory.EndsWith(L"/")) // only the root directory ends with one
         directory += L'/';
     directory << kCoreDirectory << L'/';
-    for (const wxString& name : {application, wxString(kCoreName)})
+    for (const wxString& name : {sources.application, wxString(kCoreName)})
     {
         wxString archive = directory;
         archive << name << L'.' << kExtension;
-        if (wxFileExists(archive))
+        if (wxFileExists(archive) && IsOwnerRight(archive, sources))
             Append(list, archive);
-        if (application == kCoreName)
+        if (sources.application == kCoreName)
             break;
     }
     return list;
@@ -105,19 +112,22 @@ wxString WithExtensions(const CArchivePathSources& sources)
         return items;
     wxFileName pattern(sources.extensions, "*", kExtension);
     NormalizeAgainst(pattern, sources.bin);
-    if (pattern.IsOk() && pattern.DirExists())
+    if (pattern.IsOk() && pattern.DirExists() &&
+        IsOwnerRight(pattern.GetPath(wxPATH_GET_VOLUME), sources))
         Append(items, pattern.GetFullPath());
     return items;
 }
 
-void AddArchives(const wxString& item, const wxString& bin, wxString& list)
+void AddArchives(const wxString& item,
+                 const CArchivePathSources& sources,
+                 wxString& list)
 {
     // The version of a file that is named without a wildcard is not checked:
     // the operator has chosen this very file.
     const bool isPattern = HasWildcard(item);
     wxFileName file(wxExpandEnvVars(item));
     if (!file.IsAbsolute())
-        NormalizeAgainst(file, bin);
+        NormalizeAgainst(file, sources.bin);
 
     const wxArrayString matches = Matches(file);
     if (matches.empty() && !HasWildcard(file.GetFullName()))
@@ -129,7 +139,8 @@ void AddArchives(const wxString& item, const wxString& bin, wxString& list)
             wxLogWarning("Extension file '%s' isn't readable", match);
             continue;
         }
-        if (isPattern && !ExtensionVersionMatches(match))
+        if (!IsOwnerRight(match, sources) ||
+            (isPattern && !ExtensionVersionMatches(match, sources.owners)))
             continue;
         APPL_TRACE(L"Adding extension file '" + match +
                    L"' to the search path.");
@@ -141,12 +152,12 @@ void AddArchives(const wxString& item, const wxString& bin, wxString& list)
 
 wxString ExpandArchivePath(const CArchivePathSources& sources)
 {
-    wxString list = CoreArchives(sources.bin, sources.application);
+    wxString list = CoreArchives(sources);
     const wxString specification = WithExtensions(sources);
     APPL_TRACE(L"zipFilespec: " + specification);
     std::list<wxString> items;
     Tokenize(items, specification, kSeparator);
     for (const wxString& item : items)
-        AddArchives(item, sources.bin, list);
+        AddArchives(item, sources, list);
     return list;
 }

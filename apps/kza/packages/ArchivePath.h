@@ -7,6 +7,8 @@
 
 #pragma once
 
+#include "kza_core/Owner.h"
+
 #include <wx/string.h>
 
 struct CArchivePathSources
@@ -18,6 +20,10 @@ struct CArchivePathSources
     wxString items;       ///< of --zippath: file names joined by ";", with
                           ///< wildcards and environment variables
     wxString extensions;  ///< directory of --extdir, empty for none
+
+    /// For archives, side files and the directory of --extdir that others can
+    /// change.
+    KzaCore::EOwnerRule owners = KzaCore::EOwnerRule::Ignore;
 };
 
 /// The application's own archive, the core's, the files that match the items,

@@ -18,12 +18,15 @@ bool IsOurs(const CExtensionVersion& version)
 
 } // namespace
 
-bool ExtensionVersionMatches(const wxString& extensionPath)
+bool ExtensionVersionMatches(const wxString& extensionPath,
+                             KzaCore::EOwnerRule owners)
 {
     const wxString sideFile = extensionPath + ".version";
     CExtensionVersion version;
-    switch (ReadSideFile(sideFile, version))
+    switch (ReadSideFile(sideFile, owners, version))
     {
+    case ESideFile::Refused:
+        return false;
     case ESideFile::Missing:
         wxLogWarning("Extension file '%s' does not have a corresponding "
                      "'.version' file. It will not be enabled.",

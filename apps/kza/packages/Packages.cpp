@@ -149,6 +149,7 @@ bool CPackages::Unpack(const wxFileName& package,
     (void)applied.signature.Open(std::string(signature.fn_str()));
     KzaCore::CUnzipOptions options;
     options.namesOnly = namesOnly;
+    options.owners = m_dom.OwnerRule();
     options.keys = m_trust.Keys();
     options.signature = &applied.signature;
     options.opened = &applied.package;

@@ -168,13 +168,19 @@ private:
 
 } // namespace
 
-ESideFile ReadSideFile(const wxString& path, CExtensionVersion& version)
+ESideFile ReadSideFile(const wxString& path,
+                       KzaCore::EOwnerRule owners,
+                       CExtensionVersion& version)
 {
     if (!wxFileName::FileExists(path))
         return ESideFile::Missing;
     KzaCore::COpenedFile file;
-    if (!file.Open(std::string(path.fn_str())) || !file.IsRegular())
+    KzaCore::TChangeable changeable;
+    if (!OpenAndJudge(std::string(path.fn_str()), file, changeable) ||
+        !file.IsRegular())
         return ESideFile::NoVersionLine;
+    if (!Tolerate(changeable, owners))
+        return ESideFile::Refused;
     CVersionReader reader(file);
     if (!reader.FindVersionLine())
         return ESideFile::NoVersionLine;

@@ -11,6 +11,8 @@
 
 #pragma once
 
+#include "kza_core/Owner.h"
+
 #include <wx/string.h>
 
 /// The numbers that are compared. A number that does not fit is replaced by the
@@ -25,19 +27,23 @@ struct CExtensionVersion
 enum class ESideFile
 {
     Missing,       ///< no regular file of that name
+    Refused,       ///< others can change it
     NoVersionLine, ///< no line begins with "version:", or reading fails
     Malformed,     ///< the first such line has fewer than four numbers
     Good           ///< the version is known
 };
 
 /// Reads a side file up to the end of its version, as a stream: the file and
-/// its lines may have any size. Does not wait for a pipe and does not log.
+/// its lines may have any size. Does not wait for a pipe. Logs nothing but that
+/// others can change it.
 ///
 /// In the version line, white space may stand before each number but not
 /// before the "." or "-", a number may have a sign, and text after the fourth
 /// number is ignored. The build, the fourth number, may be of any size.
 ///
 /// \param path     The side file itself.
+/// \param owners   When others can change it.
 /// \param version  Set when the answer is Good, else undefined.
 [[nodiscard]] ESideFile ReadSideFile(const wxString& path,
+                                     KzaCore::EOwnerRule owners,
                                      CExtensionVersion& version);

@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <utility>
 
 #include <unistd.h>
@@ -17,6 +18,18 @@ namespace
 {
 
 constexpr int kExitPresent = 1;
+constexpr int kExitRefused = 1;
+
+// A user who can write the pid file keeps the agent from starting, and lets
+// scripts stop whatever process it names.
+bool IsOwnerRight(const wxString& pidFile, KzaCore::EOwnerRule owners)
+{
+    const std::string path(pidFile.fn_str());
+    KzaCore::TChangeable changeable;
+    KzaCore::JudgePath(path, changeable);
+    KzaCore::JudgePath(path + KzaCore::kClaimSuffix, changeable);
+    return KzaCore::Tolerate(changeable, owners);
+}
 
 // True when a live process owns the pid file.
 bool IsOwned(const wxString& pidFile)
@@ -60,8 +73,12 @@ void LeaveTerminal()
 
 } // namespace
 
-bool Daemonize(const wxString& pidFile, const wxString& workingDirectory)
+bool Daemonize(const wxString& pidFile,
+               const wxString& workingDirectory,
+               KzaCore::EOwnerRule owners)
 {
+    if (!IsOwnerRight(pidFile, owners))
+        exit(kExitRefused);
     KzaCore::CPidFileClaim claim(pidFile);
     if (claim.IsTaken() || IsOwned(pidFile))
     {

@@ -10,13 +10,19 @@
 
 #pragma once
 
+#include "kza_core/Owner.h"
+
 class wxString;
 
 /// Turns the calling process into a daemon with that working directory and
 /// writes its pid file. The launcher and the session leader end here with
-/// status 0, and the launcher with 1 when a live process owns the pid file.
+/// status 0, and the launcher with 1 when a live process owns the pid file, or
+/// a user who is refused could.
+///
+/// \param owners  When others can change the pid file.
 ///
 /// \return true in the watchdog; false in the launcher or the session leader
 ///         when it cannot fork, which is logged.
 [[nodiscard]] bool Daemonize(const wxString& pidFile,
-                             const wxString& workingDirectory);
+                             const wxString& workingDirectory,
+                             KzaCore::EOwnerRule owners);

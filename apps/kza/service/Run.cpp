@@ -29,16 +29,6 @@ namespace
 
 constexpr int kFailed = -1;
 
-// A setting may have any type when Lua has set it; from the command line and
-// the configuration it is a text.
-bool IsSwitchedOn(const KzaCore::DomValue& value)
-{
-    using KzaCore::DomValue;
-    return value == DomValue(true) || value == DomValue(1LL) ||
-           value == DomValue(std::string("1")) ||
-           value == DomValue(std::string("true"));
-}
-
 } // namespace
 
 int CAgentApp::OnRun()
@@ -48,7 +38,8 @@ int CAgentApp::OnRun()
     if (m_background)
     {
         m_pidFile.Printf("/var/run/%s.pid", GetAppName());
-        if (!Daemonize(m_pidFile, m_dom->GetWxString(DomKey::kPathWork)))
+        if (!Daemonize(m_pidFile, m_dom->GetWxString(DomKey::kPathWork),
+                       m_dom->OwnerRule()))
             return kFailed;
         CWatchdog watchdog(m_pidFile, DumpFile(GetAppName(), *m_dom),
                            [this]() -> int { RunScriptApp(); });
@@ -95,7 +86,7 @@ int CAgentApp::MainLoop()
 
 void CAgentApp::OpenControlSocket()
 {
-    if (!IsSwitchedOn(m_dom->Value(DomKey::kControlSocket)))
+    if (!KzaCore::IsSwitchedOn(m_dom->Value(DomKey::kControlSocket)))
         return;
     const wxString directory = m_dom->GetPluginWorkdirWx("run");
     if (directory.empty())

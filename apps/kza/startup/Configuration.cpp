@@ -3,10 +3,12 @@
 #include "startup/Configuration.h"
 
 #include "kza_core/Dom.h"
+#include "kza_core/Owner.h"
 
 #include <wx/config.h>
 #include <wx/debug.h>
 #include <wx/fileconf.h>
+#include <wx/filename.h>
 #include <wx/log.h>
 
 #include <functional>
@@ -67,6 +69,36 @@ std::unique_ptr<wxFileConfig> Read(const wxString& application,
                                           wxConvAuto());
 }
 
+// --- Owners ----------------------------------------------------------------
+
+KzaCore::TChangeable ChangeableOf(const wxString& file)
+{
+    KzaCore::TChangeable changeable;
+    if (!file.empty() && wxFileName::FileExists(file))
+        KzaCore::JudgePath(std::string(file.fn_str()), changeable);
+    return changeable;
+}
+
+bool AsksForStrictOwners(const CConfigurationFiles& files)
+{
+    const wxLogNull saidLater;
+    const wxString value =
+        Read(wxString(), wxString(), files)
+            ->Read(wxString(kGroup) + "/" + DomKey::kStrictOwner, wxString());
+    return KzaCore::IsSwitchedOn(std::string(value.utf8_str()));
+}
+
+// Whether files count of which others can change at least one.
+bool IsStrict(const CConfigurationFiles& files,
+              bool isLocalTrusted,
+              const KzaCore::CDom& dom)
+{
+    if (!dom.Keys(DomKey::kStrictOwner).empty())
+        return dom.OwnerRule() == KzaCore::EOwnerRule::Refuse;
+    return AsksForStrictOwners(files) ||
+           (!isLocalTrusted && AsksForStrictOwners({wxString(), files.global}));
+}
+
 // --- Group [domain] --------------------------------------------------------
 
 void ForEachSetting(wxConfigBase& config,
@@ -121,6 +153,25 @@ wxString Objection(const wxString& name)
 }
 
 } // namespace
+
+CJudgedConfiguration JudgeConfiguration(const CConfigurationFiles& files,
+                                        const KzaCore::CDom& dom)
+{
+    using KzaCore::EOwnerRule;
+    CJudgedConfiguration judged = {files, false};
+    const KzaCore::TChangeable local = ChangeableOf(files.local);
+    const KzaCore::TChangeable global = ChangeableOf(files.global);
+    if (local.empty() && global.empty())
+        return judged;
+    judged.isStrict = IsStrict(files, local.empty(), dom);
+    const EOwnerRule rule =
+        judged.isStrict ? EOwnerRule::Refuse : EOwnerRule::Warn;
+    if (!Tolerate(global, rule))
+        judged.files.global.clear();
+    if (!Tolerate(local, rule))
+        judged.files.local.clear();
+    return judged;
+}
 
 void OpenConfiguration(const wxString& application,
                        const wxString& vendor,

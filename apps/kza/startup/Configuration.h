@@ -24,6 +24,27 @@ struct CConfigurationFiles
     wxString global; ///< full path
 };
 
+/// The files of a configuration that are to be read.
+struct CJudgedConfiguration
+{
+    CConfigurationFiles files;
+
+    /// True when one was left out: `strict.owner` then holds, whatever the rest
+    /// says.
+    bool isStrict = false;
+};
+
+/// Judges who can change the files. With `strict.owner` such a file is an error
+/// and left out, else a warning.
+///
+/// A file that others can change may set `strict.owner`, but not switch off
+/// what another file says.
+///
+/// \param dom  Holds `strict.owner` when the command line has set it, which
+///             counts before the files.
+[[nodiscard]] CJudgedConfiguration JudgeConfiguration(
+    const CConfigurationFiles& files, const KzaCore::CDom& dom);
+
 /// Reads the files and makes them the process's configuration, which replaces
 /// the one before. A file that is missing or cannot be read counts as empty.
 void OpenConfiguration(const wxString& application,

@@ -15,18 +15,22 @@
 #include "startup/Executable.h"
 #include "startup/HeldRecords.h"
 #include "startup/Options.h"
+#include "startup/StartPlaces.h"
 #include "startup/UnusedWords.h"
 #include "startup/VendorDirectory.h"
 
+#include "base/Bytes.h"
 #include "kza_core/CrashHandler.h"
 #include "kza_core/Dom.h"
 #include "kza_core/Log2Disk.h"
+#include "kza_core/Owner.h"
 #include "kza_core/SqliteDatabase.h"
 
 #include <wx/cmdline.h>
 #include <wx/filename.h>
 #include <wx/log.h>
 
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <utility>
@@ -35,6 +39,8 @@ namespace DomKey = KzaCore::DomKey;
 
 namespace
 {
+
+constexpr int kExitRefused = 1;
 
 void WriteInstallationKeys(const wxFileName& executable, KzaCore::CDom& dom)
 {
@@ -80,6 +86,14 @@ void ReportUntrusted(const wxString& executable, const wxString& directory)
                        KzaCore::EConsole::Leave);
 }
 
+[[noreturn]] void EndRefused(const KzaCore::TChangeable& changeable)
+{
+    for (const std::string& text : changeable)
+        WriteToStandardError(wxTheApp->GetAppName() + ": " +
+                             KzaCore::TextOfBytes(text) + "\n");
+    exit(kExitRefused);
+}
+
 } // namespace
 
 wxString CAgentApp::InstallationDirectory() const
@@ -114,6 +128,30 @@ void CAgentApp::OnInitCmdLine(wxCmdLineParser& parser)
     DeclareOptions(parser);
 }
 
+void CAgentApp::ReadSettings(const wxString& localFile,
+                             const std::string& stronger)
+{
+    const CJudgedConfiguration judged = JudgeConfiguration(
+        {localFile, m_dom->GetWxString(DomKey::kPathIniGlobal)}, *m_dom);
+    OpenConfiguration(GetAppName(), GetVendorName(), judged.files);
+    ApplySettings(judged.files, stronger, *m_dom);
+    if (judged.isStrict)
+        m_dom->Set(DomKey::kStrictOwner, true);
+}
+
+// Before the first record: the log may be in a place of another user's.
+void CAgentApp::EndUnlessOwnersAreRight() const
+{
+    const wxString bin = InstallationDirectory();
+    const KzaCore::TChangeable changeable = JudgeStartPlaces(
+        {bin.empty() ? wxString() : m_dom->GetWxString(DomKey::kPathExe), bin,
+         m_dom->GetWxString(DomKey::kPathWork), GetAppName()});
+    const KzaCore::EOwnerRule rule = m_dom->OwnerRule();
+    if (rule == KzaCore::EOwnerRule::Refuse && !changeable.empty())
+        EndRefused(changeable);
+    KzaCore::Tolerate(changeable, rule);
+}
+
 bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
 {
     const wxFileName executable = ExecutableFrom(argv[0]);
@@ -131,11 +169,8 @@ bool CAgentApp::OnCmdLineParsed(wxCmdLineParser& parser)
     const std::string variable = line.ApplyDomainVariable();
     m_unitTestScript = line.ApplyUnitTest();
 
-    const CConfigurationFiles files = {
-        LocalConfiguration(*m_dom, parser, m_untrustedDir),
-        m_dom->GetWxString(DomKey::kPathIniGlobal)};
-    OpenConfiguration(GetAppName(), GetVendorName(), files);
-    ApplySettings(files, variable, *m_dom);
+    ReadSettings(LocalConfiguration(*m_dom, parser, m_untrustedDir), variable);
+    EndUnlessOwnersAreRight();
     held.reset();
     ApplyConfiguration(GetAppName(), m_isDefaultApp, *m_dom);
     KzaCore::CSqliteDatabase::InitializeSQLite(*m_dom);

@@ -29,6 +29,7 @@ namespace KzaCore
 
 class CAgentEvent;
 class CDomStore;
+enum class EOwnerRule;
 
 /// Names of the keys that more than one file uses.
 namespace DomKey
@@ -70,12 +71,19 @@ inline constexpr char kControlSocket[] = "control.socket";
 // Directory of the public keys that may sign packages; unset, packages need no
 // signature. Set by the operator before packages are applied.
 inline constexpr char kPackageKeys[] = "packages.keys";
+// What others can change is refused and not only warned of (bool, 1 or "1" and
+// "true").
+inline constexpr char kStrictOwner[] = "strict.owner";
 // Prefix of the keys for SQLite's settings (integers).
 inline constexpr char kSqlitePrefix[] = "sqlite.config";
 } // namespace DomKey
 
 /// A value of any type, or none.
 using DomValue = std::variant<std::monostate, std::string, bool, long long>;
+
+/// True for true, 1, "1" and "true": a setting comes from Lua as what it is,
+/// from everywhere else as text.
+[[nodiscard]] KZA_API bool IsSwitchedOn(const DomValue& value);
 
 class KZA_API CDom
 {
@@ -135,6 +143,9 @@ public:
     /// The present value, of any type.
     [[nodiscard]] DomValue Value(const std::string& key) const;
 
+    /// What `strict.owner` says of things that others can change.
+    [[nodiscard]] EOwnerRule OwnerRule() const;
+
     /// The set keys that begin with `prefix`, sorted by byte.
     [[nodiscard]] std::vector<std::string> Keys(
         const std::string& prefix = std::string()) const;
@@ -173,7 +184,8 @@ public:
     /// name under `app.path.work`, made with mode 0700 when missing. A name
     /// that is empty, `.`, `..` or holds a `/` or a NUL gives an empty path,
     /// and so does every name while `app.path.work` is unset. Those, and a
-    /// directory that cannot be made, are a warning in the log.
+    /// directory that cannot be made, are a warning in the log. One of another
+    /// user's is refused, with an empty path, when `strict.owner` is set.
     [[nodiscard]] wxString GetPluginWorkdirWx(const wxString& plugin) const;
 
     /// Installs the searcher for modules in the archives of `app.lua.zippath`

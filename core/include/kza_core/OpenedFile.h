@@ -42,6 +42,15 @@ public:
     /// \return false with errno set; nothing is open then.
     [[nodiscard]] bool Open(const std::string& path);
 
+    /// The same for a name in a directory. A symbolic link is a failure.
+    ///
+    /// \param directory  Open, or AT_FDCWD.
+    /// \param name       There; with AT_FDCWD a path.
+    /// \param path       Leads to the file as well.
+    [[nodiscard]] bool OpenAt(int directory,
+                              const char* name,
+                              const std::string& path);
+
     [[nodiscard]] bool IsOpen() const { return m_descriptor >= 0; }
 
     /// The descriptor, closed with the object.
@@ -60,6 +69,8 @@ public:
     [[nodiscard]] bool IsInPlace() const;
 
 private:
+    bool Take(int descriptor, const std::string& path);
+
     std::string m_path;
     int m_descriptor = -1;
     struct stat m_status = {};

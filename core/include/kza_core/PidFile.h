@@ -28,6 +28,9 @@ namespace KzaCore
 /// \return false when the file could not be written; the reason is logged.
 KZA_API bool WritePidFile(const wxString& path);
 
+/// Appended to a pid file's name, the name of the file by which it is claimed.
+inline constexpr char kClaimSuffix[] = ".lock";
+
 /// The exclusive right to read a pid file and to write its new content. Of
 /// several processes that start at once, one at a time has the claim.
 ///

@@ -15,6 +15,7 @@
 
 #include "kza_core/Export.h"
 #include "kza_core/OpenedFile.h"
+#include "kza_core/Owner.h"
 
 class wxFileName;
 class wxString;
@@ -44,6 +45,10 @@ struct CUnzipOptions
     /// method, an encrypted entry or a name that comes twice is no reason to
     /// refuse the archive; names are checked as always.
     bool namesOnly = false;
+
+    /// What becomes of an archive that others can change: before anything else
+    /// is looked at.
+    EOwnerRule owners = EOwnerRule::Ignore;
 
     /// When not null, an archive without a signature by one of these keys is
     /// refused. The signature is checked before the archive is parsed, and the

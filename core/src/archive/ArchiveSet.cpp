@@ -97,15 +97,25 @@ std::string CArchiveSet::DescribeMiss(
     return text;
 }
 
+bool CArchiveSet::OpenFile(CMember& member) const
+{
+    if (member.path.front() != '/')
+        return Fail(member.problem, "its path is not absolute");
+    COpenedFile file;
+    TChangeable changeable;
+    if (!OpenAndJudge(member.path, file, changeable))
+        return FailBySystem(member.problem, "cannot be opened");
+    if (!Tolerate(changeable, m_rule))
+        return Fail(member.problem, changeable.front());
+    return member.archive->Open(std::move(file), member.problem);
+}
+
 void CArchiveSet::Open(std::size_t at)
 {
     CMember& member = m_members[at];
     member.problem.clear();
     member.archive = std::make_unique<CZipArchive>();
-    const bool isOpen = member.path.front() == '/'
-                            ? member.archive->Open(member.path, member.problem)
-                            : Fail(member.problem, "its path is not absolute");
-    if (isOpen)
+    if (OpenFile(member))
     {
         member.warned = false;
         return;

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "archive/ZipArchive.h"
+#include "kza_core/Owner.h"
 
 #include <chrono>
 #include <cstddef>
@@ -36,6 +37,10 @@ public:
     /// may be part of a path with a ";" in it, and any user may have put a file
     /// of that name into the current directory.
     void SetPaths(const std::string& list);
+
+    /// What becomes of archives that others can change, from the next that is
+    /// opened on. One that is refused is skipped as a broken one is.
+    void SetOwnerRule(EOwnerRule rule) { m_rule = rule; }
 
     /// Reads the first of the named entries that an archive holds, trying all
     /// names in one archive before the next archive.
@@ -75,6 +80,7 @@ private:
     };
 
     void Open(std::size_t member);
+    bool OpenFile(CMember& member) const;
     bool Refresh(std::size_t member);
     bool RefreshAll();
     std::size_t Find(const std::vector<std::string>& names,
@@ -84,7 +90,8 @@ private:
 
     static constexpr std::size_t kNone = ~std::size_t(0);
 
-    std::string m_list;             // the last argument of SetPaths()
+    std::string m_list; // the last argument of SetPaths()
+    EOwnerRule m_rule = EOwnerRule::Ignore;
     std::vector<CMember> m_members; // in the list's order, each path once
 
     // The last time when all opened archives were compared with their files.

@@ -3,13 +3,12 @@
 #include "kza_core/PackageKeys.h"
 
 #include "archive/PublicKey.h"
-#include "archive/UnzipPlan.h"
 #include "base/Bytes.h"
 #include "base/Descriptor.h"
 #include "base/Error.h"
-#include "base/Owner.h"
-#include "base/RealPath.h"
 #include "base/WholeTransfer.h"
+#include "kza_core/OpenedFile.h"
+#include "kza_core/Owner.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -29,8 +28,6 @@ constexpr std::string_view kSuffix = ".pem";
 constexpr std::size_t kMaxKey = 64 << 10;
 
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-constexpr int kOpenKey =
-    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 bool IsKeyName(std::string_view name)
 {
@@ -54,97 +51,40 @@ std::vector<std::string> KeyNames(int directory)
     return names;
 }
 
-// The file of one key.
-class CKeyFile
+enum class EKey
 {
-public:
-    enum class EResult
-    {
-        Good,
-        Useless,
-        Unsafe // others can write it
-    };
-
-    /// \param directory  Open; the file may be a link in it.
-    /// \param path       Of the file.
-    CKeyFile(int directory, std::string path, const std::string& name)
-        : m_path(std::move(path)),
-          m_file(openat(directory, name.c_str(), kOpenKey))
-    {
-    }
-
-    EResult Read();
-
-    [[nodiscard]] const std::string& Pem() const { return m_pem; }
-
-    /// The reason, after another result than Good.
-    [[nodiscard]] const std::string& Reason() const { return m_reason; }
-
-private:
-    EResult FollowLink();
-    EResult Refuse(EResult result, std::string reason);
-    EResult RefuseBySystem();
-
-    std::string m_path;
-    CDescriptor m_file;
-    std::string m_pem;
-    std::string m_reason;
+    Good,
+    Useless,
+    Unsafe // others can put another in its place
 };
 
-CKeyFile::EResult CKeyFile::Refuse(EResult result, std::string reason)
+EKey RefuseKey(EKey result, std::string& error, std::string reason)
 {
-    m_reason = std::move(reason);
+    error = std::move(reason);
     return result;
 }
 
-CKeyFile::EResult CKeyFile::RefuseBySystem()
+// Reads the file of a key.
+EKey ReadKey(const std::string& path, std::string& pem, std::string& error)
 {
-    FailBySystem(m_reason, "it cannot be opened");
-    return EResult::Useless;
-}
-
-// Opens the target of a link. The target's directory must be safe as well,
-// because a user who can write it can put another key there.
-CKeyFile::EResult CKeyFile::FollowLink()
-{
-    const std::string real = RealPath(m_path);
-    if (real.empty())
-        return RefuseBySystem();
-    const std::string_view above = ParentOf(real);
-    const std::string parent = above.empty() ? "/" : std::string(above);
-    const CDescriptor directory(open(parent.c_str(), kOpenDirectory));
-    struct stat status = {};
-    if (!directory.IsOpen() || fstat(directory.Get(), &status) != 0)
-        return RefuseBySystem();
-    if (CanOthersChange(status))
-        return Refuse(EResult::Unsafe, ChangeableText(parent, status));
-    const std::string name = real.substr(above.size() + 1);
-    m_file = CDescriptor(openat(directory.Get(), name.c_str(), kOpenKey));
-    m_path = real;
-    return EResult::Good;
-}
-
-CKeyFile::EResult CKeyFile::Read()
-{
-    if (!m_file.IsOpen() && errno == ELOOP)
+    COpenedFile file;
+    TChangeable changeable;
+    if (!OpenAndJudge(path, file, changeable))
     {
-        const EResult result = FollowLink();
-        if (result != EResult::Good)
-            return result;
+        FailBySystem(error, "it cannot be opened");
+        return EKey::Useless;
     }
-    struct stat status = {};
-    if (!m_file.IsOpen() || fstat(m_file.Get(), &status) != 0)
-        return RefuseBySystem();
-    if (!S_ISREG(status.st_mode))
-        return Refuse(EResult::Useless, "it is no regular file");
-    if (CanOthersChange(status))
-        return Refuse(EResult::Unsafe, ChangeableText(m_path, status));
-    m_pem.resize(kMaxKey + 1);
-    m_pem.resize(ReadWhole(m_file.Get(), m_pem.data(), m_pem.size()));
-    if (m_pem.size() > kMaxKey)
-        return Refuse(EResult::Useless, "it is larger than " +
-                                            std::to_string(kMaxKey) + " bytes");
-    return EResult::Good;
+    if (!file.IsRegular())
+        return RefuseKey(EKey::Useless, error, "it is no regular file");
+    if (!changeable.empty())
+        return RefuseKey(EKey::Unsafe, error, changeable.front());
+    pem.resize(kMaxKey + 1);
+    pem.resize(ReadWhole(file.Get(), pem.data(), pem.size()));
+    if (pem.size() > kMaxKey)
+        return RefuseKey(EKey::Useless, error,
+                         "it is larger than " + std::to_string(kMaxKey) +
+                             " bytes");
+    return EKey::Good;
 }
 
 } // namespace
@@ -176,14 +116,14 @@ CPackageKeys::EResult CPackageKeys::Read(const wxString& directory,
     for (const std::string& name : KeyNames(opened.Get()))
     {
         const std::string keyPath = path + "/" + name;
-        CKeyFile file(opened.Get(), keyPath, name);
-        const CKeyFile::EResult result = file.Read();
-        if (result == CKeyFile::EResult::Unsafe)
-            return Refuse(EResult::Unsafe, file.Reason());
-        std::string reason = file.Reason();
+        std::string pem;
+        std::string reason;
+        const EKey result = ReadKey(keyPath, pem, reason);
+        if (result == EKey::Unsafe)
+            return Refuse(EResult::Unsafe, reason);
         TPublicKey key;
-        if (result == CKeyFile::EResult::Good)
-            key = ReadPublicKey(file.Pem(), reason);
+        if (result == EKey::Good)
+            key = ReadPublicKey(pem, reason);
         if (key)
             m_keys.push_back(
                 {name.substr(0, name.size() - kSuffix.size()), key});

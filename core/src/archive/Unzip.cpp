@@ -104,6 +104,9 @@ public:
     bool Run(UnzipCB callback, void* context, const wxString& shownAs);
 
     [[nodiscard]] const std::string& Error() const { return m_error; }
+
+    /// Of the archive; known after the check, whatever it answered.
+    [[nodiscard]] const TChangeable& Changeable() const { return m_changeable; }
     [[nodiscard]] COpenedFile ReleaseArchive() { return m_archive.Release(); }
 
 private:
@@ -136,6 +139,7 @@ private:
     // whose mode is to be set.
     std::vector<bool> m_isNewDirectory;
     std::size_t m_walked = 0; // entries that the callback was asked for
+    TChangeable m_changeable;
     std::string m_error;
 };
 
@@ -171,8 +175,10 @@ bool CUnzip::Check(const std::string& archive, const std::string& destination)
 bool CUnzip::OpenArchive(const std::string& path)
 {
     COpenedFile file;
-    if (!file.Open(path))
+    if (!OpenAndJudge(path, file, m_changeable))
         return FailBySystem(m_error, "cannot be opened");
+    if (m_options.owners == EOwnerRule::Refuse && !m_changeable.empty())
+        return Fail(m_error, m_changeable.front());
     std::unique_ptr<CFileSeal> seal;
     std::string signer;
     if (m_options.keys != nullptr)
@@ -376,7 +382,9 @@ bool Unzip(const wxFileName& archive,
 {
     wxCHECK(callback != nullptr, false);
     CUnzip unzip(options);
-    if (!Check(unzip, archive, destDir) ||
+    const bool isGood = Check(unzip, archive, destDir);
+    Tolerate(unzip.Changeable(), options.owners);
+    if (!isGood ||
         !unzip.Run(callback, context, destDir.GetPath(wxPATH_GET_VOLUME)))
     {
         wxLogWarning("%s", Refusal(unzip, archive));

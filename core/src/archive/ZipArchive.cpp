@@ -23,8 +23,16 @@ constexpr std::uint64_t kMaxWhole = 1ULL << 30;
 
 bool CZipArchive::Open(const std::string& path, std::string& error)
 {
+    COpenedFile file;
+    if (!file.Open(path))
+        return FailBySystem(error, "cannot be opened");
+    return Open(std::move(file), error);
+}
+
+bool CZipArchive::Open(COpenedFile file, std::string& error)
+{
     m_seed = RandomNumber();
-    if (!m_file.Open(path, error) || !ReadDirectory(error))
+    if (!m_file.Open(std::move(file), nullptr, error) || !ReadDirectory(error))
     {
         m_entries.clear();
         return false;

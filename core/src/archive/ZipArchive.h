@@ -38,6 +38,9 @@ public:
     ///         has no entries then.
     [[nodiscard]] bool Open(const std::string& path, std::string& error);
 
+    /// The same for a file that is open already.
+    [[nodiscard]] bool Open(COpenedFile file, std::string& error);
+
     /// The first entry of exactly that name, null when there is none; lives as
     /// long as the archive. Takes the same time with few entries and with many.
     [[nodiscard]] const CZipEntry* Find(std::string_view name) const;

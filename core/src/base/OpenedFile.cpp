@@ -12,6 +12,13 @@
 namespace KzaCore
 {
 
+namespace
+{
+
+constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+} // namespace
+
 COpenedFile::~COpenedFile()
 {
     CDescriptor(m_descriptor).Close();
@@ -32,16 +39,28 @@ COpenedFile& COpenedFile::operator=(COpenedFile&& other) noexcept
 
 bool COpenedFile::Open(const std::string& path)
 {
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    CDescriptor descriptor(open(path.c_str(), kFlags));
+    return Take(open(path.c_str(), kFlags), path);
+}
+
+bool COpenedFile::OpenAt(int directory,
+                         const char* name,
+                         const std::string& path)
+{
+    return Take(openat(directory, name, kFlags | O_NOFOLLOW), path);
+}
+
+// Becomes the owner of what was just opened.
+bool COpenedFile::Take(int descriptor, const std::string& path)
+{
+    CDescriptor opened(descriptor);
     struct stat status = {};
-    if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
+    if (!opened.IsOpen() || fstat(opened.Get(), &status) != 0)
         return false;
     CDescriptor(m_descriptor).Close();
     m_path = path;
-    m_descriptor = descriptor.Get();
+    m_descriptor = opened.Get();
     m_status = status;
-    descriptor.Disown();
+    opened.Disown();
     return true;
 }
 

@@ -10,6 +10,7 @@
 #include <wx/string.h>
 
 #include <cerrno>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -25,14 +26,20 @@ constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 // The mode is read and set through the open descriptor, so that the directory
 // cannot be exchanged for another one in between.
-bool HasMode(int directory)
+//
+// \param status  Out: of the directory.
+bool CloseToOthers(int directory, struct stat& status)
 {
-    struct stat info = {};
-    return fstat(directory, &info) == 0 && (info.st_mode & 07777) == kOwnerOnly;
+    return fstat(directory, &status) == 0 &&
+           ((status.st_mode & 07777) == kOwnerOnly ||
+            (fchmod(directory, kOwnerOnly) == 0 &&
+             fstat(directory, &status) == 0));
 }
 
 // 0, or errno.
-int MakeSecureDirectory(const wxString& parent, const wxString& name)
+int MakeSecureDirectory(const wxString& parent,
+                        const wxString& name,
+                        struct stat& status)
 {
     const CDescriptor work(open(parent.fn_str(), kOpenDirectory));
     if (!work.IsOpen() ||
@@ -41,10 +48,22 @@ int MakeSecureDirectory(const wxString& parent, const wxString& name)
         return errno;
     const CDescriptor directory(
         openat(work.Get(), name.fn_str(), kOpenDirectory | O_NOFOLLOW));
-    if (!directory.IsOpen() ||
-        (!HasMode(directory.Get()) && fchmod(directory.Get(), kOwnerOnly) != 0))
-        return errno;
-    return 0;
+    return directory.IsOpen() && CloseToOthers(directory.Get(), status) ? 0
+                                                                        : errno;
+}
+
+// The owner is looked at behind the mode: another user's directory is that
+// user's, whatever its mode.
+bool IsOwnerRight(const wxString& path,
+                  const struct stat& status,
+                  EOwnerRule rule,
+                  wxString& error)
+{
+    if (!CanOthersChange(status))
+        return true;
+    const std::string text = ChangeableText(BytesOfText(path), status);
+    error = TextOfBytes(text);
+    return Tolerate({text}, rule);
 }
 
 } // namespace
@@ -58,6 +77,7 @@ bool IsPluginName(const wxString& plugin)
 
 bool MakePluginWorkdir(const wxString& work,
                        const wxString& plugin,
+                       EOwnerRule rule,
                        wxString& path,
                        wxString& error)
 {
@@ -79,9 +99,15 @@ bool MakePluginWorkdir(const wxString& work,
     if (!path.EndsWith("/"))
         path += '/';
     path += plugin;
-    const int reason = MakeSecureDirectory(work, plugin);
+    struct stat status = {};
+    const int reason = MakeSecureDirectory(work, plugin, status);
     if (reason == 0)
-        return true;
+    {
+        if (IsOwnerRight(path, status, rule, error))
+            return true;
+        path.clear();
+        return false;
+    }
     error.Printf("Unable to make the working directory %s (error %d: %s)", path,
                  reason, TextOfBytes(SystemErrorText(reason)));
     return false;

@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include "kza_core/Owner.h"
+
 class wxString;
 
 namespace KzaCore
@@ -19,11 +21,13 @@ namespace KzaCore
 /// access to its owner alone (0700). A symbolic link under that name is an
 /// error.
 ///
+/// \param rule   For a directory that belongs to another user.
 /// \param path   Out: the directory; empty when the name is not one for a
-///               plugin or `work` is empty.
+///               plugin, `work` is empty, or its owner is refused.
 /// \param error  Out, after a failure: the attempt and the reason, as a text.
 [[nodiscard]] bool MakePluginWorkdir(const wxString& work,
                                      const wxString& plugin,
+                                     EOwnerRule rule,
                                      wxString& path,
                                      wxString& error);
 

@@ -6,6 +6,7 @@
 #include "base/PluginWorkdir.h"
 #include "domain/DomStore.h"
 #include "domain/KeyObservers.h"
+#include "kza_core/Owner.h"
 
 #include <wx/debug.h>
 #include <wx/log.h>
@@ -32,6 +33,13 @@ bool GetAs(const CDomStore& store, const std::string& key, T& out)
 }
 
 } // namespace
+
+bool IsSwitchedOn(const DomValue& value)
+{
+    return value == DomValue(true) || value == DomValue(1LL) ||
+           value == DomValue(std::string("1")) ||
+           value == DomValue(std::string("true"));
+}
 
 CDom* CDom::New(const char* /*name*/,
                 CDom* parent,
@@ -130,6 +138,12 @@ DomValue CDom::Value(const std::string& key) const
     return value;
 }
 
+EOwnerRule CDom::OwnerRule() const
+{
+    return IsSwitchedOn(Value(DomKey::kStrictOwner)) ? EOwnerRule::Refuse
+                                                     : EOwnerRule::Warn;
+}
+
 std::vector<std::string> CDom::Keys(const std::string& prefix) const
 {
     return m_store->Keys(prefix);
@@ -152,7 +166,7 @@ wxString CDom::GetPluginWorkdirWx(const wxString& plugin) const
     const wxString work = GetWxString(DomKey::kPathWork);
     wxString path;
     wxString error;
-    if (!MakePluginWorkdir(work, plugin, path, error))
+    if (!MakePluginWorkdir(work, plugin, OwnerRule(), path, error))
         wxLogWarning("%s", error);
     return path;
 }

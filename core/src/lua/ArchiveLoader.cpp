@@ -130,6 +130,7 @@ CArchiveSet* ArchivesOf(lua_State* L)
     if (archives == nullptr)
         return nullptr;
     archives->set.SetPaths(archives->dom.Get(DomKey::kLuaZipPath));
+    archives->set.SetOwnerRule(archives->dom.OwnerRule());
     return &archives->set;
 }
 

@@ -206,8 +206,8 @@ int GetPluginWorkdir(lua_State* L)
     luaL_argcheck(L, IsPluginName(plugin), 2, "not the name of a plugin");
     wxString path;
     wxString error;
-    if (MakePluginWorkdir(dom.GetWxString(DomKey::kPathWork), plugin, path,
-                          error))
+    if (MakePluginWorkdir(dom.GetWxString(DomKey::kPathWork), plugin,
+                          dom.OwnerRule(), path, error))
     {
         PushText(L, BytesOfText(path));
         return 1;

@@ -8,6 +8,7 @@
 #include "base/CopyFile.h"
 #include "base/Error.h"
 #include "base/ReplaceFile.h"
+#include "kza_core/Owner.h"
 #include "kza_core/Unzip.h"
 #include "lua/ErrorReport.h"
 #include "lua/LuaChildren.h"
@@ -131,6 +132,15 @@ int Access(lua_State* L)
     if (faccessat(AT_FDCWD, path, mode, AT_EACCESS) != 0)
         return PushSystemError(L, path);
     lua_pushboolean(L, 1);
+    return 1;
+}
+
+// changeable(path): what of it others can change, a text each.
+int Changeable(lua_State* L)
+{
+    TChangeable changeable;
+    JudgePath(CheckPath(L, 1), changeable);
+    PushTexts(L, changeable);
     return 1;
 }
 
@@ -266,6 +276,7 @@ int IsATty(lua_State* L)
 const luaL_Reg kFunctions[] = {
     {"list", Guarded<List>},
     {"stat", Guarded<Stat>},
+    {"changeable", Guarded<Changeable>},
     {"crc32", Guarded<Checksum>},
     {"deflate", Guarded<Deflate>},
     {"entries", Guarded<Entries>},

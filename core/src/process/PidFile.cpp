@@ -117,7 +117,7 @@ bool WritePidFile(const wxString& path)
 }
 
 CPidFileClaim::CPidFileClaim(const wxString& path)
-    : m_lockFile(NativePath(path) + ".lock")
+    : m_lockFile(NativePath(path) + kClaimSuffix)
 {
     const timespec pause{0, kClaimPollMs * 1000000L};
     for (int i = 0; i < kClaimPolls; ++i)

@@ -80,7 +80,7 @@ end
 -- Making the script ----------------------------------------------------------
 
 local PRELUDE = [=[
-mount -t tmpfs tmpfs /var/run || exit 99
+mount -t tmpfs -o mode=755 tmpfs /var/run || exit 99
 # A service is in a session of its own.
 end() {
     own=$(ps -o sid= -p $$)
@@ -102,7 +102,7 @@ status=0
 -- What an operator finds.
 local INSTALLED = [=[
 for place in /opt /var/opt /srv; do
-    mount -t tmpfs tmpfs $place || exit 99
+    mount -t tmpfs -o mode=755 tmpfs $place || exit 99
 done
 mkdir /opt/kz_agent
 mount --bind build/stage /opt/kz_agent || exit 99

@@ -5,11 +5,14 @@
 #include "archive/ArchiveSet.h"
 
 #include "support/CollectedLog.h"
+#include "support/Spoiled.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 #include <wx/wfstream.h>
 #include <wx/zipstrm.h>
+
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <utility>
@@ -193,4 +196,30 @@ TEST(ArchiveSet, MissNamesEveryPlace)
               "\n\tno file '" + one + "/x.lua'" + "\n\tno file '" + one +
                   "/x/init.lua'" + "\n\tno usable archive '" + none +
                   "': cannot be opened: No such file or directory");
+}
+
+TEST(ArchiveSet, WhatOthersCanChangeIsSkippedUntilItIsMended)
+{
+    const CTempDir place;
+    const std::string one = Make(place, "one", {{"a", "1"}});
+    const std::string two = Make(place, "two", {{"a", "2"}});
+    ASSERT_EQ(chmod(one.c_str(), 0666), 0);
+    const std::string text = TestSupport::ChangeableText(one);
+    const TestSupport::CCollectedLog log;
+    CArchiveSet set;
+    set.SetPaths(one + ";" + two);
+    set.SetOwnerRule(EOwnerRule::Refuse);
+    EXPECT_EQ(Read(set, {"a"}), "2");
+    EXPECT_EQ(Read(set, {"b"}), "missing");
+    EXPECT_EQ(set.DescribeMiss({"b"}), "\n\tno usable archive '" + one +
+                                           "': " + text + "\n\tno file '" +
+                                           two + "/b'");
+    EXPECT_EQ(log.m_texts,
+              (std::vector<wxString>{text, "Archive '" + one +
+                                               "' is skipped: " + text}));
+    EXPECT_EQ(log.m_levels,
+              (std::vector<wxLogLevel>{wxLOG_Error, wxLOG_Warning}));
+    ASSERT_EQ(chmod(one.c_str(), 0644), 0);
+    EXPECT_EQ(Read(set, {"b"}), "missing") << "which looks at all of them";
+    EXPECT_EQ(Read(set, {"a"}), "1");
 }

@@ -5,7 +5,9 @@
 #include "base/PluginWorkdir.h"
 #include "kza_core/Dom.h"
 
+#include "support/CollectedLog.h"
 #include "support/DomPtr.h"
+#include "support/Spoiled.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -35,10 +37,13 @@ struct COutcome
     wxString error;
 };
 
-COutcome Make(const wxString& work, const wxString& plugin)
+COutcome Make(const wxString& work,
+              const wxString& plugin,
+              EOwnerRule rule = EOwnerRule::Warn)
 {
     COutcome outcome;
-    outcome.made = MakePluginWorkdir(work, plugin, outcome.path, outcome.error);
+    outcome.made =
+        MakePluginWorkdir(work, plugin, rule, outcome.path, outcome.error);
     return outcome;
 }
 
@@ -68,6 +73,25 @@ TEST(PluginWorkdir, ExistingOneIsClosedToOthers)
     ASSERT_EQ(chmod(work.File("diag").c_str(), 01777), 0);
     EXPECT_TRUE(Make(work.Path(), "diag").made);
     EXPECT_EQ(ModeOf(work.File("diag")), S_IFDIR | mode_t(0700));
+}
+
+// Whatever its mode is, a directory stays its owner's. Only root can make one
+// of another user's; in other hands the mode alone is spoiled, which is mended.
+TEST(PluginWorkdir, AnotherUsersOneIsWarnedOfOrRefused)
+{
+    const CTempDir work;
+    ASSERT_EQ(mkdir(work.File("diag").c_str(), 0755), 0);
+    const bool isRoot = geteuid() == 0;
+    const TestSupport::CSpoiled spoiled(work.File("diag"));
+    const TestSupport::CCollectedLog log;
+    EXPECT_TRUE(Make(work.Path(), "diag").made);
+    const wxString text = TestSupport::ChangeableText(work.File("diag"));
+    EXPECT_EQ(log.m_texts, std::vector<wxString>(isRoot ? 1 : 0, text));
+    const COutcome refused = Make(work.Path(), "diag", EOwnerRule::Refuse);
+    EXPECT_EQ(refused.made, !isRoot);
+    EXPECT_EQ(refused.path, isRoot ? "" : work.File("diag"));
+    EXPECT_EQ(refused.error, isRoot ? text : "");
+    EXPECT_EQ(log.m_texts, std::vector<wxString>(isRoot ? 2 : 0, text));
 }
 
 TEST(PluginWorkdir, LinkIsNotFollowed)

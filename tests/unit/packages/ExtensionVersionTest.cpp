@@ -21,7 +21,7 @@ protected:
     bool Matches(const std::string& sideFile)
     {
         WriteFile(m_archive + ".version", sideFile);
-        return ExtensionVersionMatches(m_archive);
+        return ExtensionVersionMatches(m_archive, KzaCore::EOwnerRule::Ignore);
     }
 
     void ExpectWarning(const std::string& text)
@@ -47,7 +47,8 @@ TEST_F(ExtensionVersion, TheAgentsOwnVersionMatchesSilently)
 
 TEST_F(ExtensionVersion, EveryRefusalIsOneWarning)
 {
-    EXPECT_FALSE(ExtensionVersionMatches(m_archive));
+    EXPECT_FALSE(
+        ExtensionVersionMatches(m_archive, KzaCore::EOwnerRule::Ignore));
     ExpectWarning("Extension file '" + m_archive +
                   "' does not have a corresponding '.version' file. It will "
                   "not be enabled.");
@@ -77,7 +78,8 @@ TEST_F(ExtensionVersion, TheAnswersAreTheSameWhenNothingIsLogged)
 {
     const wxLogLevel before = wxLog::GetLogLevel();
     wxLog::SetLogLevel(wxLOG_Error);
-    EXPECT_FALSE(ExtensionVersionMatches(m_archive));
+    EXPECT_FALSE(
+        ExtensionVersionMatches(m_archive, KzaCore::EOwnerRule::Ignore));
     EXPECT_TRUE(Matches("version: 12.0.0-1"));
     EXPECT_FALSE(Matches("version: 12.0.1-1"));
     EXPECT_FALSE(Matches("version: 12.0.0"));

@@ -33,7 +33,10 @@ namespace
 class SideFile : public ::testing::Test
 {
 protected:
-    [[nodiscard]] ESideFile Read() { return ReadSideFile(m_path, m_version); }
+    [[nodiscard]] ESideFile Read()
+    {
+        return ReadSideFile(m_path, KzaCore::EOwnerRule::Ignore, m_version);
+    }
 
     [[nodiscard]] ESideFile Read(const std::string& content)
     {
@@ -192,8 +195,9 @@ TEST_F(SideFile, OnlyARegularFileIsThere)
 TEST_F(SideFile, AFileThatCannotBeReadHoldsNoVersion)
 {
     CExtensionVersion version;
-    EXPECT_EQ(ReadSideFile("/proc/self/mem", version),
-              ESideFile::NoVersionLine);
+    EXPECT_EQ(
+        ReadSideFile("/proc/self/mem", KzaCore::EOwnerRule::Ignore, version),
+        ESideFile::NoVersionLine);
 }
 
 TEST_F(SideFile, ItsSizeDoesNotCount)
