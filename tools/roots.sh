@@ -37,7 +37,7 @@ enter_root() { # BASE DIRECTORY TREE WORD...
       overlay "$root"
     mount -t proc proc "$root/proc"
     mount -t sysfs -o ro sysfs "$root/sys"
-    mount -t tmpfs tmpfs "$root/run"
+    mount -t tmpfs -o mode=755 tmpfs "$root/run"
     mount -t tmpfs tmpfs "$root/tmp"
     mount -t tmpfs tmpfs "$root/dev"
     for node in null zero full random urandom tty; do
