@@ -3,6 +3,7 @@
 #include "events/EventDatabase.h"
 
 #include "base/Descriptor.h"
+#include "events/DefensiveDatabase.h"
 #include "events/EventRow.h"
 #include "kza_core/AgentEvent.h"
 
@@ -129,7 +130,9 @@ int CEventDatabase::Connect()
 
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
                            SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX;
-    const int code = sqlite3_open_v2(m_path.c_str(), &m_db, kFlags, nullptr);
+    int code = sqlite3_open_v2(m_path.c_str(), &m_db, kFlags, nullptr);
+    if (code == SQLITE_OK)
+        code = MakeDefensive(m_db);
     if (code != SQLITE_OK)
         return code;
     sqlite3_busy_timeout(m_db, static_cast<int>(kLockWait.count()));

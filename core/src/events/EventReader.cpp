@@ -3,6 +3,7 @@
 #include "events/EventReader.h"
 
 #include "base/Error.h"
+#include "events/DefensiveDatabase.h"
 #include "events/EventRow.h"
 
 #include <sqlite3.h>
@@ -87,6 +88,8 @@ bool ReadEventsOf(const std::string& path,
     sqlite3* raw = nullptr;
     int code = sqlite3_open_v2(UriOf(path).c_str(), &raw, kFlags, nullptr);
     const CConnection db(raw, sqlite3_close);
+    if (code == SQLITE_OK)
+        code = MakeDefensive(raw);
     if (code == SQLITE_OK)
     {
         sqlite3_busy_timeout(raw, kLockWaitMs);

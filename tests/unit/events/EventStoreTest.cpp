@@ -2,6 +2,8 @@
 
 #include "events/EventStore.h"
 
+#include "events/EventReader.h"
+
 #include "kza_core/AgentEvent.h"
 #include "kza_core/Dom.h"
 #include "support/CollectedLog.h"
@@ -271,6 +273,47 @@ TEST_F(EventStore, ADatabaseOfAnotherShapeIsSetAside)
     Query("create table agent_event(id integer primary key, other)");
     EXPECT_EQ(Write("event"), 1);
     ExpectSetAside("table agent_event has no column named number");
+}
+
+TEST_F(EventStore, APlantedTriggerDoesNotRun)
+{
+    Write("before");
+    KzaCore::CloseEventStore();
+    Query("create table proof(text);"
+          "create trigger planted after insert on agent_event begin "
+          "insert into proof values(new.text);"
+          "delete from agent_event; end");
+    EXPECT_EQ(Write("event"), 2);
+    EXPECT_EQ(Query("select * from proof"), std::vector<std::string>{});
+    EXPECT_EQ(Texts(), (std::vector<std::string>{"before", "event"}));
+}
+
+constexpr char kPlantedView[] =
+    "create table proof(text);"
+    "create view agent_event as select 1 id, 2 number, 3 severity, 4 time, "
+    "5 time_ms, 'planted' text;"
+    "create trigger planted instead of insert on agent_event begin "
+    "insert into proof values(new.text); end";
+
+TEST_F(EventStore, APlantedViewIsSetAside)
+{
+    Query(kPlantedView);
+    EXPECT_EQ(Write("event"), 1);
+    ExpectSetAside("cannot modify agent_event because it is a view");
+    m_path = m_dir.File(Aside()[0]);
+    EXPECT_EQ(Query("select * from proof"), std::vector<std::string>{});
+}
+
+TEST_F(EventStore, APlantedViewIsAnErrorToEveryReader)
+{
+    Query(kPlantedView);
+    std::vector<CStoredEvent> events;
+    std::string error;
+    EXPECT_FALSE(KzaCore::ReadEvents(*m_dom, 0, -1, events, error));
+    EXPECT_EQ(error, "cannot modify agent_event because it is a view");
+    EXPECT_FALSE(KzaCore::ReadEventsOf(m_path, {}, events, error));
+    EXPECT_EQ(error, m_path + ": access to view \"agent_event\" prohibited");
+    EXPECT_EQ(events.size(), 0U);
 }
 
 TEST_F(EventStore, WhatIsNoFileIsSetAside)
