@@ -12,6 +12,9 @@ TestProcesses = {}
 local function sleeper()
     local pipe = io.popen("echo $$; exec sleep 600")
     local pid = tonumber(pipe:read("*l"))
+    while host.process(pid).name ~= "sleep" do
+        dom:Sleep(1)
+    end
     return pid, function()
         host.kill(pid, "KILL")
         pipe:close()
