@@ -149,8 +149,17 @@ function commands.man(input, output)
     write(output, page)
 end
 
+local function by_name(one, other)
+    return one._name < other._name
+end
+
+-- Sorted: some parsers take their words from tables, which have another order
+-- in each process.
 function commands.complete(program, output)
-    write(output, parser_of(program):get_bash_complete())
+    local parser = parser_of(program)
+    table.sort(parser._options, by_name)
+    table.sort(parser._commands, by_name)
+    write(output, parser:get_bash_complete())
 end
 
 return { main = function() commands[arg[1]](arg[2], arg[3]) end }
