@@ -15,7 +15,7 @@ local FAILURE, WRONG_USAGE = 1, 2
 
 -- Modules of related commands.
 local MODULES = { "status", "start_stop", "log", "events", "packages",
-    "install", "check", "dumps", "domain" }
+    "install", "check", "dumps", "keys", "trace", "heartbeat", "version" }
 
 -- Options that every command takes, before or after its name.
 local function add_options(parser)

@@ -15,7 +15,6 @@
 --     @COMMANDS@   its commands with their options
 
 local argparse = require("argparse")
-local host = require("kza.host")
 
 local function read(path)
     local file = assert(io.open(path, "rb"))

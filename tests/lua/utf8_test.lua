@@ -11,7 +11,8 @@ TestUtf8 = {}
 
 function TestUtf8:test_what_is_valid_stays()
     for _, text in ipairs({ "", "plain\0text", "ä€😀", "\127\194\128\223\191",
-        "\224\160\128\237\159\191\238\128\128", "\240\144\128\128\244\143\191\191",
+        "\224\160\128\237\159\191\238\128\128",
+        "\240\144\128\128\244\143\191\191",
     }) do
         lu.assertEquals(utf8.valid(text), text)
     end

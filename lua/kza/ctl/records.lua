@@ -104,12 +104,13 @@ local function files_of(log)
     end
 end
 
--- The lines of a file, last first. A last line without a line break is left out,
--- because it is still being written. A line longer than any record is left out
--- as well, so that a hole in a file takes no memory.
+-- The lines of a file, last first. A last line without a line break is left
+-- out, because it is still being written. A line longer than any record is left
+-- out as well, so that a hole in a file takes no memory.
 --
--- The file is read in blocks, from its end. The bytes behind the last line break
--- of a block begin a line; the rest of that line, its tail, was in later blocks.
+-- The file is read in blocks, from its end. The bytes behind the last line
+-- break of a block begin a line; the rest of that line, its tail, was in later
+-- blocks.
 local Lines = {}
 Lines.__index = Lines
 

@@ -185,7 +185,7 @@ end
 ---@field next_start_ms? integer  While it is starting, if the log tells.
 ---@field elsewhere? string       Its directory when it is not the expected one.
 ---@field pid? integer            From the pid file.
----@field other? kza.host.Process The process of that id when it is not the agent.
+---@field other? kza.host.Process The process of that id when it is no agent.
 
 --- Determines the state of a service.
 ---@param where kza.ctl.Place
@@ -211,14 +211,15 @@ function service.look(where)
     return result
 end
 
---- A note for an operator who expects the service in another directory; nil when
---- it works in the expected one.
+--- A note for an operator who expects the service in another directory; nil
+--- when it works in the expected one.
 ---@param where kza.ctl.Place
 ---@param state kza.ctl.State
 ---@return string?
 function service.note(where, state)
-    return state.elsewhere and ("'%s' works in '%s', not in '%s': see --workdir")
-        :format(where.name, state.elsewhere, where.work)
+    return state.elsewhere
+        and ("'%s' works in '%s', not in '%s': see --workdir"):format(
+            where.name, state.elsewhere, where.work)
 end
 
 return service

@@ -94,8 +94,8 @@ local function cut_at(text, count)
     return text, ""
 end
 
---- Splits a text into lines of at most `width` characters, at blanks where there
---- are any.
+--- Splits a text into lines of at most `width` characters, at blanks where
+--- there are any.
 ---@param text string
 ---@param width integer
 ---@return string[]

@@ -3,6 +3,7 @@
 // kzctl check: what a start would trip over, told without one.
 
 #include "e2e/kzctl/Kzctl.h"
+#include "e2e/service/Installed.h"
 #include "support/Zip.h"
 
 #include <gtest/gtest.h>
@@ -271,6 +272,20 @@ TEST(KzctlCheck, TheOptionsOfARunningAgentCount)
                     "--zippath none.kze --install_plugins",
                     "warning archives      none.kze: no matches"});
     EXPECT_TRUE(host.Kzctl().Service().Stop());
+}
+
+TEST(KzctlCheck, TheOptionsOfTheInstalledServiceCount)
+{
+    const CInstalled installed;
+    const CProcessResult result =
+        installed.RunShell("/opt/kz_agent/kzctl check",
+                           "options='--install_plugins --zippath none.kze'\n");
+    EXPECT_EQ(result.status, 0) << result.out;
+    for (const char* line :
+         {"ok      options       --install_plugins --zippath none.kze\n",
+          "\nwarning archives      none.kze: no matches\n",
+          "\nok      directory     '/var/opt/kz_agent'\n"})
+        EXPECT_NE(result.out.find(line), std::string::npos) << result.out;
 }
 
 } // namespace

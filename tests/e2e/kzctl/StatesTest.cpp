@@ -149,6 +149,7 @@ TEST(KzctlStates, AnAgentThatDoesNotAnswerIsNotWaitedForLong)
     ExpectSaid(kzctl.Run({"get", "k"}), 1, "",
                "kzctl: the agent does not answer: timeout\n");
     EXPECT_EQ(kzctl.Run({"status"}).status, 0);
+    EXPECT_EQ(kzctl.Member({"version", "--json"}, "agent"), "null");
     kill(worker, SIGCONT);
     EXPECT_TRUE(kzctl.Service().Stop());
 }
@@ -176,6 +177,21 @@ TEST(KzctlStates, NamesWithBlanksAndBeyondAscii)
                "'Mein Ägent' is stopped\n'Mein Ägent' is up\n", "");
     ExpectSaid(run({"stop"}), 0, "'Mein Ägent' is stopped\n", "");
     EXPECT_TRUE(kzctl.Service().WaitUntilGone());
+}
+
+TEST(KzctlStates, ASocketOfTooLongAPathIsSaid)
+{
+    const CKzctl kzctl;
+    const std::string work = "/tmp/" + std::string(120, 'w');
+    const CProcessResult get = kzctl.Run({"get", "k", "--workdir", work});
+    ExpectComplaint(get, 1);
+    EXPECT_NE(get.err.find(": path too long for a socket (it is there while "),
+              std::string::npos)
+        << get.err;
+    const CProcessResult version =
+        kzctl.Run({"version", "--workdir", work, "--json"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_NE(version.out.find("\"agent\":null"), std::string::npos);
 }
 
 // --- Of other users --------------------------------------------------------

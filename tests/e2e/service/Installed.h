@@ -59,10 +59,11 @@ public:
     }
 
     /// Runs a command line where the script would find the installation.
-    [[nodiscard]] CProcessResult RunShell(const std::string& command) const
+    [[nodiscard]] CProcessResult RunShell(
+        const std::string& command, const std::string& settings = {}) const
     {
         return TestSupport::Run({"/bin/sh", "-c", command},
-                                m_service.Process(Options("")));
+                                m_service.Process(Options(settings)));
     }
 
     [[nodiscard]] bool StartUntil(const std::string& text,

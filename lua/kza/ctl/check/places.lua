@@ -2,10 +2,8 @@
 --
 -- kzctl check: directories, and the files that the agent keeps in them.
 
+local agent = require("kza.ctl.agent")
 local host = require("kza.host")
-
--- The longest path of a socket, with its final zero.
-local SOCKET_PATH = 108
 
 local function is_missing(message)
     return message:find("No such file", 1, true) ~= nil
@@ -123,7 +121,7 @@ local function check_socket(report, where, found)
         return
     end
     local stat = host.stat(where.socket, true)
-    if #where.socket >= SOCKET_PATH then
+    if #where.socket >= agent.SOCKET_PATH then
         report:add("warning", "socket", "'%s' is too long for a socket: there "
             .. "will be none", where.socket)
     elseif stat and stat.type ~= "other" then
