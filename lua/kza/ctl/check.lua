@@ -10,8 +10,8 @@ local COLOURS = { warning = "yellow", error = "red" }
 
 -- The sections, in the order of a start.
 local SECTIONS = {
-    "options", "configuration", "start", "places", "archives", "module",
-    "packages",
+    "options", "configuration", "start", "places", "owners", "archives",
+    "module", "packages",
 }
 
 --- Writes the findings of the sections, each at once, and counts them.

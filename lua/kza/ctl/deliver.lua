@@ -53,10 +53,10 @@ local function without(text, part)
     return at and text:sub(1, at - 1) .. text:sub(last + 1) or text
 end
 
-local function judge_all(place, deliveries, keys)
+local function judge_all(place, deliveries, trust)
     local problems = {}
     for _, delivery in ipairs(deliveries) do
-        local reason = verify(files.join(place, delivery.name), keys)[1]
+        local reason = verify(files.join(place, delivery.name), trust.keys)[1]
         if reason then
             problems[#problems + 1] = ("'%s' is refused: %s"):format(
                 delivery.name, without(reason, place .. "/"))
@@ -127,8 +127,8 @@ end
 --- undoes all changes and raises the complaint.
 ---@param where kza.ctl.Place
 ---@param deliveries kza.ctl.Delivery[]
----@param keys? table  The keys of which one must have signed each package.
-function deliver.put(where, deliveries, keys)
+---@param trust kza.ctl.Trust
+function deliver.put(where, deliveries, trust)
     check_places(where, deliveries)
     local place, message = make_directory(where)
     if not place then
@@ -136,7 +136,7 @@ function deliver.put(where, deliveries, keys)
     end
     local done, reason = copy_all(place, deliveries)
     if done then
-        done, reason = judge_all(place, deliveries, keys)
+        done, reason = judge_all(place, deliveries, trust)
     end
     if done then
         done, reason = rename_all(renames_of(where, place, deliveries))

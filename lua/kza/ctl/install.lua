@@ -9,10 +9,10 @@ local package_row = require("kza.ctl.package_row")
 local settings = require("kza.ctl.settings")
 local show = require("kza.ctl.show")
 
-local function put(context, deliveries, keys)
-    deliver.put(context.where, deliveries, keys)
+local function put(context, deliveries, trust)
+    deliver.put(context.where, deliveries, trust)
     for _, delivery in ipairs(deliveries) do
-        local package = package_list.find(context.where, delivery.name, keys)
+        local package = package_list.find(context.where, delivery.name, trust)
         if context.json and package then
             package_row.show(context, package)
         elseif not context.json then
@@ -32,7 +32,7 @@ local function install(context)
         end
         deliveries[i] = { from = path, name = name }
     end
-    return put(context, deliveries, settings.keys_of(context.where))
+    return put(context, deliveries, settings.trust_of(context.where))
 end
 
 local function installed(packages)
@@ -44,14 +44,14 @@ local function installed(packages)
 end
 
 local function remove(context)
-    local keys = settings.keys_of(context.where)
+    local trust = settings.trust_of(context.where)
     local package = package_list.by_name(
-        installed(package_list.read(context.where, keys)), context.args.name)
+        installed(package_list.read(context.where, trust)), context.args.name)
     if package.state == "removed" then
         fail("'%s' is removed already", package.file)
     end
     return put(context,
-        { { from = package.path, name = package.full_name .. ".kzu" } }, keys)
+        { { from = package.path, name = package.full_name .. ".kzu" } }, trust)
 end
 
 return {

@@ -143,18 +143,23 @@ local function judge_installed(package, found)
     end
 end
 
+local function problems_of(path, trust)
+    local changeable = trust.is_strict and host.changeable(path) or {}
+    return #changeable > 0 and changeable or verify(path, trust.keys)
+end
+
 -- The signature and name of a waiting package are checked before its content is
 -- read, because the agent does not read the content of a package that it
 -- refuses.
-local function judge_waiting(package, keys)
-    local problems = verify(package.path, keys)
+local function judge_waiting(package, trust)
+    local problems = problems_of(package.path, trust)
     package.state = #problems == 0 and "waiting" or "refused"
     package.reason = problems[1]
 end
 
-local function look_into(where, package, keys)
+local function look_into(where, package, trust)
     if not package.is_installed then
-        judge_waiting(package, keys)
+        judge_waiting(package, trust)
     end
     if package.state ~= "refused" then
         local found, message = package_list.files(where, package)
@@ -165,7 +170,7 @@ local function look_into(where, package, keys)
             package.state, package.reason = "changed", message
         end
     end
-    package.signed_by = keys and keys:signer(package.path)
+    package.signed_by = trust.keys and trust.keys:signer(package.path)
     return package
 end
 
@@ -194,25 +199,25 @@ end
 --- The package in a file beside the agent; nil when the file is none.
 ---@param where kza.ctl.Place
 ---@param name string  Of the file.
----@param keys? table  The keys of which one must have signed each package.
+---@param trust kza.ctl.Trust
 ---@return kza.ctl.Package?
-function package_list.find(where, name, keys)
+function package_list.find(where, name, trust)
     local package = facts_of(where, name)
-    return package and look_into(where, package, keys)
+    return package and look_into(where, package, trust)
 end
 
 --- The packages, sorted by their files' names.
 ---@param where kza.ctl.Place
----@param keys? table  The keys of which one must have signed each package.
+---@param trust kza.ctl.Trust
 ---@return kza.ctl.Package[]
-function package_list.read(where, keys)
+function package_list.read(where, trust)
     local names, message = host.list(where.bin)
     if not names then
         fail("%s", message)
     end
     local found = {}
     for _, name in ipairs(names) do
-        found[#found + 1] = package_list.find(where, name, keys)
+        found[#found + 1] = package_list.find(where, name, trust)
     end
     return found
 end

@@ -15,7 +15,7 @@ local FILE_ORDER = { "file", "size", "state" }
 local COLOURS = { changed = "yellow", missing = "red" }
 
 local function read(context)
-    return package_list.read(context.where, settings.keys_of(context.where))
+    return package_list.read(context.where, settings.trust_of(context.where))
 end
 
 local function show_file(context, file)

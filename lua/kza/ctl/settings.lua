@@ -102,11 +102,25 @@ end
 
 -- The message of a stand-in that ended without a report, without its name.
 local function refusal_in(output)
-    local text = output:match("^%s*(.-)%s*$")
-    if text:sub(1, #STAND_IN + 2) == STAND_IN .. ": " then
-        text = text:sub(#STAND_IN + 3)
+    local lines = {}
+    for line in output:gmatch("[^\n]+") do
+        if line:sub(1, #STAND_IN + 2) == STAND_IN .. ": " then
+            line = line:sub(#STAND_IN + 3)
+        end
+        lines[#lines + 1] = line
     end
-    return text == "" and "it ends at once" or text
+    return #lines > 0 and lines or { "it ends at once" }
+end
+
+-- What a refusal tells of the settings: owners are a reason under strict.owner
+-- alone.
+local function keys_after(refusal)
+    for _, text in ipairs(refusal) do
+        if text:find("can be changed by others", 1, true) then
+            return { ["strict.owner"] = true }
+        end
+    end
+    return {}
 end
 
 -- The lines on standard error that are no repeated records of the log.
@@ -128,7 +142,7 @@ end
 ---@field records kza.ctl.Record[] The start's records in the log.
 ---@field options kza.startup.Option[]
 ---@field bad_options? string      The reason why the options are refused.
----@field refusal? string          The reason why the start would be refused.
+---@field refusal? string[]        The reason why the start would be refused.
 ---@field complaints? string[]     The start's lines on standard error.
 
 --- Finds out what a start with these options would find.
@@ -149,7 +163,8 @@ function settings.find(where, words)
     if found then
         found.complaints = complaints_in(output)
     else
-        found = { keys = {}, refusal = refusal_in(output) }
+        found = { refusal = refusal_in(output) }
+        found.keys = keys_after(found.refusal)
     end
     os.remove(result)
     found.records = read_records(where, work)
@@ -157,7 +172,7 @@ function settings.find(where, words)
     return found
 end
 
--- Keys -----------------------------------------------------------------------
+-- Trust ----------------------------------------------------------------------
 
 -- Stands for keys that cannot be used: every signature is refused.
 local NoKeys = {}
@@ -167,29 +182,44 @@ function NoKeys:signer()
     return nil, "its signature cannot be checked: " .. self.message
 end
 
---- The keys that may sign packages; nil when no signature is required.
----@param found kza.ctl.Settings
----@return table? keys
----@return string? message      The reason why every signature is refused.
----@return string[]? passed_over
-function settings.keys(found)
-    local directory = found.keys["packages.keys"]
-    if directory == nil then
-        return nil
-    end
-    local keys, message, passed_over = host.keys(tostring(directory))
-    if not keys then
-        keys = setmetatable({ message = message }, NoKeys)
-    end
-    return keys, message, passed_over
+--- Which packages an agent applies.
+---@class kza.ctl.Trust
+---@field keys? table         Those that may sign packages; nil when packages
+---                           need no signature.
+---@field is_strict boolean   What others can change is refused.
+---@field message? string     The reason why every signature is refused.
+---@field passed_over string[]  About files among the keys.
+
+--- True for the values that switch a setting on.
+---@param value any
+---@return boolean
+function settings.is_on(value)
+    return value == "1" or value == "true" or value == true or value == 1
 end
 
---- The keys that may sign packages of an agent, according to its present
---- options.
+--- The trust that settings express.
+---@param found kza.ctl.Settings
+---@return kza.ctl.Trust
+function settings.trust(found)
+    local trust = {
+        is_strict = settings.is_on(found.keys["strict.owner"]),
+        passed_over = {},
+    }
+    local directory = found.keys["packages.keys"]
+    if directory ~= nil then
+        trust.keys, trust.message, trust.passed_over =
+            host.keys(tostring(directory))
+        trust.keys = trust.keys
+            or setmetatable({ message = trust.message }, NoKeys)
+    end
+    return trust
+end
+
+--- The trust of an agent, according to its present options.
 ---@param where kza.ctl.Place
----@return table? keys
-function settings.keys_of(where)
-    return (settings.keys(settings.find(where, settings.options(where))))
+---@return kza.ctl.Trust
+function settings.trust_of(where)
+    return settings.trust(settings.find(where, settings.options(where)))
 end
 
 return settings

@@ -4,6 +4,7 @@
 
 #include "e2e/kzctl/Kzctl.h"
 #include "e2e/service/Installed.h"
+#include "support/Spoiled.h"
 #include "support/Zip.h"
 
 #include <gtest/gtest.h>
@@ -164,6 +165,41 @@ TEST(KzctlCheck, Directories)
         1, {"error   directory     '" + host.File("work") + "' is no directory",
             "error   directory     '" + host.File("lua") + "' is no directory",
             "error   pid file      '/var/run/kz_agent.pid' is no file"});
+}
+
+TEST(KzctlCheck, WhatOthersCanChange)
+{
+    const CChecked host;
+    WriteFile(host.Ini(), "");
+    host.Expect(0, {"ok      owners        only root and the agent can change "
+                    "'" +
+                    host.File("work") + "'"});
+    const CSpoiled ini(host.Ini(), 0022);
+    const CSpoiled core(host.File("kza_core"), 0002);
+    WriteFile(host.File("Widget.kzp"), MakeZip({{"share/a", "a"}}));
+    const CSpoiled package(host.File("Widget.kzp"), 0020);
+    const std::string warning = "warning owners        ";
+    host.Expect(0, {warning + ChangeableText(host.Ini()),
+                    warning + ChangeableText(host.File("kza_core")),
+                    "ok      packages      Widget.kzp: waiting"});
+    const std::string error = "error   owners        ";
+    const Words strict = {"-d", "strict.owner=1"};
+    host.Expect(1,
+                {error + ChangeableText(host.Ini()),
+                 error + ChangeableText(host.File("kza_core"))},
+                strict);
+}
+
+TEST(KzctlCheck, APackageThatOthersCanChangeIsRefusedWhenAskedFor)
+{
+    const CChecked host;
+    WriteFile(host.Ini(), "[domain]\nstrict.owner=1\n");
+    WriteFile(host.File("Widget.kzp"), MakeZip({{"share/a", "a"}}));
+    const CSpoiled package(host.File("Widget.kzp"), 0020);
+    host.Expect(1, {"error   packages      Widget.kzp: refused: " +
+                    ChangeableText(host.File("Widget.kzp"))});
+    EXPECT_EQ(host.Kzctl().Member({"packages", "--json"}, "state"),
+              "\"refused\"");
 }
 
 TEST(KzctlCheck, DamagedEventsAreAnError)

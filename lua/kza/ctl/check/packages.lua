@@ -10,17 +10,16 @@ local RESULTS = {
     refused = "error",
 }
 
-local function check_keys(report, found)
-    local keys, message, passed_over = settings.keys(found)
-    for _, text in ipairs(passed_over or {}) do
+local function check_keys(report, found, trust)
+    for _, text in ipairs(trust.passed_over) do
         report:add("warning", "keys", "%s", text)
     end
-    if message then
-        report:add("error", "keys", "no package will be applied: %s", message)
-    elseif keys then
+    if trust.message then
+        report:add("error", "keys", "no package will be applied: %s",
+            trust.message)
+    elseif trust.keys then
         report:add("ok", "keys", "'%s'", found.keys["packages.keys"])
     end
-    return keys
 end
 
 local function applies_packages(found)
@@ -36,8 +35,9 @@ end
 ---@param where kza.ctl.Place
 ---@param found kza.ctl.Settings
 return function(report, where, found)
-    local keys = check_keys(report, found)
-    for _, package in ipairs(package_list.read(where, keys)) do
+    local trust = settings.trust(found)
+    check_keys(report, found, trust)
+    for _, package in ipairs(package_list.read(where, trust)) do
         report:add(RESULTS[package.state], "packages", "%s: %s%s",
             package.file, package.state,
             package.reason and ": " .. package.reason or "")

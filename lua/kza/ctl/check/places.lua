@@ -4,6 +4,7 @@
 
 local agent = require("kza.ctl.agent")
 local host = require("kza.host")
+local settings = require("kza.ctl.settings")
 
 local function is_missing(message)
     return message:find("No such file", 1, true) ~= nil
@@ -112,12 +113,8 @@ local function check_pid_file(report, where)
     end
 end
 
-local function is_on(value)
-    return value == "1" or value == "true" or value == true or value == 1
-end
-
 local function check_socket(report, where, found)
-    if not is_on(found.keys["control.socket"]) then
+    if not settings.is_on(found.keys["control.socket"]) then
         return
     end
     local stat = host.stat(where.socket, true)

@@ -51,8 +51,8 @@ return function(report, _, found)
     for _, text in ipairs(found.complaints or {}) do
         report:add("warning", "start", "%s", text)
     end
-    if found.refusal and errors == 0 then
-        report:add("error", "start", "%s", found.refusal)
+    for _, text in ipairs(errors == 0 and found.refusal or {}) do
+        report:add("error", subject_of(text), "%s", text)
     end
     if is_fips_wanted(found) and not fips then
         report:add("ok", "fips", "FIPS mode can be entered")
