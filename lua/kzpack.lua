@@ -8,6 +8,7 @@
 local argparse = require("argparse")
 local host = require("kza.host")
 local pack = require("kza.pack")
+local sign = require("kza.sign")
 local verify = require("kza.verify")
 
 local USAGE = [[
@@ -15,13 +16,17 @@ Usage: kzpack archive [option...] FILE.kze INPUT...
        kzpack plugin [option...] NAME INPUT...
        kzpack removal [option...] NAME INPUT...
        kzpack list FILE
-       kzpack verify FILE...
+       kzpack verify [--keys DIR] FILE...
+       kzpack keygen NAME
+       kzpack sign --key FILE PACKAGE...
 
   archive   makes an extension archive and its version file, FILE.kze.version
   plugin    makes a package that installs files beside the agent
   removal   makes a package that removes them
   list      shows what an archive or a package holds
   verify    says whether this agent would accept it, and why not
+  keygen    makes a key: NAME.key to sign with, NAME.pem for the hosts
+  sign      signs packages: the signature of PACKAGE is in PACKAGE.sig
 
 An INPUT is a directory, whose content goes in, or a file. Hidden files are
 left out. The same input always gives the same bytes.
@@ -32,6 +37,8 @@ left out. The same input always gives the same bytes.
   -o, --output DIR    directory in which a package is put (default: .)
       --system NAME   system that a package is for (default: any)
       --machine NAME  machine that a package is for (default: noarch)
+      --key FILE      private key, in PEM
+      --keys DIR      public keys, one of which a package must be signed by
 ]]
 
 local FAILURE, WRONG_USAGE = 1, 2
@@ -80,12 +87,34 @@ function commands.list(line)
     return 0
 end
 
+-- The problems of a file, and the name of the key that signed it. As for the
+-- agent, what is in a package does not matter before its signature is good.
+local function judge(path, signer_of)
+    local signer
+    if signer_of and path:find("%.kz[pu]$") then
+        local message
+        signer, message = signer_of(path)
+        if not signer then
+            return { message }
+        end
+    end
+    return verify(path), signer
+end
+
 function commands.verify(line)
+    local signer_of, warnings
+    if line.keys then
+        signer_of, warnings = sign.read_keys(line.keys)
+        for _, text in ipairs(warnings) do
+            complain("warning: %s", text)
+        end
+    end
     local status = 0
     for _, path in ipairs(line.files) do
-        local problems = verify(path)
+        local problems, signer = judge(path, signer_of)
         if #problems == 0 then
-            print(path .. ": accepted")
+            print(path .. ": accepted"
+                .. (signer and (", signed by '%s'"):format(signer) or ""))
         else
             status = FAILURE
         end
@@ -94,6 +123,20 @@ function commands.verify(line)
         end
     end
     return status
+end
+
+function commands.keygen(line)
+    for _, path in ipairs(sign.keygen(line.name)) do
+        print(path)
+    end
+    return 0
+end
+
+function commands.sign(line)
+    for _, path in ipairs(line.files) do
+        print(sign.sign(path, line.key))
+    end
+    return 0
 end
 
 -- The command line -----------------------------------------------------------
@@ -105,6 +148,8 @@ local WORDS = {
     removal = { { "name" }, { "inputs", "+" } },
     list = { { "file" } },
     verify = { { "files", "+" } },
+    keygen = { { "name" } },
+    sign = { { "files", "+" } },
 }
 
 -- Returns the parser and a table of its commands' names by their parsers.
@@ -116,6 +161,8 @@ local function new_parser()
     parser:option("-o --output")
     parser:option("--system")
     parser:option("--machine")
+    parser:option("--key")
+    parser:option("--keys")
 
     local names = {}
     for name, words in pairs(WORDS) do
@@ -169,6 +216,9 @@ local function parse(words)
     end
     if not ok and not message then
         error(result, 0)
+    end
+    if ok and result.command == "sign" and not result.key then
+        return nil, "'sign' needs --key FILE"
     end
     return ok and result or nil, message
 end

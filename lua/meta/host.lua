@@ -57,6 +57,15 @@ function host.write(path, bytes) end
 ---@return string[] texts
 function host.changeable(path) end
 
+--- Makes a file with these bytes, of the mode 0644, or 0600 when it is private,
+--- whatever the umask. Nothing is left of a file that cannot be written whole.
+---@param path string  Must not exist.
+---@param bytes string
+---@param private? boolean
+---@return true? written
+---@return string? message
+function host.write_new(path, bytes, private) end
+
 --- Puts the bytes of a file into a new one, of the mode 0644, and waits until
 --- they are on disk. Nothing is left of a copy that fails.
 ---@param from string  A regular file.
@@ -119,6 +128,18 @@ function host.check_package(path, directory, names_only) end
 ---@return string? message
 ---@return string[] passed_over  About each `*.pem` that cannot be used.
 function host.keys(directory) end
+
+--- Makes a key by which packages can be signed: ECDSA on the curve P-256.
+---@return string? private  PEM: PKCS#8, without a password.
+---@return string public_or_message  PEM.
+function host.new_key() end
+
+--- Signs a file, as `openssl dgst -sha256 -sign` does.
+---@param path string
+---@param private string  A private key in PEM, without a password, of a kind by which packages may be signed.
+---@return string? signature
+---@return string? message
+function host.sign(path, private) end
 
 --- Whether a descriptor is a terminal.
 ---@param descriptor integer  0 is standard input, 1 standard output.

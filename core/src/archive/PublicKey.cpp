@@ -2,14 +2,11 @@
 
 #include "archive/PublicKey.h"
 
+#include "archive/KeyParts.h"
 #include "base/Error.h"
 #include "base/OpenSSLLine.h"
 
-#include <openssl/bio.h>
 #include <openssl/crypto.h>
-#include <openssl/ecdsa.h>
-#include <openssl/err.h>
-#include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -23,29 +20,6 @@ namespace
 {
 
 constexpr int kLeastRsaBits = 3072;
-
-struct CFree
-{
-    void operator()(BIO* bio) const { BIO_free(bio); }
-    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-    void operator()(ECDSA_SIG* signature) const { ECDSA_SIG_free(signature); }
-};
-
-template <typename T>
-using TOwner = std::unique_ptr<T, CFree>;
-
-// Drops the errors that OpenSSL's calls leave while the object exists. Here a
-// failed call is an answer; its error must not show up in a later caller's
-// list.
-class CErrorsDropped
-{
-public:
-    CErrorsDropped() { ERR_set_mark(); }
-    ~CErrorsDropped() { ERR_pop_to_mark(); }
-
-    CErrorsDropped(const CErrorsDropped&) = delete;
-    CErrorsDropped& operator=(const CErrorsDropped&) = delete;
-};
 
 // The parts of one PEM block; the destructor frees them.
 struct CPemBlock
@@ -73,8 +47,7 @@ struct CPemBlock
 // follow the key.
 TPublicKey Parse(std::string_view pem)
 {
-    const TOwner<BIO> bio(
-        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    const TKeyPart<BIO> bio = FileOf(pem);
     CPemBlock block;
     if (!bio ||
         PEM_read_bio(bio.get(), &block.name, &block.header, &block.data,
@@ -108,21 +81,6 @@ bool IsOnP256(EVP_PKEY* key)
 
 #endif
 
-bool IsGoodEnough(EVP_PKEY* key, std::string& error)
-{
-    switch (EVP_PKEY_base_id(key))
-    {
-    case EVP_PKEY_EC:
-        return IsOnP256(key) || Fail(error, "its curve is not P-256");
-    case EVP_PKEY_RSA:
-        return EVP_PKEY_bits(key) >= kLeastRsaBits ||
-               Fail(error, "it has fewer than " +
-                               std::to_string(kLeastRsaBits) + " bits");
-    default:
-        return Fail(error, "it is neither an ECDSA nor an RSA key");
-    }
-}
-
 const unsigned char* BytesOf(std::string_view text)
 {
     return reinterpret_cast<const unsigned char*>(text.data());
@@ -133,7 +91,7 @@ const unsigned char* BytesOf(std::string_view text)
 bool IsDer(std::string_view signature)
 {
     const unsigned char* next = BytesOf(signature);
-    const TOwner<ECDSA_SIG> numbers(
+    const TKeyPart<ECDSA_SIG> numbers(
         d2i_ECDSA_SIG(nullptr, &next, static_cast<long>(signature.size())));
     unsigned char* der = nullptr;
     const int size = numbers ? i2d_ECDSA_SIG(numbers.get(), &der) : -1;
@@ -153,6 +111,21 @@ bool HasExactForm(EVP_PKEY* key, std::string_view signature)
 
 } // namespace
 
+bool IsPackageKey(EVP_PKEY* key, std::string& error)
+{
+    switch (EVP_PKEY_base_id(key))
+    {
+    case EVP_PKEY_EC:
+        return IsOnP256(key) || Fail(error, "its curve is not P-256");
+    case EVP_PKEY_RSA:
+        return EVP_PKEY_bits(key) >= kLeastRsaBits ||
+               Fail(error, "it has fewer than " +
+                               std::to_string(kLeastRsaBits) + " bits");
+    default:
+        return Fail(error, "it is neither an ECDSA nor an RSA key");
+    }
+}
+
 TPublicKey ReadPublicKey(std::string_view pem, std::string& error)
 {
     const CErrorsDropped errorsDropped;
@@ -162,7 +135,7 @@ TPublicKey ReadPublicKey(std::string_view pem, std::string& error)
         error = "it is no public key";
         return nullptr;
     }
-    return IsGoodEnough(key.get(), error) ? key : nullptr;
+    return IsPackageKey(key.get(), error) ? key : nullptr;
 }
 
 bool IsSignature(EVP_PKEY* key,
@@ -170,7 +143,7 @@ bool IsSignature(EVP_PKEY* key,
                  std::string_view signature)
 {
     const CErrorsDropped errorsDropped;
-    const TOwner<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
+    const TKeyPart<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(key, nullptr));
     return HasExactForm(key, signature) && context &&
            EVP_PKEY_verify_init(context.get()) == 1 &&
            EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256()) == 1 &&

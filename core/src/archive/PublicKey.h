@@ -28,6 +28,11 @@ using TPublicKey = std::shared_ptr<evp_pkey_st>;
 [[nodiscard]] TPublicKey ReadPublicKey(std::string_view pem,
                                        std::string& error);
 
+/// True for a key of a kind by which packages may be signed.
+///
+/// \param error  Set to the reason after a failure.
+[[nodiscard]] bool IsPackageKey(evp_pkey_st* key, std::string& error);
+
 /// True when the bytes are a signature of the digest by the key: the exact
 /// bytes that the key makes, without any before or after them.
 [[nodiscard]] bool IsSignature(evp_pkey_st* key,

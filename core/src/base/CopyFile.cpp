@@ -2,7 +2,7 @@
 
 #include "base/CopyFile.h"
 
-#include "base/Descriptor.h"
+#include "base/NewFile.h"
 #include "base/WholeTransfer.h"
 #include "kza_core/OpenedFile.h"
 
@@ -20,7 +20,6 @@ namespace
 {
 
 constexpr std::size_t kPiece = 256 * 1024;
-constexpr int kOpenNew = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
 constexpr mode_t kMode = 0644;
 
 bool CopyBytes(int from, int to)
@@ -50,18 +49,11 @@ bool CopyFile(const std::string& from, const std::string& to)
         errno = EINVAL;
         return false;
     }
-    CDescriptor copy(open(to.c_str(), kOpenNew, kMode));
-    if (!copy.IsOpen())
-        return false;
-    // fchmod() sets the mode independently of the umask. A full disk may be
-    // reported as late as by the close.
-    if (CopyBytes(source.Get(), copy.Get()) && fchmod(copy.Get(), kMode) == 0 &&
-        fsync(copy.Get()) == 0 && copy.Close())
-        return true;
-    const int reason = errno;
-    unlink(to.c_str());
-    errno = reason;
-    return false;
+    CNewFile copy;
+    // fchmod() sets the mode independently of the umask.
+    return copy.Make(to, kMode) && CopyBytes(source.Get(), copy.Get()) &&
+           fchmod(copy.Get(), kMode) == 0 && fsync(copy.Get()) == 0 &&
+           copy.Finish();
 }
 
 } // namespace KzaCore

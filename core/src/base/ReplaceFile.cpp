@@ -2,14 +2,12 @@
 
 #include "base/ReplaceFile.h"
 
-#include "base/Descriptor.h"
+#include "base/NewFile.h"
 #include "base/RandomNumber.h"
-#include "base/WholeTransfer.h"
 
 #include <cerrno>
 #include <cstdio>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace KzaCore
@@ -32,18 +30,8 @@ std::string NameBeside(const std::string& path)
 
 bool WriteNew(const std::string& path, std::string_view bytes)
 {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    CDescriptor file(open(path.c_str(), kFlags, 0666));
-    if (!file.IsOpen())
-        return false;
-    // A full disk may show as late as at the close.
-    if (WriteWhole(file.Get(), bytes.data(), bytes.size()) == bytes.size() &&
-        file.Close())
-        return true;
-    const int reason = errno;
-    unlink(path.c_str());
-    errno = reason;
-    return false;
+    CNewFile file;
+    return file.Make(path, 0666) && file.Write(bytes) && file.Finish();
 }
 
 } // namespace

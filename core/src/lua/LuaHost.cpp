@@ -7,6 +7,7 @@
 #include "base/Bytes.h"
 #include "base/CopyFile.h"
 #include "base/Error.h"
+#include "base/NewFile.h"
 #include "base/ReplaceFile.h"
 #include "kza_core/Owner.h"
 #include "kza_core/Unzip.h"
@@ -185,6 +186,20 @@ int Write(lua_State* L)
     return 1;
 }
 
+// write_new(path, bytes [, private]): makes a file with these bytes, for its
+// owner alone or for all to read.
+int WriteNew(lua_State* L)
+{
+    const char* const path = CheckPath(L, 1);
+    std::size_t size = 0;
+    const char* const bytes = luaL_checklstring(L, 2, &size);
+    const mode_t mode = lua_toboolean(L, 3) != 0 ? 0600 : 0644;
+    if (!WriteNewFile(path, {bytes, size}, mode))
+        return PushSystemError(L, path);
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
 // copy(from, to): copies the bytes of a file into a new one.
 int Copy(lua_State* L)
 {
@@ -284,6 +299,9 @@ const luaL_Reg kFunctions[] = {
     {"isatty", Guarded<IsATty>},
     {"write", Guarded<Write>},
     {"keys", Guarded<LuaPackageKeys>},
+    {"new_key", Guarded<LuaNewKey>},
+    {"sign", Guarded<LuaSign>},
+    {"write_new", Guarded<WriteNew>},
     {"copy", Guarded<Copy>},
     {"make_directory", Guarded<MakeDirectory>},
     {"access", Guarded<Access>},

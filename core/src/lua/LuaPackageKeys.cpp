@@ -2,6 +2,7 @@
 
 #include "lua/LuaPackageKeys.h"
 
+#include "archive/PrivateKey.h"
 #include "base/Bytes.h"
 #include "kza_core/PackageKeys.h"
 #include "lua/LuaGuard.h"
@@ -71,6 +72,30 @@ int LuaPackageKeys(lua_State* L)
         PushFailure(L, keys.Problem());
     PushTexts(L, passedOver);
     return 3;
+}
+
+int LuaNewKey(lua_State* L)
+{
+    CKeyPair keys;
+    std::string error;
+    if (!MakeKeyPair(keys, error))
+        return PushFailure(L, error);
+    PushText(L, keys.privateKey);
+    PushText(L, keys.publicKey);
+    return 2;
+}
+
+int LuaSign(lua_State* L)
+{
+    const std::string package = CheckPath(L, 1);
+    std::size_t size = 0;
+    const char* const key = luaL_checklstring(L, 2, &size);
+    std::string signature;
+    std::string error;
+    if (!SignFile(package, {key, size}, signature, error))
+        return PushFailure(L, error);
+    PushText(L, signature);
+    return 1;
 }
 
 } // namespace KzaCore

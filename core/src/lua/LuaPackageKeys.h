@@ -19,4 +19,12 @@ namespace KzaCore
 ///                            and the reason why its signature is refused
 int LuaPackageKeys(lua_State* L);
 
+/// The Lua function new_key(): the private and the public half of a new key, as
+/// PEM, or nil and the reason.
+int LuaNewKey(lua_State* L);
+
+/// The Lua function sign(package, private): the signature of a file by a
+/// private key in PEM, or nil and the reason.
+int LuaSign(lua_State* L);
+
 } // namespace KzaCore
