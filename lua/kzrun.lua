@@ -11,11 +11,19 @@ local complain = require("kza.run.complain")
 local FAILURE, WRONG_USAGE = 1, 2
 
 -- The commands, in the order of the help. The first runs when none is named.
-local NAMES = { "run", "test" }
+local NAMES = { "run", "test", "profile" }
 
 local function seconds(text)
     local number = tonumber(text)
     if not number or number < 0 or number ~= number then
+        return nil, ("'%s' is no time in seconds"):format(text)
+    end
+    return number
+end
+
+local function period(text)
+    local number = seconds(text)
+    if not number or number == 0 then
         return nil, ("'%s' is no time in seconds"):format(text)
     end
     return number
@@ -43,6 +51,8 @@ local OPTIONS = {
     coverage = { "--coverage", "tell which lines ran, in DIR/lcov.info too" },
     min = { "--min", "fail when less of the lines ran", value = "PERCENT",
         convert = percent },
+    seconds = { "--seconds", "end the application after this time",
+        value = "S", convert = period },
 }
 
 local function load_commands()
@@ -219,6 +229,7 @@ local function status_of(words)
 end
 
 local function main()
+    os.setlocale("C", "numeric") -- for numbers in options and files
     local status = status_of(arg)
     if status ~= 0 then
         -- To return it would add an empty line: the agent writes the report of

@@ -28,6 +28,17 @@ function files.read(path)
     return bytes
 end
 
+--- The lines of a text, without their ends.
+---@param text string
+---@return string[] lines
+function files.lines(text)
+    local lines = {}
+    for line in (text .. "\n"):gmatch("([^\n]*)\n") do
+        lines[#lines + 1] = line
+    end
+    return lines
+end
+
 --- Puts a file with these bytes in the place of a path, so that a reader finds
 --- either the old content or the new, whole.
 ---@param path string

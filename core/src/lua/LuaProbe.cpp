@@ -8,6 +8,7 @@
 #include "base/Error.h"
 #include "lua/LineCoverage.h"
 #include "lua/LuaGuard.h"
+#include "lua/LuaProfile.h"
 #include "lua/LuaPush.h"
 #include "lua/TestLimit.h"
 
@@ -113,6 +114,19 @@ int Covered(lua_State* L)
     return 1;
 }
 
+// profile(path): begins to write samples of the call stack to a file.
+int Profile(lua_State* L)
+{
+    // Finer than the tick of most systems, which then decides.
+    constexpr std::chrono::milliseconds kPeriod(1);
+    std::string error;
+    lua_rawgeti(L, LUA_REGISTRYINDEX, LUA_RIDX_MAINTHREAD);
+    if (!StartLuaProfile(lua_tothread(L, -1), CheckPath(L, 1), kPeriod, error))
+        return PushFailure(L, error);
+    lua_pushboolean(L, 1);
+    return 1;
+}
+
 int CloseFile(lua_State* L)
 {
     auto* const stream =
@@ -138,11 +152,10 @@ int TakeOutput(lua_State* L)
     return 1;
 }
 
-const luaL_Reg kFunctions[] = {{"limit", Guarded<Limit>},
-                               {"cover", Guarded<Cover>},
-                               {"covered", Guarded<Covered>},
-                               {"take_output", Guarded<TakeOutput>},
-                               {nullptr, nullptr}};
+const luaL_Reg kFunctions[] = {
+    {"limit", Guarded<Limit>},     {"cover", Guarded<Cover>},
+    {"covered", Guarded<Covered>}, {"take_output", Guarded<TakeOutput>},
+    {"profile", Guarded<Profile>}, {nullptr, nullptr}};
 
 int OpenProbe(lua_State* L)
 {

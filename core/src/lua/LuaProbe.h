@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The Lua module "kza.probe": functions for the runner of tests inside the
-// state in which the tests run. None has an effect before it is called.
+// The Lua module "kza.probe": limits for tests, coverage and profiles. kzrun
+// uses it inside the agent that runs a project. Until a function of the module
+// is called, nothing of it is active.
 //
 // Threads: the one that owns the state.
 

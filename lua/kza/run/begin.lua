@@ -5,6 +5,7 @@
 -- this one, and lets the agent find it first.
 
 local STEPS = {
+    profile = "kza.run.profile_steps",
     test = "kza.run.test_steps",
 }
 

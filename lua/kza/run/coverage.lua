@@ -7,6 +7,7 @@ local chunk = require("kza.chunk")
 local complain = require("kza.run.complain")
 local fail = require("kza.ctl.fail")
 local files = require("kza.files")
+local function_name = require("kza.run.function_name")
 local host = require("kza.host")
 
 local coverage = {}
@@ -20,25 +21,11 @@ local coverage = {}
 ---@field names table<integer, string>  Names of functions, by these lines.
 ---@field counts { lines: table, functions: table }  Hits, by line.
 
--- The source as a list of its lines.
-local function lines_of(text)
-    local lines = {}
-    for line in (text .. "\n"):gmatch("([^\n]*)\n") do
-        lines[#lines + 1] = line
-    end
-    return lines
-end
-
-local function name_in(line)
-    return line:match("function%s+([%w_.:]+)%s*%(")
-        or line:match("([%w_.:]+)%s*=%s*function%f[^%w_]")
-end
-
 -- Names of functions, each once.
 local function names_of(begins, source)
     local names, taken = {}, {}
     for _, at in ipairs(begins) do
-        local name = name_in(source[at] or "") or "function"
+        local name = function_name(source[at] or "") or "function"
         if taken[name] or name == "function" then
             name = ("%s@%d"):format(name, at)
         end
@@ -84,7 +71,7 @@ local function read(project, path, covered)
         name = path:sub(#project.dir + 2),
         lines = lines,
         functions = functions,
-        names = names_of(functions, lines_of(text)),
+        names = names_of(functions, files.lines(text)),
         counts = covered[host.real_path(path)]
             or { lines = {}, functions = {} },
     }

@@ -20,6 +20,11 @@ local function escape(text)
     return (text:gsub("%c", "?"))
 end
 
+-- The application may have a locale with another decimal point.
+local function seconds_text(seconds)
+    return (("%.3f"):format(seconds):gsub(",", "."))
+end
+
 function Junit:startTest()
     self.started = host.clock()
 end
@@ -38,8 +43,9 @@ local function outcome(node)
 end
 
 local function case(node)
-    local head = ('    <testcase classname="%s" name="%s" time="%.3f"'):format(
-        escape(node.className), escape(node.testName), node.seconds or 0)
+    local head = ('    <testcase classname="%s" name="%s" time="%s"'):format(
+        escape(node.className), escape(node.testName),
+        seconds_text(node.seconds or 0))
     if node:isSuccess() then
         return head .. "/>\n"
     end
@@ -53,8 +59,8 @@ function Junit:endSuite()
         result.skippedCount)
     local parts = { '<?xml version="1.0" encoding="UTF-8"?>\n<testsuites ',
         counts, '>\n  <testsuite name="', escape(dom:Get("app.name")), '" ',
-        counts, (' time="%.3f" timestamp="%s">\n'):format(
-            host.clock() - self.begun, result.startIsodate) }
+        counts, (' time="%s" timestamp="%s">\n'):format(
+            seconds_text(host.clock() - self.begun), result.startIsodate) }
     for _, node in ipairs(result.allTests) do
         parts[#parts + 1] = case(node)
     end
